@@ -1,0 +1,35 @@
+# SPDX-License-Identifier: ISC
+# What every target of ours is compiled with, and the helpers that the folders share.
+
+add_library(quillworks_options INTERFACE)
+target_compile_options(quillworks_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion
+                       # The same formula gives the same bits on every instruction set.
+                       -ffp-contract=off)
+target_include_directories(quillworks_options INTERFACE ${CMAKE_SOURCE_DIR})
+if(QUILLWORKS_SANITIZE)
+  add_compile_options(-fsanitize=${QUILLWORKS_SANITIZE} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QUILLWORKS_SANITIZE})
+endif()
+
+# quillworks_library(NAME [LIBRARIES...]): a static library of the .cpp files in the current folder.
+# New files are found by themselves.
+function(quillworks_library name)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  add_library(${name} STATIC ${sources})
+  target_link_libraries(${name} PUBLIC quillworks_options ${ARGN})
+endfunction()
+
+# The folders of the effect families hold source pairs only: one library each, no build file.
+function(quillworks_effect_families)
+  set(families "")
+  foreach(family IN LISTS ARGN)
+    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${family}/*.cpp)
+    if(sources)
+      add_library(${family} STATIC ${sources})
+      target_link_libraries(${family} PUBLIC quillworks_options framework)
+      list(APPEND families ${family})
+    endif()
+  endforeach()
+  set_property(GLOBAL PROPERTY QUILLWORKS_FAMILIES ${families})
+endfunction()
