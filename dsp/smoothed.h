@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: ISC
+// A control value that glides to its target, one step per sub-block, ramped within it.
+#pragma once
+
+#include <cmath>
+
+#include "dsp/control_grid.h"
+#include "dsp/decibel.h"
+
+namespace quillworks {
+
+template <typename T> class Smoothed {
+public:
+    /// One-pole with the time constant `seconds` at the rate of the control grid.
+    void prepare(double sampleRate, double seconds) noexcept
+    {
+        factor_ = T(followerCoefficient(sampleRate / kSubBlock, seconds));
+    }
+    /// One-pole that covers half the remaining way every `subBlocks`; 0: no smoothing.
+    void prepareHalfLife(double subBlocks) noexcept { factor_ = T(halfLifeFactor(subBlocks)); }
+    /// Distance below which the target is taken exactly (default 1e-6).
+    void setTolerance(T tolerance) noexcept { tolerance_ = tolerance; }
+
+    void target(T value) noexcept { target_ = value; }
+    T target() const noexcept { return target_; }
+    /// Takes the target at once.
+    void snap() noexcept { ramp_ = {target_, target_}; }
+    /// The value reached at the end of the present sub-block.
+    T current() const noexcept { return ramp_.to; }
+    bool isGliding() const noexcept { return ramp_.to != target_ || !ramp_.isConstant(); }
+
+    /// Advances where a sub-block begins; returns the piece of the ramp that the slice covers.
+    Ramp<T> next(GridSlice slice) noexcept
+    {
+        if (slice.begins()) {
+            T value = (ramp_.to - target_) * factor_ + target_;
+            if (!(std::abs(value - target_) >= tolerance_)) value = target_;
+            ramp_ = {ramp_.to, value};
+        }
+        return rampSlice(ramp_, slice);
+    }
+
+private:
+    Ramp<T> ramp_{0, 0};
+    T target_ = 0;
+    T factor_ = 0;
+    T tolerance_ = T(1e-6);
+};
+
+} // namespace quillworks

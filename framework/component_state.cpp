@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: ISC
+// State, presets and programs of a component.
+#include <algorithm>
+
+#include "framework/effect_component.h"
+#include "framework/resources.h"
+#include "vnk/file.h"
+
+namespace quillworks {
+
+StoredState AudioEffectComponent::storedState() const
+{
+    StoredState state;
+    state.classId = classId_;
+    state.className = name_;
+    state.algorithmVersion = traits_.algorithmVersion;
+    for (std::int32_t i = 0; i < countParameters(); ++i)
+        if (at(i).isStored()) state.parameters.emplace_back(at(i).key, getValue(i));
+    for (const auto& [key, attribute] : attributes_)
+        if (attribute.isStored) state.attributes[key] = attribute.value;
+    return state;
+}
+
+bool AudioEffectComponent::restore(StoredState state)
+{
+    if (state.classId != classId_) return refusal_ = "it belongs to another effect", false;
+    if (state.algorithmVersion.value_or(1) > traits_.algorithmVersion)
+        return refusal_ = "it was stored by a newer version of the effect", false;
+    migrate(state);
+    for (std::int32_t i = 0; i < countParameters(); ++i) {
+        const auto& p = at(i);
+        if (!p.isStored()) continue;
+        const float* stored = state.find(p.key);
+        store(i, p.limited(stored ? *stored : p.defaultValue));
+    }
+    for (auto& [key, attribute] : attributes_) {
+        if (!attribute.isStored) continue;
+        const auto stored = state.attributes.find(key);
+        if (stored == state.attributes.end()) continue;
+        if (const auto* n = std::get_if<std::int64_t>(&stored->second)) setInteger(key.c_str(), *n);
+    }
+    programName_ = state.name;
+    updateDelays();
+    tell("processStateChanged");
+    if (listener_)
+        for (std::int32_t i = 0; i < countParameters(); ++i)
+            if (at(i).isStored()) listener_->parameterChanged(i);
+    return true;
+}
+
+bool AudioEffectComponent::saveState(VNK::IByteSink& sink) const noexcept
+{
+    try {
+        const auto chunk = writeChunk(storedState());
+        return sink.write(chunk.data(), chunk.size());
+    } catch (...) {
+        return false;
+    }
+}
+
+bool AudioEffectComponent::loadState(const void* data, std::size_t bytes) noexcept
+{
+    try {
+        StoredState state;
+        return readChunk(data, bytes, state, refusal_) && restore(std::move(state));
+    } catch (...) {
+        refusal_.clear();
+        return false;
+    }
+}
+
+bool AudioEffectComponent::savePreset(const char* name, VNK::IByteSink& sink) const noexcept
+{
+    try {
+        auto state = storedState();
+        state.name = name;
+        const auto document = writePreset(state);
+        return sink.write(document.data(), document.size());
+    } catch (...) {
+        return false;
+    }
+}
+
+bool AudioEffectComponent::loadPreset(const void* data, std::size_t bytes) noexcept
+{
+    try {
+        StoredState state;
+        return readPreset(data, bytes, state, refusal_) && restore(std::move(state));
+    } catch (...) {
+        refusal_.clear();
+        return false;
+    }
+}
+
+/// Factory presets: resources/presets/PREFIX/*.fxpreset, by file name.
+void AudioEffectComponent::scanPrograms() const
+{
+    if (programsScanned_) return;
+    programsScanned_ = true;
+    const auto folder = resourcesFolder() + "/presets/" + traits_.viewPrefix;
+    for (const auto& file : VNK::listFiles(folder.c_str(), ".fxpreset")) {
+        const auto slash = file.find_last_of('/') + 1;
+        programs_.emplace_back(file.substr(slash, file.size() - slash - 9), file);
+    }
+}
+
+std::int32_t AudioEffectComponent::countPrograms() const noexcept
+{
+    try {
+        scanPrograms();
+    } catch (...) {
+        return 0;
+    }
+    return static_cast<std::int32_t>(programs_.size());
+}
+
+const char* AudioEffectComponent::programTitle(std::int32_t index) const noexcept
+{
+    if (index < 0 || index >= countPrograms()) return nullptr;
+    return programs_[static_cast<std::size_t>(index)].first.c_str();
+}
+
+bool AudioEffectComponent::loadProgram(std::int32_t index) noexcept
+{
+    if (!programTitle(index)) return false;
+    try {
+        std::string text;
+        return VNK::readFile(programs_[static_cast<std::size_t>(index)].second.c_str(),
+                             kLargestPreset, text, refusal_) &&
+               loadPreset(text.data(), text.size());
+    } catch (...) {
+        return false;
+    }
+}
+
+} // namespace quillworks

@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: ISC
+#include "framework/effect_algorithm.h"
+
+#include <cmath>
+
+#include "dsp/flush_denormals.h"
+#include "dsp/vec.h"
+
+namespace quillworks {
+namespace {
+
+constexpr Tag kBypassTag = "Bypa"_tag;
+
+/// `samples` at most what a host can be told short of "endless".
+std::uint32_t reported(std::uint32_t samples, bool bypassed) { return bypassed ? 0 : samples; }
+
+} // namespace
+
+/// Buffers of one precision: what the input was, for bypass and for channels that change places, and
+/// channels that the host has no output for.
+template <typename T> struct AudioEffectAlgorithm::Scratch {
+    Scratch(int channels, int maxFrames)
+        : frames(static_cast<std::size_t>(maxFrames)),
+          dry(frames * static_cast<std::size_t>(channels)),
+          spare(frames * static_cast<std::size_t>(channels)), silence(frames)
+    {}
+
+    T* dryOf(int c) noexcept { return dry.data() + frames * static_cast<std::size_t>(c); }
+    T* spareOf(int c) noexcept { return spare.data() + frames * static_cast<std::size_t>(c); }
+
+    std::size_t frames;
+    std::vector<T> dry, spare, silence;
+};
+
+AudioEffectAlgorithm::AudioEffectAlgorithm(const SlotLayout& layout)
+    : crossing_(layout.isTrigger), tags_(layout.parameterTags), meters_(layout.meters)
+{}
+
+AudioEffectAlgorithm::~AudioEffectAlgorithm() = default;
+
+bool AudioEffectAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
+                                              const VNK::SpeakerArrangement& output) const noexcept
+{
+    return input == output && input.channels >= 1 && input.channels <= VNK::kMaxChannels;
+}
+
+bool AudioSynthAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement&,
+                                             const VNK::SpeakerArrangement& output) const noexcept
+{
+    return output.channels >= 1 && output.channels <= VNK::kMaxChannels;
+}
+
+bool AudioEffectAlgorithm::setSpeakerArrangement(const VNK::SpeakerArrangement& input,
+                                                 const VNK::SpeakerArrangement& output) noexcept
+{
+    if (!acceptsArrangement(input, output)) return false;
+    const bool changes = !(input == input_ && output == output_);
+    input_ = input;
+    output_ = output;
+    isPrepared_ = false;
+    tellOwner(changes ? "speakerTypeChanged" : nullptr);
+    return true;
+}
+
+void AudioEffectAlgorithm::setPrecision(VNK::Precision precision) noexcept
+{
+    if (precision == precision_) return;
+    precision_ = precision;
+    isPrepared_ = false;
+}
+
+bool AudioEffectAlgorithm::setSampleRate(std::int32_t maxFrames, double sampleRate) noexcept
+{
+    isPrepared_ = false;
+    if (!(sampleRate >= 1 && sampleRate <= 2e6) || maxFrames < 1) return false;
+    try {
+        ProcessSpec spec;
+        spec.sampleRate = sampleRate;
+        spec.maxFrames = maxFrames;
+        spec.channels = std::max(input_.channels, output_.channels);
+        spec.layout = output_;
+        spec.inputLayout = input_;
+        floatScratch_.reset();
+        doubleScratch_.reset();
+        if (precision_ == VNK::Precision::Float)
+            floatScratch_ = std::make_unique<Scratch<float>>(spec.channels, maxFrames);
+        else
+            doubleScratch_ = std::make_unique<Scratch<double>>(spec.channels, maxFrames);
+        // What was set while the host was not processing is in force from now on.
+        takeParameters();
+        prepareCore(spec, precision_);
+        spec_ = spec;
+    } catch (...) {
+        return false;
+    }
+    bypass_.prepare(sampleRate);
+    tempoSeen_ = 0;
+    isPrepared_ = true;
+    setCoreWetOnly(wetOnlySeen_);
+    reset();
+    tellOwner(nullptr);
+    return true;
+}
+
+void AudioEffectAlgorithm::reset() noexcept
+{
+    if (!isPrepared_) return;
+    isFresh_ = true;
+    takeParameters();
+    applyChanges();
+    restartCore();
+    bypass_.snap();
+}
+
+void AudioEffectAlgorithm::restartCore() noexcept
+{
+    resetCore();
+    gridPhase_ = 0;
+}
+
+void AudioEffectAlgorithm::setSideChainActive(bool active) noexcept
+{
+    active = active && hasSideChain();
+    if (active == sideChainActive_) return;
+    sideChainActive_ = active;
+    tellOwner("sideChainActivated");
+}
+
+void AudioEffectAlgorithm::setWetOnly(bool wetOnly) noexcept
+{
+    if (wetOnly_.exchange(wetOnly, std::memory_order_relaxed) != wetOnly)
+        tellOwner("wetLockChanged");
+}
+
+void AudioEffectAlgorithm::tellOwner(const char* message) noexcept
+{
+    if (owner_) owner_->setupChanged(message);
+}
+
+void AudioEffectAlgorithm::setTempo(double beatsPerMinute) noexcept
+{
+    if (std::isfinite(beatsPerMinute) && beatsPerMinute > 0)
+        tempo_ = std::clamp(beatsPerMinute, 10.0, 400.0);
+}
+
+void AudioEffectAlgorithm::setTransport(const VNK::Transport& transport) noexcept
+{
+    transport_ = transport;
+    setTempo(transport.tempo);
+}
+
+bool AudioEffectAlgorithm::setDelays(std::uint32_t latency, std::uint32_t tail,
+                                     bool bypassed) noexcept
+{
+    const auto latencyBefore = getLatency(), tailBefore = getTailLength();
+    ownLatency_.store(latency, std::memory_order_relaxed);
+    ownTail_.store(tail, std::memory_order_relaxed);
+    reportsBypassed_.store(bypassed, std::memory_order_relaxed);
+    return getLatency() != latencyBefore || getTailLength() != tailBefore;
+}
+
+std::uint32_t AudioEffectAlgorithm::getLatency() const noexcept
+{
+    return reported(ownLatency_.load(std::memory_order_relaxed),
+                    reportsBypassed_.load(std::memory_order_relaxed));
+}
+
+std::uint32_t AudioEffectAlgorithm::getTailLength() const noexcept
+{
+    return reported(ownTail_.load(std::memory_order_relaxed),
+                    reportsBypassed_.load(std::memory_order_relaxed));
+}
+
+void AudioEffectAlgorithm::takeParameters() noexcept
+{
+    crossing_.drain([this](std::size_t slot, float value) {
+        if (tags_[slot] == kBypassTag) bypass_.set(value != 0);
+        else setParameter(tags_[slot], value);
+    });
+}
+
+void AudioEffectAlgorithm::process(const VNK::ProcessData& data) noexcept
+{
+    if (!isPrepared_ || data.frames <= 0) return;
+    const FlushDenormals flush;
+    takeParameters();
+    if (const bool wetOnly = isWetOnly(); wetOnly != wetOnlySeen_) {
+        wetOnlySeen_ = wetOnly;
+        setCoreWetOnly(wetOnly);
+    }
+    if (tempo_ != tempoSeen_) {
+        tempoSeen_ = tempo_;
+        setCoreTempo(tempo_);
+    }
+    applyChanges();
+    if (isFresh_) { // what was set since the reset is in force from the first sample: nothing glides
+        restartCore();
+        bypass_.snap();
+        isFresh_ = false;
+    }
+    if (precision_ == VNK::Precision::Float) processAs(data, *floatScratch_);
+    else processAs(data, *doubleScratch_);
+    if (!bypass_.isOff()) publish(meters_);
+    transport_ = {};
+}
+
+template <typename T>
+void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& scratch) noexcept
+{
+    const int channels = spec_.channels;
+    const int inputs = takesInput() ? std::min(data.inputChannels, channels) : 0;
+    const int outputs = std::min(data.outputChannels, channels);
+    // A host may hand the input of one channel as the output of another.
+    bool crosses = false;
+    for (int i = 0; i < inputs; ++i)
+        for (int o = 0; o < outputs; ++o)
+            crosses |= i != o && data.inputs[i] == data.outputs[o];
+
+    T* channel[VNK::kMaxChannels];
+    const T* side[VNK::kMaxChannels];
+    AudioBlock<T> piece;
+    piece.channel = channel;
+    piece.channels = channels;
+    piece.inputChannels = inputs;
+    piece.outputChannels = outputs;
+    piece.sideChain = side;
+    piece.transport = &transport_;
+    for (int done = 0; done < data.frames; done += piece.frames) {
+        piece.frames = std::min(data.frames - done, spec_.maxFrames);
+        const auto input = [&](int c) { return static_cast<const T*>(data.inputs[c]) + done; };
+        if (crosses)
+            for (int c = 0; c < inputs; ++c) vec::copy(scratch.dryOf(c), input(c), piece.frames);
+        for (int c = 0; c < channels; ++c) {
+            channel[c] = c < outputs ? static_cast<T*>(data.outputs[c]) + done : scratch.spareOf(c);
+            if (c >= inputs) vec::clear(channel[c], piece.frames);
+            else if (crosses) vec::copy(channel[c], scratch.dryOf(c), piece.frames);
+            else if (channel[c] != input(c)) vec::copy(channel[c], input(c), piece.frames);
+        }
+        if (sideChainActive_) {
+            const bool isFed = data.sideChain && data.sideChainChannels > 0;
+            piece.sideChainChannels = isFed ? std::min(data.sideChainChannels, VNK::kMaxChannels) : 1;
+            for (int c = 0; c < piece.sideChainChannels; ++c)
+                side[c] = isFed ? static_cast<const T*>(data.sideChain[c]) + done
+                                : scratch.silence.data();
+        }
+        processPiece(piece, scratch);
+        if (transport_.frameKnown) transport_.frame += piece.frames;
+        if (transport_.positionKnown && transport_.playing)
+            transport_.quarterNotes += piece.frames / spec_.sampleRate * tempo_ / 60;
+    }
+}
+
+template <typename T>
+void AudioEffectAlgorithm::processPiece(AudioBlock<T> piece, Scratch<T>& scratch) noexcept
+{
+    const auto latency = static_cast<int>(ownLatency_.load(std::memory_order_relaxed));
+    if (bypass_.startsAfresh(latency)) restartCore();
+    if (bypass_.isOn()) return runCore(piece);
+    if (bypass_.isOff()) return;
+
+    const int heard = piece.outputChannels;
+    for (int c = 0; c < heard; ++c) vec::copy(scratch.dryOf(c), piece[c], piece.frames);
+    runCore(piece);
+    for (int done = 0; done < piece.frames;) {
+        const int n = bypass_.run(piece.frames - done);
+        const auto w = bypass_.advance(n);
+        for (int c = 0; c < heard; ++c) {
+            T* const out = piece[c] + done;
+            const T* const dry = scratch.dryOf(c) + done;
+            if (w.from == 1 && w.to == 1) continue;
+            if (w.from == 0 && w.to == 0) {
+                vec::copy(out, dry, n);
+                continue;
+            }
+            vec::subInplace(out, dry, n);
+            vec::rampGain(out, T(w.from), T(w.to), n);
+            vec::addInplace(out, dry, n);
+        }
+        done += n;
+    }
+}
+
+template <typename T> void AudioEffectAlgorithm::runCore(AudioBlock<T>& block) noexcept
+{
+    block.phase = gridPhase_;
+    processCore(block);
+    gridPhase_ = (gridPhase_ + block.frames) % kSubBlock;
+}
+
+} // namespace quillworks

@@ -1,0 +1,340 @@
+// SPDX-License-Identifier: ISC
+#include "framework/effect_component.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "framework/resources.h"
+#include "vnk/file.h"
+
+namespace quillworks {
+namespace {
+
+constexpr const char* kTree[] = {"DeviceRootUnit", "UnitParameter", "BypassParameter",
+                                 "Program List"};
+constexpr const char* kUnnamed = "(Unnamed)";
+constexpr Tag kEditorOpen = "Edit"_tag;
+
+template <class V> const V* find(const auto& attributes, const char* key) noexcept
+{
+    const auto at = attributes.find(std::string_view(key));
+    return at == attributes.end() ? nullptr : std::get_if<V>(&at->second.value);
+}
+
+} // namespace
+
+AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm,
+                                           AlgorithmParameterList list, EffectTraits traits)
+    : algorithm_(VNK::Ref<AudioEffectAlgorithm>::share(&algorithm)), list_(std::move(list)),
+      traits_(std::move(traits)),
+      values_(std::make_unique<Value[]>(list_.parameters().size()))
+{
+    for (std::int32_t i = 0; i < countParameters(); ++i) {
+        valueAt(i).value = at(i).defaultValue;
+        if (at(i).has(VNK::isBypass)) bypassIndex_ = i;
+    }
+    for (const char* view : traits_.views)
+        viewNames_.push_back(std::string(traits_.viewPrefix) + "/" + view);
+    publishAttribute("remotepages", std::string(traits_.viewPrefix));
+    algorithm_->setOwner(this);
+    setupChanged(nullptr);
+}
+
+AudioEffectComponent::~AudioEffectComponent() { algorithm_->setOwner(nullptr); }
+
+void AudioEffectComponent::identify(const VNK::UID& classId, const char* name)
+{
+    classId_ = classId;
+    name_ = name;
+    updateDelays(); // the effect is complete now and can say what its delays are
+}
+
+std::int32_t AudioEffectComponent::countParameters() const noexcept
+{
+    return static_cast<std::int32_t>(list_.parameters().size());
+}
+
+bool AudioEffectComponent::getParameter(std::int32_t index, VNK::ParameterInfo& info) const noexcept
+{
+    if (!has(index)) return false;
+    const auto& p = at(index);
+    info = {.key = p.key.c_str(),
+            .tag = p.tag,
+            .title = p.title,
+            .shortTitle = *p.notes.shortTitle ? p.notes.shortTitle : p.title,
+            .group = p.notes.group,
+            .help = p.notes.help,
+            .unitKey = p.unit,
+            .unit = AlgorithmParameterFormatter::unitText(p),
+            .drivenBy = p.notes.drivenBy,
+            .kind = p.kind,
+            .minimum = p.minimum,
+            .maximum = p.maximum,
+            .defaultValue = p.defaultValue,
+            .flags = p.flags,
+            .index = p.index,
+            .choices = static_cast<std::int32_t>(p.notes.texts.size()),
+            .logarithmic = p.curve->law == Curve::Law::Logarithmic};
+    return true;
+}
+
+std::int32_t AudioEffectComponent::findParameter(const char* key) const noexcept
+{
+    return list_.find(key);
+}
+
+float AudioEffectComponent::getValue(std::int32_t index) const noexcept
+{
+    if (!has(index)) return 0;
+    const auto& p = at(index);
+    return p.meter >= 0 ? algorithm_->meters().read(static_cast<std::size_t>(p.meter))
+                        : valueAt(index).value.load(std::memory_order_relaxed);
+}
+
+float AudioEffectComponent::value(const char* key) const noexcept
+{
+    return getValue(list_.find(key));
+}
+
+void AudioEffectComponent::store(std::int32_t index, float value) noexcept
+{
+    const auto& p = at(index);
+    auto& v = valueAt(index);
+    if (!p.has(VNK::isTrigger)) v.value.store(value, std::memory_order_relaxed);
+    v.changes.fetch_add(1, std::memory_order_relaxed);
+    algorithm_->crossing().write(static_cast<std::size_t>(p.slot), forwarded(p, value));
+}
+
+bool AudioEffectComponent::setValue(std::int32_t index, float value) noexcept
+{
+    if (!has(index) || !std::isfinite(value) || at(index).has(VNK::isReadOnly)) return false;
+    if (groupEdits_ > 0 && !valueAt(index).inGroup) {
+        valueAt(index).inGroup = true;
+        beginEdit(at(index).tag);
+    }
+    const float before = getValue(index);
+    store(index, at(index).limited(value));
+    changed(at(index), before);
+    updateDelays();
+    return true;
+}
+
+void AudioEffectComponent::setAt(int index, float value) noexcept
+{
+    if (setValue(index, value) && listener_) listener_->parameterChanged(index);
+}
+
+void AudioEffectComponent::command(Tag tag, float value) noexcept
+{
+    if (const int slot = list_.commandSlot(tag); slot >= 0)
+        algorithm_->crossing().write(static_cast<std::size_t>(slot), value);
+}
+
+float AudioEffectComponent::toNormalized(std::int32_t index, float value) const noexcept
+{
+    if (!has(index)) return 0;
+    const auto& p = at(index);
+    return p.curve->toPosition(p.limited(value), p.minimum, p.maximum);
+}
+
+float AudioEffectComponent::fromNormalized(std::int32_t index, float position) const noexcept
+{
+    if (!has(index)) return 0;
+    const auto& p = at(index);
+    if (p.kind == VNK::ValueKind::Toggle) return position >= 0.5f ? 1.0f : 0.0f;
+    return p.limited(p.curve->toValue(position, p.minimum, p.maximum));
+}
+
+std::int32_t AudioEffectComponent::valueToText(std::int32_t index, float value, char* text,
+                                               std::int32_t size) const noexcept
+{
+    try {
+        if (!has(index)) return 0;
+        const std::string s = AlgorithmParameterFormatter::text(at(index), value);
+        if (text && size > 0) {
+            const auto n = std::min(s.size(), static_cast<std::size_t>(size) - 1);
+            std::memcpy(text, s.data(), n);
+            text[n] = 0;
+        }
+        return static_cast<std::int32_t>(s.size());
+    } catch (...) {
+        return 0;
+    }
+}
+
+bool AudioEffectComponent::textToValue(std::int32_t index, const char* text,
+                                       float& value) const noexcept
+{
+    return has(index) && text && AlgorithmParameterFormatter::value(at(index), text, value);
+}
+
+const char* AudioEffectComponent::choiceText(std::int32_t index, std::int32_t step) const noexcept
+{
+    if (!has(index) || step < 0) return nullptr;
+    const auto& texts = at(index).notes.texts;
+    const auto i = static_cast<std::size_t>(step);
+    return i < texts.size() ? texts[i] : nullptr;
+}
+
+std::uint32_t AudioEffectComponent::changeCount(std::int32_t index) const noexcept
+{
+    return has(index) ? valueAt(index).changes.load(std::memory_order_relaxed) : 0;
+}
+
+void AudioEffectComponent::beginEdit(Tag tag) noexcept
+{
+    const int index = list_.findTag(tag);
+    if (index >= 0 && valueAt(index).holds++ == 0 && listener_) listener_->editBegun(index);
+}
+
+void AudioEffectComponent::endEdit(Tag tag) noexcept
+{
+    const int index = list_.findTag(tag);
+    if (index < 0 || valueAt(index).holds == 0) return;
+    if (--valueAt(index).holds == 0 && listener_) listener_->editEnded(index);
+}
+
+void AudioEffectComponent::beginGroupEdit() noexcept { ++groupEdits_; }
+
+void AudioEffectComponent::endGroupEdit() noexcept
+{
+    if (groupEdits_ == 0 || --groupEdits_ > 0) return;
+    for (std::int32_t i = 0; i < countParameters(); ++i)
+        if (std::exchange(valueAt(i).inGroup, false)) endEdit(at(i).tag);
+}
+
+std::int32_t AudioEffectComponent::countMeters() const noexcept
+{
+    return static_cast<std::int32_t>(shownMeters_.size());
+}
+
+bool AudioEffectComponent::getMeter(std::int32_t index, VNK::MeterInfo& info) const noexcept
+{
+    if (index < 0 || index >= countMeters()) return false;
+    const auto& m = list_.meters()[static_cast<std::size_t>(
+        shownMeters_[static_cast<std::size_t>(index)])];
+    info = {.key = m.key.c_str(),
+            .tag = m.tag,
+            .title = m.title,
+            .unit = m.unit,
+            .minimum = m.minimum,
+            .maximum = m.maximum,
+            .index = m.index};
+    return true;
+}
+
+float AudioEffectComponent::readMeter(std::int32_t index) const noexcept
+{
+    if (index < 0 || index >= countMeters()) return 0;
+    const auto shown = static_cast<std::size_t>(shownMeters_[static_cast<std::size_t>(index)]);
+    return algorithm_->meters().read(static_cast<std::size_t>(list_.meters()[shown].meter));
+}
+
+void AudioEffectComponent::setEditorOpen(bool open) noexcept
+{
+    command(kEditorOpen, open ? 1.0f : 0.0f);
+}
+
+void AudioEffectComponent::setupChanged(const char* message) noexcept
+{
+    const auto& spec = algorithm_->outputLayout();
+    channels_ = spec.channels;
+    try {
+        publishAttribute("speakerchannels", static_cast<std::int64_t>(spec.bits()));
+        publishAttribute("speakernames", spec.names());
+        publishAttribute("channelcount", std::int64_t{spec.channels});
+        publishAttribute("inputchannelcount", std::int64_t{algorithm_->inputLayout().channels});
+        publishAttribute("inputspeakernames", algorithm_->inputLayout().names());
+        publishAttribute("sideChainActive", std::int64_t{algorithm_->isSideChainActive()});
+        shownMeters_.clear();
+        for (std::size_t i = 0; i < list_.meters().size(); ++i)
+            if (const auto& m = list_.meters()[i]; !m.perChannel || m.index < channels_)
+                shownMeters_.push_back(static_cast<int>(i));
+    } catch (...) { // out of memory: the old attributes stay
+    }
+    updateDelays();
+    if (message) tell(message);
+}
+
+void AudioEffectComponent::updateDelays() noexcept
+{
+    const Delays d = delays(sampleRate());
+    const bool bypassed = bypassIndex_ >= 0 && getValue(bypassIndex_) != 0;
+    if (algorithm_->setDelays(d.latency, d.tail, bypassed)) tell("processSetupChanged");
+}
+
+void AudioEffectComponent::tell(const char* message) noexcept
+{
+    if (listener_) listener_->message(message);
+}
+
+void AudioEffectComponent::declareAttribute(const char* key, std::int64_t value, bool isStored)
+{
+    attributes_[key] = {value, true, isStored};
+}
+
+void AudioEffectComponent::publishAttribute(const char* key, AttributeValue value)
+{
+    attributes_[key].value = std::move(value);
+}
+
+bool AudioEffectComponent::getInteger(const char* key, std::int64_t& value) const noexcept
+{
+    const auto* found = find<std::int64_t>(attributes_, key);
+    if (found) value = *found;
+    return found != nullptr;
+}
+
+bool AudioEffectComponent::getFloat(const char* key, float& value) const noexcept
+{
+    const auto* found = find<float>(attributes_, key);
+    if (found) value = *found;
+    return found != nullptr;
+}
+
+const char* AudioEffectComponent::getString(const char* key) const noexcept
+{
+    const auto* found = find<std::string>(attributes_, key);
+    return found ? found->c_str() : nullptr;
+}
+
+bool AudioEffectComponent::setInteger(const char* key, std::int64_t value) noexcept
+{
+    const auto at = attributes_.find(std::string_view(key));
+    if (at == attributes_.end() || !at->second.isSettable) return false;
+    auto* stored = std::get_if<std::int64_t>(&at->second.value);
+    if (!stored) return false;
+    if (std::exchange(*stored, value) != value) attributeChanged(at->first, value);
+    return true;
+}
+
+const char* AudioEffectComponent::viewName(std::int32_t index) const noexcept
+{
+    const auto i = static_cast<std::size_t>(index);
+    return index >= 0 && i < viewNames_.size() ? viewNames_[i].c_str() : nullptr;
+}
+
+const char* AudioEffectComponent::treeNode(std::int32_t index) const noexcept
+{
+    return index >= 0 && index < 4 ? kTree[index] : nullptr;
+}
+
+bool AudioEffectComponent::remotePages(VNK::IByteSink& sink) const noexcept
+{
+    try {
+        std::string text, reason;
+        const auto file = resourcesFolder() + "/controllers/" + traits_.viewPrefix + ".xml";
+        return VNK::readFile(file.c_str(), kLargestPreset, text, reason) &&
+               sink.write(text.data(), text.size());
+    } catch (...) {
+        return false;
+    }
+}
+
+const char* AudioEffectComponent::programName() const noexcept
+{
+    return programName_.empty() ? kUnnamed : programName_.c_str();
+}
+
+} // namespace quillworks

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: ISC
+// The main-thread half of an effect: parameters, presets, views, and the conversation with the host.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/effect_algorithm.h"
+#include "framework/parameter_list.h"
+#include "framework/stored_state.h"
+#include "vnk/effect.h"
+
+namespace quillworks {
+
+/// What a component says of itself beside its table.
+struct EffectTraits {
+    const char* viewPrefix; // "Compressor"; names views and controller page
+    std::vector<const char*> views = {"Editor", "Compact", "Micro"};
+    std::int64_t algorithmVersion = 1; // stored; older states pass migrate()
+};
+
+/// Delay and tail in samples, latency included in the tail; VNK::kEndlessTail for ever.
+struct Delays {
+    std::uint32_t latency = 0;
+    std::uint32_t tail = 0;
+};
+
+class AudioEffectComponent : public VNK::Object<VNK::IEffectComponent>, private AlgorithmOwner {
+public:
+    /// Publishes the rows of the table in their order and owns the algorithm from now on.
+    template <class S, std::size_t N>
+    AudioEffectComponent(AudioEffectAlgorithm& algorithm, const Parameter<S> (&rows)[N],
+                         EffectTraits traits)
+        : AudioEffectComponent(algorithm,
+                               AlgorithmParameterList(std::span<const Parameter<S>>(rows)),
+                               std::move(traits))
+    {}
+    ~AudioEffectComponent() override;
+
+    /// Class ID and display name, which presets carry. Called once by the create function.
+    void identify(const VNK::UID& classId, const char* name);
+
+    // The host's side; see vnk/effect.h.
+    VNK::IEffectAlgorithm* algorithm() noexcept final { return algorithm_.get(); }
+    std::int32_t countParameters() const noexcept final;
+    bool getParameter(std::int32_t index, VNK::ParameterInfo& info) const noexcept final;
+    std::int32_t findParameter(const char* key) const noexcept final;
+    float getValue(std::int32_t index) const noexcept final;
+    bool setValue(std::int32_t index, float value) noexcept final;
+    float toNormalized(std::int32_t index, float value) const noexcept final;
+    float fromNormalized(std::int32_t index, float position) const noexcept final;
+    std::int32_t valueToText(std::int32_t index, float value, char* text,
+                             std::int32_t size) const noexcept final;
+    bool textToValue(std::int32_t index, const char* text, float& value) const noexcept final;
+    const char* choiceText(std::int32_t index, std::int32_t step) const noexcept final;
+    std::uint32_t changeCount(std::int32_t index) const noexcept final;
+    void beginEdit(Tag tag) noexcept final;
+    void endEdit(Tag tag) noexcept final;
+    void beginGroupEdit() noexcept final;
+    void endGroupEdit() noexcept final;
+    std::int32_t countMeters() const noexcept final;
+    bool getMeter(std::int32_t index, VNK::MeterInfo& info) const noexcept final;
+    float readMeter(std::int32_t index) const noexcept final;
+    void setEditorOpen(bool open) noexcept final;
+    bool saveState(VNK::IByteSink& sink) const noexcept final;
+    bool loadState(const void* data, std::size_t bytes) noexcept final;
+    bool savePreset(const char* name, VNK::IByteSink& sink) const noexcept final;
+    bool loadPreset(const void* data, std::size_t bytes) noexcept final;
+    const char* refusalReason() const noexcept final { return refusal_.c_str(); }
+    std::int32_t countPrograms() const noexcept final;
+    const char* programTitle(std::int32_t index) const noexcept final;
+    bool loadProgram(std::int32_t index) noexcept final;
+    const char* programName() const noexcept final;
+    const char* treeNode(std::int32_t index) const noexcept final;
+    bool getInteger(const char* key, std::int64_t& value) const noexcept final;
+    bool getFloat(const char* key, float& value) const noexcept final;
+    const char* getString(const char* key) const noexcept final;
+    bool setInteger(const char* key, std::int64_t value) noexcept final;
+    const char* viewName(std::int32_t index) const noexcept final;
+    bool remotePages(VNK::IByteSink& sink) const noexcept final;
+    void setListener(VNK::IEffectListener* listener) noexcept final { listener_ = listener; }
+
+protected:
+    /// A value has been set, by the host or through set(), and forwarded; `before` is what it was.
+    /// For parameters that move others. Not called while a state is restored. Must not allocate:
+    /// automation comes from the audio thread.
+    virtual void changed(const AlgorithmParameter&, float /*before*/) noexcept {}
+    /// Brings a stored state up to date before it is applied. `state.algorithmVersion` is what the
+    /// state was stored with, if anything.
+    virtual void migrate(StoredState&) const {}
+    /// Delay and tail with the present values at a rate; asked after every change.
+    virtual Delays delays(double /*sampleRate*/) const noexcept { return {}; }
+    /// What the algorithm receives for a value; the row's conversion unless an effect has its own.
+    virtual float forwarded(const AlgorithmParameter& p, float value) const noexcept
+    {
+        return p.forward(value);
+    }
+    /// An attribute declared by the effect has been set to a new value.
+    virtual void attributeChanged(const std::string& /*key*/, std::int64_t /*value*/) noexcept {}
+
+    /// Present value of a parameter by key. The key must exist.
+    float value(const char* key) const noexcept;
+    bool isOn(const char* key) const noexcept { return value(key) != 0; }
+    /// Sets another parameter as the host would and tells the host.
+    void set(const char* key, float value) noexcept { setAt(list_.find(key), value); }
+    void setAt(int index, float value) noexcept;
+    /// Sends a command row's value to the algorithm.
+    void command(Tag tag, float value) noexcept;
+    /// Declares an attribute of ComponentData with its default; `isStored` in state and presets.
+    void declareAttribute(const char* key, std::int64_t value, bool isStored = true);
+    /// An attribute that hosts may read but not set.
+    void publishAttribute(const char* key, AttributeValue value);
+    const AudioEffectAlgorithm& effectAlgorithm() const noexcept { return *algorithm_; }
+    double sampleRate() const noexcept { return algorithm_->spec().sampleRate; }
+    int channels() const noexcept { return channels_; }
+    const AlgorithmParameterList& list() const noexcept { return list_; }
+    void tell(const char* message) noexcept;
+
+private:
+    struct Value {
+        std::atomic<float> value{0};
+        std::atomic<std::uint32_t> changes{0};
+        int holds = 0;           // nested beginEdit
+        bool inGroup = false;    // touched by the open group edit
+    };
+    struct Attribute {
+        AttributeValue value;
+        bool isSettable = false;
+        bool isStored = false;
+    };
+
+    AudioEffectComponent(AudioEffectAlgorithm& algorithm, AlgorithmParameterList list,
+                         EffectTraits traits);
+    bool has(std::int32_t index) const noexcept
+    {
+        return index >= 0 && index < countParameters();
+    }
+    const AlgorithmParameter& at(std::int32_t index) const noexcept
+    {
+        return list_.parameters()[static_cast<std::size_t>(index)];
+    }
+    Value& valueAt(std::int32_t index) const noexcept
+    {
+        return values_[static_cast<std::size_t>(index)];
+    }
+    void store(std::int32_t index, float value) noexcept;
+    void setupChanged(const char* message) noexcept override;
+    void updateDelays() noexcept;
+    StoredState storedState() const;
+    bool restore(StoredState state);
+    void scanPrograms() const;
+
+    VNK::Ref<AudioEffectAlgorithm> algorithm_;
+    AlgorithmParameterList list_;
+    EffectTraits traits_;
+    std::vector<std::string> viewNames_;
+    std::unique_ptr<Value[]> values_;
+    std::vector<int> shownMeters_; // of list_.meters(), those present with this channel count
+    std::map<std::string, Attribute, std::less<>> attributes_;
+    VNK::UID classId_;
+    std::string name_, programName_;
+    mutable std::string refusal_;
+    mutable std::vector<std::pair<std::string, std::string>> programs_; // title, file
+    mutable bool programsScanned_ = false;
+    VNK::IEffectListener* listener_ = nullptr;
+    int groupEdits_ = 0;
+    int bypassIndex_ = -1;
+    int channels_ = 2;
+};
+
+} // namespace quillworks

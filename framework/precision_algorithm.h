@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: ISC
+// Glue between the frame and a core that exists in both precisions.
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "framework/effect_algorithm.h"
+
+namespace quillworks {
+
+/// What an effect's core offers. Optional, found by name: setTempo(double), setWetOnly(bool),
+/// publish(MeterSlots&).
+template <class C>
+concept Core = requires(C core, const C& view, const ProcessSpec& spec,
+                        const typename C::Settings& settings, unsigned dirty) {
+    core.prepare(spec);                       // sizes buffers; may throw std::bad_alloc
+    { core.reset() } noexcept;                // clears state, smoothers take their targets
+    { core.apply(settings, dirty) } noexcept; // derives coefficients of the groups in `dirty`
+};
+
+/// Keeps one core alive, float or double, by the precision of the host. Values arrive by the rows of
+/// the effect's table: a changed value is stored in its field and its groups are marked.
+template <template <typename> class CoreOf, class Base = AudioInsertAlgorithm>
+class PrecisionAlgorithm : public Base {
+public:
+    using Settings = typename CoreOf<float>::Settings;
+    static_assert(Core<CoreOf<float>> && Core<CoreOf<double>>);
+
+    explicit PrecisionAlgorithm(std::span<const Parameter<Settings>> rows)
+        : Base(SlotLayout::of(rows))
+    {
+        for (const auto& row : rows)
+            for (int i = 0; i < row.count(); ++i) {
+                if (row.isMeter()) continue;
+                byTag_.push_back({row.tag + static_cast<Tag>(i), i, &row});
+                if (float* field = fieldOf(row, i)) *field = row.forward(row.defaultAt(i));
+            }
+        std::sort(byTag_.begin(), byTag_.end(),
+                  [](const Entry& a, const Entry& b) { return a.tag < b.tag; });
+    }
+
+    void setParameter(Tag tag, float value) noexcept override
+    {
+        const auto at = std::lower_bound(byTag_.begin(), byTag_.end(), tag,
+                                         [](const Entry& e, Tag t) { return e.tag < t; });
+        if (at == byTag_.end() || at->tag != tag) return;
+        if (float* field = fieldOf(*at->row, at->index)) store(*field, value, at->row->dirty);
+        else markDirty(at->row->dirty);
+    }
+
+protected:
+    /// Stores a value and marks `groups` if it differs. For effects that couple parameters.
+    void store(float& field, float value, unsigned groups) noexcept
+    {
+        if (field == value) return;
+        field = value;
+        dirty_ |= groups;
+    }
+    void markDirty(unsigned groups) noexcept { dirty_ |= groups; }
+    Settings& settings() noexcept { return settings_; }
+    const Settings& settings() const noexcept { return settings_; }
+
+    /// f(core) on the core in use.
+    template <class F> void withCore(F&& f)
+    {
+        if (float_) f(*float_);
+        else if (double_) f(*double_);
+    }
+
+    void prepareCore(const ProcessSpec& spec, VNK::Precision precision) override
+    {
+        const bool wantsFloat = precision == VNK::Precision::Float;
+        if (wantsFloat) {
+            double_.reset();
+            if (!float_) float_ = std::make_unique<CoreOf<float>>();
+        } else {
+            float_.reset();
+            if (!double_) double_ = std::make_unique<CoreOf<double>>();
+        }
+        withCore([&](auto& core) {
+            core.prepare(spec);
+            core.apply(settings_, ~0u);
+        });
+        dirty_ = 0;
+    }
+    void resetCore() noexcept override
+    {
+        withCore([](auto& core) { core.reset(); });
+    }
+    void applyChanges() noexcept override
+    {
+        const unsigned dirty = std::exchange(dirty_, 0u);
+        if (dirty != 0) withCore([&](auto& core) { core.apply(settings_, dirty); });
+    }
+    void setCoreTempo(double beatsPerMinute) noexcept override
+    {
+        withCore([&](auto& core) {
+            if constexpr (requires { core.setTempo(beatsPerMinute); }) core.setTempo(beatsPerMinute);
+        });
+    }
+    void setCoreWetOnly(bool wetOnly) noexcept override
+    {
+        withCore([&](auto& core) {
+            if constexpr (requires { core.setWetOnly(wetOnly); }) core.setWetOnly(wetOnly);
+        });
+    }
+    void processCore(const AudioBlock<float>& block) noexcept override { float_->process(block); }
+    void processCore(const AudioBlock<double>& block) noexcept override { double_->process(block); }
+    void publish(MeterSlots& meters) noexcept override
+    {
+        withCore([&](auto& core) {
+            if constexpr (requires { core.publish(meters); }) core.publish(meters);
+        });
+    }
+
+private:
+    struct Entry {
+        Tag tag;
+        int index;
+        const Parameter<Settings>* row;
+    };
+
+    float* fieldOf(const Parameter<Settings>& row, int index) noexcept
+    {
+        if (row.family.element) return &row.family.element(settings_, index);
+        return row.field ? &(settings_.*row.field) : nullptr;
+    }
+
+    std::vector<Entry> byTag_;
+    Settings settings_{};
+    unsigned dirty_ = 0;
+    std::unique_ptr<CoreOf<float>> float_;
+    std::unique_ptr<CoreOf<double>> double_;
+};
+
+} // namespace quillworks

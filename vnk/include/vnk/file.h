@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: ISC
+// The part of the file system that the framework needs.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "vnk/export.h"
+
+namespace VNK {
+
+/// The whole of a regular file of at most `limit` bytes. False with a reason otherwise.
+VNK_API bool readFile(const char* path, std::size_t limit, std::string& content,
+                      std::string& reason);
+/// Writes beside the final name and renames, so that a failure leaves neither half a file nor a
+/// damaged old one.
+VNK_API bool writeFile(const char* path, const void* data, std::size_t bytes, std::string& reason);
+/// Paths of the regular files in a folder whose names end with `suffix`, sorted; empty without the
+/// folder.
+VNK_API std::vector<std::string> listFiles(const char* folder, const char* suffix);
+
+} // namespace VNK

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: ISC
+#include "vnk/file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <unistd.h>
+
+namespace VNK {
+namespace {
+
+using FileHandle = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+std::string systemReason() { return std::strerror(errno); }
+
+} // namespace
+
+bool readFile(const char* path, std::size_t limit, std::string& content, std::string& reason)
+{
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (!std::filesystem::exists(status)) return reason = "there is no such file", false;
+    if (!std::filesystem::is_regular_file(status)) return reason = "it is not a file", false;
+    const FileHandle file(std::fopen(path, "rb"), std::fclose);
+    if (!file) return reason = systemReason(), false;
+    std::string read;
+    char buffer[65536];
+    while (const auto n = std::fread(buffer, 1, sizeof buffer, file.get())) {
+        if (read.size() + n > limit)
+            return reason = "it is larger than " + std::to_string(limit) + " bytes", false;
+        read.append(buffer, n);
+    }
+    if (std::ferror(file.get())) return reason = systemReason(), false;
+    content = std::move(read);
+    return true;
+}
+
+bool writeFile(const char* path, const void* data, std::size_t bytes, std::string& reason)
+{
+    const std::string temporary = std::string(path) + ".part-" + std::to_string(::getpid());
+    {
+        FileHandle file(std::fopen(temporary.c_str(), "wb"), std::fclose);
+        if (!file) return reason = systemReason(), false;
+        bool good = std::fwrite(data, 1, bytes, file.get()) == bytes;
+        if (!good) reason = systemReason();
+        if (std::fclose(file.release()) != 0 && good) {
+            reason = systemReason();
+            good = false;
+        }
+        if (good && std::rename(temporary.c_str(), path) == 0) return true;
+        if (good) reason = systemReason();
+    }
+    std::remove(temporary.c_str());
+    return false;
+}
+
+std::vector<std::string> listFiles(const char* folder, const char* suffix)
+{
+    namespace fs = std::filesystem;
+    std::vector<std::string> paths;
+    std::error_code error;
+    for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
+        const std::string path = at->path().string();
+        if (path.ends_with(suffix) && at->is_regular_file(error)) paths.push_back(path);
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+} // namespace VNK
