@@ -6,13 +6,13 @@
 
 namespace quillworks {
 
-inline constexpr int kSubBlock = 32; // frames
+inline constexpr int kSubBlock = 32;  // frames
 
 /// A run of frames within one sub-block (frames <= kSubBlock - phase), or a longer run that starts
 /// at `phase`.
 struct GridSlice {
     int frames = 0;
-    int phase = 0; // frames of the open sub-block already processed, 0 .. 31
+    int phase = 0;  // frames of the open sub-block already processed, 0 .. 31
 
     /// Whether a sub-block begins here: smoothed values and modulation advance now.
     bool begins() const noexcept { return phase == 0; }
@@ -25,8 +25,8 @@ template <typename T> struct Ramp {
     bool isConstant() const noexcept { return from == to; }
 };
 
-/// The piece that `slice` covers of a ramp over a whole sub-block; the ends of the sub-block are met
-/// exactly.
+/// The piece that `slice` covers of a ramp over a whole sub-block; the ends of the sub-block are
+/// met exactly.
 template <typename T> Ramp<T> rampSlice(Ramp<T> whole, GridSlice slice) noexcept
 {
     if (whole.isConstant()) return whole;
@@ -36,4 +36,4 @@ template <typename T> Ramp<T> rampSlice(Ramp<T> whole, GridSlice slice) noexcept
             end == kSubBlock ? whole.to : whole.from + step * T(end)};
 }
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -18,10 +18,13 @@ template <typename T> T gainToDb(T x) noexcept
 }
 
 /// 10^(dB / 20).
-template <typename T> T dbToGain(T db) noexcept { return std::pow(T(10), db * T(0.05)); }
+template <typename T> T dbToGain(T db) noexcept
+{
+    return std::pow(T(10), db * T(0.05));
+}
 
-/// Coefficient c of a follower s = x + c (s - x) with time constant `seconds`: exp(-2 pi / (rate t)),
-/// limited to 0 .. 1; 0 (no smoothing) for times that are not above 0.
+/// Coefficient c of a follower s = x + c (s - x) with time constant `seconds`: exp(-2 pi / (rate
+/// t)), limited to 0 .. 1; 0 (no smoothing) for times that are not above 0.
 inline double followerCoefficient(double sampleRate, double seconds) noexcept
 {
     if (!(seconds > 0)) return 0;
@@ -34,4 +37,4 @@ inline double halfLifeFactor(double updates) noexcept
     return updates > 0 ? std::exp2(-1 / updates) : 0;
 }
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -19,9 +19,12 @@ public:
 #if defined(__SSE2__)
     FlushDenormals() noexcept : saved_(_mm_getcsr())
     {
-        _mm_setcsr(saved_ | 0x8040u); // flush to zero, denormals are zero
+        _mm_setcsr(saved_ | 0x8040u);  // flush to zero, denormals are zero
     }
-    ~FlushDenormals() { _mm_setcsr(saved_); }
+    ~FlushDenormals()
+    {
+        _mm_setcsr(saved_);
+    }
 
 private:
     unsigned saved_;
@@ -31,7 +34,10 @@ private:
         asm volatile("mrs %0, fpcr" : "=r"(saved_));
         asm volatile("msr fpcr, %0" ::"r"(saved_ | (std::uint64_t{1} << 24)));
     }
-    ~FlushDenormals() { asm volatile("msr fpcr, %0" ::"r"(saved_)); }
+    ~FlushDenormals()
+    {
+        asm volatile("msr fpcr, %0" ::"r"(saved_));
+    }
 
 private:
     std::uint64_t saved_;
@@ -40,4 +46,4 @@ private:
 #endif
 };
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -47,4 +47,4 @@ private:
     T tolerance_ = T(1e-6);
 };
 
-} // namespace quillworks
+}  // namespace quillworks

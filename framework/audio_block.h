@@ -11,9 +11,9 @@ namespace quillworks {
 
 struct ProcessSpec {
     double sampleRate = 44100;
-    int maxFrames = 0;            // longest block that process() gets
-    int channels = 0;             // of the block: the larger of input and output
-    VNK::SpeakerArrangement layout; // of the output
+    int maxFrames = 0;               // longest block that process() gets
+    int channels = 0;                // of the block: the larger of input and output
+    VNK::SpeakerArrangement layout;  // of the output
     VNK::SpeakerArrangement inputLayout;
 };
 
@@ -21,12 +21,13 @@ struct ProcessSpec {
 template <typename T> struct AudioBlock : GridSlice {
     T* const* channel = nullptr;
     int channels = 0;
-    int inputChannels = 0; // of `channels`, those that hold input
-    int outputChannels = 0; // of `channels`, those that the host hears
+    int inputChannels = 0;   // of `channels`, those that hold input
+    int outputChannels = 0;  // of `channels`, those that the host hears
     const T* const* sideChain = nullptr;
-    int sideChainChannels = 0; // 0 while the bus is not connected
-    int offset = 0;            // first frame of this slice in the buffers
-    const VNK::Transport* transport = nullptr; // of the first frame of the host's block, never null
+    int sideChainChannels = 0;  // 0 while the bus is not connected
+    int offset = 0;             // first frame of this slice in the buffers
+    const VNK::Transport* transport =
+        nullptr;  // of the first frame of the host's block, never null
 
     T* operator[](int c) const noexcept { return channel[c] + offset; }
     const T* side(int c) const noexcept { return sideChain[c] + offset; }
@@ -53,4 +54,4 @@ template <typename T, class F> void forEachSubBlock(const AudioBlock<T>& block, 
     }
 }
 
-} // namespace quillworks
+}  // namespace quillworks

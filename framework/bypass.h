@@ -66,11 +66,11 @@ public:
 private:
     double weight() const noexcept { return double(position_) / length_; }
 
-    int length_ = 1;   // frames of a whole fade
-    int position_ = 1; // frames faded in
-    int warmUp_ = 0;   // frames the core still runs unheard
+    int length_ = 1;    // frames of a whole fade
+    int position_ = 1;  // frames faded in
+    int warmUp_ = 0;    // frames the core still runs unheard
     bool bypassed_ = false;
     bool running_ = true;
 };
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -133,4 +133,4 @@ bool AudioEffectComponent::loadProgram(std::int32_t index) noexcept
     }
 }
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -11,15 +11,30 @@ using Conversion = float (*)(float);
 
 namespace conversion {
 
-inline float asIs(float x) { return x; }
+inline float asIs(float x)
+{
+    return x;
+}
 /// Decibels to linear factor, 10^(dB / 20).
-inline float decibels(float db) { return static_cast<float>(std::pow(10.0, double(db) * 0.05)); }
+inline float decibels(float db)
+{
+    return static_cast<float>(std::pow(10.0, double(db) * 0.05));
+}
 /// Milliseconds to seconds.
-inline float milliseconds(float ms) { return ms * 0.001f; }
+inline float milliseconds(float ms)
+{
+    return ms * 0.001f;
+}
 /// Percent to fraction.
-inline float percent(float x) { return x * 0.01f; }
+inline float percent(float x)
+{
+    return x * 0.01f;
+}
 /// Ratio R to slope S = 1 - 1/R.
-inline float ratioToSlope(float r) { return 1 - 1 / r; }
+inline float ratioToSlope(float r)
+{
+    return 1 - 1 / r;
+}
 
-} // namespace conversion
-} // namespace quillworks
+}  // namespace conversion
+}  // namespace quillworks

@@ -13,7 +13,7 @@ double exponentFor(double middle, double min, double max)
     return std::log((middle - min) / (max - min)) / std::log(0.5);
 }
 
-} // namespace
+}  // namespace
 
 float Curve::toPosition(float value, float min, float max) const noexcept
 {
@@ -22,16 +22,19 @@ float Curve::toPosition(float value, float min, float max) const noexcept
     const double lo = min, hi = max;
     const double linear = (v - lo) / (hi - lo);
     switch (law) {
-    case Law::Logarithmic: return static_cast<float>(std::log(v / lo) / std::log(hi / lo));
-    case Law::Middle: return static_cast<float>(std::pow(linear, 1 / exponentFor(middle, lo, hi)));
-    case Law::Linear: break;
+    case Law::Logarithmic:
+        return static_cast<float>(std::log(v / lo) / std::log(hi / lo));
+    case Law::Middle:
+        return static_cast<float>(std::pow(linear, 1 / exponentFor(middle, lo, hi)));
+    case Law::Linear:
+        break;
     }
     return static_cast<float>(linear);
 }
 
 float Curve::toValue(float position, float min, float max) const noexcept
 {
-    if (!(position > 0)) return min; // not-a-number included
+    if (!(position > 0)) return min;  // not-a-number included
     if (position >= 1) return max;
     const double p = position, lo = min, hi = max;
     double v = lo + (hi - lo) * p;
@@ -40,4 +43,4 @@ float Curve::toValue(float position, float min, float max) const noexcept
     return std::clamp(static_cast<float>(v), min, max);
 }
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -12,17 +12,21 @@ namespace {
 constexpr Tag kBypassTag = "Bypa"_tag;
 
 /// `samples` at most what a host can be told short of "endless".
-std::uint32_t reported(std::uint32_t samples, bool bypassed) { return bypassed ? 0 : samples; }
+std::uint32_t reported(std::uint32_t samples, bool bypassed)
+{
+    return bypassed ? 0 : samples;
+}
 
-} // namespace
+}  // namespace
 
-/// Buffers of one precision: what the input was, for bypass and for channels that change places, and
-/// channels that the host has no output for.
+/// Buffers of one precision: what the input was, for bypass and for channels that change places,
+/// and channels that the host has no output for.
 template <typename T> struct AudioEffectAlgorithm::Scratch {
     Scratch(int channels, int maxFrames)
         : frames(static_cast<std::size_t>(maxFrames)),
           dry(frames * static_cast<std::size_t>(channels)),
-          spare(frames * static_cast<std::size_t>(channels)), silence(frames)
+          spare(frames * static_cast<std::size_t>(channels)),
+          silence(frames)
     {}
 
     T* dryOf(int c) noexcept { return dry.data() + frames * static_cast<std::size_t>(c); }
@@ -174,8 +178,10 @@ std::uint32_t AudioEffectAlgorithm::getTailLength() const noexcept
 void AudioEffectAlgorithm::takeParameters() noexcept
 {
     crossing_.drain([this](std::size_t slot, float value) {
-        if (tags_[slot] == kBypassTag) bypass_.set(value != 0);
-        else setParameter(tags_[slot], value);
+        if (tags_[slot] == kBypassTag)
+            bypass_.set(value != 0);
+        else
+            setParameter(tags_[slot], value);
     });
 }
 
@@ -193,13 +199,16 @@ void AudioEffectAlgorithm::process(const VNK::ProcessData& data) noexcept
         setCoreTempo(tempo_);
     }
     applyChanges();
-    if (isFresh_) { // what was set since the reset is in force from the first sample: nothing glides
+    if (isFresh_) {  // what was set since the reset is in force from the first sample: nothing
+                     // glides
         restartCore();
         bypass_.snap();
         isFresh_ = false;
     }
-    if (precision_ == VNK::Precision::Float) processAs(data, *floatScratch_);
-    else processAs(data, *doubleScratch_);
+    if (precision_ == VNK::Precision::Float)
+        processAs(data, *floatScratch_);
+    else
+        processAs(data, *doubleScratch_);
     if (!bypass_.isOff()) publish(meters_);
     transport_ = {};
 }
@@ -213,8 +222,7 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
     // A host may hand the input of one channel as the output of another.
     bool crosses = false;
     for (int i = 0; i < inputs; ++i)
-        for (int o = 0; o < outputs; ++o)
-            crosses |= i != o && data.inputs[i] == data.outputs[o];
+        for (int o = 0; o < outputs; ++o) crosses |= i != o && data.inputs[i] == data.outputs[o];
 
     T* channel[VNK::kMaxChannels];
     const T* side[VNK::kMaxChannels];
@@ -232,13 +240,17 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
             for (int c = 0; c < inputs; ++c) vec::copy(scratch.dryOf(c), input(c), piece.frames);
         for (int c = 0; c < channels; ++c) {
             channel[c] = c < outputs ? static_cast<T*>(data.outputs[c]) + done : scratch.spareOf(c);
-            if (c >= inputs) vec::clear(channel[c], piece.frames);
-            else if (crosses) vec::copy(channel[c], scratch.dryOf(c), piece.frames);
-            else if (channel[c] != input(c)) vec::copy(channel[c], input(c), piece.frames);
+            if (c >= inputs)
+                vec::clear(channel[c], piece.frames);
+            else if (crosses)
+                vec::copy(channel[c], scratch.dryOf(c), piece.frames);
+            else if (channel[c] != input(c))
+                vec::copy(channel[c], input(c), piece.frames);
         }
         if (sideChainActive_) {
             const bool isFed = data.sideChain && data.sideChainChannels > 0;
-            piece.sideChainChannels = isFed ? std::min(data.sideChainChannels, VNK::kMaxChannels) : 1;
+            piece.sideChainChannels =
+                isFed ? std::min(data.sideChainChannels, VNK::kMaxChannels) : 1;
             for (int c = 0; c < piece.sideChainChannels; ++c)
                 side[c] = isFed ? static_cast<const T*>(data.sideChain[c]) + done
                                 : scratch.silence.data();
@@ -287,4 +299,4 @@ template <typename T> void AudioEffectAlgorithm::runCore(AudioBlock<T>& block) n
     gridPhase_ = (gridPhase_ + block.frames) % kSubBlock;
 }
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -17,7 +17,7 @@ namespace quillworks {
 
 /// One entry per parameter, command or meter of a table, families expanded, in declaration order.
 struct SlotLayout {
-    std::vector<Tag> parameterTags; // of the crossing's slots
+    std::vector<Tag> parameterTags;  // of the crossing's slots
     std::vector<bool> isTrigger;
     std::vector<std::pair<Tag, float>> meters;
 
@@ -41,8 +41,8 @@ struct SlotLayout {
 /// The component, as its algorithm sees it. [main thread]
 class AlgorithmOwner {
 public:
-    /// Rate, layout, side-chain connection or wet-only mode has changed; `message` is what hosts are
-    /// to be told, or null.
+    /// Rate, layout, side-chain connection or wet-only mode has changed; `message` is what hosts
+    /// are to be told, or null.
     virtual void setupChanged(const char* message) noexcept = 0;
 
 protected:
@@ -82,13 +82,13 @@ public:
     const VNK::SpeakerArrangement& outputLayout() const noexcept { return output_; }
     bool isSideChainActive() const noexcept { return sideChainActive_; }
     bool isWetOnly() const noexcept { return wetOnly_.load(std::memory_order_relaxed); }
-    /// Delay and tail in samples at the prepared rate, worked out from the parameters; `bypassed` as
-    /// the user sees it. True if what the host is told has changed.
+    /// Delay and tail in samples at the prepared rate, worked out from the parameters; `bypassed`
+    /// as the user sees it. True if what the host is told has changed.
     bool setDelays(std::uint32_t latency, std::uint32_t tail, bool bypassed) noexcept;
 
-    /// Stores a value and marks its group of derived coefficients. Called for each changed parameter
-    /// at the start of a block, in declaration order; a trigger gives 1. An effect overrides it for
-    /// commands and coupled parameters. [audio thread]
+    /// Stores a value and marks its group of derived coefficients. Called for each changed
+    /// parameter at the start of a block, in declaration order; a trigger gives 1. An effect
+    /// overrides it for commands and coupled parameters. [audio thread]
     virtual void setParameter(Tag tag, float value) noexcept = 0;
 
 protected:
@@ -97,7 +97,7 @@ protected:
     // What PrecisionAlgorithm implements. prepareCore may throw std::bad_alloc.
     virtual void prepareCore(const ProcessSpec& spec, VNK::Precision precision) = 0;
     virtual void resetCore() noexcept = 0;
-    virtual void applyChanges() noexcept = 0; // groups marked dirty
+    virtual void applyChanges() noexcept = 0;  // groups marked dirty
     virtual void setCoreTempo(double beatsPerMinute) noexcept = 0;
     virtual void setCoreWetOnly(bool wetOnly) noexcept = 0;
     virtual void processCore(const AudioBlock<float>& block) noexcept = 0;
@@ -112,21 +112,22 @@ private:
     template <typename T> struct Scratch;
 
     void takeParameters() noexcept;
-    template <typename T> void processAs(const VNK::ProcessData& data, Scratch<T>& scratch) noexcept;
+    template <typename T>
+    void processAs(const VNK::ProcessData& data, Scratch<T>& scratch) noexcept;
     template <typename T> void processPiece(AudioBlock<T> piece, Scratch<T>& scratch) noexcept;
     template <typename T> void runCore(AudioBlock<T>& block) noexcept;
     void restartCore() noexcept;
     void tellOwner(const char* message) noexcept;
 
     ParameterCrossing crossing_;
-    std::vector<Tag> tags_; // of the crossing's slots
+    std::vector<Tag> tags_;  // of the crossing's slots
     MeterSlots meters_;
     ProcessSpec spec_;
     VNK::SpeakerArrangement input_ = VNK::SpeakerArrangement::withChannels(2);
     VNK::SpeakerArrangement output_ = VNK::SpeakerArrangement::withChannels(2);
     VNK::Precision precision_ = VNK::Precision::Float;
     bool isPrepared_ = false;
-    bool isFresh_ = true; // nothing processed since reset
+    bool isFresh_ = true;  // nothing processed since reset
     bool sideChainActive_ = false;
     std::atomic<bool> wetOnly_{false};
     bool wetOnlySeen_ = false;
@@ -168,4 +169,4 @@ protected:
     bool takesInput() const noexcept final { return false; }
 };
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -22,11 +22,12 @@ template <class V> const V* find(const auto& attributes, const char* key) noexce
     return at == attributes.end() ? nullptr : std::get_if<V>(&at->second.value);
 }
 
-} // namespace
+}  // namespace
 
 AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm,
                                            AlgorithmParameterList list, EffectTraits traits)
-    : algorithm_(VNK::Ref<AudioEffectAlgorithm>::share(&algorithm)), list_(std::move(list)),
+    : algorithm_(VNK::Ref<AudioEffectAlgorithm>::share(&algorithm)),
+      list_(std::move(list)),
       traits_(std::move(traits)),
       values_(std::make_unique<Value[]>(list_.parameters().size()))
 {
@@ -41,13 +42,16 @@ AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm,
     setupChanged(nullptr);
 }
 
-AudioEffectComponent::~AudioEffectComponent() { algorithm_->setOwner(nullptr); }
+AudioEffectComponent::~AudioEffectComponent()
+{
+    algorithm_->setOwner(nullptr);
+}
 
 void AudioEffectComponent::identify(const VNK::UID& classId, const char* name)
 {
     classId_ = classId;
     name_ = name;
-    updateDelays(); // the effect is complete now and can say what its delays are
+    updateDelays();  // the effect is complete now and can say what its delays are
 }
 
 std::int32_t AudioEffectComponent::countParameters() const noexcept
@@ -195,7 +199,10 @@ void AudioEffectComponent::endEdit(Tag tag) noexcept
     if (--valueAt(index).holds == 0 && listener_) listener_->editEnded(index);
 }
 
-void AudioEffectComponent::beginGroupEdit() noexcept { ++groupEdits_; }
+void AudioEffectComponent::beginGroupEdit() noexcept
+{
+    ++groupEdits_;
+}
 
 void AudioEffectComponent::endGroupEdit() noexcept
 {
@@ -212,8 +219,8 @@ std::int32_t AudioEffectComponent::countMeters() const noexcept
 bool AudioEffectComponent::getMeter(std::int32_t index, VNK::MeterInfo& info) const noexcept
 {
     if (index < 0 || index >= countMeters()) return false;
-    const auto& m = list_.meters()[static_cast<std::size_t>(
-        shownMeters_[static_cast<std::size_t>(index)])];
+    const auto& m =
+        list_.meters()[static_cast<std::size_t>(shownMeters_[static_cast<std::size_t>(index)])];
     info = {.key = m.key.c_str(),
             .tag = m.tag,
             .title = m.title,
@@ -251,7 +258,7 @@ void AudioEffectComponent::setupChanged(const char* message) noexcept
         for (std::size_t i = 0; i < list_.meters().size(); ++i)
             if (const auto& m = list_.meters()[i]; !m.perChannel || m.index < channels_)
                 shownMeters_.push_back(static_cast<int>(i));
-    } catch (...) { // out of memory: the old attributes stay
+    } catch (...) {  // out of memory: the old attributes stay
     }
     updateDelays();
     if (message) tell(message);
@@ -337,4 +344,4 @@ const char* AudioEffectComponent::programName() const noexcept
     return programName_.empty() ? kUnnamed : programName_.c_str();
 }
 
-} // namespace quillworks
+}  // namespace quillworks

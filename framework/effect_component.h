@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// The main-thread half of an effect: parameters, presets, views, and the conversation with the host.
+// The main-thread half of an effect: parameters, presets, views, and the conversation with the
+// host.
 #pragma once
 
 #include <atomic>
@@ -16,9 +17,9 @@ namespace quillworks {
 
 /// What a component says of itself beside its table.
 struct EffectTraits {
-    const char* viewPrefix; // "Compressor"; names views and controller page
+    const char* viewPrefix;  // "Compressor"; names views and controller page
     std::vector<const char*> views = {"Editor", "Compact", "Micro"};
-    std::int64_t algorithmVersion = 1; // stored; older states pass migrate()
+    std::int64_t algorithmVersion = 1;  // stored; older states pass migrate()
 };
 
 /// Delay and tail in samples, latency included in the tail; VNK::kEndlessTail for ever.
@@ -122,8 +123,8 @@ private:
     struct Value {
         std::atomic<float> value{0};
         std::atomic<std::uint32_t> changes{0};
-        int holds = 0;           // nested beginEdit
-        bool inGroup = false;    // touched by the open group edit
+        int holds = 0;         // nested beginEdit
+        bool inGroup = false;  // touched by the open group edit
     };
     struct Attribute {
         AttributeValue value;
@@ -133,10 +134,7 @@ private:
 
     AudioEffectComponent(AudioEffectAlgorithm& algorithm, AlgorithmParameterList list,
                          EffectTraits traits);
-    bool has(std::int32_t index) const noexcept
-    {
-        return index >= 0 && index < countParameters();
-    }
+    bool has(std::int32_t index) const noexcept { return index >= 0 && index < countParameters(); }
     const AlgorithmParameter& at(std::int32_t index) const noexcept
     {
         return list_.parameters()[static_cast<std::size_t>(index)];
@@ -157,12 +155,12 @@ private:
     EffectTraits traits_;
     std::vector<std::string> viewNames_;
     std::unique_ptr<Value[]> values_;
-    std::vector<int> shownMeters_; // of list_.meters(), those present with this channel count
+    std::vector<int> shownMeters_;  // of list_.meters(), those present with this channel count
     std::map<std::string, Attribute, std::less<>> attributes_;
     VNK::UID classId_;
     std::string name_, programName_;
     mutable std::string refusal_;
-    mutable std::vector<std::pair<std::string, std::string>> programs_; // title, file
+    mutable std::vector<std::pair<std::string, std::string>> programs_;  // title, file
     mutable bool programsScanned_ = false;
     VNK::IEffectListener* listener_ = nullptr;
     int groupEdits_ = 0;
@@ -170,4 +168,4 @@ private:
     int channels_ = 2;
 };
 
-} // namespace quillworks
+}  // namespace quillworks

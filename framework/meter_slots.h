@@ -31,7 +31,8 @@ public:
     /// Publishes under a tag; a tag without a slot is ignored. [audio thread]
     void publish(VNK::Tag tag, float value) noexcept
     {
-        const auto at = std::lower_bound(byTag_.begin(), byTag_.end(), std::pair(tag, std::size_t{0}));
+        const auto at =
+            std::lower_bound(byTag_.begin(), byTag_.end(), std::pair(tag, std::size_t{0}));
         if (at != byTag_.end() && at->first == tag) set(at->second, value);
     }
     /// The latest value of the i-th meter. [any thread]
@@ -50,4 +51,4 @@ private:
     std::vector<std::pair<VNK::Tag, std::size_t>> byTag_;
 };
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -24,14 +24,14 @@ consteval Tag operator""_tag(const char* s, std::size_t n)
 }
 
 enum class Kind : std::uint8_t {
-    Float,   // continuous
-    List,    // whole-number steps from min to max
-    Toggle,  // on while not 0
-    Trigger, // acts once for each value other than 0; not stored
-    Bypass,  // the effect's bypass switch
-    Meter,   // measured value that stands in the parameter list, read-only
-    Reading, // measured value outside the parameter list
-    Command, // crosses like a parameter but is none: no key for the host, not stored
+    Float,    // continuous
+    List,     // whole-number steps from min to max
+    Toggle,   // on while not 0
+    Trigger,  // acts once for each value other than 0; not stored
+    Bypass,   // the effect's bypass switch
+    Meter,    // measured value that stands in the parameter list, read-only
+    Reading,  // measured value outside the parameter list
+    Command,  // crosses like a parameter but is none: no key for the host, not stored
 };
 
 /// What texts, forms and the manual need to know beyond the value itself.
@@ -43,28 +43,28 @@ struct ParameterNotes {
     std::span<const char* const> texts = {};  // of a list, from the minimum on
     const char* minText = "";                 // shown in place of the number at the minimum ("Off")
     const char* maxText = "";
-    const char* drivenBy = "";                // key of the toggle that takes this parameter over
-    std::uint32_t flags = 0;                  // VNK::ParameterFlag beyond those of the kind
+    const char* drivenBy = "";  // key of the toggle that takes this parameter over
+    std::uint32_t flags = 0;    // VNK::ParameterFlag beyond those of the kind
 };
 
 /// A row that stands for `count` parameters: key + index, tag + index.
 template <class Settings> struct Family {
-    int count = 0;                                 // 0: no family
-    float& (*element)(Settings&, int) = nullptr;   // where the value of an index goes
-    float (*defaultAt)(int) = nullptr;             // where defaults differ by index
-    bool perChannel = false;                       // readings: only channels present are shown
+    int count = 0;                                // 0: no family
+    float& (*element)(Settings&, int) = nullptr;  // where the value of an index goes
+    float (*defaultAt)(int) = nullptr;            // where defaults differ by index
+    bool perChannel = false;                      // readings: only channels present are shown
 };
 
 template <class Settings> struct Parameter {
-    const char* key; // stored in songs and presets: never change
+    const char* key;  // stored in songs and presets: never change
     Tag tag;
     const char* title;
     Kind kind = Kind::Float;
-    float min = 0, max = 1, def = 0; // in `unit`
+    float min = 0, max = 1, def = 0;  // in `unit`
     const char* unit = "";
-    float Settings::*field = nullptr; // null: nothing to store (meters, triggers)
-    unsigned dirty = 0;               // groups to recompute when the value changes
-    Conversion forward = conversion::asIs; // `unit` to what the field holds
+    float Settings::*field = nullptr;       // null: nothing to store (meters, triggers)
+    unsigned dirty = 0;                     // groups to recompute when the value changes
+    Conversion forward = conversion::asIs;  // `unit` to what the field holds
     ParameterNotes notes = {};
     Family<Settings> family = {};
 
@@ -73,4 +73,4 @@ template <class Settings> struct Parameter {
     float defaultAt(int i) const { return family.defaultAt ? family.defaultAt(i) : def; }
 };
 
-} // namespace quillworks
+}  // namespace quillworks

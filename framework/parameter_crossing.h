@@ -11,15 +11,17 @@
 
 namespace quillworks {
 
-/// One slot per tag, in declaration order. The latest value wins and no change is lost. A trigger is
-/// a counter instead, so that one set and cleared within a block still acts.
+/// One slot per tag, in declaration order. The latest value wins and no change is lost. A trigger
+/// is a counter instead, so that one set and cleared within a block still acts.
 class ParameterCrossing {
 public:
     /// `isTrigger[i]` tells the kind of slot i. Allocates. [main thread]
     explicit ParameterCrossing(const std::vector<bool>& isTrigger)
-        : size_(isTrigger.size()), words_((size_ + 63) / 64),
+        : size_(isTrigger.size()),
+          words_((size_ + 63) / 64),
           values_(std::make_unique<std::atomic<std::uint32_t>[]>(size_)),
-          dirty_(std::make_unique<std::atomic<std::uint64_t>[]>(words_)), seen_(size_, 0),
+          dirty_(std::make_unique<std::atomic<std::uint64_t>[]>(words_)),
+          seen_(size_, 0),
           isTrigger_(isTrigger)
     {}
 
@@ -43,7 +45,8 @@ public:
     {
         bool any = false;
         for (std::size_t w = 0; w < words_; ++w) {
-            if (dirty_[w].load(std::memory_order_relaxed) == 0) continue; // exchange costs a bus lock
+            if (dirty_[w].load(std::memory_order_relaxed) == 0)
+                continue;  // exchange costs a bus lock
             auto bits = dirty_[w].exchange(0, std::memory_order_acquire);
             while (bits != 0) {
                 const auto slot = w * 64 + static_cast<std::size_t>(std::countr_zero(bits));
@@ -66,8 +69,8 @@ private:
     std::size_t size_, words_;
     std::unique_ptr<std::atomic<std::uint32_t>[]> values_;
     std::unique_ptr<std::atomic<std::uint64_t>[]> dirty_;
-    std::vector<std::uint32_t> seen_; // audio thread only
-    std::vector<bool> isTrigger_;     // constant
+    std::vector<std::uint32_t> seen_;  // audio thread only
+    std::vector<bool> isTrigger_;      // constant
 };
 
-} // namespace quillworks
+}  // namespace quillworks

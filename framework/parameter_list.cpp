@@ -20,7 +20,10 @@ constexpr UnitName kUnits[] = {
     {"Media.LUFS", "LUFS"},
 };
 
-bool isRatio(const AlgorithmParameter& p) { return std::string_view(p.unit) == "Media.Ratio"; }
+bool isRatio(const AlgorithmParameter& p)
+{
+    return std::string_view(p.unit) == "Media.Ratio";
+}
 
 std::string_view trimmed(std::string_view s)
 {
@@ -43,8 +46,8 @@ std::string number(double value)
     const double magnitude = std::abs(value);
     const int decimals = magnitude >= 1000 ? 1 : magnitude >= 100 ? 2 : magnitude >= 0.1 ? 3 : 6;
     char buffer[64];
-    const auto end = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed,
-                                   decimals);
+    const auto end =
+        std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, decimals);
     std::string text(buffer, end.ptr);
     while (text.back() == '0') text.pop_back();
     if (text.back() == '.') text.pop_back();
@@ -61,7 +64,7 @@ bool readNumber(std::string_view& text, double& value)
     return true;
 }
 
-} // namespace
+}  // namespace
 
 float AlgorithmParameter::limited(float value) const noexcept
 {
@@ -81,8 +84,11 @@ void AlgorithmParameterList::add(AlgorithmParameter p, Kind kind, int slot, bool
         p.slot = slot;
     }
     switch (kind) {
-    case Kind::Command: commands_.push_back({p.tag, slot}); return;
-    case Kind::Reading: return;
+    case Kind::Command:
+        commands_.push_back({p.tag, slot});
+        return;
+    case Kind::Reading:
+        return;
     case Kind::Meter:
         p.flags |= VNK::isReadOnly;
         break;
@@ -102,7 +108,8 @@ void AlgorithmParameterList::add(AlgorithmParameter p, Kind kind, int slot, bool
         p.kind = ValueKind::List;
         p.flags |= VNK::isList;
         break;
-    case Kind::Float: break;
+    case Kind::Float:
+        break;
     }
     parameters_.push_back(std::move(p));
 }
@@ -145,7 +152,7 @@ std::string AlgorithmParameterFormatter::text(const AlgorithmParameter& p, float
     }
     if (*p.notes.minText && value <= p.minimum) return p.notes.minText;
     if (*p.notes.maxText && value >= p.maximum) return p.notes.maxText;
-    if (isRatio(p)) { // 1 : 1 in the middle, expansion below, compression above
+    if (isRatio(p)) {  // 1 : 1 in the middle, expansion below, compression above
         if (value == 1) return "1 : 1";
         return value > 1 ? number(value) + " : 1" : "1 : " + number(1 / double(value));
     }
@@ -162,7 +169,8 @@ bool AlgorithmParameterFormatter::value(const AlgorithmParameter& p, std::string
     };
     for (std::size_t i = 0; i < p.notes.texts.size(); ++i)
         if (is(p.notes.texts[i])) return value = p.minimum + static_cast<float>(i), true;
-    if (p.kind == ValueKind::Toggle && (is("on") || is("off"))) return value = is("on") ? 1 : 0, true;
+    if (p.kind == ValueKind::Toggle && (is("on") || is("off")))
+        return value = is("on") ? 1 : 0, true;
     if (is(p.notes.minText)) return value = p.minimum, true;
     if (is(p.notes.maxText)) return value = p.maximum, true;
 
@@ -183,4 +191,4 @@ bool AlgorithmParameterFormatter::value(const AlgorithmParameter& p, std::string
     return true;
 }
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -16,19 +16,19 @@ struct AlgorithmParameter {
     std::string key;
     Tag tag = 0;
     const char* title = "";
-    const char* unit = ""; // unit text or unit key, as declared
+    const char* unit = "";  // unit text or unit key, as declared
     VNK::ValueKind kind = VNK::ValueKind::Continuous;
     float minimum = 0;
     float maximum = 1;
     float defaultValue = 0;
     const Curve* curve = &curve::linear;
-    std::uint32_t flags = 0; // VNK::ParameterFlag
+    std::uint32_t flags = 0;  // VNK::ParameterFlag
     std::int32_t index = -1;
 
     ParameterNotes notes;
     Conversion forward = conversion::asIs;
-    int slot = -1;  // of the crossing; -1 for meters
-    int meter = -1; // of the meter slots; -1 for what is set
+    int slot = -1;   // of the crossing; -1 for meters
+    int meter = -1;  // of the meter slots; -1 for what is set
 
     bool has(VNK::ParameterFlag flag) const noexcept { return (flags & flag) != 0; }
     bool isStored() const noexcept
@@ -47,8 +47,8 @@ struct AlgorithmMeter {
     const char* unit = "";
     float minimum = 0, maximum = 1;
     std::int32_t index = -1;
-    int meter = -1;          // slot
-    bool perChannel = false; // shown only for channels that are present
+    int meter = -1;           // slot
+    bool perChannel = false;  // shown only for channels that are present
 };
 
 /// A slot of the crossing that is no parameter.
@@ -115,4 +115,4 @@ struct AlgorithmParameterFormatter {
     static bool value(const AlgorithmParameter& parameter, std::string_view text, float& value);
 };
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -15,14 +15,21 @@ namespace quillworks {
 /// publish(MeterSlots&).
 template <class C>
 concept Core = requires(C core, const C& view, const ProcessSpec& spec,
-                        const typename C::Settings& settings, unsigned dirty) {
-    core.prepare(spec);                       // sizes buffers; may throw std::bad_alloc
-    { core.reset() } noexcept;                // clears state, smoothers take their targets
-    { core.apply(settings, dirty) } noexcept; // derives coefficients of the groups in `dirty`
+                        const typename C::Settings& settings, unsigned dirty)
+{
+    core.prepare(spec);  // sizes buffers; may throw std::bad_alloc
+    {
+        core.reset()
+    }
+    noexcept;  // clears state, smoothers take their targets
+    {
+        core.apply(settings, dirty)
+    }
+    noexcept;  // derives coefficients of the groups in `dirty`
 };
 
-/// Keeps one core alive, float or double, by the precision of the host. Values arrive by the rows of
-/// the effect's table: a changed value is stored in its field and its groups are marked.
+/// Keeps one core alive, float or double, by the precision of the host. Values arrive by the rows
+/// of the effect's table: a changed value is stored in its field and its groups are marked.
 template <template <typename> class CoreOf, class Base = AudioInsertAlgorithm>
 class PrecisionAlgorithm : public Base {
 public:
@@ -47,8 +54,10 @@ public:
         const auto at = std::lower_bound(byTag_.begin(), byTag_.end(), tag,
                                          [](const Entry& e, Tag t) { return e.tag < t; });
         if (at == byTag_.end() || at->tag != tag) return;
-        if (float* field = fieldOf(*at->row, at->index)) store(*field, value, at->row->dirty);
-        else markDirty(at->row->dirty);
+        if (float* field = fieldOf(*at->row, at->index))
+            store(*field, value, at->row->dirty);
+        else
+            markDirty(at->row->dirty);
     }
 
 protected:
@@ -66,8 +75,10 @@ protected:
     /// f(core) on the core in use.
     template <class F> void withCore(F&& f)
     {
-        if (float_) f(*float_);
-        else if (double_) f(*double_);
+        if (float_)
+            f(*float_);
+        else if (double_)
+            f(*double_);
     }
 
     void prepareCore(const ProcessSpec& spec, VNK::Precision precision) override
@@ -98,7 +109,8 @@ protected:
     void setCoreTempo(double beatsPerMinute) noexcept override
     {
         withCore([&](auto& core) {
-            if constexpr (requires { core.setTempo(beatsPerMinute); }) core.setTempo(beatsPerMinute);
+            if constexpr (requires { core.setTempo(beatsPerMinute); })
+                core.setTempo(beatsPerMinute);
         });
     }
     void setCoreWetOnly(bool wetOnly) noexcept override
@@ -136,4 +148,4 @@ private:
     std::unique_ptr<CoreOf<double>> double_;
 };
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -53,7 +53,7 @@ bool readAttribute(const VNK::XmlElement& element, AttributeValue& value)
     return true;
 }
 
-} // namespace
+}  // namespace
 
 float* StoredState::find(const std::string& key)
 {
@@ -64,8 +64,10 @@ float* StoredState::find(const std::string& key)
 
 void StoredState::set(const std::string& key, float value)
 {
-    if (float* stored = find(key)) *stored = value;
-    else parameters.emplace_back(key, value);
+    if (float* stored = find(key))
+        *stored = value;
+    else
+        parameters.emplace_back(key, value);
 }
 
 std::string writePreset(const StoredState& state)
@@ -93,8 +95,10 @@ std::string writePreset(const StoredState& state)
         a.setAttribute("type", kTypes[value.index()]);
         const auto text = std::visit(
             [](const auto& v) {
-                if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::string>) return v;
-                else return written(v);
+                if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::string>)
+                    return v;
+                else
+                    return written(v);
             },
             value);
         a.setAttribute("value", text.c_str());
@@ -106,7 +110,8 @@ bool readPreset(const void* data, std::size_t bytes, StoredState& state, std::st
 {
     if (bytes > kLargestPreset) return reason = "the preset is larger than 1 MiB", false;
     VNK::XmlDocument document;
-    if (!document.parse(data, bytes)) return reason = "the preset is not a readable XML document", false;
+    if (!document.parse(data, bytes))
+        return reason = "the preset is not a readable XML document", false;
     const auto root = document.root();
     if (std::string_view(root.name()) != "AudioEffectPreset")
         return reason = "the document is not an effect preset", false;
@@ -118,7 +123,8 @@ bool readPreset(const void* data, std::size_t bytes, StoredState& state, std::st
         return reason = "the preset names no class", false;
     read.className = root.attribute("className");
     read.name = root.attribute("name");
-    const std::string_view algorithmVersion = root.child("AlgorithmData").attribute("algorithmVersion");
+    const std::string_view algorithmVersion =
+        root.child("AlgorithmData").attribute("algorithmVersion");
     std::int64_t number = 0;
     if (readAll(algorithmVersion, number)) read.algorithmVersion = number;
 
@@ -134,7 +140,8 @@ bool readPreset(const void* data, std::size_t bytes, StoredState& state, std::st
     for (auto a = root.child("ComponentData").child("Attribute"); a; a = a.next("Attribute")) {
         const std::string key = a.attribute("key");
         AttributeValue value;
-        if (!readAttribute(a, value)) return reason = "the attribute \"" + key + "\" is not readable", false;
+        if (!readAttribute(a, value))
+            return reason = "the attribute \"" + key + "\" is not readable", false;
         if (!read.attributes.emplace(key, std::move(value)).second)
             return reason = "the attribute \"" + key + "\" stands twice", false;
     }
@@ -142,4 +149,4 @@ bool readPreset(const void* data, std::size_t bytes, StoredState& state, std::st
     return true;
 }
 
-} // namespace quillworks
+}  // namespace quillworks

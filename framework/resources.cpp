@@ -24,4 +24,4 @@ std::string resourcesFolder()
     return {};
 }
 
-} // namespace quillworks
+}  // namespace quillworks

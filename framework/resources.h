@@ -11,4 +11,4 @@ namespace quillworks {
 /// time, so that a copied tree works. Empty if there is none. Asked anew at each call.
 std::string resourcesFolder();
 
-} // namespace quillworks
+}  // namespace quillworks

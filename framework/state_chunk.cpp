@@ -34,9 +34,12 @@ public:
         number(type);
         number(static_cast<std::uint16_t>(key.size()));
         bytes(key);
-        if (type == Integer) number(static_cast<std::uint64_t>(std::get<std::int64_t>(value)));
-        else if (type == Float) number(std::bit_cast<std::uint32_t>(std::get<float>(value)));
-        else lengthAndBytes(std::get<std::string>(value));
+        if (type == Integer)
+            number(static_cast<std::uint64_t>(std::get<std::int64_t>(value)));
+        else if (type == Float)
+            number(std::bit_cast<std::uint32_t>(std::get<float>(value)));
+        else
+            lengthAndBytes(std::get<std::string>(value));
     }
     std::string take() { return std::move(out_); }
 
@@ -76,7 +79,8 @@ private:
     bool ok_ = true;
 };
 
-std::string section(std::string_view name, const std::vector<std::pair<std::string, AttributeValue>>& entries)
+std::string section(std::string_view name,
+                    const std::vector<std::pair<std::string, AttributeValue>>& entries)
 {
     Writer payload;
     payload.number(static_cast<std::uint32_t>(entries.size()));
@@ -98,11 +102,20 @@ template <class F> bool readEntries(std::string_view payload, F&& f)
         const auto key = in.bytes(in.number<std::uint16_t>());
         AttributeValue value;
         switch (type) {
-        case Integer: value = static_cast<std::int64_t>(in.number<std::uint64_t>()); break;
-        case Float: value = std::bit_cast<float>(in.number<std::uint32_t>()); break;
-        case Text: value = std::string(in.lengthAndBytes()); break;
-        case Bytes: in.lengthAndBytes(); continue; // nothing of ours is stored so
-        default: return false;
+        case Integer:
+            value = static_cast<std::int64_t>(in.number<std::uint64_t>());
+            break;
+        case Float:
+            value = std::bit_cast<float>(in.number<std::uint32_t>());
+            break;
+        case Text:
+            value = std::string(in.lengthAndBytes());
+            break;
+        case Bytes:
+            in.lengthAndBytes();
+            continue;  // nothing of ours is stored so
+        default:
+            return false;
         }
         if (!in.ok() || !seen.insert(key).second) return false;
         f(std::string(key), value);
@@ -110,7 +123,7 @@ template <class F> bool readEntries(std::string_view payload, F&& f)
     return in.ok() && in.atEnd();
 }
 
-} // namespace
+}  // namespace
 
 std::string writeChunk(const StoredState& state)
 {
@@ -132,7 +145,8 @@ bool readChunk(const void* data, std::size_t bytes, StoredState& state, std::str
     Reader in({static_cast<const char*>(data), bytes});
     StoredState read;
     if (in.bytes(kMagic.size()) != kMagic) return reason = "not a state of an effect", false;
-    if (in.number<std::uint32_t>() > kVersion) return reason = "the state is of a newer version", false;
+    if (in.number<std::uint32_t>() > kVersion)
+        return reason = "the state is of a newer version", false;
     const auto id = in.bytes(16);
     std::memcpy(read.classId.bytes.data(), id.data(), id.size());
     const auto sections = in.number<std::uint32_t>();
@@ -144,9 +158,12 @@ bool readChunk(const void* data, std::size_t bytes, StoredState& state, std::str
         good = readEntries(payload, [&](std::string key, const AttributeValue& value) {
             const auto* f = std::get_if<float>(&value);
             const auto* n = std::get_if<std::int64_t>(&value);
-            if (name == "AlgorithmData" && key == "algorithmVersion" && n) read.algorithmVersion = *n;
-            else if (name == "ParameterData" && f && std::isfinite(*f)) read.parameters.emplace_back(key, *f);
-            else if (name == "ComponentData" && (!f || std::isfinite(*f))) read.attributes[key] = value;
+            if (name == "AlgorithmData" && key == "algorithmVersion" && n)
+                read.algorithmVersion = *n;
+            else if (name == "ParameterData" && f && std::isfinite(*f))
+                read.parameters.emplace_back(key, *f);
+            else if (name == "ComponentData" && (!f || std::isfinite(*f)))
+                read.attributes[key] = value;
         });
     }
     if (!in.ok() || !good || !in.atEnd()) return reason = "the state is damaged", false;
@@ -154,4 +171,4 @@ bool readChunk(const void* data, std::size_t bytes, StoredState& state, std::str
     return true;
 }
 
-} // namespace quillworks
+}  // namespace quillworks

@@ -19,10 +19,10 @@ using AttributeValue = std::variant<std::int64_t, float, std::string>;
 
 struct StoredState {
     VNK::UID classId;
-    std::string className; // display name of the effect
-    std::string name;      // of the preset; empty without one
+    std::string className;  // display name of the effect
+    std::string name;       // of the preset; empty without one
     std::optional<std::int64_t> algorithmVersion;
-    std::vector<std::pair<std::string, float>> parameters; // as stored, may hold unknown keys
+    std::vector<std::pair<std::string, float>> parameters;  // as stored, may hold unknown keys
     std::map<std::string, AttributeValue, std::less<>> attributes;
 
     /// Value of a parameter key, or null.
@@ -30,7 +30,7 @@ struct StoredState {
     void set(const std::string& key, float value);
 };
 
-inline constexpr std::size_t kLargestPreset = 1u << 20; // bytes
+inline constexpr std::size_t kLargestPreset = 1u << 20;  // bytes
 
 /// UTF-8 document with the root AudioEffectPreset; floats read back to the same bits.
 std::string writePreset(const StoredState& state);
@@ -44,4 +44,4 @@ std::string writeChunk(const StoredState& state);
 /// Unknown sections and keys are skipped; a length that passes the end refuses the whole chunk.
 bool readChunk(const void* data, std::size_t bytes, StoredState& state, std::string& reason);
 
-} // namespace quillworks
+}  // namespace quillworks

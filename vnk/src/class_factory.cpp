@@ -70,8 +70,8 @@ private:
     std::vector<Class> classes_;
 };
 
-} // namespace
-} // namespace VNK
+}  // namespace
+}  // namespace VNK
 
 VNK::IClassFactory* VNKCreateClassFactory() noexcept
 {

@@ -14,9 +14,12 @@ namespace {
 
 using FileHandle = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
-std::string systemReason() { return std::strerror(errno); }
+std::string systemReason()
+{
+    return std::strerror(errno);
+}
 
-} // namespace
+}  // namespace
 
 bool readFile(const char* path, std::size_t limit, std::string& content, std::string& reason)
 {
@@ -70,4 +73,4 @@ std::vector<std::string> listFiles(const char* folder, const char* suffix)
     return paths;
 }
 
-} // namespace VNK
+}  // namespace VNK

@@ -48,4 +48,4 @@ LoadedModule::~LoadedModule()
     if (library_) dlclose(library_);
 }
 
-} // namespace VNK
+}  // namespace VNK

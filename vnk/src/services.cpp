@@ -7,9 +7,18 @@
 #include "vnk/debug.h"
 #include "vnk/memory.h"
 
-void* core_malloc(std::size_t bytes) noexcept { return std::malloc(bytes); }
-void core_free(void* memory) noexcept { std::free(memory); }
-void* core_realloc(void* memory, std::size_t bytes) noexcept { return std::realloc(memory, bytes); }
+void* core_malloc(std::size_t bytes) noexcept
+{
+    return std::malloc(bytes);
+}
+void core_free(void* memory) noexcept
+{
+    std::free(memory);
+}
+void* core_realloc(void* memory, std::size_t bytes) noexcept
+{
+    return std::realloc(memory, bytes);
+}
 
 std::uint64_t VNKGetSystemTicks() noexcept
 {
@@ -22,7 +31,7 @@ namespace VNK {
 namespace {
 DebugSink gSink = nullptr;
 void* gContext = nullptr;
-} // namespace
+}  // namespace
 
 void setDebugSink(DebugSink sink, void* context) noexcept
 {
@@ -32,8 +41,10 @@ void setDebugSink(DebugSink sink, void* context) noexcept
 
 void debugMessage(const char* message) noexcept
 {
-    if (gSink) gSink(message, gContext);
-    else std::fputs(message, stderr);
+    if (gSink)
+        gSink(message, gContext);
+    else
+        std::fputs(message, stderr);
 }
 
-} // namespace VNK
+}  // namespace VNK

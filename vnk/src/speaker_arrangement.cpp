@@ -7,8 +7,9 @@
 namespace VNK {
 namespace {
 
-constexpr const char* kNames[] = {"L",  "R",   "C",   "LFE", "Ls",  "Rs",  "Lrs", "Rrs", "Lw", "Rw",
-                                  "Ltf", "Rtf", "Ltm", "Rtm", "Ltr", "Rtr", "Cs",  "Lc",  "Rc", "M"};
+constexpr const char* kNames[] = {"L",   "R",   "C",  "LFE", "Ls",  "Rs",  "Lrs",
+                                  "Rrs", "Lw",  "Rw", "Ltf", "Rtf", "Ltm", "Rtm",
+                                  "Ltr", "Rtr", "Cs", "Lc",  "Rc",  "M"};
 static_assert(std::size(kNames) == static_cast<std::size_t>(Speaker::Count));
 
 struct NamedLayout {
@@ -37,7 +38,7 @@ Speaker speakerNamed(std::string_view name)
                                   : static_cast<Speaker>(at - std::begin(kNames));
 }
 
-} // namespace
+}  // namespace
 
 std::string SpeakerArrangement::names() const
 {
@@ -87,10 +88,10 @@ SpeakerArrangement SpeakerArrangement::fromWaveMask(std::uint32_t mask, int chan
 {
     // Bits 0 .. 17 of dwChannelMask (Microsoft, "Multiple channel audio data and WAVE files").
     constexpr auto none = Speaker::Discrete;
-    Speaker places[18] = {Speaker::L,  Speaker::R,  Speaker::C,  Speaker::LFE, Speaker::Lrs,
-                          Speaker::Rrs, Speaker::Lc, Speaker::Rc, Speaker::Cs,  Speaker::Ls,
-                          Speaker::Rs, none,        Speaker::Ltf, none,        Speaker::Rtf,
-                          Speaker::Ltr, none,       Speaker::Rtr};
+    Speaker places[18] = {Speaker::L,   Speaker::R,  Speaker::C,   Speaker::LFE, Speaker::Lrs,
+                          Speaker::Rrs, Speaker::Lc, Speaker::Rc,  Speaker::Cs,  Speaker::Ls,
+                          Speaker::Rs,  none,        Speaker::Ltf, none,         Speaker::Rtf,
+                          Speaker::Ltr, none,        Speaker::Rtr};
     constexpr std::uint32_t sides = 3u << 9;
     if (!(mask & sides)) {
         places[4] = Speaker::Ls;
@@ -101,8 +102,8 @@ SpeakerArrangement SpeakerArrangement::fromWaveMask(std::uint32_t mask, int chan
         if (mask & 1u << bit) a.speakers[a.channels++] = places[bit];
     const bool fits = a.channels == channels && (mask >> 18) == 0;
     if (!fits) return withChannels(channels);
-    if (channels == 1 && mask == 4) a.speakers[0] = Speaker::M; // a lone front centre is mono
+    if (channels == 1 && mask == 4) a.speakers[0] = Speaker::M;  // a lone front centre is mono
     return a;
 }
 
-} // namespace VNK
+}  // namespace VNK

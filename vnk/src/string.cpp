@@ -13,7 +13,10 @@ template <class Interface> class StringOf : public Object<Interface> {
 public:
     explicit StringOf(const char* text) : text_(text ? text : "") {}
     const char* text() const noexcept override { return text_.c_str(); }
-    std::int32_t length() const noexcept override { return static_cast<std::int32_t>(text_.size()); }
+    std::int32_t length() const noexcept override
+    {
+        return static_cast<std::int32_t>(text_.size());
+    }
 
 protected:
     std::string text_;
@@ -61,12 +64,21 @@ IString* constantString(const char* text) noexcept
     }
 }
 
-} // namespace
-} // namespace VNK
+}  // namespace
+}  // namespace VNK
 
-VNK::IString* VNKGetEmptyString() noexcept { return VNK::constantString(""); }
-VNK::IString* VNKGetConstantString(const char* utf8) noexcept { return VNK::constantString(utf8); }
-VNK::IString* VNKGetConstantCString(const char* text) noexcept { return VNK::constantString(text); }
+VNK::IString* VNKGetEmptyString() noexcept
+{
+    return VNK::constantString("");
+}
+VNK::IString* VNKGetConstantString(const char* utf8) noexcept
+{
+    return VNK::constantString(utf8);
+}
+VNK::IString* VNKGetConstantCString(const char* text) noexcept
+{
+    return VNK::constantString(text);
+}
 
 VNK::IMutableCString* VNKCreateMutableCString(const char* text) noexcept
 {

@@ -7,20 +7,26 @@
 namespace VNK {
 namespace {
 
-pugi::xml_node nodeOf(void* node) { return pugi::xml_node(static_cast<pugi::xml_node_struct*>(node)); }
+pugi::xml_node nodeOf(void* node)
+{
+    return pugi::xml_node(static_cast<pugi::xml_node_struct*>(node));
+}
 
 /// Steps over comments and text to an element of the name, or of any.
 pugi::xml_node elementFrom(pugi::xml_node node, const char* name)
 {
-    while (node && (node.type() != pugi::node_element ||
-                    (name && std::string_view(node.name()) != name)))
+    while (node &&
+           (node.type() != pugi::node_element || (name && std::string_view(node.name()) != name)))
         node = node.next_sibling();
     return node;
 }
 
-} // namespace
+}  // namespace
 
-const char* XmlElement::name() const noexcept { return nodeOf(node_).name(); }
+const char* XmlElement::name() const noexcept
+{
+    return nodeOf(node_).name();
+}
 const char* XmlElement::attribute(const char* name) const noexcept
 {
     return nodeOf(node_).attribute(name).value();
@@ -67,12 +73,17 @@ bool XmlDocument::parse(const void* data, std::size_t bytes)
         impl_->document.load_buffer(data, bytes, pugi::parse_default, pugi::encoding_utf8);
     impl_->error.clear();
     if (!result)
-        impl_->error = std::string(result.description()) + " at byte " + std::to_string(result.offset);
-    else if (!root()) impl_->error = "no root element";
+        impl_->error =
+            std::string(result.description()) + " at byte " + std::to_string(result.offset);
+    else if (!root())
+        impl_->error = "no root element";
     return impl_->error.empty();
 }
 
-const std::string& XmlDocument::error() const noexcept { return impl_->error; }
+const std::string& XmlDocument::error() const noexcept
+{
+    return impl_->error;
+}
 
 XmlElement XmlDocument::root() const noexcept
 {
@@ -86,4 +97,4 @@ std::string XmlDocument::text() const
     return out.str();
 }
 
-} // namespace VNK
+}  // namespace VNK

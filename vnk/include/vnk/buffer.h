@@ -35,4 +35,4 @@ private:
     std::string text_;
 };
 
-} // namespace VNK
+}  // namespace VNK

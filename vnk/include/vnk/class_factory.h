@@ -66,7 +66,7 @@ protected:
     ~IClassFactory() = default;
 };
 
-} // namespace VNK
+}  // namespace VNK
 
 extern "C" {
 /// An empty factory that belongs to the caller; null when memory cannot be had.
@@ -80,4 +80,4 @@ using VNKGetClassFactoryFunction = VNK::IClassFactory* (*)();
 namespace VNK {
 inline constexpr std::int32_t kModuleLoad = 1;
 inline constexpr std::int32_t kModuleUnload = 2;
-} // namespace VNK
+}  // namespace VNK

@@ -13,4 +13,4 @@ using DebugSink = void (*)(const char* message, void* context);
 VNK_API void setDebugSink(DebugSink sink, void* context) noexcept;
 VNK_API void debugMessage(const char* message) noexcept;
 
-} // namespace VNK
+}  // namespace VNK

@@ -23,10 +23,10 @@ enum class Precision : std::int32_t { Float = 0, Double = 1 };
 struct Transport {
     bool playing = false;
     bool positionKnown = false;
-    double quarterNotes = 0;   // since the start of the song, if known
+    double quarterNotes = 0;  // since the start of the song, if known
     bool frameKnown = false;
-    std::int64_t frame = 0;    // since the start of the song, if known
-    double tempo = 0;          // quarter notes per minute, 0 = unknown
+    std::int64_t frame = 0;  // since the start of the song, if known
+    double tempo = 0;        // quarter notes per minute, 0 = unknown
 };
 
 /// One block. The buffers hold floats or doubles as set by setPrecision; an output may be the input
@@ -36,7 +36,7 @@ struct ProcessData {
     std::int32_t inputChannels = 0;
     void* const* outputs = nullptr;
     std::int32_t outputChannels = 0;
-    const void* const* sideChain = nullptr; // null: silent, or not connected
+    const void* const* sideChain = nullptr;  // null: silent, or not connected
     std::int32_t sideChainChannels = 0;
     std::int32_t frames = 0;
 };
@@ -161,7 +161,7 @@ public:
     virtual const char* refusalReason() const noexcept = 0;
     /// The program list: the effect's factory presets.
     virtual std::int32_t countPrograms() const noexcept = 0;
-    virtual const char* programTitle(std::int32_t index) const noexcept = 0; // null beyond the end
+    virtual const char* programTitle(std::int32_t index) const noexcept = 0;  // null beyond the end
     virtual bool loadProgram(std::int32_t index) noexcept = 0;
     /// Name of the current program, "(Unnamed)" without one.
     virtual const char* programName() const noexcept = 0;
@@ -170,7 +170,7 @@ public:
     // getters return false where the key is missing or of another type.
     virtual bool getInteger(const char* key, std::int64_t& value) const noexcept = 0;
     virtual bool getFloat(const char* key, float& value) const noexcept = 0;
-    virtual const char* getString(const char* key) const noexcept = 0; // null where missing
+    virtual const char* getString(const char* key) const noexcept = 0;  // null where missing
     /// False for keys that the host may only read.
     virtual bool setInteger(const char* key, std::int64_t value) noexcept = 0;
 
@@ -188,4 +188,4 @@ protected:
     ~IEffectComponent() = default;
 };
 
-} // namespace VNK
+}  // namespace VNK

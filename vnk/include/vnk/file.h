@@ -20,4 +20,4 @@ VNK_API bool writeFile(const char* path, const void* data, std::size_t bytes, st
 /// folder.
 VNK_API std::vector<std::string> listFiles(const char* folder, const char* suffix);
 
-} // namespace VNK
+}  // namespace VNK

@@ -103,4 +103,4 @@ template <class I> Ref<I> queryInterface(IObject* object) noexcept
     return object ? Ref<I>::share(static_cast<I*>(object->queryInterface(I::iid))) : Ref<I>();
 }
 
-} // namespace VNK
+}  // namespace VNK

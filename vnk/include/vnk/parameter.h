@@ -16,36 +16,36 @@ enum class ValueKind : std::int32_t { Toggle = 0, List = 1, Continuous = 2 };
 enum ParameterFlag : std::uint32_t {
     isBypass = 1u << 0,
     isToggle = 1u << 1,
-    isDecibel = 1u << 2,         // text and entry in dB
-    isBipolar = 1u << 3,         // drawn from the middle
-    isReadOnly = 1u << 4,        // meter value; not stored, not automatable
-    isTrigger = 1u << 5,         // momentary; not stored
-    isList = 1u << 6,            // whole-number steps, minimum to maximum
+    isDecibel = 1u << 2,   // text and entry in dB
+    isBipolar = 1u << 3,   // drawn from the middle
+    isReadOnly = 1u << 4,  // meter value; not stored, not automatable
+    isTrigger = 1u << 5,   // momentary; not stored
+    isList = 1u << 6,      // whole-number steps, minimum to maximum
     isNotStored = 1u << 7,
     isNotAutomatable = 1u << 8,
-    isHidden = 1u << 9,          // legacy entries
+    isHidden = 1u << 9,  // legacy entries
 };
 inline constexpr int kParameterFlagCount = 10;
 
 /// Strings belong to the component and live as long as it does.
 struct ParameterInfo {
-    const char* key;        // lower-case identifier, unique within the effect
+    const char* key;  // lower-case identifier, unique within the effect
     Tag tag;
     const char* title;
-    const char* shortTitle; // for a narrow form; the title where none is given
-    const char* group;      // display group, may be empty
-    const char* help;       // one sentence, may be empty
-    const char* unitKey;    // as declared: "Media.DB", "dB", ...
-    const char* unit;       // as shown: "dB", "ms", "Hz", "%", ...
-    const char* drivenBy;   // key of the toggle that takes this parameter over, or empty
+    const char* shortTitle;  // for a narrow form; the title where none is given
+    const char* group;       // display group, may be empty
+    const char* help;        // one sentence, may be empty
+    const char* unitKey;     // as declared: "Media.DB", "dB", ...
+    const char* unit;        // as shown: "dB", "ms", "Hz", "%", ...
+    const char* drivenBy;    // key of the toggle that takes this parameter over, or empty
     ValueKind kind;
     float minimum;
     float maximum;
     float defaultValue;
     std::uint32_t flags;
-    std::int32_t index;     // within a family, else -1
-    std::int32_t choices;   // texts of a list, 0 if none
-    bool logarithmic;       // the control moves in equal ratios
+    std::int32_t index;    // within a family, else -1
+    std::int32_t choices;  // texts of a list, 0 if none
+    bool logarithmic;      // the control moves in equal ratios
 
     bool has(ParameterFlag flag) const noexcept { return (flags & flag) != 0; }
     bool isStored() const noexcept { return !(flags & (isReadOnly | isTrigger | isNotStored)); }
@@ -60,7 +60,7 @@ struct MeterInfo {
     const char* unit;
     float minimum;
     float maximum;
-    std::int32_t index; // channel of a per-channel meter, else -1
+    std::int32_t index;  // channel of a per-channel meter, else -1
 };
 
-} // namespace VNK
+}  // namespace VNK

@@ -30,4 +30,4 @@ private:
     Ref<IClassFactory> factory_;
 };
 
-} // namespace VNK
+}  // namespace VNK

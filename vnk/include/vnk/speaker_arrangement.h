@@ -12,15 +12,34 @@ namespace VNK {
 
 /// Speakers by their bit in a 64-bit set.
 enum class Speaker : std::uint8_t {
-    L, R, C, LFE, Ls, Rs, Lrs, Rrs, Lw, Rw, Ltf, Rtf, Ltm, Rtm, Ltr, Rtr, Cs, Lc, Rc, M,
+    L,
+    R,
+    C,
+    LFE,
+    Ls,
+    Rs,
+    Lrs,
+    Rrs,
+    Lw,
+    Rw,
+    Ltf,
+    Rtf,
+    Ltm,
+    Rtm,
+    Ltr,
+    Rtr,
+    Cs,
+    Lc,
+    Rc,
+    M,
     Count,
-    Discrete = 255, // a channel without a place
+    Discrete = 255,  // a channel without a place
 };
 
 inline constexpr int kMaxChannels = 32;
 
 struct SpeakerArrangement {
-    std::int32_t channels = 0; // 0 .. kMaxChannels
+    std::int32_t channels = 0;  // 0 .. kMaxChannels
     Speaker speakers[kMaxChannels] = {};
 
     friend bool operator==(const SpeakerArrangement& a, const SpeakerArrangement& b) noexcept
@@ -43,7 +62,8 @@ struct SpeakerArrangement {
     {
         std::uint64_t set = 0;
         for (int c = 0; c < channels; ++c)
-            if (speakers[c] < Speaker::Count) set |= std::uint64_t{1} << static_cast<int>(speakers[c]);
+            if (speakers[c] < Speaker::Count)
+                set |= std::uint64_t{1} << static_cast<int>(speakers[c]);
         return set;
     }
     /// Short names in channel order joined by one blank ("L R C LFE Ls Rs"); "-" without a place.
@@ -60,4 +80,4 @@ struct SpeakerArrangement {
     VNK_API static SpeakerArrangement fromWaveMask(std::uint32_t mask, int channels) noexcept;
 };
 
-} // namespace VNK
+}  // namespace VNK

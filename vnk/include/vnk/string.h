@@ -11,8 +11,8 @@ class IString : public IObject {
 public:
     static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D10}");
 
-    virtual const char* text() const noexcept = 0;    // ends with 0
-    virtual std::int32_t length() const noexcept = 0; // bytes
+    virtual const char* text() const noexcept = 0;     // ends with 0
+    virtual std::int32_t length() const noexcept = 0;  // bytes
 
 protected:
     ~IString() = default;
@@ -31,7 +31,7 @@ protected:
     ~IMutableCString() = default;
 };
 
-} // namespace VNK
+}  // namespace VNK
 
 extern "C" {
 

@@ -55,4 +55,4 @@ private:
     }
 };
 
-} // namespace VNK
+}  // namespace VNK

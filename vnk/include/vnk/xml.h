@@ -56,4 +56,4 @@ private:
     std::unique_ptr<Implementation> impl_;
 };
 
-} // namespace VNK
+}  // namespace VNK

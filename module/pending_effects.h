@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: ISC
+// The class pairs whose processing is still to come. An effect that is built takes its name from
+// here to its family's folder.
+#pragma once
+
+#include "framework/pass_through.h"
+
+namespace quillworks {
+
+using SimpleStripAlgorithm = PassThroughAlgorithm;
+using SimpleStripComponent = PassThroughComponent<"SimpleStrip">;
+using PanToolAlgorithm = PassThroughAlgorithm;
+using PanToolComponent = PassThroughComponent<"PanTool">;
+using DualPanAlgorithm = PassThroughAlgorithm;
+using DualPanComponent = PassThroughComponent<"DualPan">;
+using GateXAlgorithm = PassThroughAlgorithm;
+using GateXComponent = PassThroughComponent<"GateX">;
+using TriBandCompressorAlgorithm = PassThroughAlgorithm;
+using TriBandComponent = PassThroughComponent<"TriBand">;
+using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
+using MultiBandComponent = PassThroughComponent<"MultiBand">;
+using SimpleDistAlgorithm = PassThroughAlgorithm;
+using SimpleDistComponent = PassThroughComponent<"SimpleDist">;
+using BitcrusherAlgorithm = PassThroughAlgorithm;
+using BitcrusherComponent = PassThroughComponent<"Bitcrusher">;
+using PhaserAlgorithm = PassThroughAlgorithm;
+using PhaserComponent = PassThroughComponent<"Phaser">;
+using FlangerAlgorithm = PassThroughAlgorithm;
+using FlangerComponent = PassThroughComponent<"Flanger">;
+using ChorusAlgorithm = PassThroughAlgorithm;
+using ChorusComponent = PassThroughComponent<"Chorus">;
+using SuperTremAlgorithm = PassThroughAlgorithm;
+using SuperTremComponent = PassThroughComponent<"SuperTrem">;
+using AutoFilterAlgorithm = PassThroughAlgorithm;
+using AutoFilterComponent = PassThroughComponent<"AutoFilter">;
+using BeatDelayAlgorithm = PassThroughAlgorithm;
+using BeatDelayComponent = PassThroughComponent<"BeatDelay">;
+using RhythmDelayAlgorithm = PassThroughAlgorithm;
+using RhythmDelayComponent = PassThroughComponent<"RhythmDelay">;
+using SurroundDelayAlgorithm = PassThroughAlgorithm;
+using SurroundDelayComponent = PassThroughComponent<"SurroundDelay">;
+using ReverbAlgorithm = PassThroughAlgorithm;
+using ReverbComponent = PassThroughComponent<"Reverb">;
+using SwellroomAlgorithm = PassThroughAlgorithm;
+using SwellroomComponent = PassThroughComponent<"Swellroom">;
+using FDNReverbAlgorithm = PassThroughAlgorithm;
+using FDNReverbComponent = PassThroughComponent<"FDNReverb">;
+using IrMakerAlgorithm = PassThroughAlgorithm;
+using IrMakerComponent = PassThroughComponent<"IrMaker">;
+using SpectrumMeterAlgorithm = PassThroughAlgorithm;
+using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
+using PhaseMeterAlgorithm = PassThroughAlgorithm;
+using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
+using TestScopeAlgorithm = PassThroughAlgorithm;
+using TestScopeComponent = PassThroughComponent<"TestScope">;
+using SignalGeneratorAlgorithm = PassThroughAlgorithm;
+using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
+using SurroundPanAlgorithm = PassThroughAlgorithm;
+using SurroundPanComponent = PassThroughComponent<"SurroundPan">;
+using OverdriveAlgorithm = PassThroughAlgorithm;
+using OverdriveComponent = PassThroughComponent<"Overdrive">;
+using MultiDistAlgorithm = PassThroughAlgorithm;
+using MultiDistComponent = PassThroughComponent<"MultiDist">;
+
+// Built in their families next: until then they pass audio like the others.
+using MixToolAlgorithm = PassThroughAlgorithm;
+using MixToolComponent = PassThroughComponent<"MixTool">;
+using CompressorAlgorithm = PassThroughAlgorithm;
+using CompressorComponent = PassThroughComponent<"Compressor">;
+using LimiterAlgorithm = PassThroughAlgorithm;
+using LimiterComponent = PassThroughComponent<"Limiter">;
+using ExpanderAlgorithm = PassThroughAlgorithm;
+using ExpanderComponent = PassThroughComponent<"Expander">;
+using AnalogDelayAlgorithm = PassThroughAlgorithm;
+using AnalogDelayComponent = PassThroughComponent<"AnalogDelay">;
+using LevelMeterAlgorithm = PassThroughAlgorithm;
+using LevelMeterComponent = PassThroughComponent<"LevelMeter">;
+
+// Never offered to a host: classes for trying out the frame.
+using TestWahAlgorithm = PassThroughAlgorithm;
+using TestWahComponent = PassThroughComponent<"TestWah">;
+using TestPlugAlgorithm = PassThroughAlgorithm;
+using TestPlugComponent = PassThroughComponent<"TestPlug">;
+using MonoInStereoOutTestAlgorithm = PassThroughAlgorithm;
+using MonoInStereoOutTestComponent = PassThroughComponent<"MonoInStereoOutTest">;
+using StressAlgorithm = PassThroughAlgorithm;
+
+}  // namespace quillworks

@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: ISC
+// Drives an effect by name and keys through the host-facing interface, as a host does.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "module/class_registry.h"
+#include "tests/support/audio_thread_guard.h"
+#include "tests/support/signals.h"
+#include "vnk/effect.h"
+
+namespace quillworks::test {
+
+using Precisions = ::testing::Types<float, double>;
+
+/// Every process call runs under the audio-thread guard: an allocation, lock or system call in it
+/// fails the test.
+template <typename T> class EffectUnderTest {
+public:
+    explicit EffectUnderTest(const std::string& name, double sampleRate = 48000, int channels = 0)
+        : rate_(sampleRate), channels_(channels)
+    {
+        const auto object = VNK::Ref<VNK::IObject>::adopt(createEffect(name));
+        component_ = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+        if (!component_) throw std::runtime_error("no effect " + name);
+    }
+
+    VNK::IEffectComponent& component() { return *component_; }
+    VNK::IEffectAlgorithm& algorithm() { return *component_->algorithm(); }
+
+    int indexOf(const std::string& key)
+    {
+        const int i = component_->findParameter(key.c_str());
+        if (i < 0) throw std::runtime_error("no parameter " + key);
+        return i;
+    }
+    /// Value in the parameter's own unit, within its range.
+    EffectUnderTest& set(const std::string& key, double value)
+    {
+        EXPECT_TRUE(component_->setValue(indexOf(key), static_cast<float>(value))) << key;
+        return *this;
+    }
+    float get(const std::string& key) { return component_->getValue(indexOf(key)); }
+    float meter(const std::string& key)
+    {
+        for (int i = 0; i < component_->countMeters(); ++i) {
+            VNK::MeterInfo info;
+            component_->getMeter(i, info);
+            if (key == info.key) return component_->readMeter(i);
+        }
+        throw std::runtime_error("no meter " + key);
+    }
+    /// Every automatable parameter at random, the bypass switch left off.
+    EffectUnderTest& randomise(std::uint32_t seed)
+    {
+        std::mt19937 random(seed);
+        for (int i = 0; i < component_->countParameters(); ++i) {
+            VNK::ParameterInfo info;
+            component_->getParameter(i, info);
+            const float position = std::uniform_real_distribution<float>(0, 1)(random);
+            if (info.isAutomatable() && !info.has(VNK::isBypass))
+                component_->setValue(i, component_->fromNormalized(i, position));
+        }
+        return *this;
+    }
+
+    EffectUnderTest& sampleRate(double rate) { return rate_ = rate, *this; }
+    EffectUnderTest& layout(const VNK::SpeakerArrangement& arrangement)
+    {
+        layout_ = arrangement;
+        channels_ = arrangement.channels;
+        return *this;
+    }
+    EffectUnderTest& tempo(double beatsPerMinute) { return tempo_ = beatsPerMinute, *this; }
+    EffectUnderTest& sideChain(Channels<T> signal)
+    {
+        side_ = std::move(signal);
+        algorithm().setSideChainActive(!side_.empty());
+        return *this;
+    }
+
+    /// Prepares for `channels` (0: as constructed, else 1) and blocks of `maxFrames`; resets.
+    EffectUnderTest& prepare(int channels = 0, int maxFrames = 4800)
+    {
+        if (channels == 0) channels = channels_ ? channels_ : 1;
+        channels_ = channels;
+        const auto arrangement = layout_.channels == channels
+                                     ? layout_
+                                     : VNK::SpeakerArrangement::withChannels(channels);
+        EXPECT_TRUE(algorithm().setSpeakerArrangement(arrangement, arrangement));
+        algorithm().setPrecision(std::is_same_v<T, float> ? VNK::Precision::Float
+                                                          : VNK::Precision::Double);
+        EXPECT_TRUE(algorithm().setSampleRate(maxFrames, rate_));
+        algorithm().reset();
+        prepared_ = true;
+        played_ = 0;
+        return *this;
+    }
+
+    /// Plays a signal in blocks of `block` frames; prepares before, unless prepare() has been
+    /// called. Calls go on where the last one ended.
+    Channels<T> play(const Channels<T>& in, int block = 512)
+    {
+        if (!prepared_) prepare(static_cast<int>(in.size()));
+        Channels<T> out(in.size(), Signal<T>(in.front().size()));
+        const auto frames = static_cast<int>(in.front().size());
+        for (int at = 0; at < frames; at += block)
+            processBlock(in, out, at, std::min(block, frames - at));
+        return out;
+    }
+    /// One channel.
+    Signal<T> run(const Signal<T>& in, int block = 512) { return play({in}, block).front(); }
+
+    /// Frames at .. at + n of `in` to `out`, which may be `in`.
+    void processBlock(const Channels<T>& in, Channels<T>& out, int at, int n)
+    {
+        const void* inputs[VNK::kMaxChannels];
+        void* outputs[VNK::kMaxChannels];
+        const void* side[VNK::kMaxChannels];
+        for (std::size_t c = 0; c < in.size(); ++c) {
+            inputs[c] = in[c].data() + at;
+            outputs[c] = out[c].data() + at;
+        }
+        VNK::ProcessData data;
+        data.inputs = inputs;
+        data.outputs = outputs;
+        data.inputChannels = data.outputChannels = static_cast<std::int32_t>(in.size());
+        if (!side_.empty()) {
+            for (std::size_t c = 0; c < side_.size(); ++c) {
+                side_[c].resize(std::max(side_[c].size(), played_ + static_cast<std::size_t>(n)));
+                side[c] = side_[c].data() + played_;
+            }
+            data.sideChain = side;
+            data.sideChainChannels = static_cast<std::int32_t>(side_.size());
+        }
+        data.frames = n;
+        {
+            const AudioThreadGuard guard;
+            algorithm().setTempo(tempo_);
+            algorithm().process(data);
+        }
+        played_ += static_cast<std::size_t>(n);
+    }
+
+private:
+    VNK::Ref<VNK::IEffectComponent> component_;
+    double rate_;
+    int channels_;
+    VNK::SpeakerArrangement layout_;
+    double tempo_ = 120;
+    Channels<T> side_;
+    std::size_t played_ = 0;
+    bool prepared_ = false;
+};
+
+}  // namespace quillworks::test
