@@ -35,6 +35,16 @@ bool XmlElement::hasAttribute(const char* name) const noexcept
 {
     return !nodeOf(node_).attribute(name).empty();
 }
+const char* XmlElement::firstAttribute() const noexcept
+{
+    const auto first = nodeOf(node_).first_attribute();
+    return first ? first.name() : nullptr;
+}
+const char* XmlElement::nextAttribute(const char* name) const noexcept
+{
+    const auto next = nodeOf(node_).attribute(name).next_attribute();
+    return next ? next.name() : nullptr;
+}
 XmlElement XmlElement::child(const char* name) const noexcept
 {
     return XmlElement(elementFrom(nodeOf(node_).first_child(), name).internal_object());

@@ -20,6 +20,9 @@ public:
     /// Value of an attribute, "" where it is missing.
     const char* attribute(const char* name) const noexcept;
     bool hasAttribute(const char* name) const noexcept;
+    /// Names of the attributes in document order; null at the end.
+    const char* firstAttribute() const noexcept;
+    const char* nextAttribute(const char* name) const noexcept;
     /// The first child element, of a name or of any; the next one of the same parent.
     XmlElement child(const char* name = nullptr) const noexcept;
     XmlElement next(const char* name = nullptr) const noexcept;

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: ISC
+// The five strings and the id of the module.
+#pragma once
+
+#include "vnk/class_factory.h"
+
+namespace quillworks {
+
+inline constexpr const char* kModuleId = "quillworks";
+
+inline constexpr VNK::ModuleInformation kModuleInformation{
+    .title = "Quillworks Pack",
+    .version = "5.0.0",
+    .vendor = "Quillworks Audio",
+    .legalNotice = "Copyright (c) Quillworks Audio. All rights reserved.",
+    .webAddress = "https://quillworks.example",
+};
+
+}  // namespace quillworks
