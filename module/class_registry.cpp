@@ -5,6 +5,7 @@
 #include <array>
 #include <utility>
 
+#include "mixing/mixtool.h"
 #include "module/pending_effects.h"
 
 namespace quillworks {

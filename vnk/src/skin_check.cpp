@@ -106,7 +106,7 @@ private:
             const bool mustShow = p.isStored() && p.isAutomatable() && !p.has(isHidden) &&
                                   !p.has(isBypass);  // the header has the bypass switch
             if (mustShow && !bound.contains(p.key))
-                return fail("\"" + std::string(p.key) + "\" cannot be reached in " + view.name);
+                return fail('"' + std::string(p.key) + "\" cannot be reached in " + view.name);
         }
         return true;
     }

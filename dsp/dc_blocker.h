@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: ISC
+// First-order high-pass that takes a constant offset out of a signal.
+#pragma once
+
+#include <cmath>
+#include <numbers>
+
+namespace quillworks {
+
+/// y = g (x - x1) + rho y1 with a corner of 3 Hz. Pole and states are doubles in both precisions:
+/// at 192 kHz the pole lies 1e-4 from the unit circle, where floats lose the offset they should
+/// remove.
+class DcBlocker {
+public:
+    void prepare(double sampleRate) noexcept
+    {
+        rho_ = std::exp(-2 * std::numbers::pi * 3 / sampleRate);
+        gain_ = (1 + rho_) / 2;  // 1 at half the sample rate
+    }
+    void reset() noexcept { x1_ = y1_ = 0; }
+
+    template <typename T> void process(T* x, int n) noexcept
+    {
+        double x1 = x1_, y1 = y1_;
+        for (int i = 0; i < n; ++i) {
+            const double in = x[i];
+            y1 = gain_ * (in - x1) + rho_ * y1;
+            x1 = in;
+            if (!std::isfinite(y1)) x1 = y1 = 0;  // the filter is not poisoned by a bad sample
+            x[i] = static_cast<T>(y1);
+        }
+        if (std::abs(y1) < 1e-20) y1 = 0;
+        x1_ = x1;
+        y1_ = y1;
+    }
+
+private:
+    double rho_ = 0, gain_ = 0;
+    double x1_ = 0, y1_ = 0;
+};
+
+}  // namespace quillworks
