@@ -1,26 +1,465 @@
 // SPDX-License-Identifier: ISC
-// What the frame does around every effect.
-#include "tests/support/effect_under_test.h"
+// The frame around an effect, tried on a small effect of its own.
+#include <atomic>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "dsp/smoothed.h"
+#include "framework/effect_component.h"
+#include "framework/precision_algorithm.h"
+#include "tests/support/audio_thread_guard.h"
+#include "tests/support/signals.h"
 
 namespace quillworks::test {
 namespace {
 
-TEST(Frame, PassesAudioThrough)
+struct ProbeSettings {
+    float gain;
+    float steps[3];
+    float late;
+};
+
+/// Multiplies by a glided gain, adds the side-chain, and remembers what it was told.
+template <typename T> struct ProbeCore {
+    using Settings = ProbeSettings;
+    enum Group : unsigned { Gain = 1, Steps = 2 };
+    void prepare(const ProcessSpec& spec)
+    {
+        if (spec.sampleRate == 666) throw std::bad_alloc();
+        gain.prepareHalfLife(4);
+    }
+    void reset() noexcept
+    {
+        gain.snap();
+        ++resets;
+    }
+    void apply(const Settings& s, unsigned dirty) noexcept
+    {
+        if (dirty & Gain) gain.target(T(s.gain));
+        if (dirty & Steps) sum = s.steps[0] + s.steps[1] + s.steps[2];
+    }
+    void process(const AudioBlock<T>& block) noexcept
+    {
+        transport = *block.transport;
+        side = block.sideChainChannels;
+        forEachSubBlock(block, [this](const AudioBlock<T>& part) {
+            const auto g = gain.next(part);
+            for (int c = 0; c < part.channels; ++c)
+                for (int i = 0; i < part.frames; ++i)
+                    part[c][i] *= g.from + (g.to - g.from) * T(i + 1) / T(part.frames);
+            for (int c = 0; c < part.sideChainChannels; ++c)
+                for (int i = 0; i < part.frames; ++i) part[0][i] += part.side(c)[i];
+        });
+    }
+    void setTempo(double t) noexcept { tempo = t; }
+    void setWetOnly(bool w) noexcept { wetOnly = w; }
+    void publish(MeterSlots& meters) noexcept
+    {
+        meters.publish("Gain"_tag + 1, float(gain.current()));
+        for (Tag c = 0; c < 4; ++c) meters.publish(700 + c, float(c));
+    }
+
+    Smoothed<T> gain;
+    float sum = 0;
+    int resets = 0, side = 0;
+    double tempo = 0;
+    bool wetOnly = false;
+    VNK::Transport transport;
+};
+
+constexpr const char* kTexts[] = {"Low", "Middle", "High"};
+constexpr Parameter<ProbeSettings> kProbe[] = {
+    {"gain",
+     "Gain"_tag,
+     "Gain",
+     Kind::Float,
+     -60,
+     12,
+     0,
+     "Media.DB",
+     &ProbeSettings::gain,
+     ProbeCore<float>::Gain,
+     conversion::decibels,
+     {.minText = "Off"}},
+    {"step",
+     500,
+     "Step",
+     Kind::List,
+     2,
+     4,
+     2,
+     "",
+     nullptr,
+     ProbeCore<float>::Steps,
+     conversion::asIs,
+     {.texts = kTexts},
+     {.count = 3,
+      .element = [](ProbeSettings& s, int i) -> float& { return s.steps[i]; },
+      .defaultAt = [](int i) { return float(2 + i); }}},
+    {"late", "Late"_tag, "Late", Kind::Toggle, 0, 1, 0, "", &ProbeSettings::late},
+    {"undeclared", "Unde"_tag, "Undeclared"},
+    {"level", "Gain"_tag + 1, "Level", Kind::Meter, 0, 2, 0.5},
+    {"reset", "Rset"_tag, "Reset", Kind::Trigger},
+    {"bypass", "Bypa"_tag, "Bypass", Kind::Bypass},
+    {"", "Edit"_tag, "", Kind::Command},
+    {"channel",
+     700,
+     "Channel",
+     Kind::Reading,
+     0,
+     9,
+     0,
+     "",
+     nullptr,
+     0,
+     conversion::asIs,
+     {},
+     {.count = 4, .perChannel = true}},
+};
+
+class ProbeAlgorithm final : public PrecisionAlgorithm<ProbeCore, AudioSideChainInsertAlgorithm> {
+public:
+    ProbeAlgorithm() : PrecisionAlgorithm(kProbe) {}
+    bool acceptsArrangement(const VNK::SpeakerArrangement& in,
+                            const VNK::SpeakerArrangement& out) const noexcept override
+    {
+        return in.channels <= out.channels;  // one channel to many
+    }
+    void setParameter(Tag tag, float value) noexcept override
+    {
+        seen.emplace_back(tag, value);
+        PrecisionAlgorithm::setParameter(tag, value);
+    }
+    template <class F> void core(F&& f) { withCore(f); }
+    std::vector<std::pair<Tag, float>> seen = [] {
+        std::vector<std::pair<Tag, float>> v;
+        v.reserve(1000);
+        return v;
+    }();
+};
+
+class ProbeComponent final : public AudioEffectComponent {
+public:
+    explicit ProbeComponent(ProbeAlgorithm& a)
+        : AudioEffectComponent(a, kProbe, {.viewPrefix = "Probe", .algorithmVersion = 3})
+    {
+        declareAttribute("mode", 7);
+    }
+    Delays delays(double rate) const noexcept override
+    {
+        return isOn("late") ? Delays{static_cast<std::uint32_t>(rate / 100), 2000} : Delays{};
+    }
+    void migrate(StoredState& state) const override
+    {
+        if (state.algorithmVersion.value_or(1) < 3) state.set("gain", -3);
+    }
+};
+
+struct Listener final : VNK::IEffectListener {
+    void message(const char* name) noexcept override { messages.emplace_back(name); }
+    void parameterChanged(std::int32_t i) noexcept override { changed.push_back(i); }
+    void editBegun(std::int32_t i) noexcept override { edits.push_back(i); }
+    void editEnded(std::int32_t i) noexcept override { edits.push_back(-i); }
+    std::vector<std::string> messages;
+    std::vector<int> changed, edits;
+};
+
+class Frame : public ::testing::Test {
+protected:
+    Frame()
+    {
+        component->identify(VNK::UID::constant("{00000000-0000-4000-8000-000000000001}"), "Probe");
+    }
+    void prepare(int channels = 1, int frames = 480, double rate = 48000)
+    {
+        const auto layout = VNK::SpeakerArrangement::withChannels(channels);
+        ASSERT_TRUE(algorithm->setSpeakerArrangement(layout, layout));
+        ASSERT_TRUE(algorithm->setSampleRate(frames, rate));
+        algorithm->reset();
+    }
+    Channels<float> play(Channels<float> x, int outputs = 0, const Channels<float>& side = {})
+    {
+        Channels<float> y(outputs ? static_cast<std::size_t>(outputs) : x.size(),
+                          Signal<float>(x[0].size(), 99.f));
+        std::vector<const void*> in, sideIn;
+        std::vector<void*> out;
+        for (auto& s : x) in.push_back(s.data());
+        for (auto& s : side) sideIn.push_back(s.data());
+        for (auto& s : y) out.push_back(s.data());
+        VNK::ProcessData data{in.data(),     int(in.size()),     out.data(),      int(out.size()),
+                              sideIn.data(), int(sideIn.size()), int(x[0].size())};
+        const AudioThreadGuard guard;
+        algorithm->process(data);
+        return y;
+    }
+    void set(const char* key, float value)
+    {
+        ASSERT_TRUE(component->setValue(component->findParameter(key), value)) << key;
+    }
+
+    VNK::Ref<ProbeAlgorithm> algorithm = VNK::Ref<ProbeAlgorithm>::adopt(new ProbeAlgorithm);
+    VNK::Ref<ProbeComponent> component =
+        VNK::Ref<ProbeComponent>::adopt(new ProbeComponent(*algorithm));
+};
+
+TEST_F(Frame, TableBecomesParametersMetersAndCommands)
 {
-    EffectUnderTest<float> fx("Phaser");
-    const auto x = noise<float>(1000);
-    EXPECT_EQ(fx.run(x), x);
+    ASSERT_EQ(component->countParameters(), 9);
+    VNK::ParameterInfo p;
+    component->getParameter(component->findParameter("step2"), p);
+    EXPECT_EQ(p.tag, 502u);
+    EXPECT_EQ(p.index, 2);
+    EXPECT_EQ(p.defaultValue, 4);
+    EXPECT_STREQ(component->choiceText(component->findParameter("step2"), 1), "Middle");
+    component->getParameter(component->findParameter("undeclared"), p);
+    EXPECT_EQ(p.minimum, 0);
+    EXPECT_EQ(p.maximum, 1);
+    EXPECT_EQ(p.defaultValue, 0);
+    EXPECT_EQ(p.index, -1);
+    EXPECT_EQ(component->findParameter(""), -1);
+    prepare(2);
+    ASSERT_EQ(component->countMeters(), 3);  // the read-only parameter and two of four channels
+    EXPECT_EQ(component->readMeter(0), 0.5f);
+    play({{0}, {0}});
+    EXPECT_EQ(component->readMeter(0), 1);
+    EXPECT_EQ(component->readMeter(2), 1);
+}
+
+TEST_F(Frame, TextsGoBothWays)
+{
+    const int gain = component->findParameter("gain"), step = component->findParameter("step0");
+    char text[32];
+    component->valueToText(gain, -12.5f, text, sizeof text);
+    EXPECT_STREQ(text, "-12.5 dB");
+    component->valueToText(gain, -60, text, sizeof text);
+    EXPECT_STREQ(text, "Off");
+    EXPECT_EQ(component->valueToText(gain, -12.5f, text, 4), 8);
+    EXPECT_STREQ(text, "-12");
+    float v = 0;
+    for (const char* good : {"-3", "-3dB", " -3 db ", "-3.0 dB"})
+        EXPECT_TRUE(component->textToValue(gain, good, v) && v == -3) << good;
+    EXPECT_TRUE(component->textToValue(step, "high", v) && v == 4);
+    EXPECT_TRUE(component->textToValue(step, "3", v) && v == 3);
+    for (const char* bad : {"", "x", "3 ms", "13", "-3,0", "nan", "inf", "- 3"})
+        EXPECT_FALSE(component->textToValue(gain, bad, v)) << bad;
+    EXPECT_FALSE(component->textToValue(step, "2.5", v));
+}
+
+TEST_F(Frame, ValuesReachTheAlgorithmConvertedInDeclarationOrderLatestWins)
+{
+    prepare();
+    play({{1}});
+    algorithm->seen.clear();
+    set("reset", 1);
+    set("reset", 0);
+    set("step1", 4);
+    set("gain", -6);
+    set("gain", -20);
+    component->setEditorOpen(true);
+    play({{1}});
+    const std::vector<std::pair<Tag, float>> expected{
+        {"Gain"_tag, 0.1f}, {501, 4}, {"Rset"_tag, 1}, {"Edit"_tag, 1}};
+    EXPECT_EQ(algorithm->seen, expected);
+    algorithm->core([](auto& core) { EXPECT_EQ(core.sum, 10); });
+    algorithm->seen.clear();
+    play({{1}});
+    EXPECT_TRUE(algorithm->seen.empty());
+}
+
+TEST_F(Frame, WhatIsSetBeforeTheFirstBlockDoesNotGlide)
+{
+    prepare();
+    set("gain", -20);
+    EXPECT_EQ(play({{1}})[0][0], 0.1f);
+    set("gain", 0);
+    EXPECT_LT(play({{1}})[0][0], 1);  // now it does
+}
+
+TEST_F(Frame, TempoAndPositionReachTheCore)
+{
+    prepare();
+    const auto tempo = [&](double t) {
+        algorithm->setTempo(t);
+        play({{1}});
+        double seen = 0;
+        algorithm->core([&](auto& core) { seen = core.tempo; });
+        return seen;
+    };
+    EXPECT_EQ(tempo(140), 140);
+    EXPECT_EQ(tempo(-1), 140);
+    EXPECT_EQ(tempo(std::numeric_limits<double>::infinity()), 140);
+    EXPECT_EQ(tempo(5), 10);
+    EXPECT_EQ(tempo(1e9), 400);
+    algorithm->setTransport(
+        {.playing = true, .positionKnown = true, .quarterNotes = 2.5, .tempo = 90});
+    play({{1}});
+    algorithm->core([](auto& core) {
+        EXPECT_EQ(core.transport.quarterNotes, 2.5);
+        EXPECT_EQ(core.tempo, 90);
+    });
+    play({{1}});
+    algorithm->core([](auto& core) { EXPECT_FALSE(core.transport.positionKnown); });
+    algorithm->setWetOnly(true);
+    play({{1}});
+    algorithm->core([](auto& core) { EXPECT_TRUE(core.wetOnly); });
+}
+
+TEST_F(Frame, InputAndOutputLayoutsMayDiffer)
+{
+    const auto mono = VNK::SpeakerArrangement::withChannels(1);
+    const auto six = VNK::SpeakerArrangement::withChannels(6);
+    EXPECT_FALSE(algorithm->setSpeakerArrangement(six, mono));
+    ASSERT_TRUE(algorithm->setSpeakerArrangement(mono, six));
+    ASSERT_TRUE(algorithm->setSampleRate(64, 48000));
+    algorithm->reset();
+    const auto y = play({{1, 2}}, 6);
+    EXPECT_EQ(y[0], (Signal<float>{1, 2}));
+    EXPECT_EQ(y[5], (Signal<float>{0, 0}));
+    std::int64_t n = 0;
+    EXPECT_TRUE(component->getInteger("channelcount", n));
+    EXPECT_EQ(n, 6);
+}
+
+TEST_F(Frame, ChannelsMayChangePlacesBetweenInputAndOutput)
+{
+    prepare(2);
+    Signal<float> a{1, 2}, b{3, 4};
+    const void* in[] = {a.data(), b.data()};
+    void* out[] = {b.data(), a.data()};
+    algorithm->process({in, 2, out, 2, nullptr, 0, 2});
+    EXPECT_EQ(b, (Signal<float>{1, 2}));
+    EXPECT_EQ(a, (Signal<float>{3, 4}));
+}
+
+TEST_F(Frame, SideChainIsSilentUntilConnectedAndFed)
+{
+    Listener listener;
+    component->setListener(&listener);
+    prepare(1, 2);  // shorter than the block: pieces keep their place on the bus
+    EXPECT_EQ(play({{0, 0, 0}}, 1, {{1, 2, 3}})[0], (Signal<float>{0, 0, 0}));
+    algorithm->setSideChainActive(true);
+    EXPECT_EQ(listener.messages.back(), "sideChainActivated");
+    EXPECT_EQ(play({{0, 0, 0}}, 1, {{1, 2, 3}})[0], (Signal<float>{1, 2, 3}));
+    EXPECT_EQ(play({{1, 1, 1}})[0], (Signal<float>{1, 1, 1}));
+}
+
+TEST_F(Frame, LatencyAndTailFollowParametersAndRateAndAreAnnounced)
+{
+    Listener listener;
+    component->setListener(&listener);
+    prepare();
+    listener.messages.clear();
+    set("late", 1);
+    EXPECT_EQ(listener.messages, std::vector<std::string>{"processSetupChanged"});
+    EXPECT_EQ(algorithm->getLatency(), 480u);
+    EXPECT_EQ(algorithm->getTailLength(), 2000u);
+    set("bypass", 1);
+    EXPECT_EQ(algorithm->getLatency(), 0u);
+    set("bypass", 0);
+    ASSERT_TRUE(algorithm->setSampleRate(64, 96000));
+    EXPECT_EQ(algorithm->getLatency(), 960u);
+}
+
+TEST_F(Frame, PreparationThatFailsIsToldAndTheEffectCanBePreparedAgain)
+{
+    prepare();
+    EXPECT_FALSE(algorithm->setSampleRate(64, 666));
+    EXPECT_EQ(play({{1}})[0][0], 99) << "an unprepared effect touches nothing";
+    prepare();
+    EXPECT_EQ(play({{1}})[0][0], 1);
+}
+
+TEST_F(Frame, GesturesNestAndGroupsCloseThemselves)
+{
+    Listener listener;
+    component->setListener(&listener);
+    component->beginEdit("Gain"_tag);
+    component->beginEdit("Gain"_tag);
+    component->endEdit("Gain"_tag);
+    EXPECT_EQ(listener.edits, std::vector<int>{0});
+    component->endEdit("Gain"_tag);
+    component->endEdit("Gain"_tag);  // one too many does nothing
+    EXPECT_EQ(listener.edits, (std::vector<int>{0, 0}));
+    listener.edits.clear();
+    component->beginGroupEdit();
+    set("step1", 3);
+    set("step1", 4);
+    set("step2", 3);
+    component->endGroupEdit();
+    EXPECT_EQ(listener.edits, (std::vector<int>{2, 3, -2, -3}));
+    EXPECT_EQ(component->changeCount(2), 2u);
+}
+
+TEST_F(Frame, OldStatesAreMigratedAndAttributesStored)
+{
+    set("gain", 5);
+    ASSERT_TRUE(component->setInteger("mode", 9));
+    EXPECT_FALSE(component->setInteger("channelcount", 9));
+    VNK::StringSink sink;
+    component->savePreset("x", sink);
+    std::string text = sink.text();
+    set("gain", 0);
+    component->setInteger("mode", 1);
+    ASSERT_TRUE(component->loadPreset(text.data(), text.size())) << component->refusalReason();
+    EXPECT_EQ(component->getValue(0), 5);
+    std::int64_t mode = 0;
+    component->getInteger("mode", mode);
+    EXPECT_EQ(mode, 9);
+    text.replace(text.find("algorithmVersion=\"3\""), 20, "algorithmVersion=\"2\"");
+    ASSERT_TRUE(component->loadPreset(text.data(), text.size()));
+    EXPECT_EQ(component->getValue(0), -3);
 }
 
 TEST(AudioThreadGuard, SeesAnAllocation)
 {
-    {
-        AudioThreadGuard outer;  // the inner end would report; this one looks first
-        void* volatile p = ::operator new(1000);
-        EXPECT_STREQ(AudioThreadGuard::takeViolation(), "malloc");
-        ::operator delete(p);
-        AudioThreadGuard::takeViolation();
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    const AudioThreadGuard guard;
+    void* volatile p = ::operator new(1000);
+    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "malloc");
+    ::operator delete(p);
+    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "free");
+#endif
+}
+
+TEST(Curves, MeetTheirEndsAndTheirMiddle)
+{
+    EXPECT_FLOAT_EQ(curve::logarithmic.toValue(0.5f, 20, 20000), std::sqrt(20.f * 20000));
+    EXPECT_FLOAT_EQ(curve::middleAt<2000>.toValue(0.5f, 1, 20), 2);
+    EXPECT_FLOAT_EQ(curve::middleAt<2000>.toPosition(2, 1, 20), 0.5f);
+    for (const Curve& c : {curve::linear, curve::logarithmic, curve::middleAt<2000>}) {
+        EXPECT_EQ(c.toValue(0, 1, 20), 1);
+        EXPECT_EQ(c.toValue(1, 1, 20), 20);
+        EXPECT_EQ(c.toValue(std::nanf(""), 1, 20), 1);
     }
+}
+
+TEST(Crossing, LosesNoChangeBetweenThreads)
+{
+    constexpr std::size_t slots = 100;
+    constexpr int rounds = 10000;  // times `slots`: a million sets
+    std::vector<bool> triggers(slots, false);
+    triggers[7] = true;
+    ParameterCrossing crossing(triggers);
+    std::vector<float> latest(slots, -1);
+    std::atomic<bool> done{false};
+    std::thread audio([&] {
+        for (bool last = false; !last;) {
+            last = done.load();
+            crossing.drain([&](std::size_t slot, float value) {
+                if (slot != 7) {
+                    EXPECT_GE(value, latest[slot]) << "values go back in time";
+                }
+                latest[slot] = value;
+            });
+        }
+    });
+    for (int i = 0; i < rounds; ++i)
+        for (std::size_t slot = 0; slot < slots; ++slot) crossing.write(slot, float(i));
+    done = true;
+    audio.join();
+    for (std::size_t slot = 0; slot < slots; ++slot)
+        EXPECT_EQ(latest[slot], slot == 7 ? 1 : float(rounds - 1)) << slot;
 }
 
 }  // namespace

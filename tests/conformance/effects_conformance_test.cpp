@@ -1,0 +1,292 @@
+// SPDX-License-Identifier: ISC
+// What every effect of the pack owes, found by enumeration: a new class is tested here without a
+// line being written.
+#include <functional>
+#include <set>
+#include <string>
+
+#include "tests/support/effect_under_test.h"
+#include "tests/support/every_effect.h"
+
+namespace quillworks::test {
+namespace {
+
+class EveryEffect : public ::testing::TestWithParam<std::string> {
+protected:
+    template <typename T> EffectUnderTest<T> effect(double rate = 48000, int channels = 2)
+    {
+        return EffectUnderTest<T>(GetParam(), rate, channels);
+    }
+    /// The mix tool's steps of 16 samples start afresh with each call, so that a change of routing
+    /// acts at its very frame.
+    bool stepsAreCutPerCall() const { return GetParam() == "Mixtool"; }
+};
+
+Channels<float> stereoNoise(std::size_t frames = 9600)
+{
+    return {noise<float>(frames, 1), noise<float>(frames, 2)};
+}
+
+Channels<double> asDouble(const Channels<float>& x)
+{
+    return {as<double>(x[0]), as<double>(x[1])};
+}
+
+TEST_P(EveryEffect, OutputDoesNotDependOnTheBlockLength)
+{
+    const auto x = stereoNoise();
+    const auto whole = effect<float>().randomise(kSeed).prepare(2, 9600).play(x, 9600);
+    for (int block : {1, 17, 32, 33, 48, 1024}) {
+        if (stepsAreCutPerCall() && block % 16 != 0) continue;
+        const auto pieces = effect<float>().randomise(kSeed).prepare(2, 9600).play(x, block);
+        EXPECT_LT(peakDifferenceDb(pieces, whole), -100) << "block " << block;
+    }
+    const auto cut = effect<float>().randomise(kSeed).prepare(2, 96).play(x, 9600);
+    const auto same = effect<float>().randomise(kSeed).prepare(2, 96).play(x, 96);
+    EXPECT_EQ(cut, same) << "a block longer than prepared is cut";
+}
+
+TEST_P(EveryEffect, FloatAndDoubleAgree)
+{
+    const auto x = stereoNoise();
+    for (std::uint32_t seed : {1, 2, 3}) {
+        const auto f = effect<float>().randomise(seed).play(x);
+        const auto d = effect<double>().randomise(seed).play(asDouble(x));
+        const double scale = std::max(1.0, std::max(peak(d[0]), peak(d[1])));
+        EXPECT_LT(peakDifferenceDb(f, d) - db(scale), -84) << "seed " << seed;
+    }
+}
+
+TEST_P(EveryEffect, ParametersSetAfterPreparationActAsIfSetBefore)
+{
+    const auto x = stereoNoise();
+    const auto before = effect<float>().randomise(kSeed).prepare().play(x);
+    auto fx = effect<float>();
+    EXPECT_EQ(fx.prepare().randomise(kSeed).play(x), before);
+    fx.algorithm().reset();
+    EXPECT_EQ(fx.play(x), before) << "after reset";
+}
+
+TEST_P(EveryEffect, InPlaceEqualsOutOfPlace)
+{
+    auto x = stereoNoise();
+    const auto apart = effect<float>().randomise(kSeed).play(x);
+    auto fx = effect<float>();
+    fx.randomise(kSeed).prepare();
+    for (int at = 0; at < 9600; at += 480) fx.processBlock(x, x, at, 480);
+    EXPECT_EQ(x, apart);
+}
+
+TEST_P(EveryEffect, BypassIsTheInputAndSwitchesWithoutAClick)
+{
+    const auto x = Channels<float>(2, sine<float>(24000, 1000, 48000));
+    auto fx = effect<float>();
+    EXPECT_EQ(fx.set("bypass", 1).play(x), x) << "from the first sample";
+    EXPECT_EQ(fx.algorithm().getLatency(), 0u);
+    auto y = fx.set("bypass", 0).play(x);
+    const auto jump = [](const Signal<float>& s) {
+        double largest = 0;
+        for (std::size_t i = 1; i < s.size(); ++i)
+            largest = std::max(largest, std::abs(double(s[i]) - s[i - 1]));
+        return largest;
+    };
+    for (const auto& s : y)
+        EXPECT_LE(jump(s), 0.15 * std::max(1.0, peak(s))) << "on leaving bypass";
+    y = fx.set("bypass", 1).play(x);
+    for (const auto& s : y) EXPECT_LE(jump(s), 0.15 * std::max(1.0, peak(s))) << "on entering it";
+    for (std::size_t i = 480; i < 24000; ++i) ASSERT_EQ(y[0][i], x[0][i]) << i;
+}
+
+TEST_P(EveryEffect, RecoversFromBadSamplesWithinASecond)
+{
+    const std::size_t second = 48000;
+    const auto clean = Channels<float>(2, noise<float>(5 * second, 7, 0.17));
+    const auto expected = effect<float>().play(clean);
+    for (float bad :
+         {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 1e30f}) {
+        auto x = clean;
+        x[0][second / 4] = bad;
+        const auto y = effect<float>().play(x);
+        for (int c = 0; c < 2; ++c) {
+            ASSERT_TRUE(isFinite(y[c], second / 4 + second)) << bad;
+            EXPECT_NEAR(db(rms(y[c], 4 * second)), db(rms(expected[c], 4 * second)), 1) << bad;
+        }
+    }
+}
+
+TEST_P(EveryEffect, FallsSilentWithinItsTailWithoutDenormals)
+{
+    auto fx = effect<float>();
+    fx.play(stereoNoise(48000));
+    const auto tail = fx.algorithm().getTailLength();
+    const Channels<float> silence(2, constant<float>(4800, 0));
+    if (tail != VNK::kEndlessTail)
+        for (std::size_t done = 0; done < std::min(tail, 48000u * 60) + 4800u; done += 4800)
+            fx.play(silence);
+    // Denormal operands would slow the effect down a hundred times: the processor counts them.
+    const unsigned before = denormalsSeen();
+    EXPECT_EQ(before, 0u);
+    const auto y = fx.play(silence);
+    EXPECT_EQ(denormalsSeen(), 0u);
+    if (tail == VNK::kEndlessTail) return;
+    for (const auto& s : y) EXPECT_LT(db(peak(s)), -55) << "tail of " << tail;
+}
+
+TEST_P(EveryEffect, DelaysByTheLatencyItReports)
+{
+    auto fx = effect<float>();
+    const auto x = Channels<float>(2, noise<float>(9600, 5, 0.05));
+    const auto y = fx.play(x);
+    const auto latency = static_cast<std::size_t>(fx.algorithm().getLatency());
+    double best = 0;
+    std::size_t at = 0;
+    for (std::size_t lag = 0; lag < 2 * latency + 64; ++lag) {
+        double sum = 0;
+        for (std::size_t i = lag; i < x[0].size(); ++i) sum += double(x[0][i - lag]) * y[0][i];
+        if (sum > best) {
+            best = sum;
+            at = lag;
+        }
+    }
+    if (best > 0) {
+        EXPECT_EQ(at, latency);
+    }
+}
+
+TEST_P(EveryEffect, KeepsTheCallersFloatingPointMode)
+{
+    auto fx = effect<float>().randomise(kSeed).prepare();
+    const unsigned before = floatingPointMode();
+    fx.play(stereoNoise(480));
+    EXPECT_EQ(floatingPointMode(), before);
+}
+
+TEST_P(EveryEffect, DescribesItsParametersWithoutContradiction)
+{
+    auto fx = effect<float>();
+    auto& component = fx.component();
+    std::set<std::string> keys;
+    std::set<VNK::Tag> tags;
+    for (int i = 0; i < component.countParameters(); ++i) {
+        VNK::ParameterInfo p;
+        ASSERT_TRUE(component.getParameter(i, p));
+        EXPECT_TRUE(keys.insert(p.key).second) << p.key;
+        EXPECT_TRUE(tags.insert(p.tag).second) << p.key;
+        EXPECT_LT(p.minimum, p.maximum) << p.key;
+        EXPECT_TRUE(p.defaultValue >= p.minimum && p.defaultValue <= p.maximum) << p.key;
+        if (p.has(VNK::isReadOnly)) continue;
+        EXPECT_EQ(component.getValue(i), p.defaultValue) << p.key;
+        if (p.kind == VNK::ValueKind::List && p.choices > 0) {
+            EXPECT_EQ(p.choices, int(p.maximum - p.minimum) + 1) << p.key;
+        }
+        for (float position : {0.0f, 0.1f, 0.3f, 0.5f, 0.77f, 1.0f}) {
+            const float value = component.fromNormalized(i, position);
+            if (p.kind == VNK::ValueKind::Continuous) {
+                EXPECT_NEAR(component.toNormalized(i, value), position, 1e-4) << p.key;
+            }
+            char text[64], again[64];
+            component.valueToText(i, value, text, sizeof text);
+            float read = 0;
+            ASSERT_TRUE(component.textToValue(i, text, read)) << p.key << ": " << text;
+            component.valueToText(i, read, again, sizeof again);
+            EXPECT_STREQ(again, text) << p.key;
+        }
+        EXPECT_FALSE(component.setValue(i, std::numeric_limits<float>::quiet_NaN())) << p.key;
+        component.setValue(i, p.maximum * 2 + 1e6f);
+        EXPECT_LE(component.getValue(i), p.maximum) << p.key;
+    }
+    EXPECT_TRUE(keys.contains("bypass"));
+    EXPECT_NE(component.viewName(0), nullptr);
+}
+
+TEST_P(EveryEffect, StaysFiniteAtTheEndsOfEveryRange)
+{
+    const auto loud = Channels<float>(2, noise<float>(4800, 3, 1000));  // +60 dBFS
+    for (bool maximum : {false, true}) {
+        auto fx = effect<float>();
+        fx.prepare();
+        for (int i = 0; i < fx.component().countParameters(); ++i) {
+            VNK::ParameterInfo p;
+            fx.component().getParameter(i, p);
+            if (p.has(VNK::isBypass) || p.has(VNK::isReadOnly)) continue;
+            fx.component().setValue(i, maximum ? p.maximum : p.minimum);
+            ASSERT_TRUE(isFinite(fx.play(loud)[0])) << p.key << (maximum ? " max" : " min");
+        }
+        for (int i = 0; i < fx.component().countMeters(); ++i) {
+            VNK::MeterInfo m;
+            fx.component().getMeter(i, m);
+            const float value = fx.component().readMeter(i);
+            EXPECT_FALSE(std::isinf(value)) << m.key;
+        }
+    }
+}
+
+/// Rates, layouts, precisions, irregular blocks, automation and bad input at once.
+template <typename T> void sweep(const std::string& name, double rate, int channels)
+{
+    EffectUnderTest<T> fx(name, rate, channels);
+    const auto arrangement = VNK::SpeakerArrangement::withChannels(channels);
+    if (!fx.algorithm().acceptsArrangement(arrangement, arrangement)) return;
+    std::mt19937 random(kSeed);
+    const std::size_t frames = 4 * 4096;
+    Channels<T> x(static_cast<std::size_t>(channels));
+    for (int c = 0; c < channels; ++c) {
+        x[static_cast<std::size_t>(c)] = noise<T>(frames, static_cast<std::uint32_t>(c), 1);
+        auto& s = x[static_cast<std::size_t>(c)];
+        for (std::size_t i = 5000; i < 6000; ++i) s[i] = std::numeric_limits<T>::denorm_min();
+        s[7000] = std::numeric_limits<T>::quiet_NaN();
+        s[7100] = std::numeric_limits<T>::infinity();
+    }
+    Channels<T> y = x;
+    fx.prepare(channels, 1024);
+    for (std::size_t at = 0; at < frames;) {
+        const int lengths[] = {1, 2, 3, 7, 16, 31, 33, 64, 441, 1024, 1536, 4096};
+        const int n =
+            std::min(lengths[random() % std::size(lengths)], static_cast<int>(frames - at));
+        fx.processBlock(x, y, static_cast<int>(at), n);
+        at += static_cast<std::size_t>(n);
+        const auto i =
+            static_cast<int>(random() % static_cast<unsigned>(fx.component().countParameters()));
+        VNK::ParameterInfo p;
+        fx.component().getParameter(i, p);
+        const float position = std::uniform_real_distribution<float>(0, 1)(random);
+        if (p.isAutomatable())
+            fx.component().setValue(i, fx.component().fromNormalized(i, position));
+    }
+    const auto second = static_cast<std::size_t>(rate);
+    const Channels<T> clean(static_cast<std::size_t>(channels), noise<T>(second / 4, 9, 0.25));
+    for (int quarter = 0; quarter < 4; ++quarter) y = fx.play(clean, 1024);
+    for (const auto& s : fx.play(clean, 480))
+        ASSERT_TRUE(isFinite(s)) << rate << " Hz, " << channels << " channels";
+}
+
+TEST_P(EveryEffect, StandsEveryRateLayoutAndAutomation)
+{
+    for (double rate : {8000., 44100., 48000., 96000., 192000., 384000.})
+        for (int channels : {1, 2, 6, 8, 16}) {
+            // The widest layouts at the highest rates cost most and show least.
+            if (rate > 96000 && channels > 2 && channels != 8) continue;
+            sweep<float>(GetParam(), rate, channels);
+            sweep<double>(GetParam(), rate, channels);
+            if (HasFatalFailure()) return;
+        }
+    for (double rate : {11025., 1234.5678, 69313., 123456.78, 768000.})
+        sweep<float>(GetParam(), rate, 2);
+}
+
+TEST_P(EveryEffect, RefusesWhatItCannotBePreparedFor)
+{
+    auto fx = effect<float>();
+    auto& algorithm = fx.algorithm();
+    for (double rate : {0., -48000., std::numeric_limits<double>::quiet_NaN(), 1e12})
+        EXPECT_FALSE(algorithm.setSampleRate(512, rate)) << rate;
+    EXPECT_FALSE(algorithm.setSampleRate(0, 48000));
+    const auto none = VNK::SpeakerArrangement::withChannels(0);
+    EXPECT_FALSE(algorithm.setSpeakerArrangement(none, none));
+    fx.prepare().play(stereoNoise(480));
+}
+
+INSTANTIATE_TEST_SUITE_P(Pack, EveryEffect, ::testing::ValuesIn(registeredClasses()), className);
+
+}  // namespace
+}  // namespace quillworks::test

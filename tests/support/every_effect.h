@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: ISC
+// The classes of the factory as test parameters, and what the processor tells of denormals.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <immintrin.h>
+#include <string>
+#include <vector>
+
+#include "module/module_main.h"
+
+namespace quillworks::test {
+
+inline std::vector<std::string> registeredClasses()
+{
+    const auto factory = VNK::Ref<VNK::IClassFactory>::adopt(VNKGetClassFactory());
+    std::vector<std::string> names;
+    for (int i = 0; i < factory->countClasses(); ++i)
+        names.emplace_back(factory->getClass(i)->name->text());
+    return names;
+}
+
+/// "AnalogDelay" for "Analog Delay".
+inline std::string className(const ::testing::TestParamInfo<std::string>& info)
+{
+    std::string name = info.param;
+    std::erase_if(name, [](char c) { return c == ' '; });
+    return name;
+}
+
+/// Whether a denormal operand has been met since the last call: the flag DE of the control word.
+inline unsigned denormalsSeen()
+{
+    const unsigned seen = _mm_getcsr() & 2u;
+    _mm_setcsr(_mm_getcsr() & ~0x3Fu);
+    return seen;
+}
+
+/// Rounding, masks and denormal modes, without the sticky flags.
+inline unsigned floatingPointMode()
+{
+    return _mm_getcsr() & ~0x3Fu;
+}
+
+}  // namespace quillworks::test
