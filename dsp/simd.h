@@ -46,7 +46,7 @@
 
 /// The best build on this processor of a function given to HWY_EXPORT in the same namespace; with a
 /// bit set of DSP::VectorLib::Permitted as second argument, the best of those, or null.
-#define SIMD_CHOOSE(function, ...) \
+#define SIMD_CHOOSE(function, ...)                                                                 \
     DSP::VectorLib::chooseBuild(HWY_DISPATCH_TABLE(function) __VA_OPT__(, ) __VA_ARGS__)
 
 #endif

@@ -37,7 +37,7 @@ template <class T> const MathKernels<T>& math()
 /// The kernels for a bit set of DSP::VectorLib::Permitted; null if the processor has none of them.
 template <class T> const MathKernels<T>* mathFor(int permitted);
 
-} // namespace detail
+}  // namespace detail
 
 /// d = log2(s)
 template <class T> void log2(T* d, const T* s, int n)
@@ -82,8 +82,7 @@ template <class T> void sqrt(T* d, const T* s, int n)
 }
 
 /// d = 10 log10(s + floor): power to decibels; `floor` > 0 keeps silence finite.
-template <class T>
-void decibelsFromPower(T* d, const T* s, std::type_identity_t<T> floor, int n)
+template <class T> void decibelsFromPower(T* d, const T* s, std::type_identity_t<T> floor, int n)
 {
     detail::math<T>().decibelsFromPower(d, s, floor, n);
 }
@@ -94,4 +93,4 @@ template <class T> void gainFromDecibels(T* d, const T* s, int n)
     detail::math<T>().gainFromDecibels(d, s, n);
 }
 
-} // namespace quillworks::vec
+}  // namespace quillworks::vec
