@@ -6,6 +6,9 @@ target_compile_options(quillworks_options INTERFACE -Wall -Wextra -Wpedantic -Wc
                        # The same formula gives the same bits on every instruction set.
                        -ffp-contract=off)
 target_include_directories(quillworks_options INTERFACE ${CMAKE_SOURCE_DIR})
+if(QUILLWORKS_WERROR)
+  target_compile_options(quillworks_options INTERFACE -Werror)
+endif()
 if(QUILLWORKS_SANITIZE)
   add_compile_options(-fsanitize=${QUILLWORKS_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
