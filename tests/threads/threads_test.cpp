@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: ISC
+// The two threads of an effect at once, and two effects at once. Meant for the thread sanitizer.
+#include <atomic>
+#include <thread>
+
+#include "tests/support/effect_under_test.h"
+#include "tests/support/every_effect.h"
+
+namespace quillworks::test {
+namespace {
+
+class EveryEffectOnTwoThreads : public ::testing::TestWithParam<std::string> {};
+
+/// Runs f(round) until `stop`.
+template <class F> std::thread repeating(std::atomic<bool>& stop, F f)
+{
+    return std::thread([&stop, f] {
+        for (std::uint32_t round = 0; !stop.load(); ++round) f(round);
+    });
+}
+
+TEST_P(EveryEffectOnTwoThreads, ParametersMetersAndStateWhileProcessing)
+{
+    EffectUnderTest<float> fx(GetParam());
+    fx.prepare(2, 64);
+    auto& component = fx.component();
+    std::atomic<bool> stop{false};
+    auto mainThread = repeating(stop, [&](std::uint32_t round) {
+        fx.randomise(round);
+        if (round % 8 == 0) component.setEditorOpen(round % 16 == 0);
+        fx.algorithm().setWetOnly(round % 3 == 0);
+        for (int i = 0; i < component.countMeters(); ++i) component.readMeter(i);
+        VNK::StringSink state;
+        component.saveState(state);
+        if (round % 16 == 5) component.loadState(state.text().data(), state.text().size());
+        std::this_thread::yield();
+    });
+    const Channels<float> x(2, noise<float>(64));
+    Channels<float> y = x;
+    for (int block = 0; block < 1500; ++block) fx.processBlock(x, y, 0, 64);
+    stop = true;
+    mainThread.join();
+    EXPECT_TRUE(isFinite(y[0]));
+}
+
+TEST_P(EveryEffectOnTwoThreads, InstancesShareNothing)
+{
+    const auto run = [&](Channels<float>& y) {
+        EffectUnderTest<float> fx(GetParam());
+        y = fx.randomise(kSeed).prepare(2, 64).play(Channels<float>(2, noise<float>(9600)), 64);
+    };
+    Channels<float> first, second;
+    std::thread other([&] { run(first); });
+    run(second);
+    other.join();
+    EXPECT_EQ(first, second);
+}
+
+INSTANTIATE_TEST_SUITE_P(Pack, EveryEffectOnTwoThreads, ::testing::ValuesIn(registeredClasses()),
+                         className);
+
+}  // namespace
+}  // namespace quillworks::test
