@@ -45,7 +45,8 @@ protected:
             const float* const value = state.find(p.key);
             return value ? p.limited(*value) : p.defaultValue;
         };
-        state.set("swapfreqs", stored(highCut_) < stored(lowCut_) ? 1.0f : 0.0f);
+        const float low = stored(lowCut_), high = stored(highCut_);
+        if (low != high) state.set("swapfreqs", high < low ? 1.0f : 0.0f);
     }
 
 private:
