@@ -5,6 +5,7 @@
 #include <array>
 #include <utility>
 
+#include "dynamics/compressor.h"
 #include "mixing/mixtool.h"
 #include "module/pending_effects.h"
 

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: ISC
+// Time per stereo frame of the dynamics effects at work, by settings and block length.
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "module/class_registry.h"
+#include "vnk/effect.h"
+
+namespace {
+
+using Values = std::vector<std::pair<const char*, float>>;
+
+struct Case {
+    const char* name;
+    const char* effect;
+    Values values;
+};
+
+const Case kCases[] = {
+    {"Compressor", "Compressor", {{"threshold", -30}, {"ratio", 4}}},
+    {"Compressor idle", "Compressor", {}},
+    {"Compressor no look-ahead",
+     "Compressor",
+     {{"threshold", -30}, {"ratio", 4}, {"lookAhead", 0}}},
+    {"Compressor unlinked", "Compressor", {{"threshold", -30}, {"ratio", 4}, {"linked", 0}}},
+    {"Compressor filter",
+     "Compressor",
+     {{"threshold", -30},
+      {"ratio", 4},
+      {"internalsidechain", 1},
+      {"sidechainfreqlow", 100},
+      {"sidechainfreqhigh", 8000}}},
+    {"Compressor mix", "Compressor", {{"threshold", -30}, {"ratio", 4}, {"mix", 0.5f}}},
+    {"Expander", "Expander", {{"highthresh", -20}, {"ratio", 0.5f}}},
+};
+
+/// Noise with a level that moves over 30 dB, like speech.
+template <typename T> std::vector<T> programme(int frames, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> uniform(-1, 1);
+    std::vector<T> x(static_cast<std::size_t>(frames));
+    double low = 0;
+    for (int i = 0; i < frames; ++i) {
+        low += 0.2 * (uniform(random) - low);
+        const double level = std::pow(10, -1.2 + 0.75 * std::sin(i * 6.283 / 24000));
+        x[static_cast<std::size_t>(i)] = static_cast<T>(2 * low * level);
+    }
+    return x;
+}
+
+template <typename T> void run(benchmark::State& state, const Case& test)
+{
+    const int block = static_cast<int>(state.range(0));
+    const auto object = VNK::Ref<VNK::IObject>::adopt(quillworks::createEffect(test.effect));
+    const auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+    for (const auto& [key, value] : test.values)
+        if (!component->setValue(component->findParameter(key), value))
+            return state.SkipWithError(key);
+    auto& algorithm = *component->algorithm();
+    const auto stereo = VNK::SpeakerArrangement::withChannels(2);
+    algorithm.setSpeakerArrangement(stereo, stereo);
+    algorithm.setPrecision(sizeof(T) == 4 ? VNK::Precision::Float : VNK::Precision::Double);
+    algorithm.setSampleRate(block, 48000);
+    algorithm.reset();
+    constexpr int kFrames = 48 * 1024;
+    const std::vector<T> in[] = {programme<T>(kFrames, 1), programme<T>(kFrames, 2)};
+    std::vector<T> out[] = {std::vector<T>(kFrames), std::vector<T>(kFrames)};
+    for (auto _ : state) {
+        for (int at = 0; at + block <= kFrames; at += block) {
+            const void* inputs[] = {in[0].data() + at, in[1].data() + at};
+            void* outputs[] = {out[0].data() + at, out[1].data() + at};
+            VNK::ProcessData data;
+            data.inputs = inputs;
+            data.outputs = outputs;
+            data.inputChannels = data.outputChannels = 2;
+            data.frames = block;
+            algorithm.process(data);
+        }
+    }
+    state.counters["ns/frame"] =
+        benchmark::Counter(kFrames * 1e-9, benchmark::Counter::kIsIterationInvariantRate |
+                                               benchmark::Counter::kInvert);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    for (const auto& test : kCases) {
+        const std::string name = test.name;
+        for (const int block : {64, 256, 1024})
+            benchmark::RegisterBenchmark((name + "/float").c_str(), run<float>, test)->Arg(block);
+        benchmark::RegisterBenchmark((name + "/double").c_str(), run<double>, test)->Arg(256);
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+}

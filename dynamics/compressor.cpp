@@ -1,0 +1,368 @@
+// SPDX-License-Identifier: ISC
+#include "dynamics/compressor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+#include "dsp/fast_log.h"
+#include "dsp/sanitise.h"
+#include "dynamics/sidechain_source.h"
+
+namespace quillworks {
+namespace {
+
+using Core = CompressorCore<float>;
+using S = CompressorSettings;
+using namespace conversion;
+
+constexpr int kMaxChannels = VNK::kMaxChannels;
+constexpr auto kGain = VNK::isDecibel | VNK::isBipolar;
+
+constexpr Tag kInputFast = 1000, kInputSlow = 1100, kOutputFast = 1200, kOutputSlow = 1300;
+constexpr Family<S> kPerChannel{.count = kMaxChannels, .perChannel = true};
+
+// clang-format off
+constexpr Parameter<S> kParameters[] = {
+    // key                  tag          title                kind           min    max    def   unit                  field          dirty                  forward        notes
+    {"ratio",             "Rati"_tag, "Ratio",             Kind::Float,      1,    20,     1, "Media.Ratio",        &S::slope,      Core::Curve,           ratioToSlope,
+        {.group = "Curve", .help = "How many dB the input must rise above the threshold for the output to rise by one.", .curve = &curve::middleAt<2000>}},
+    {"threshold",         "Thre"_tag, "Threshold",         Kind::Float,    -48,     0,     0, "Media.DB",           &S::threshold,  Core::Curve,           asIs,
+        {.group = "Curve", .help = "Level above which the signal is reduced.", .shortTitle = "Thresh", .curve = &curve::decibel, .flags = VNK::isDecibel}},
+    {"knee",              "Knee"_tag, "Knee",              Kind::Float,   0.1f,    20,     6, "dB",                 &S::knee,       Core::Curve,           asIs,
+        {.group = "Curve", .help = "How far below and above the threshold the curve bends; small is a hard corner.", .flags = VNK::isDecibel}},
+    {"auto",              "AutG"_tag, "Auto Gain",         Kind::Toggle,     0,     1,     0, "",                   &S::autoGain,   Core::Curve,           asIs,
+        {.group = "Gain / Envelope", .help = "Makes up for the reduction by ratio and threshold instead of Gain.", .shortTitle = "Auto"}},
+    {"gain",              "Gain"_tag, "Gain",              Kind::Float,      0,    48,     0, "Media.DB",           &S::gain,       Core::Curve,           asIs,
+        {.group = "Gain / Envelope", .help = "Make-up gain after the compression.", .curve = &curve::decibel, .drivenBy = "auto", .flags = kGain}},
+    {"ingain",            "Inpt"_tag, "Input",             Kind::Float,    -12,    24,     0, "Media.DB",           &S::inputGain,  Core::Gains,           decibels,
+        {.group = "Gain / Envelope", .help = "Gain in front of the compression.", .curve = &curve::decibel, .flags = kGain}},
+    {"autospeed",         "AutS"_tag, "Auto Speed",        Kind::Toggle,     0,     1,     0, "",                   &S::autoSpeed,  Core::Times,           asIs,
+        {.group = "Gain / Envelope", .help = "Follows the programme slowly by itself instead of Attack and Release."}},
+    {"attack",            "Atck"_tag, "Attack",            Kind::Float,   0.1f,   400,    15, "Media.Milliseconds", &S::attack,     Core::Times,           milliseconds,
+        {.group = "Gain / Envelope", .help = "Time in which the reduction sets in.", .curve = &curve::logarithmic, .drivenBy = "autospeed"}},
+    {"release",           "Rels"_tag, "Release",           Kind::Float,      1,  2000,   120, "Media.Milliseconds", &S::release,    Core::Times,           milliseconds,
+        {.group = "Gain / Envelope", .help = "Time in which the reduction goes back.", .curve = &curve::logarithmic, .drivenBy = "autospeed"}},
+    {"adaptive",          "Dual"_tag, "Adaptive Speed",    Kind::Toggle,     0,     1,     1, "",                   &S::adaptive,   Core::Times,           asIs,
+        {.group = "Gain / Envelope", .help = "Detects lows and highs apart, each at its own pace: less pumping and less distortion of the bass.", .shortTitle = "Adaptive"}},
+    {"internalsidechain", "SExt"_tag, "Sidechain Filter",  Kind::Toggle,     0,     1,     0, "",                   &S::filter,     Core::Switches,        asIs,
+        {.group = "Sidechain Filter", .help = "Puts the filter in front of the detector.", .shortTitle = "Filter"}},
+    {"sidechainlisten",   "SCls"_tag, "Sidechain Listen",  Kind::Toggle,     0,     1,     0, "",                   &S::listen,     Core::Switches,        asIs,
+        {.group = "Sidechain Filter", .help = "Lets you hear what the detector hears, while the filter is on.", .shortTitle = "Listen"}},
+    {"sidechainfreqlow",  "SCFL"_tag, "Sidechain LC-Freq", Kind::Float,     20, 16000,    20, "Hz",                 &S::lowCut,     Core::Filters,         asIs,
+        {.group = "Sidechain Filter", .help = "Frequencies below do not trigger the compression.", .shortTitle = "Low Cut", .curve = &curve::logarithmic, .minText = "Off"}},
+    {"sidechainfreqhigh", "SCFH"_tag, "Sidechain HC-Freq", Kind::Float,     20, 16000, 16000, "Hz",                 &S::highCut,    Core::Filters,         asIs,
+        {.group = "Sidechain Filter", .help = "Frequencies above do not trigger the compression.", .shortTitle = "High Cut", .curve = &curve::logarithmic, .maxText = "Off"}},
+    {"swapfreqs",         "SCSw"_tag, "Swap Frequencies",  Kind::Toggle,     0,     1,     0, "",                   nullptr,        0,                     asIs,
+        {.group = "Sidechain Filter", .help = "Exchanges the two frequencies: a band is rejected instead of passed.", .shortTitle = "Swap"}},
+    {"linked",            "Link"_tag, "Link Channels",     Kind::Toggle,     0,     1,     1, "",                   &S::linked,     Core::Switches,        asIs,
+        {.group = "Sidechain Filter", .help = "Reduces all channels alike, so that the stereo image stays.", .shortTitle = "Link"}},
+    {"lookAhead",         "LkAh"_tag, "LookAhead",         Kind::Toggle,     0,     1,     1, "",                   &S::lookAhead,  Core::LookAheadSwitch, asIs,
+        {.group = "Gain / Envelope", .help = "Delays the audio by 2 ms so that the reduction comes in time for sharp attacks."}},
+    {"reduction",         "Redu"_tag, "Reduction",         Kind::Meter,    -48,     0,   -48, "dB"},
+    {"minreduction",      "MnRd"_tag, "Min Reduction",     Kind::Meter,   -144,     0,     0, "dB"},
+    {"resetmin",          "RsMR"_tag, "Reset Min",         Kind::Trigger,    0,     1,     0, "",                   nullptr,        Core::ResetMinimum},
+    {"inlevelavg",        "ILvA"_tag, "In Level Avg",      Kind::Meter,   -120,    20,  -120, "dB"},
+    {"mix",               "Mix "_tag, "Mix",               Kind::Float,      0,     1,     1, "",                   &S::mix,        Core::Gains,           asIs,
+        {.group = "Gain / Envelope", .help = "Share of the compressed signal; below 1 the untouched signal is added."}},
+    {"bypass",            "Bypa"_tag, "Bypass",            Kind::Bypass},
+    {"editor",            "Edit"_tag, "Editor",            Kind::Command,    0,     1,     0, "",                   &S::editorOpen, Core::Editor},
+    {"inlevel",           kInputFast, "InLevels",          Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
+    {"inlevelslow",       kInputSlow, "InLevels Slow",     Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
+    {"outlevel",          kOutputFast, "OutLevels",        Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
+    {"outlevelslow",      kOutputSlow, "OutLevels Slow",   Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
+};
+// clang-format on
+
+/// What a reduction reads as on the meter.
+float reductionReading(double reduction)
+{
+    return static_cast<float>(reduction > -kSilenceDb ? kSilenceDb : 0 - reduction);
+}
+
+}  // namespace
+
+float autoMakeUp(float slope, float threshold) noexcept
+{
+    const double s = slope;
+    return static_cast<float>(std::clamp(
+        16.608 * s - 7.3664 - 16.376 * s * s - 0.70248 * s * double(threshold), 0.0, 35.0));
+}
+
+template <typename T> void CompressorCore<T>::prepare(const ProcessSpec& spec)
+{
+    sampleRate_ = spec.sampleRate;
+    const int lookAhead = lookAheadFrames(sampleRate_);
+    const int hold = static_cast<int>(sampleRate_ * 0.002);
+    channels_.resize(static_cast<std::size_t>(spec.channels));
+    for (auto& ch : channels_) {
+        ch.inputLevel.setTimes(sampleRate_, 100 / sampleRate_, std::max(1.0, 100 / sampleRate_));
+        ch.adaptive.prepare(sampleRate_);
+        ch.autoSmoother.prepare(sampleRate_);
+        ch.computer.prepare(hold);
+        ch.dry.prepare(lookAhead);
+        ch.lookAhead.prepare(lookAhead);
+        ch.inputMeter.prepare(sampleRate_);
+        ch.outputMeter.prepare(sampleRate_);
+    }
+    filter_.prepare(sampleRate_, spec.channels);
+    inputGain_.prepareHalfLife(50 * std::max(1.0, std::trunc(sampleRate_ * 0.00009375 + 0.5)));
+    mixer_.prepare(sampleRate_, 0.03);
+}
+
+template <typename T> void CompressorCore<T>::reset() noexcept
+{
+    inputGain_.snap();
+    mixer_.reset();
+    filter_.reset();
+    autoSpeedNow_ = k_.autoSpeed;
+    isFading_ = false;
+    for (auto& ch : channels_) {
+        ch.inputLevel.reset();
+        ch.adaptive.reset();
+        ch.smoother.reset();
+        ch.autoSmoother.reset();
+        ch.computer.reset();
+        ch.inputGain.snap(inputGain_.current());
+        ch.dry.reset();
+        ch.lookAhead.reset();
+        ch.inputMeter.reset();
+        ch.outputMeter.reset();
+    }
+}
+
+template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned dirty) noexcept
+{
+    if (dirty & Curve) {
+        k_.curve = CompressionCurve<T>::of(s.threshold, s.slope, s.knee);
+        k_.makeUpDb = T(s.autoGain != 0 ? autoMakeUp(s.slope, s.threshold) : s.gain);
+    }
+    if (dirty & Times) {
+        k_.adaptive = s.adaptive != 0;
+        k_.autoSpeed = s.autoSpeed != 0;
+        const double release = k_.autoSpeed ? 20 : s.release;  // seconds
+        for (auto& ch : channels_) ch.smoother.setTimes(sampleRate_, s.attack, release);
+        // At auto speed the follower's own slowness is all the release there is.
+        k_.gainRelease = k_.autoSpeed ? 0 : followerCoefficient(sampleRate_, 4 * release);
+    }
+    if (dirty & Filters) filter_.tune(s.lowCut, s.highCut);
+    if (dirty & Switches) {
+        k_.filter = s.filter != 0;
+        k_.listen = s.listen != 0;
+        k_.linked = s.linked != 0;
+    }
+    if (dirty & Gains) {
+        inputGain_.target(T(s.inputGain));
+        k_.mix = T(s.mix);
+        mixer_.target(wetOnly_ ? T(1) : k_.mix);
+    }
+    if (dirty & LookAheadSwitch) {
+        k_.lookAhead = s.lookAhead != 0;
+        for (auto& ch : channels_) {
+            ch.dry.reset();
+            ch.lookAhead.reset();
+            ch.computer.setHold(k_.lookAhead);
+        }
+    }
+    if (dirty & Editor) {
+        k_.editorOpen = s.editorOpen != 0;
+        for (auto& ch : channels_) {
+            ch.inputMeter.reset();
+            ch.outputMeter.reset();
+        }
+    }
+    if (dirty & ResetMinimum) minimum_ = 0;
+}
+
+template <typename T> void CompressorCore<T>::setWetOnly(bool wetOnly) noexcept
+{
+    wetOnly_ = wetOnly;
+    mixer_.target(wetOnly_ ? T(1) : k_.mix);
+}
+
+template <typename T> void CompressorCore<T>::process(const AudioBlock<T>& block) noexcept
+{
+    forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
+    const bool both = !isLinked() && channels_.size() > 1;
+    for (std::size_t c = 0; c < (both ? 2u : 1u); ++c)
+        minimum_ = std::max(minimum_, channels_[c].computer.takeLargest());
+}
+
+template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& part) noexcept
+{
+    const int n = part.frames;
+    T dryCopy[kMaxChannels][kSubBlock];
+    const T* dry[kMaxChannels];
+
+    mixer_.next(part);
+    for (int c = 0; c < part.channels; ++c) {
+        auto& ch = channels_[static_cast<std::size_t>(c)];
+        sanitise(part[c], n);
+        if (k_.lookAhead) {
+            dry[c] = ch.dry.push(part[c], n);
+        } else if (!mixer_.isWet()) {
+            vec::copy(dryCopy[c], part[c], n);
+            dry[c] = dryCopy[c];
+        }
+        if (k_.editorOpen) ch.inputMeter.run(part[c], n);
+    }
+    applyInputGain(part);
+
+    filter_.next(part);
+    if (part.begins()) {
+        isFading_ = autoSpeedNow_ != k_.autoSpeed;
+        autoSpeedNow_ = k_.autoSpeed;
+    }
+    const bool listens = k_.filter && k_.listen;
+    GainBuffer<T> gains;
+    double key[kSubBlock];
+    bool isConstant = false;
+    for (int c = 0; c < part.channels; ++c) {
+        auto& ch = channels_[static_cast<std::size_t>(c)];
+        T* const x = part[c];
+        if (c == 0 || !isLinked()) {
+            takeKey(key, part, c);
+            if (k_.filter) filter_.run(c, key, part);
+            isConstant = detect(ch, key, gains.values(), part);
+        }
+        if (listens) {
+            for (int i = 0; i < n; ++i) x[i] = T(key[i]);
+            if (k_.lookAhead) ch.lookAhead.delay(x, n);
+        } else if (k_.lookAhead) {
+            ch.lookAhead.run(x, gains, isConstant, n);
+        } else {
+            vec::mulInplace(x, gains.values(), n);
+        }
+    }
+    for (int c = 0; c < part.channels; ++c) {
+        if (!mixer_.isWet()) mixer_.mix(part[c], dry[c], n);
+        if (k_.editorOpen) channels_[static_cast<std::size_t>(c)].outputMeter.run(part[c], n);
+    }
+}
+
+template <typename T> void CompressorCore<T>::applyInputGain(const AudioBlock<T>& part) noexcept
+{
+    inputGain_.next(part);
+    const T gain = inputGain_.current();
+    for (int c = 0; c < part.channels; ++c)
+        channels_[static_cast<std::size_t>(c)].inputGain.run(part[c], gain, part);
+}
+
+template <typename T>
+void CompressorCore<T>::takeKey(double* key, const AudioBlock<T>& part, int c) const noexcept
+{
+    if (part.sideChainChannels == 0)
+        return isLinked() ? takeMean(key, part) : takeChannel(key, part[c], part.frames);
+    if (!isLinked() && part.sideChainChannels >= part.channels)
+        takeBusChannel(key, part, c);
+    else
+        takeBusMean(key, part);
+}
+
+/// Gains for a key; true if they are all the same.
+template <typename T>
+bool CompressorCore<T>::detect(Channel& ch, const double* key, T* gain, GridSlice slice) noexcept
+{
+    levels(ch, key, gain, slice);
+    return ch.computer.run(gain, gain, k_.curve, k_.gainRelease, k_.makeUpDb, slice.frames);
+}
+
+template <typename T>
+void CompressorCore<T>::levels(Channel& ch, const double* key, T* level, GridSlice slice) noexcept
+{
+    const int n = slice.frames;
+    const auto run = [&](auto& smoother, T* to) {
+        if (k_.adaptive)
+            follow<true>(ch, smoother, key, to, n);
+        else
+            follow<false>(ch, smoother, key, to, n);
+    };
+    if (!isFading_) return autoSpeedNow_ ? run(ch.autoSmoother, level) : run(ch.smoother, level);
+
+    // Both smoothers hear the same detector: the one that is left runs on a copy of it.
+    Channel& state = ch;
+    const auto inputLevel = state.inputLevel;
+    const auto adaptive = state.adaptive;
+    T left[kSubBlock];
+    autoSpeedNow_ ? run(ch.smoother, left) : run(ch.autoSmoother, left);
+    state.inputLevel = inputLevel;
+    state.adaptive = adaptive;
+    autoSpeedNow_ ? run(ch.autoSmoother, level) : run(ch.smoother, level);
+    for (int i = 0; i < n; ++i)
+        level[i] = left[i] + (level[i] - left[i]) * (T(slice.phase + i + 1) / T(kSubBlock));
+}
+
+/// The recursions in one loop, so that a processor that works ahead overlaps their waiting times.
+template <typename T>
+template <bool isAdaptive, class Smoother>
+void CompressorCore<T>::follow(Channel& ch, Smoother& smoother, const double* key, T* level,
+                               int n) noexcept
+{
+    auto inputLevel = ch.inputLevel;
+    auto adaptive = ch.adaptive;
+    auto s = smoother;
+    for (int i = 0; i < n; ++i) {
+        const double x = key[i];
+        inputLevel.next(std::abs(x));
+        level[i] = T(s.next(isAdaptive ? adaptive.next(x) : x));
+    }
+    ch.inputLevel = inputLevel;
+    ch.adaptive = adaptive;
+    smoother = s;
+}
+
+template <typename T> void CompressorCore<T>::publish(MeterSlots& meters) noexcept
+{
+    const bool both = !isLinked() && channels_.size() > 1;
+    double reduction = channels_[0].computer.reduction();
+    double level = channels_[0].inputLevel.envelope();
+    if (both) {
+        reduction = std::max(reduction, channels_[1].computer.reduction());
+        level += channels_[1].inputLevel.envelope();
+    }
+    meters.publish("Redu"_tag, reductionReading(reduction));
+    meters.publish("MnRd"_tag, reductionReading(minimum_));
+    meters.publish("ILvA"_tag, fastDecibels(std::max(static_cast<float>(std::sqrt(level)), 1e-6f)));
+    if (!k_.editorOpen) return;
+    for (std::size_t c = 0; c < channels_.size(); ++c) {
+        const auto& ch = channels_[c];
+        const auto tag = static_cast<Tag>(c);
+        meters.publish(kInputFast + tag, static_cast<float>(ch.inputMeter.fast.envelope()));
+        meters.publish(kInputSlow + tag, static_cast<float>(ch.inputMeter.slow.envelope()));
+        meters.publish(kOutputFast + tag, static_cast<float>(ch.outputMeter.fast.envelope()));
+        meters.publish(kOutputSlow + tag, static_cast<float>(ch.outputMeter.slow.envelope()));
+    }
+}
+
+template class CompressorCore<float>;
+template class CompressorCore<double>;
+
+CompressorAlgorithm::CompressorAlgorithm() : PrecisionAlgorithm(kParameters) {}
+
+CompressorComponent::CompressorComponent(CompressorAlgorithm& algorithm)
+    : SwapComponent(algorithm, kParameters, {.viewPrefix = "Compressor", .algorithmVersion = 2},
+                    "sidechainfreqlow", "sidechainfreqhigh")
+{}
+
+void CompressorComponent::migrate(StoredState& state) const
+{
+    SwapComponent::migrate(state);
+    if (state.algorithmVersion.value_or(1) >= 2) return;
+    // Auto Gain once worked on the ratio where it now works on the slope, and at twice the amount:
+    // what such a preset was mixed with is kept as a gain of its own.
+    const float* const on = state.find("auto");
+    const float* const ratio = state.find("ratio");
+    const float* const threshold = state.find("threshold");
+    if (!on || *on == 0 || !ratio || !threshold || !state.find("gain")) return;
+    state.set("gain", autoMakeUp(*ratio, *threshold) * 0.5f);
+    state.set("auto", 0);
+}
+
+Delays CompressorComponent::delays(double sampleRate) const noexcept
+{
+    const auto frames =
+        static_cast<std::uint32_t>(isOn("lookAhead") ? lookAheadFrames(sampleRate) : 0);
+    return {.latency = frames, .tail = frames};
+}
+
+}  // namespace quillworks

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: ISC
+// Compressor: adaptive two-band detector, soft knee, look-ahead that releases behind the delay,
+// filtered or external side-chain.
+#pragma once
+
+#include <vector>
+
+#include "dsp/dry_wet.h"
+#include "dsp/follower.h"
+#include "dsp/zero_crossing_gain.h"
+#include "dynamics/adaptive_detector.h"
+#include "dynamics/gain_computer.h"
+#include "dynamics/level_smoother.h"
+#include "dynamics/lookahead.h"
+#include "dynamics/sidechain_filter.h"
+#include "dynamics/swap_component.h"
+#include "framework/precision_algorithm.h"
+
+namespace quillworks {
+
+struct CompressorSettings {
+    float slope;            // 1 - 1/ratio
+    float threshold;        // dB
+    float knee;             // half-width, dB
+    float autoGain;         // switch: make-up from slope and threshold
+    float gain;             // make-up, dB
+    float inputGain;        // linear
+    float autoSpeed;        // switch
+    float attack, release;  // seconds
+    float adaptive;         // switch
+    float filter, listen;   // switches
+    float lowCut, highCut;  // Hz
+    float linked;           // switch
+    float lookAhead;        // switch
+    float mix;              // fraction wet
+    float editorOpen;       // switch
+};
+
+/// Make-up gain in dB, 0 .. 35, for a slope and a threshold in dB: a fit by ear, chosen so that
+/// programme material keeps about its loudness.
+float autoMakeUp(float slope, float threshold) noexcept;
+
+template <typename T> class CompressorCore {
+public:
+    using Settings = CompressorSettings;
+    enum Group : unsigned {
+        Curve = 1,
+        Times = 2,
+        Filters = 4,
+        Switches = 8,
+        Gains = 16,
+        LookAheadSwitch = 32,
+        Editor = 64,
+        ResetMinimum = 128,
+    };
+
+    void prepare(const ProcessSpec& spec);
+    void reset() noexcept;
+    void apply(const Settings& settings, unsigned dirty) noexcept;
+    void process(const AudioBlock<T>& block) noexcept;
+    void publish(MeterSlots& meters) noexcept;
+    void setWetOnly(bool wetOnly) noexcept;
+
+private:
+    struct Coefficients {  // one set for all channels
+        CompressionCurve<T> curve;
+        T makeUpDb = 0;
+        double attack = 0, release = 0;  // seconds
+        double gainRelease = 0;          // per sample, of the gain computer
+        T mix = 1;
+        bool adaptive = true, autoSpeed = false;
+        bool filter = false, listen = false;
+        bool linked = true, lookAhead = false, editorOpen = false;
+    };
+    struct Channel {
+        PeakFollower inputLevel;
+        AdaptiveDetector adaptive;
+        LevelSmoother smoother;
+        AutoSpeedSmoother autoSmoother;
+        GainComputer<T> computer;
+        ZeroCrossingGain<T> inputGain;
+        DelayLine<T> dry;
+        LookAhead<T> lookAhead;
+        LevelMeterPair inputMeter, outputMeter;
+    };
+
+    void processSlice(const AudioBlock<T>& part) noexcept;
+    void applyInputGain(const AudioBlock<T>& part) noexcept;
+    void takeKey(double* key, const AudioBlock<T>& part, int c) const noexcept;
+    bool detect(Channel& channel, const double* key, T* gain, GridSlice slice) noexcept;
+    void levels(Channel& channel, const double* key, T* level, GridSlice slice) noexcept;
+    template <bool isAdaptive, class Smoother>
+    void follow(Channel& channel, Smoother& smoother, const double* key, T* level, int n) noexcept;
+    bool isLinked() const noexcept { return k_.linked && channels_.size() > 1; }
+
+    double sampleRate_ = 44100;
+    Coefficients k_;
+    Smoothed<T> inputGain_;
+    DryWet<T> mixer_;
+    SidechainFilter filter_;
+    std::vector<Channel> channels_;
+    bool autoSpeedNow_ = false, isFading_ = false;  // from one smoother to the other
+    bool wetOnly_ = false;
+    double minimum_ = 0;  // lowest reduction since it was reset, dB
+};
+
+class CompressorAlgorithm final
+    : public PrecisionAlgorithm<CompressorCore, AudioSideChainInsertAlgorithm> {
+public:
+    CompressorAlgorithm();
+};
+
+class CompressorComponent final : public SwapComponent {
+public:
+    explicit CompressorComponent(CompressorAlgorithm& algorithm);
+
+private:
+    void migrate(StoredState& state) const override;
+    Delays delays(double sampleRate) const noexcept override;
+};
+
+}  // namespace quillworks
