@@ -22,7 +22,9 @@ namespace DSP::VectorLib::HWY_NAMESPACE {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-inline constexpr std::size_t kGroup = 16;  // elements per turn of the main loop
+// Elements per turn of the main loop. One for the scalar build, which then needs no tails.
+inline constexpr std::size_t kGroup = HWY_TARGET == HWY_SCALAR ? 1 : 16;
+inline constexpr std::size_t kSlots = 16;
 
 // Vectors of 32 bytes at most: wider ones gain nothing in loops bound by loads and stores, and
 // their unaligned accesses cross a cache line each time.
@@ -193,9 +195,9 @@ template <class D> struct Countdown {
     }
 };
 
-/// The operation Op over Operands: groups of 16 elements, then a tail of exactly `tail` elements
-/// split by the bits of `tail`.
-template <class Op, class Ty, Result result, std::size_t tail, class... Operands> struct Loop {
+/// The operation Op over Operands: groups of 16 elements, then a tail split by the bits of its
+/// length. Nothing but `run` and `finish` knows that length, which keeps compile times down.
+template <class Op, class Ty, Result result, class... Operands> struct Loop {
     using Work = typename Ty::Work;
     using D = Widest<Work>;
     static constexpr std::size_t kLanes = hn::MaxLanes(D());
@@ -226,33 +228,31 @@ template <class Op, class Ty, Result result, std::size_t tail, class... Operands
             return hn::Zero(D());
     }
 
-    /// The part of the tail below 2 * bit elements. The vectors get narrower with the bits, and the
-    /// peak, lane by lane, with them.
-    template <std::size_t bit, class Tag>
+    /// The last `rest` elements, fewer than 2 * bit. The vectors get narrower with the bits, and
+    /// the peak, lane by lane, with them. Returns the peak of all lanes.
+    template <std::size_t bit, std::size_t rest, class Tag>
     static HWY_INLINE Work finish(Tag tag, const Frame<Ty>& f, std::size_t at, hn::Vec<Tag> peak)
     {
         constexpr std::size_t lanes = hn::MaxLanes(Tag());
-        if constexpr (bit == 0) {
+        if constexpr (bit == 0 || (rest == 0 && result == Result::Store)) {
             return result == Result::Store ? Work{} : hn::GetLane(peak);
         } else if constexpr (lanes > bit) {
             const hn::Half<Tag> half;
             if constexpr (result == Result::Store)
-                return finish<bit>(half, f, at, hn::Zero(half));
+                return finish<bit, rest>(half, f, at, hn::Zero(half));
             else
-                return finish<bit>(half, f, at, halvesMaximum(half, peak));
+                return finish<bit, rest>(half, f, at, halvesMaximum(half, peak));
         } else {
-            if constexpr ((tail & bit) != 0) {
-                for (std::size_t i = 0; i < bit; i += lanes) {
-                    constexpr std::size_t remaining = tail & (2 * bit - 1);
-                    step(tag, f, at + i, Countdown<Tag>::from(remaining - i).left(), peak);
-                }
+            if constexpr ((rest & bit) != 0) {
+                for (std::size_t i = 0; i < bit; i += lanes)
+                    step(tag, f, at + i, Countdown<Tag>::from(rest - i).left(), peak);
                 at += bit;
             }
-            return finish<bit / 2>(tag, f, at, peak);
+            return finish<bit / 2, rest % bit>(tag, f, at, peak);
         }
     }
 
-    static HWY_INLINE Work run(const Frame<Ty>& f, std::size_t count)
+    template <std::size_t tail> static HWY_INLINE Work run(const Frame<Ty>& f, std::size_t count)
     {
         hn::Vec<D> peaks[kVectors];
         for (auto& peak : peaks) peak = hn::Zero(D());
@@ -264,7 +264,7 @@ template <class Op, class Ty, Result result, std::size_t tail, class... Operands
         }
         if constexpr (result != Result::Store)
             for (std::size_t v = 1; v < kVectors; ++v) peaks[0] = maximum(D(), peaks[v], peaks[0]);
-        return finish<kGroup / 2>(D(), f, whole, peaks[0]);
+        return finish<kGroup / 2, tail>(D(), f, whole, peaks[0]);
     }
 };
 
@@ -283,10 +283,11 @@ struct Kernel<Op, Ty, result, tail, std::index_sequence<s...>, std::index_sequen
                     Repeat<const typename Ty::C*, c>... constants,
                     Repeat<typename Ty::D*, o>... output, std::int32_t count)
     {
-        using L = Loop<Op, Ty, result, tail, Operands...>;
+        using L = Loop<Op, Ty, result, Operands...>;
         Frame<Ty> f{d, {sources...}, {static_cast<typename Ty::Work>(*constants)...}};
         if constexpr (L::ramps) f.c[0] = (f.c[1] - f.c[0]) / static_cast<typename Ty::Work>(count);
-        [[maybe_unused]] const auto peak = L::run(f, static_cast<std::size_t>(count));
+        [[maybe_unused]] const auto peak =
+            L::template run<tail>(f, static_cast<std::size_t>(count));
         ((*output = peak), ...);
     }
 };
@@ -301,14 +302,14 @@ void fillSlots(RawKernel* slots, std::index_sequence<tail...>)
     using Constants =
         std::make_index_sequence<std::max({std::size_t{0}, Needs<Operands>::constants...})>;
     using Outputs = std::make_index_sequence<result == Result::Store ? 0 : 1>;
-    ((slots[tail] = slots[tail + kGroup] = reinterpret_cast<RawKernel>(
-          &Kernel<Op, Ty, result, tail, Sources, Constants, Outputs, Operands...>::run)),
+    ((slots[tail] = slots[tail + kSlots] = reinterpret_cast<RawKernel>(
+          &Kernel<Op, Ty, result, tail % kGroup, Sources, Constants, Outputs, Operands...>::run)),
      ...);
 }
 
 template <class Op, class Ty, Result result, class... Operands> void fill(RawKernel* slots)
 {
-    fillSlots<Op, Ty, result, Operands...>(slots, std::make_index_sequence<kGroup>());
+    fillSlots<Op, Ty, result, Operands...>(slots, std::make_index_sequence<kSlots>());
 }
 
 /// A row of a table of kernels: `operation` + "_float" or "_double" + `operands` is the name.

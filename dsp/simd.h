@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: ISC
+// Builds a source file for SSE2, AVX2 and AVX-512 and chooses the build at run time.
+//
+// For loops that the operations of dsp/vec.h cannot express: filters over several channels,
+// polynomials, transforms. The arithmetic is Highway's (namespace hn below), written once. MulAdd
+// fuses where the processor can, so builds may differ by rounding. In file dsp/halve.cpp:
+//
+//     #undef HWY_TARGET_INCLUDE
+//     #define HWY_TARGET_INCLUDE "dsp/halve.cpp"  // this file, once more per instruction set
+//     #include "dsp/simd.h"
+//     //                                          // below: compiled for each instruction set
+//     #include "dsp/halve.h"
+//
+//     HWY_BEFORE_NAMESPACE();
+//     namespace quillworks::HWY_NAMESPACE {
+//     namespace hn = hwy::HWY_NAMESPACE;
+//
+//     void halve(float* x, int n)  // n a multiple of 16
+//     {
+//         const hn::ScalableTag<float> d;
+//         for (int i = 0; i < n; i += int(hn::Lanes(d)))
+//             hn::StoreU(hn::Mul(hn::LoadU(d, x + i), hn::Set(d, 0.5f)), d, x + i);
+//     }
+//
+//     } // namespace quillworks::HWY_NAMESPACE
+//     HWY_AFTER_NAMESPACE();
+//
+//     #if HWY_ONCE                                // below: compiled once
+//     namespace quillworks {
+//     HWY_EXPORT(halve);
+//     // A plain function pointer: calling it costs no look-up.
+//     [[gnu::init_priority(101)]] void (*const halve)(float*, int) = SIMD_CHOOSE(halve);
+//     } // namespace quillworks
+//     #endif
+//
+// Give everything between the two namespace macros to templates and plain functions: a lambda there
+// needs HWY_ATTR after its parameters. A class with state keeps it in the header's struct and hands
+// a pointer to the chosen function. Headers shared by such files follow Highway's toggling guard;
+// without need, do not write one.
+
+// No include guard around this line: it acts anew for every instruction set.
+#include "vectorlib/instruction_sets.h"
+
+#ifndef QUILLWORKS_DSP_SIMD_H
+#define QUILLWORKS_DSP_SIMD_H
+
+/// The best build on this processor of a function given to HWY_EXPORT in the same namespace; with a
+/// bit set of DSP::VectorLib::Permitted as second argument, the best of those, or null.
+#define SIMD_CHOOSE(function, ...)                                                                 \
+    DSP::VectorLib::chooseBuild(HWY_DISPATCH_TABLE(function) __VA_OPT__(, ) __VA_ARGS__)
+
+#endif
