@@ -5,6 +5,7 @@
 #include <array>
 #include <utility>
 
+#include "dynamics/limiter.h"
 #include "module/pending_effects.h"
 
 namespace quillworks {
