@@ -129,8 +129,8 @@ template <typename T> void LimiterCore<T>::publish(MeterSlots& meters) noexcept
 {
     const double reduction = engine_.takeReduction();
     most_ = std::max(most_, reduction);
-    meters.publish("Redu"_tag, static_cast<float>(-std::min(reduction, 24.0)));
-    meters.publish("MnRd"_tag, static_cast<float>(-std::min(most_, 144.0)));
+    meters.publish("Redu"_tag, static_cast<float>(0 - std::min(reduction, 24.0)));
+    meters.publish("MnRd"_tag, static_cast<float>(0 - std::min(most_, 144.0)));
     meters.publish("ThrA"_tag, absoluteThreshold_);
 }
 
