@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: ISC
+// The latest samples of a signal, in one piece.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+namespace quillworks {
+
+/// A delay line whose past lies contiguous in memory, for filters that read it backwards and for
+/// block copies.
+template <typename T> class RecentSamples {
+public:
+    /// Remembers `past` samples before those of the latest append(), which has up to `longest`;
+    /// `padding` values behind the newest may be read and mean nothing. Allocates.
+    void prepare(int past, int longest, int padding = 0)
+    {
+        past_ = past;
+        usable_ = 2 * past + 4 * longest;
+        samples_.resize(static_cast<std::size_t>(usable_ + padding));
+        reset();
+    }
+    void reset() noexcept
+    {
+        std::fill(samples_.begin(), samples_.end(), T(0));
+        end_ = past_;
+    }
+    /// Room for the next `n` samples, to be filled by the caller.
+    T* append(int n) noexcept
+    {
+        if (end_ + n > usable_) {
+            std::copy_n(samples_.data() + end_ - past_, past_, samples_.data());
+            end_ = past_;
+        }
+        T* const room = samples_.data() + end_;
+        end_ += n;
+        return room;
+    }
+    /// Behind the newest sample: end()[-1] is it.
+    const T* end() const noexcept { return samples_.data() + end_; }
+
+private:
+    std::vector<T> samples_;
+    int past_ = 0, usable_ = 0, end_ = 0;
+};
+
+}  // namespace quillworks

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: ISC
+// Turns the reductions that a limiter's curve asks for into a smooth gain envelope.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "dsp/moving_sum.h"
+#include "dsp/sliding_max.h"
+
+namespace quillworks {
+
+/// Looks ahead, so that the reduction of a peak is complete when the peak comes out.
+///
+/// A body follows the wanted reduction, with attack and release; it holds while anything of about
+/// its size has been wanted within the running span, so that the gain does not move within a
+/// period of a low tone. What the attack leaves is taken by a dip no longer than the look-ahead.
+/// The sum passes two running means that span the look-ahead together (Hamalainen 2002): each
+/// value that a sample's mean consists of is at least that sample's due reduction, so the mean is.
+class LimitingFollower {
+public:
+    static constexpr double kLookAhead = 0.0015;  // seconds
+    static constexpr double kSpan = 0.025;        // seconds: half a period of 20 Hz
+    /// Look-ahead in samples at a rate.
+    static int lookAheadAt(double rate) noexcept
+    {
+        return static_cast<int>(kLookAhead * rate + 0.5);
+    }
+
+    /// For calls of up to `maxSamples` at the follower's own rate. Allocates.
+    void prepare(double rate, int maxSamples);
+    void reset() noexcept;
+    void setTimes(double attackSeconds, double releaseSeconds) noexcept;
+    /// Whether the body holds for the running span. Off: it falls as soon as the look-ahead allows.
+    void setHold(bool holds) noexcept;
+    /// Release by programme (after McNally 1984): a fast body for peaks over a slow one for what
+    /// lasts, 4 times faster and 2 times slower than the release time.
+    void setProgrammeRelease(bool on) noexcept;
+    /// Whether what the attack leaves is taken here. Off: it is left to a clipper.
+    void setCatches(bool catches) noexcept { catches_ = catches; }
+
+    /// Samples between a wanted reduction and the one that covers it.
+    int lookAhead() const noexcept { return lookAhead_; }
+    /// Nothing is held, falling or under way: as after reset().
+    bool isIdle() const noexcept { return quiet_ >= quietEnough_; }
+
+    /// From the wanted and the due reductions to the smooth one, all in dB and >= 0.
+    void process(const double* wanted, const double* due, double* reduction, int n) noexcept;
+
+private:
+    struct Body {
+        double value = 0, attack = 0, release = 0;  // dB; coefficients
+        void process(const double* soon, const double* recent, double* out, int n) noexcept;
+    };
+
+    double rate_ = 44100;
+    int lookAhead_ = 0, span_ = 0;
+    bool holds_ = true, programme_ = false, catches_ = true;
+    double attackSeconds_ = 0.01, releaseSeconds_ = 0.18;
+    Body fast_, slow_;    // slow_: programme release only
+    double present_ = 0;  // body at the last sample, dB
+    SlidingMax wanted_, due_;
+    MovingSum first_, second_;
+    double unit_ = 1;                  // dB per step of the second sum
+    int quiet_ = 0, quietEnough_ = 0;  // samples
+    std::vector<double> soon_, recent_, body_, other_;
+    std::vector<std::int64_t> steps_;
+};
+
+}  // namespace quillworks
