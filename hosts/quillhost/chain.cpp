@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: ISC
+#include "chain.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "error.h"
+#include "text.h"
+
+namespace quillhost {
+
+Chain::Chain(const std::vector<Effect>& effects, const ChainSetup& setup)
+    : setup_(setup), input_(setup.input)
+{
+    for (const auto& effect : effects) links_.push_back({effect, {}, {}, false});
+    arrange();
+    for (auto& link : links_) {
+        auto& algorithm = link.effect.algorithm();
+        algorithm.setPrecision(setup.precision);
+        link.hasSideChain = setup.sideChainChannels > 0 && algorithm.hasSideChain();
+        algorithm.setSideChainActive(link.hasSideChain);
+        if (!algorithm.setSampleRate(setup.block, setup.sampleRate))
+            throw WorkError(link.effect.name() + " cannot run at " + shortText(setup.sampleRate) +
+                            " Hz with " + std::to_string(link.input.channels) +
+                            " channels (rate not supported, or not enough memory)");
+        algorithm.reset();
+        algorithm.setTempo(setup.tempo);
+    }
+}
+
+/// Gives every effect its layouts: as they come, and from the first effect that can make the
+/// layout asked for, that one.
+void Chain::arrange()
+{
+    const auto accepts = [](const Link& link, const VNK::SpeakerArrangement& in,
+                            const VNK::SpeakerArrangement& out) {
+        return link.effect.algorithm().acceptsArrangement(in, out);
+    };
+    const auto& wanted = setup_.output;
+    const bool isMade = wanted && std::any_of(links_.begin(), links_.end(), [&](const Link& link) {
+                            return !(*wanted == input_) && accepts(link, input_, *wanted);
+                        });
+    // Nobody needs to turn it into anything: the file's channels are what the layout says.
+    if (wanted && !isMade && wanted->channels == input_.channels) input_ = *wanted;
+    output_ = input_;
+    planeChannels_ = input_.channels;
+    for (auto& link : links_) {
+        link.input = output_;
+        if (wanted && !(output_ == *wanted) && accepts(link, output_, *wanted)) output_ = *wanted;
+        link.output = output_;
+        if (!link.effect.algorithm().setSpeakerArrangement(link.input, link.output))
+            throw WorkError(link.effect.name() + " does not take the layout " + link.input.names() +
+                            " (" + std::to_string(link.input.channels) + " channels)");
+        planeChannels_ = std::max(planeChannels_, output_.channels);
+    }
+    if (wanted && !(output_ == *wanted))
+        throw UsageError("no effect of the chain turns " + std::to_string(input_.channels) +
+                         " channels (" + input_.names() + ") into the layout " + wanted->names());
+    if (setup_.precision == VNK::Precision::Float)
+        floatScratch_ = Planes<float>(planeChannels_, setup_.block);
+    else
+        doubleScratch_ = Planes<double>(planeChannels_, setup_.block);
+}
+
+bool Chain::hasSideChain() const noexcept
+{
+    return std::any_of(links_.begin(), links_.end(),
+                       [](const Link& link) { return link.effect.algorithm().hasSideChain(); });
+}
+
+std::int64_t Chain::latency() const noexcept
+{
+    std::int64_t sum = 0;
+    for (const auto& link : links_) sum += link.effect.algorithm().getLatency();
+    return sum;
+}
+
+std::int64_t Chain::tail(std::int64_t limit) const noexcept
+{
+    std::int64_t sum = 0;
+    for (const auto& link : links_) {
+        const auto tail = link.effect.algorithm().getTailLength();
+        if (tail == VNK::kEndlessTail) return limit;
+        sum += tail;
+    }
+    return std::min(sum, limit);
+}
+
+void Chain::applyEvents()
+{
+    for (; nextEvent_ < events_.size() && events_[nextEvent_].frame <= frame_; ++nextEvent_) {
+        const auto& event = events_[nextEvent_];
+        links_[event.effect].effect.component().setValue(event.parameter, event.value);
+    }
+}
+
+template <typename T>
+void Chain::runPiece(Planes<T>& planes, const Planes<T>* sideChain, int at, int frames)
+{
+    T *here[kMostChannels], *scratch[kMostChannels];
+    const T* side[kMostChannels];
+    auto& spare = [this]() -> Planes<T>& {
+        if constexpr (std::is_same_v<T, float>)
+            return floatScratch_;
+        else
+            return doubleScratch_;
+    }();
+    for (int c = 0; c < planeChannels_; ++c) {
+        here[c] = planes[c] + at;
+        scratch[c] = spare[c];
+    }
+    for (int c = 0; sideChain && c < setup_.sideChainChannels; ++c) side[c] = (*sideChain)[c] + at;
+
+    VNK::Transport transport;
+    transport.playing = transport.positionKnown = transport.frameKnown = true;
+    const double framesPerQuarter = setup_.sampleRate * 60 / setup_.tempo;
+    transport.quarterNotes = setup_.position + static_cast<double>(frame_) / framesPerQuarter;
+    transport.frame = std::llround(setup_.position * framesPerQuarter) + frame_;
+    transport.tempo = setup_.tempo;
+
+    for (std::size_t i = 0; i < links_.size(); ++i) {
+        auto& link = links_[i];
+        VNK::ProcessData data;
+        const bool inPlace = link.input.channels == link.output.channels;
+        data.inputs = reinterpret_cast<const void* const*>(here);
+        data.outputs = reinterpret_cast<void* const*>(inPlace ? here : scratch);
+        data.inputChannels = link.input.channels;
+        data.outputChannels = link.output.channels;
+        if (link.hasSideChain && sideChain) {
+            data.sideChain = reinterpret_cast<const void* const*>(side);
+            data.sideChainChannels = setup_.sideChainChannels;
+        }
+        data.frames = frames;
+        auto& algorithm = link.effect.algorithm();
+        if (setup_.playing) algorithm.setTransport(transport);
+        algorithm.process(data);
+        if (!inPlace)
+            for (int c = 0; c < link.output.channels; ++c) std::copy_n(scratch[c], frames, here[c]);
+        if (watcher_) watcher_(i, frame_, frames);
+    }
+}
+
+template <typename T> void Chain::run(Planes<T>& planes, const Planes<T>* sideChain, int frames)
+{
+    for (int at = 0; at < frames;) {
+        applyEvents();
+        int n = std::min(frames - at, setup_.block - static_cast<int>(frame_ % setup_.block));
+        if (nextEvent_ < events_.size())
+            n = static_cast<int>(std::min<std::int64_t>(n, events_[nextEvent_].frame - frame_));
+        runPiece(planes, sideChain, at, n);
+        at += n;
+        frame_ += n;
+    }
+}
+
+template void Chain::run(Planes<float>&, const Planes<float>*, int);
+template void Chain::run(Planes<double>&, const Planes<double>*, int);
+
+}  // namespace quillhost

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: ISC
+// Effects in series, run block by block as a host runs them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "automation.h"
+#include "session.h"
+#include "sound_file.h"
+
+namespace quillhost {
+
+struct ChainSetup {
+    double sampleRate = 48000;
+    int block = 512;  // longest block
+    VNK::Precision precision = VNK::Precision::Float;
+    VNK::SpeakerArrangement input;
+    std::optional<VNK::SpeakerArrangement> output;  // asked for; else what the effects make of it
+    int sideChainChannels = 0;                      // 0: not connected
+    double tempo = 120;                             // quarter notes per minute
+    bool playing = true;
+    double position = 0;  // quarter notes at frame 0
+};
+
+class Chain {
+public:
+    /// Called after each effect's share of a block.
+    using Watcher = std::function<void(std::size_t effect, std::int64_t frame, int frames)>;
+
+    /// Prepares and resets the effects. WorkError when one cannot run so, UsageError when the
+    /// output layout cannot be had. Setting up a chain of no effects is allowed.
+    Chain(const std::vector<Effect>& effects, const ChainSetup& setup);
+
+    const VNK::SpeakerArrangement& input() const noexcept { return input_; }
+    const VNK::SpeakerArrangement& output() const noexcept { return output_; }
+    /// Channels that the planes given to run() must have.
+    int planeChannels() const noexcept { return planeChannels_; }
+    bool hasSideChain() const noexcept;
+    /// Samples, with the present parameters.
+    std::int64_t latency() const noexcept;
+    /// Samples that the output goes on beyond the input, latency included, at most `limit`.
+    std::int64_t tail(std::int64_t limit) const noexcept;
+
+    void setAutomation(std::vector<AutomationEvent> events) { events_ = std::move(events); }
+    void setWatcher(Watcher watcher) { watcher_ = std::move(watcher); }
+
+    /// Runs the next `frames` frames in place. Calls must divide the signal at multiples of the
+    /// block length, save for the last one. `sideChain` may be null: silence.
+    template <typename T> void run(Planes<T>& planes, const Planes<T>* sideChain, int frames);
+
+private:
+    struct Link {
+        Effect effect;
+        VNK::SpeakerArrangement input, output;
+        bool hasSideChain;
+    };
+    void arrange();
+    void applyEvents();
+    template <typename T>
+    void runPiece(Planes<T>& planes, const Planes<T>* sideChain, int at, int frames);
+
+    std::vector<Link> links_;
+    ChainSetup setup_;
+    VNK::SpeakerArrangement input_, output_;
+    int planeChannels_ = 0;
+    std::int64_t frame_ = 0;  // of the next block
+    std::vector<AutomationEvent> events_;
+    std::size_t nextEvent_ = 0;
+    Watcher watcher_;
+    Planes<float> floatScratch_;  // where channel counts differ
+    Planes<double> doubleScratch_;
+};
+
+}  // namespace quillhost

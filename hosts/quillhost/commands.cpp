@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: ISC
+// THE table: one row per command, in the order the help lists them.
+#include "command.h"
+
+namespace quillhost {
+
+extern const Command kList, kInfo, kRender;
+
+namespace {
+constexpr const Command* kCommands[] = {
+    &kList,
+    &kInfo,
+    &kRender,
+};
+}  // namespace
+
+std::span<const Command* const> commands()
+{
+    return kCommands;
+}
+
+CLI::Option* addChoice(CLI::App& app, const std::string& name, int& target,
+                       const std::vector<std::string>& words, const std::string& help)
+{
+    std::string all;
+    for (const auto& word : words) all += (all.empty() ? "" : "|") + word;
+    return app
+        .add_option_function<std::string>(
+            name,
+            [=, &target](const std::string& text) {
+                const auto at = std::find(words.begin(), words.end(), text);
+                if (at == words.end())
+                    throw UsageError(name + " does not take " + inQuotes(text) + " (" + all + ")");
+                target = static_cast<int>(at - words.begin());
+            },
+            help)
+        ->type_name(all);
+}
+
+void requireArgument(const std::string& value, const char* name, const char* command)
+{
+    if (value.empty())
+        throw UsageError(std::string(command) + " needs " + name + " (quillhost " + command +
+                         " --help shows how)");
+}
+
+}  // namespace quillhost

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: ISC
+#include "effect_spec.h"
+
+#include "text.h"
+
+namespace quillhost {
+
+EffectSpec parseEffectSpec(const std::string& text)
+{
+    EffectSpec spec;
+    const auto colon = text.find(':');
+    spec.name = text.substr(0, colon);
+    if (folded(spec.name).empty())
+        throw UsageError("an effect has no name in " + inQuotes(text) + " (NAME:key=value,...)");
+    if (colon == std::string::npos) return spec;
+    for (std::size_t at = colon + 1; at <= text.size();) {
+        const auto comma = std::min(text.find(',', at), text.size());
+        const auto part = text.substr(at, comma - at);
+        at = comma + 1;
+        const auto equals = part.find('=');
+        if (equals != std::string::npos && equals > 0)
+            spec.values.emplace_back(part.substr(0, equals), part.substr(equals + 1));
+        else if (equals == std::string::npos && !spec.values.empty())
+            spec.values.back().second += "," + part;
+        else
+            throw UsageError(inQuotes(part) + " in " + inQuotes(text) + " is not key=value");
+    }
+    return spec;
+}
+
+Effect createEffect(const Session& session, const EffectSpec& spec)
+{
+    Effect effect = session.create(spec.name);
+    for (const auto& [key, value] : spec.values) effect.value(effect.find(key), value);
+    for (const auto& preset : spec.presets) effect.loadPreset(preset);
+    for (const auto& [key, value] : spec.values) effect.set(key, value);
+    return effect;
+}
+
+}  // namespace quillhost

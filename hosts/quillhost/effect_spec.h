@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: ISC
+// "NAME:key=value,key=value": an effect with settings, as the command line writes it.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "session.h"
+
+namespace quillhost {
+
+struct EffectSpec {
+    std::string name;
+    std::vector<std::pair<std::string, std::string>> values;
+    std::vector<std::string> presets;  // files, loaded in turn before the values are set
+};
+
+/// UsageError when the text is not of this form. A part without "=" belongs to the value before it,
+/// so that texts of lists may hold commas.
+EffectSpec parseEffectSpec(const std::string& text);
+
+/// The effect with presets loaded and values set.
+Effect createEffect(const Session& session, const EffectSpec& spec);
+
+}  // namespace quillhost

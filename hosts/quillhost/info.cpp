@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: ISC
+// quillhost info: what one effect offers.
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "command.h"
+#include "session.h"
+
+namespace quillhost {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr double kRate = 48000;
+constexpr int kMostSteps = 4096;  // of a list whose steps are named one by one
+
+const char* kindName(const VNK::ParameterInfo& p)
+{
+    if (p.has(VNK::isReadOnly)) return "meter";
+    switch (p.kind) {
+    case VNK::ValueKind::Toggle:
+        return "toggle";
+    case VNK::ValueKind::List:
+        return "list";
+    case VNK::ValueKind::Continuous:
+        break;
+    }
+    return "float";
+}
+
+/// Four characters where they are characters, else the number.
+std::string tagText(VNK::Tag tag)
+{
+    std::string text;
+    for (int shift = 24; shift >= 0; shift -= 8) text += static_cast<char>(tag >> shift & 0xFF);
+    for (const char c : text)
+        if (c < ' ' || c > '~') return std::to_string(tag);
+    return text;
+}
+
+std::vector<std::string> choices(const Effect& effect, int index, const VNK::ParameterInfo& p)
+{
+    std::vector<std::string> texts;
+    if (p.kind == VNK::ValueKind::List && p.maximum - p.minimum < float(kMostSteps))
+        for (float v = p.minimum; v <= p.maximum; ++v) texts.push_back(effect.text(index, v));
+    return texts;
+}
+
+/// Stereo where the effect takes it, so that delay and tail are known.
+void prepare(const Effect& effect)
+{
+    auto& algorithm = effect.algorithm();
+    for (const char* name : {"stereo", "mono", "5.1"}) {
+        VNK::SpeakerArrangement layout;
+        VNK::SpeakerArrangement::named(name, layout);
+        if (algorithm.setSpeakerArrangement(layout, layout)) break;
+    }
+    algorithm.setPrecision(VNK::Precision::Float);
+    if (!algorithm.setSampleRate(512, kRate))
+        throw WorkError(effect.name() + " cannot be prepared");
+    algorithm.reset();
+}
+
+std::vector<std::string> views(const Effect& effect)
+{
+    std::vector<std::string> names;
+    for (int i = 0; const char* name = effect.component().viewName(i); ++i)
+        names.emplace_back(name);
+    return names;
+}
+
+void printJson(const Effect& effect)
+{
+    Json parameters = Json::array(), meters = Json::array();
+    const auto& component = effect.component();
+    for (int i = 0; i < component.countParameters(); ++i) {
+        const auto p = effect.parameter(i);
+        Json row = {{"key", p.key},
+                    {"title", p.title},
+                    {"tag", tagText(p.tag)},
+                    {"unit", p.unit},
+                    {"kind", kindName(p)},
+                    {"min", asShown(p.minimum)},
+                    {"max", asShown(p.maximum)},
+                    {"default", asShown(p.defaultValue)},
+                    {"readOnly", p.has(VNK::isReadOnly)}};
+        if (const auto texts = choices(effect, i, p); !texts.empty()) row["choices"] = texts;
+        row["group"] = p.group;
+        row["help"] = p.help;
+        row["shortTitle"] = p.shortTitle;
+        parameters.push_back(std::move(row));
+    }
+    for (int i = 0; i < component.countMeters(); ++i) {
+        VNK::MeterInfo m{};
+        component.getMeter(i, m);
+        meters.push_back({{"key", m.key},
+                          {"title", m.title},
+                          {"unit", m.unit},
+                          {"min", asShown(m.minimum)},
+                          {"max", asShown(m.maximum)}});
+    }
+    const auto tail = effect.algorithm().getTailLength();
+    const Json all = {{"name", effect.name()},
+                      {"classId", effect.classId()},
+                      {"parameters", parameters},
+                      {"views", views(effect)},
+                      {"latency", effect.algorithm().getLatency()},
+                      {"tail", tail == VNK::kEndlessTail ? Json() : Json(tail / kRate)},
+                      {"meters", meters},
+                      {"passThrough", effect.isPassThrough()}};
+    std::cout << all.dump(1) << "\n";
+}
+
+void printColumns(const std::vector<std::vector<std::string>>& rows)
+{
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows)
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            if (i >= widths.size()) widths.push_back(0);
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    for (const auto& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            line += row[i];
+            if (i + 1 < row.size()) line += std::string(widths[i] - row[i].size() + 2, ' ');
+        }
+        std::cout << line.substr(0, line.find_last_not_of(' ') + 1) << "\n";
+    }
+}
+
+void printTable(const Effect& effect)
+{
+    std::cout << effect.name() << "  " << effect.classId() << "\n";
+    if (effect.isPassThrough()) std::cout << "passes audio through for now\n";
+    const auto tail = effect.algorithm().getTailLength();
+    std::cout << "latency " << effect.algorithm().getLatency() << " samples at 48 kHz, tail "
+              << (tail == VNK::kEndlessTail ? "endless" : fixedText(tail / kRate, 3) + " s")
+              << "\n\n";
+    std::vector<std::vector<std::string>> rows = {{"key", "range", "default", "title"}};
+    for (int i = 0; i < effect.component().countParameters(); ++i) {
+        const auto p = effect.parameter(i);
+        std::string range = shortText(p.minimum) + " .. " + shortText(p.maximum);
+        if (*p.unit) range += std::string(" ") + p.unit;
+        if (p.kind == VNK::ValueKind::Toggle) range = "off, on";
+        if (const auto texts = choices(effect, i, p); !texts.empty() && texts.size() <= 32) {
+            range.clear();
+            for (const auto& text : texts) range += (range.empty() ? "" : ", ") + text;
+        }
+        if (p.has(VNK::isReadOnly)) range += " (meter)";
+        rows.push_back({p.key, range, effect.text(i, p.defaultValue), p.title});
+    }
+    printColumns(rows);
+    std::string meters;
+    for (int i = 0; i < effect.component().countMeters(); ++i) {
+        VNK::MeterInfo m{};
+        effect.component().getMeter(i, m);
+        meters += std::string(" ") + m.key;
+    }
+    if (!meters.empty()) std::cout << "\nmeters:" << meters << "\n";
+    std::cout << "\nviews:";
+    for (const auto& view : views(effect)) std::cout << " " << view;
+    std::cout << "\n";
+}
+
+std::function<int(Session&)> declare(CLI::App& app)
+{
+    struct Options {
+        std::string effect;
+        bool json = false;
+    };
+    auto options = std::make_shared<Options>();
+    app.add_option("EFFECT", options->effect, "display name or class ID");
+    app.add_flag(
+        "--json", options->json,
+        "as a JSON object; latency in samples at 48 kHz, tail in seconds, null if endless");
+    return [options](Session& session) {
+        requireArgument(options->effect, "EFFECT", "info");
+        const Effect effect = session.create(options->effect);
+        prepare(effect);
+        options->json ? printJson(effect) : printTable(effect);
+        return kDone;
+    };
+}
+
+}  // namespace
+
+extern const Command kInfo;
+const Command kInfo = {"info", "parameters, meters, views and delay of an effect",
+                       "  quillhost info compressor\n"
+                       "  quillhost info \"Analog Delay\" --json\n"
+                       "  quillhost info 450B506D-EB47-44BD-90C3-6E870AD65083",
+                       declare};
+
+}  // namespace quillhost

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: ISC
+// JSON Lines of what the effects measure, one line per block and effect.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "output_file.h"
+#include "session.h"
+
+namespace quillhost {
+
+class MeterLog {
+public:
+    /// Opens the editors' meters of the effects, since some of them run only then. Call it when
+    /// the effects are prepared: their meters depend on the channels.
+    MeterLog(const std::string& path, const std::vector<Effect>& effects);
+    /// {"frame","frames","fx","values","parameters"}; what is not finite is null.
+    void write(std::size_t effect, std::int64_t frame, int frames);
+    void finish();
+
+private:
+    struct Source {
+        Effect effect;
+        std::vector<std::string> meterKeys, parameterKeys;  // with quotes and colon
+    };
+    void flush();
+
+    std::vector<Source> sources_;
+    OutputFile file_;
+    std::string text_;
+};
+
+}  // namespace quillhost

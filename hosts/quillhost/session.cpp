@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: ISC
+#include "session.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "text.h"
+#include "vnk/debug.h"
+#include "vnk/file.h"
+
+namespace quillhost {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kModuleFile = "quillworks.so";
+constexpr std::size_t kLargestPreset = 1 << 20;
+
+std::string moduleFile(const std::string& given)
+{
+    if (!given.empty()) return given;
+    if (const char* path = std::getenv("QUILLWORKS_MODULE"); path && *path) return path;
+    std::error_code error;
+    const fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
+    // Installed, in the build tree, or copied beside the program.
+    const fs::path places[] = {folder / "../lib/quillworks" / kModuleFile,
+                               folder / "../../module" / kModuleFile, folder / kModuleFile};
+    for (const auto& place : places)
+        if (fs::exists(place, error)) return place.lexically_normal().string();
+    throw WorkError(std::string("the module ") + kModuleFile +
+                    " is not where this program looks for it (--module FILE names it)");
+}
+
+/// Messages of the module become part of our one line.
+void collect(const char* message, void* context)
+{
+    std::string& text = *static_cast<std::string*>(context);
+    if (text.size() < 4096) text += message;
+}
+void discard(const char*, void*) {}
+
+std::string oneLine(std::string text)
+{
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+    for (char& c : text)
+        if (c == '\n') c = ' ';
+    return text;
+}
+
+std::string rangeText(const Effect& effect, int index)
+{
+    const auto p = effect.parameter(index);
+    std::string text = shortText(p.minimum) + " to " + shortText(p.maximum);
+    if (p.kind == VNK::ValueKind::Toggle) text = "0, 1, on, off";
+    if (*p.unit) text += std::string(" ") + p.unit;
+    for (int i = 0; i < p.choices; ++i)
+        text += (i ? ", " : ": ") + std::string(effect.component().choiceText(index, i));
+    return text;
+}
+
+}  // namespace
+
+VNK::ParameterInfo Effect::parameter(int index) const
+{
+    VNK::ParameterInfo info{};
+    component_->getParameter(index, info);
+    return info;
+}
+
+int Effect::find(const std::string& key) const
+{
+    const int index = component_->findParameter(key.c_str());
+    if (index >= 0) return index;
+    std::vector<std::string> keys;
+    for (int i = 0; i < component_->countParameters(); ++i) keys.emplace_back(parameter(i).key);
+    throw UsageError(name() + " has no parameter " + inQuotes(key) + " " + nearest(key, keys));
+}
+
+float Effect::value(int index, const std::string& text) const
+{
+    const auto p = parameter(index);
+    const auto what = name() + ": " + p.key;
+    if (p.has(VNK::isReadOnly)) throw UsageError(what + " is a measured value and cannot be set");
+    float value = 0;
+    if (component_->textToValue(index, text.c_str(), value)) return value;
+    double n = 0;
+    const char* fault = !readNumber(text, n) ? " is not a value of this parameter ("
+                        : n == std::nearbyint(n) || p.kind == VNK::ValueKind::Continuous
+                            ? " is out of range ("
+                            : " is not a whole number (";
+    throw UsageError(what + "=" + text + fault + rangeText(*this, index) + ")");
+}
+
+void Effect::set(const std::string& key, const std::string& text) const
+{
+    const int index = find(key);
+    component_->setValue(index, value(index, text));
+}
+
+void Effect::loadPreset(const std::string& path) const
+{
+    std::string content, reason;
+    if (!VNK::readFile(path.c_str(), kLargestPreset, content, reason))
+        throw WorkError(path + ": " + oneLine(reason));
+    if (!component_->loadPreset(content.data(), content.size()))
+        throw WorkError(path + ": the preset does not load into " + name() + ": " +
+                        oneLine(component_->refusalReason()));
+}
+
+bool Effect::isPassThrough() const
+{
+    std::int64_t value = 0;
+    return component_->getInteger("passThrough", value) && value == 1;
+}
+
+std::string Effect::text(int index, float value) const
+{
+    char buffer[256];
+    component_->valueToText(index, value, buffer, sizeof buffer);
+    return buffer;
+}
+
+Session::Session(const std::string& module, bool quiet) : quiet_(quiet)
+{
+    const std::string path = moduleFile(module);
+    std::string reason, messages;
+    VNK::setDebugSink(collect, &messages);
+    // A name without a slash would be looked for in the library path.
+    const auto file = path.find('/') == std::string::npos ? "./" + path : path;
+    module_ = VNK::LoadedModule::load(file.c_str(), reason);
+    VNK::setDebugSink(discard, nullptr);
+    if (module_) return;
+    reason = oneLine(reason);
+    messages = oneLine(messages);
+    if (reason.starts_with(file)) reason.erase(0, reason.find_first_not_of(": ", file.size()));
+    if (!messages.empty() && reason.find(messages) == std::string::npos) reason += ": " + messages;
+    throw WorkError("module " + path + " does not load: " + reason);
+}
+
+std::vector<const VNK::ClassDescription*> Session::classes() const
+{
+    std::vector<const VNK::ClassDescription*> all;
+    for (int i = 0; i < factory().countClasses(); ++i) all.push_back(factory().getClass(i));
+    return all;
+}
+
+const VNK::ClassDescription& Session::find(const std::string& name) const
+{
+    VNK::UID id;
+    const bool isId = VNK::UID::parse(name, id) || VNK::UID::parse("{" + name + "}", id);
+    std::vector<std::string> names;
+    for (const auto* c : classes()) {
+        if (isId ? c->classId == id : sameName(c->name->text(), name)) return *c;
+        names.emplace_back(c->name->text());
+    }
+    throw UsageError("there is no effect " + inQuotes(name) + " " + nearest(name, names));
+}
+
+Effect Session::create(const VNK::ClassDescription& description) const
+{
+    const auto object =
+        VNK::Ref<VNK::IObject>::adopt(factory().createInstance(description.classId));
+    auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+    if (!component || !component->algorithm())
+        throw WorkError(std::string("the effect ") + description.name->text() +
+                        " is not available");
+    return {std::move(component), description};
+}
+
+void Session::note(const std::string& line) const
+{
+    if (!quiet_) std::fprintf(stderr, "quillhost: %s\n", line.c_str());
+}
+
+}  // namespace quillhost

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: ISC
+// The loaded module and the effects it creates.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vnk/effect.h"
+#include "vnk/plugin_manager.h"
+
+namespace quillhost {
+
+/// An instance of an effect. Lives no longer than the session that created it.
+class Effect {
+public:
+    Effect(VNK::Ref<VNK::IEffectComponent> component, const VNK::ClassDescription& description)
+        : component_(std::move(component)), description_(&description)
+    {}
+
+    VNK::IEffectComponent& component() const noexcept { return *component_; }
+    VNK::IEffectAlgorithm& algorithm() const noexcept { return *component_->algorithm(); }
+    std::string name() const { return description_->name->text(); }
+    std::string classId() const { return description_->classId.text(); }
+
+    VNK::ParameterInfo parameter(int index) const;
+    /// Index of a key; UsageError with the nearest ones.
+    int find(const std::string& key) const;
+    /// A value in the parameter's own unit, or a text of its list; UsageError where it is neither
+    /// or out of range.
+    float value(int index, const std::string& text) const;
+    void set(const std::string& key, const std::string& text) const;
+    /// Loads a preset file into the effect.
+    void loadPreset(const std::string& path) const;
+
+    /// Whether the class passes its audio through for now.
+    bool isPassThrough() const;
+    /// Text of a value with its unit.
+    std::string text(int index, float value) const;
+
+private:
+    VNK::Ref<VNK::IEffectComponent> component_;
+    const VNK::ClassDescription* description_;
+};
+
+class Session {
+public:
+    /// Loads the module: the file given, else that of QUILLWORKS_MODULE, else the one that belongs
+    /// to this program. WorkError when it does not load.
+    Session(const std::string& module, bool quiet);
+
+    bool quiet() const noexcept { return quiet_; }
+    std::vector<const VNK::ClassDescription*> classes() const;
+    VNK::IClassFactory& factory() const noexcept { return module_->factory(); }
+    /// By display name or class ID; UsageError with the nearest names.
+    const VNK::ClassDescription& find(const std::string& name) const;
+    /// WorkError when the effect cannot be had.
+    Effect create(const VNK::ClassDescription& description) const;
+    Effect create(const std::string& name) const { return create(find(name)); }
+    /// A line on standard error that is no failure; not when quiet.
+    void note(const std::string& line) const;
+
+private:
+    std::unique_ptr<VNK::LoadedModule> module_;
+    bool quiet_;
+};
+
+}  // namespace quillhost
