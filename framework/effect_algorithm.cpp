@@ -127,7 +127,7 @@ void AudioEffectAlgorithm::setSideChainActive(bool active) noexcept
     active = active && hasSideChain();
     if (active == sideChainActive_) return;
     sideChainActive_ = active;
-    tellOwner("sideChainActivated");
+    if (owner_) owner_->sideChainChanged();
 }
 
 void AudioEffectAlgorithm::setWetOnly(bool wetOnly) noexcept

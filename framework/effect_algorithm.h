@@ -44,6 +44,9 @@ public:
     /// Rate, layout, side-chain connection or wet-only mode has changed; `message` is what hosts
     /// are to be told, or null.
     virtual void setupChanged(const char* message) noexcept = 0;
+    /// The host has connected or disconnected the side-chain bus; may come between two blocks on
+    /// the audio thread.
+    virtual void sideChainChanged() noexcept = 0;
 
 protected:
     ~AlgorithmOwner() = default;

@@ -38,6 +38,8 @@ AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm,
     for (const char* view : traits_.views)
         viewNames_.push_back(std::string(traits_.viewPrefix) + "/" + view);
     publishAttribute("remotepages", std::string(traits_.viewPrefix));
+    publishAttribute("layouts", std::string(traits_.layouts));
+    if (*traits_.kind) publishAttribute("kind", std::string(traits_.kind));
     algorithm_->setOwner(this);
     setupChanged(nullptr);
 }
@@ -79,7 +81,8 @@ bool AudioEffectComponent::getParameter(std::int32_t index, VNK::ParameterInfo& 
             .flags = p.flags,
             .index = p.index,
             .choices = static_cast<std::int32_t>(p.notes.texts.size()),
-            .logarithmic = p.curve->law == Curve::Law::Logarithmic};
+            .logarithmic = p.curve->law == Curve::Law::Logarithmic,
+            .perChannel = p.perChannel};
     return true;
 }
 
@@ -262,6 +265,15 @@ void AudioEffectComponent::setupChanged(const char* message) noexcept
     }
     updateDelays();
     if (message) tell(message);
+}
+
+void AudioEffectComponent::sideChainChanged() noexcept
+{
+    // The attribute is there since construction: nothing is allocated.
+    if (const auto at = attributes_.find(std::string_view("sideChainActive"));
+        at != attributes_.end())
+        at->second.value = std::int64_t{algorithm_->isSideChainActive()};
+    tell("sideChainActivated");
 }
 
 void AudioEffectComponent::updateDelays() noexcept

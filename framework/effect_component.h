@@ -20,6 +20,12 @@ struct EffectTraits {
     const char* viewPrefix;  // "Compressor"; names views and controller page
     std::vector<const char*> views = {"Editor", "Compact", "Micro"};
     std::int64_t algorithmVersion = 1;  // stored; older states pass migrate()
+    /// What it is within its sub-category, in a word ("compressor", "limiter", "filter"), where
+    /// hosts sort finer. Attribute "kind".
+    const char* kind = "";
+    /// Layouts in which formats of fixed layout offer it, by the names of
+    /// VNK::SpeakerArrangement, the usual one first. Attribute "layouts".
+    const char* layouts = "stereo;mono";
 };
 
 /// Delay and tail in samples, latency included in the tail; VNK::kEndlessTail for ever.
@@ -145,6 +151,7 @@ private:
     }
     void store(std::int32_t index, float value) noexcept;
     void setupChanged(const char* message) noexcept override;
+    void sideChainChanged() noexcept override;
     void updateDelays() noexcept;
     StoredState storedState() const;
     bool restore(StoredState state);

@@ -52,7 +52,7 @@ template <class Settings> struct Family {
     int count = 0;                                // 0: no family
     float& (*element)(Settings&, int) = nullptr;  // where the value of an index goes
     float (*defaultAt)(int) = nullptr;            // where defaults differ by index
-    bool perChannel = false;                      // readings: only channels present are shown
+    bool perChannel = false;  // the index is a channel; readings: only channels present are shown
 };
 
 template <class Settings> struct Parameter {

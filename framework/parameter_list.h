@@ -24,6 +24,7 @@ struct AlgorithmParameter {
     const Curve* curve = &curve::linear;
     std::uint32_t flags = 0;  // VNK::ParameterFlag
     std::int32_t index = -1;
+    bool perChannel = false;  // the index is a channel
 
     ParameterNotes notes;
     Conversion forward = conversion::asIs;
@@ -93,6 +94,7 @@ private:
         p.curve = row.notes.curve;
         p.flags = row.notes.flags;
         p.index = isFamily ? i : -1;
+        p.perChannel = row.family.perChannel;
         p.notes = row.notes;
         p.forward = row.forward;
         return p;

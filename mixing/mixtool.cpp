@@ -17,9 +17,10 @@ constexpr int kChannels = kMixToolChannels;
 constexpr Tag kPhaseFlip = 100, kLevel = 200, kMute = 300, kSolo = 400;
 
 constexpr std::uint32_t kBipolarDb = VNK::isDecibel | VNK::isBipolar;
-constexpr Family<S> kPerChannel{.count = kChannels};
+constexpr Family<S> kPerChannel{.count = kChannels, .perChannel = true};
 constexpr Family<S> kLevels{.count = kChannels,
-                            .element = [](S& s, int i) -> float& { return s.levels[i]; }};
+                            .element = [](S& s, int i) -> float& { return s.levels[i]; },
+                            .perChannel = true};
 
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
@@ -266,7 +267,8 @@ void MixToolAlgorithm::setParameter(Tag tag, float value) noexcept
 }
 
 MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters, {.viewPrefix = "MixTool"})
+    : AudioEffectComponent(algorithm, kParameters,
+                           {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1"})
 {}
 
 /// Panel and sound agree when the last channel has been soloed: all solos and mutes go out.

@@ -64,7 +64,8 @@ public:
 
     /// Whether the effect has a side-chain bus. [main thread]
     virtual bool hasSideChain() const noexcept = 0;
-    /// The host has connected or disconnected the side-chain bus. [main thread, not processing]
+    /// The host has connected or disconnected the side-chain bus. Listeners are told on the calling
+    /// thread. [main thread, not processing; or between two blocks on the audio thread]
     virtual void setSideChainActive(bool active) noexcept = 0;
     /// Wet-only mode: an effect with a mix parameter outputs its wet signal alone. [main thread]
     virtual void setWetOnly(bool wetOnly) noexcept = 0;

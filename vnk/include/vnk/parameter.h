@@ -46,6 +46,7 @@ struct ParameterInfo {
     std::int32_t index;    // within a family, else -1
     std::int32_t choices;  // texts of a list, 0 if none
     bool logarithmic;      // the control moves in equal ratios
+    bool perChannel;       // the index is that of a channel
 
     bool has(ParameterFlag flag) const noexcept { return (flags & flag) != 0; }
     bool isStored() const noexcept { return !(flags & (isReadOnly | isTrigger | isNotStored)); }

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: ISC
+// The pack as a list of LV2 plug-ins: every class of the factory in every layout it is offered in.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "adapters/lv2/ports.h"
+#include "vnk/class_factory.h"
+#include "vnk/effect.h"
+#include "vnk/speaker_arrangement.h"
+
+namespace quillworks::lv2 {
+
+/// One plug-in. Its URI and the symbols of its ports are what songs hold on to.
+struct Plugin {
+    const VNK::ClassDescription* effect = nullptr;
+    VNK::SpeakerArrangement layout;
+    std::string fileName;  // "analog-delay", "mixtool-5.1"
+    std::string uri;       // "urn:quillworks:" and the file name
+    std::string title;     // "Quillworks Mixtool 5.1"
+    std::vector<Port> ports;
+};
+
+/// Loads the module this binary carries, as a host would. [main thread]
+class Catalogue {
+public:
+    /// Empty where the module does not load; it has said why as a debug message.
+    Catalogue();
+    ~Catalogue();
+    Catalogue(const Catalogue&) = delete;
+    Catalogue& operator=(const Catalogue&) = delete;
+
+    const std::vector<Plugin>& plugins() const noexcept { return plugins_; }
+    const VNK::IClassFactory& factory() const noexcept { return *factory_; }
+    /// A new effect in the plug-in's layout, in single precision, not prepared yet; empty without
+    /// memory.
+    VNK::Ref<VNK::IEffectComponent> create(const Plugin& plugin) const;
+
+private:
+    void add(const VNK::ClassDescription& effect);
+
+    bool loaded_ = false;
+    VNK::Ref<VNK::IClassFactory> factory_;
+    std::vector<Plugin> plugins_;
+};
+
+}  // namespace quillworks::lv2

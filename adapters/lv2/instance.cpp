@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: ISC
+#include "adapters/lv2/instance.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <stdexcept>
+
+#include <lv2/atom/util.h>
+#include <lv2/buf-size/buf-size.h>
+#include <lv2/options/options.h>
+
+namespace quillworks::lv2 {
+namespace {
+
+using Role = Port::Role;
+
+/// Latencies beyond this are not matched while the plug-in is switched off.
+constexpr double kLongestDrySeconds = 0.25;
+
+}  // namespace
+
+Instance::Instance(const Catalogue& catalogue, const Plugin& plugin, double sampleRate,
+                   const LV2_Feature* const* features)
+    : plugin_(plugin), effect_(catalogue.create(plugin)), sampleRate_(sampleRate)
+{
+    readOptions(features);
+    if (!effect_ || !effect_->algorithm()->setSampleRate(maxFrames_, sampleRate))
+        throw std::bad_alloc();
+    // Hosts show output ports whenever they like: meters run as if somebody looked.
+    effect_->setEditorOpen(true);
+    position_.map(map_, sampleRate);
+
+    const int channels = plugin.layout.channels;
+    const auto n = static_cast<std::size_t>(maxFrames_);
+    in_.resize(static_cast<std::size_t>(channels));
+    out_.resize(in_.size());
+    side_.resize(static_cast<std::size_t>(count(plugin.ports, Role::SideChain)));
+    sideCopy_.assign(side_.size(), std::vector<float>(n));
+    silence_.resize(n);
+    nowhere_.resize(n);
+    dry_.prepare(channels, sampleRate, maxFrames_,
+                 static_cast<int>(kLongestDrySeconds * sampleRate));
+    for (const auto& port : plugin.ports) {
+        controlOfPort_.push_back(static_cast<int>(controls_.size()));
+        meterOfPort_.push_back(static_cast<int>(meters_.size()));
+        // Nothing has been seen yet, so that the first run takes every value over.
+        if (port.role == Role::Parameter)
+            controls_.push_back({port.index, nullptr, std::numeric_limits<float>::quiet_NaN()});
+        if (port.role != Role::Meter) continue;
+        VNK::MeterInfo info{};
+        effect_->getMeter(port.index, info);
+        meters_.push_back({port.index, nullptr, info.minimum, info.maximum});
+    }
+}
+
+void Instance::readOptions(const LV2_Feature* const* features)
+{
+    const LV2_Options_Option* options = nullptr;
+    for (; features && *features; ++features) {
+        if (!std::strcmp((*features)->URI, LV2_URID__map))
+            map_ = static_cast<LV2_URID_Map*>((*features)->data);
+        if (!std::strcmp((*features)->URI, LV2_OPTIONS__options))
+            options = static_cast<const LV2_Options_Option*>((*features)->data);
+    }
+    if (!map_ || !options) return;
+    const auto id = [&](const char* uri) { return map_->map(map_->handle, uri); };
+    std::int32_t nominal = 0, longest = 0;
+    for (; options->key; ++options) {
+        if (options->type != id(LV2_ATOM__Int) || options->size != sizeof(std::int32_t)) continue;
+        const auto value = *static_cast<const std::int32_t*>(options->value);
+        if (options->key == id(LV2_BUF_SIZE__nominalBlockLength)) nominal = value;
+        if (options->key == id(LV2_BUF_SIZE__maxBlockLength)) longest = value;
+    }
+    // Longer blocks are cut, so what the host usually asks for is enough.
+    if (const auto usual = nominal > 0 ? nominal : longest; usual > 0)
+        maxFrames_ = std::clamp(usual, 16, 8192);
+}
+
+void Instance::connect(std::uint32_t port, void* data) noexcept
+{
+    if (port >= plugin_.ports.size()) return;
+    const auto& p = plugin_.ports[port];
+    const auto i = static_cast<std::size_t>(p.index);
+    switch (p.role) {
+    case Role::AudioIn:
+        in_[i] = static_cast<const float*>(data);
+        break;
+    case Role::AudioOut:
+        out_[i] = static_cast<float*>(data);
+        break;
+    case Role::SideChain:
+        side_[i] = static_cast<const float*>(data);
+        break;
+    case Role::Events:
+        events_ = static_cast<const LV2_Atom_Sequence*>(data);
+        break;
+    case Role::Enabled:
+        enabled_ = static_cast<const float*>(data);
+        break;
+    case Role::SideChainOn:
+        sideChainOn_ = static_cast<const float*>(data);
+        break;
+    case Role::Latency:
+        latency_ = static_cast<float*>(data);
+        break;
+    case Role::FreeWheel:
+        break;  // the effects do the same work either way
+    case Role::Parameter:
+        controls_[static_cast<std::size_t>(controlOfPort_[port])].port =
+            static_cast<const float*>(data);
+        break;
+    case Role::Meter:
+        meters_[static_cast<std::size_t>(meterOfPort_[port])].port = static_cast<float*>(data);
+        break;
+    }
+}
+
+void Instance::activate() noexcept
+{
+    effect_->algorithm()->reset();
+    dry_.reset();
+    position_.forget();
+}
+
+void Instance::readControls() noexcept
+{
+    for (auto& control : controls_) {
+        if (!control.port) continue;
+        const float value = *control.port;
+        // A value that stands still is not set again: an effect may have moved the parameter
+        // since, as coupled ones do, and the host cannot be told.
+        if (value == control.seen || !std::isfinite(value)) continue;
+        control.seen = value;
+        if (effect_->getValue(control.parameter) != value)
+            effect_->setValue(control.parameter, value);
+    }
+    effect_->algorithm()->setSideChainActive(isOn(sideChainOn_, false));
+}
+
+void Instance::run(std::uint32_t frames) noexcept
+{
+    readControls();
+    int done = 0;
+    const int total = static_cast<int>(std::min<std::uint32_t>(frames, 1u << 30));
+    if (events_ && position_.sequence() != 0 && events_->atom.type == position_.sequence()) {
+        LV2_ATOM_SEQUENCE_FOREACH(events_, event)
+        {
+            const auto at =
+                static_cast<int>(std::clamp<std::int64_t>(event->time.frames, done, total));
+            process(done, at - done);
+            done = at;
+            position_.read(event->body);
+        }
+    }
+    process(done, total - done);
+    writeOutputs();
+}
+
+void Instance::process(int from, int frames) noexcept
+{
+    const float* in[VNK::kMaxChannels];
+    float* out[VNK::kMaxChannels];
+    const void *inputs[VNK::kMaxChannels], *sides[VNK::kMaxChannels];
+    void* outputs[VNK::kMaxChannels];
+    auto& algorithm = *effect_->algorithm();
+    for (const int end = from + frames; from < end;) {
+        const int n = std::min(end - from, maxFrames_);
+        for (std::size_t c = 0; c < in_.size(); ++c) {
+            inputs[c] = in[c] = in_[c] ? in_[c] + from : silence_.data();
+            outputs[c] = out[c] = out_[c] ? out_[c] + from : nowhere_.data();
+        }
+        for (std::size_t c = 0; c < side_.size(); ++c) {
+            if (side_[c])
+                std::copy_n(side_[c] + from, n, sideCopy_[c].data());
+            else
+                std::fill_n(sideCopy_[c].data(), n, 0.0f);
+            sides[c] = sideCopy_[c].data();
+        }
+        dry_.keep(in, n);
+        VNK::ProcessData data;
+        data.inputs = inputs;
+        data.outputs = outputs;
+        data.inputChannels = data.outputChannels = static_cast<std::int32_t>(in_.size());
+        data.sideChain = sides;
+        data.sideChainChannels = static_cast<std::int32_t>(side_.size());
+        data.frames = n;
+        position_.tell(algorithm);
+        algorithm.process(data);
+        position_.advance(n);
+        dry_.mix(out, n, static_cast<int>(algorithm.getLatency()), isOn(enabled_, true));
+        from += n;
+    }
+}
+
+void Instance::writeOutputs() noexcept
+{
+    for (const auto& meter : meters_) {
+        if (!meter.port) continue;
+        const float value = effect_->readMeter(meter.index);
+        // Not a number stands for "nothing to show", which a host cannot draw.
+        *meter.port = value >= meter.minimum ? std::min(value, meter.maximum) : meter.minimum;
+    }
+    if (latency_) *latency_ = static_cast<float>(effect_->algorithm()->getLatency());
+}
+
+}  // namespace quillworks::lv2

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: ISC
+// A running plug-in: ports on one side, component and algorithm on the other.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <lv2/atom/atom.h>
+#include <lv2/core/lv2.h>
+#include <lv2/state/state.h>
+
+#include "adapters/lv2/catalogue.h"
+#include "adapters/lv2/dry_path.h"
+#include "adapters/lv2/song_position.h"
+
+namespace quillworks::lv2 {
+
+/// URIs of what is stored with a song.
+inline constexpr const char* kStateChunk = "urn:quillworks:state#chunk";
+inline constexpr const char* kStatePorts = "urn:quillworks:state#ports";
+
+class Instance {
+public:
+    /// Throws where the effect cannot be had at this rate. [main thread]
+    Instance(const Catalogue& catalogue, const Plugin& plugin, double sampleRate,
+             const LV2_Feature* const* features);
+
+    void connect(std::uint32_t port, void* data) noexcept;
+    void activate() noexcept;                 // [main thread]
+    void run(std::uint32_t frames) noexcept;  // [audio thread]
+
+    // What a song holds; hosts do not run the plug-in meanwhile. [main thread]
+    LV2_State_Status save(LV2_State_Store_Function store, LV2_State_Handle handle);
+    LV2_State_Status restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle);
+
+private:
+    /// A control input: where the host writes it and what was read from there last.
+    struct Control {
+        int parameter;
+        const float* port = nullptr;
+        float seen;
+    };
+
+    /// A control output.
+    struct Meter {
+        int index;  // of the component's list
+        float* port;
+        float minimum, maximum;
+    };
+
+    void readOptions(const LV2_Feature* const* features);
+    void readControls() noexcept;
+    void process(int from, int frames) noexcept;
+    void writeOutputs() noexcept;
+    bool isOn(const float* port, bool otherwise) const noexcept
+    {
+        return port ? *port > 0.5f : otherwise;
+    }
+
+    const Plugin& plugin_;
+    VNK::Ref<VNK::IEffectComponent> effect_;
+    LV2_URID_Map* map_ = nullptr;
+    double sampleRate_;
+    int maxFrames_ = 1024;
+
+    std::vector<const float*> in_, side_;
+    std::vector<float*> out_;
+    std::vector<Control> controls_;
+    std::vector<int> controlOfPort_, meterOfPort_;
+    std::vector<Meter> meters_;
+    const LV2_Atom_Sequence* events_ = nullptr;
+    const float *enabled_ = nullptr, *sideChainOn_ = nullptr;
+    float* latency_ = nullptr;
+
+    SongPosition position_;
+    DryPath dry_;
+    // For ports that are not connected, and for a side-chain that shares its buffer with an output.
+    std::vector<float> silence_, nowhere_;
+    std::vector<std::vector<float>> sideCopy_;
+};
+
+}  // namespace quillworks::lv2

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: ISC
+#include "adapters/lv2/ports.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace quillworks::lv2 {
+namespace {
+
+using Role = Port::Role;
+
+/// "in_l", "out_lfe"; a number where channels have no place.
+std::string channelSymbol(const std::string& prefix, const VNK::SpeakerArrangement& layout, int c)
+{
+    if (layout.channels == 1) return prefix;
+    VNK::SpeakerArrangement one;
+    one.channels = 1;
+    one.speakers[0] = layout.speakers[c];
+    std::string name = one.names();
+    if (name == "-") name = std::to_string(c + 1);
+    for (char& letter : name)
+        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    return prefix + "_" + name;
+}
+
+}  // namespace
+
+std::vector<Port> portsOf(VNK::IEffectComponent& component, const VNK::SpeakerArrangement& layout)
+{
+    std::vector<Port> ports;
+    const auto add = [&](Role role, int index, std::string symbol) {
+        ports.push_back({role, index, std::move(symbol)});
+    };
+    for (int c = 0; c < layout.channels; ++c) add(Role::AudioIn, c, channelSymbol("in", layout, c));
+    for (int c = 0; c < layout.channels; ++c)
+        add(Role::AudioOut, c, channelSymbol("out", layout, c));
+    const bool hasSideChain = component.algorithm()->hasSideChain();
+    if (hasSideChain) {
+        const auto bus = VNK::SpeakerArrangement::withChannels(std::min(2, layout.channels));
+        for (int c = 0; c < bus.channels; ++c)
+            add(Role::SideChain, c, channelSymbol("sidechain_in", bus, c));
+    }
+    add(Role::Events, 0, "control");
+    add(Role::Enabled, 0, "enabled");
+    if (hasSideChain) add(Role::SideChainOn, 0, "sidechain");
+    VNK::ParameterInfo p;
+    for (int i = 0; component.getParameter(i, p); ++i)
+        if (!p.has(VNK::isReadOnly) && !(p.perChannel && p.index >= layout.channels))
+            add(Role::Parameter, i, p.key);
+    VNK::MeterInfo m;
+    for (int i = 0; component.getMeter(i, m); ++i) add(Role::Meter, i, m.key);
+    add(Role::Latency, 0, "latency");
+    add(Role::FreeWheel, 0, "freewheel");
+    return ports;
+}
+
+int count(const std::vector<Port>& ports, Port::Role role) noexcept
+{
+    return static_cast<int>(
+        std::count_if(ports.begin(), ports.end(), [&](const Port& p) { return p.role == role; }));
+}
+
+}  // namespace quillworks::lv2

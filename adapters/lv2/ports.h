@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: ISC
+// The ports of a plug-in: the same list for the Turtle files and for the running instance, which is
+// what keeps their indices in step.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "vnk/effect.h"
+
+namespace quillworks::lv2 {
+
+struct Port {
+    enum class Role {
+        AudioIn,      // index: channel
+        AudioOut,     // index: channel
+        SideChain,    // index: channel of the bus; may be left unconnected
+        Events,       // song position from the host; may be left unconnected
+        Enabled,      // the host's own switch for the plug-in
+        SideChainOn,  // whether the side-chain bus counts as connected
+        FreeWheel,
+        Latency,
+        Parameter,  // index: of the component's list
+        Meter,      // index: of the component's list
+    };
+    Role role;
+    int index;
+    std::string symbol;
+};
+
+/// Ports of an effect that stands in its layout; side-chain buses have at most two channels.
+std::vector<Port> portsOf(VNK::IEffectComponent& component, const VNK::SpeakerArrangement& layout);
+
+/// Channels of the main input or output of these ports, or of the side-chain.
+int count(const std::vector<Port>& ports, Port::Role role) noexcept;
+
+}  // namespace quillworks::lv2

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: ISC
+// Song position as LV2 hosts send it, carried on from event to event.
+#pragma once
+
+#include <lv2/atom/atom.h>
+#include <lv2/urid/urid.h>
+
+#include "vnk/effect.h"
+
+namespace quillworks::lv2 {
+
+class SongPosition {
+public:
+    /// Numbers of the URIs that events use. Without a map no event is understood.
+    void map(LV2_URID_Map* map, double sampleRate);
+    /// As before the first event.
+    void forget() noexcept;
+
+    /// Takes a time:Position event over; other atoms are left alone. [audio thread]
+    void read(const LV2_Atom& atom) noexcept;
+    /// Hands the position to the effect for its next block. [audio thread]
+    void tell(VNK::IEffectAlgorithm& algorithm) const noexcept;
+    void advance(int frames) noexcept;
+
+    LV2_URID sequence() const noexcept { return ids_.sequence; }
+
+private:
+    bool number(const LV2_Atom& atom, double& value) const noexcept;
+
+    struct {
+        LV2_URID sequence, object, blank, intType, longType, floatType, doubleType;
+        LV2_URID position, speed, frame, beat, bar, barBeat, beatUnit, beatsPerBar, beatsPerMinute;
+    } ids_{};
+    double sampleRate_ = 48000;
+    bool isKnown_ = false;
+    double speed_ = 0;
+    double beatsPerBar_ = 4, beatUnit_ = 4, beatsPerMinute_ = 0;  // 0: unknown
+    VNK::Transport now_;
+};
+
+}  // namespace quillworks::lv2

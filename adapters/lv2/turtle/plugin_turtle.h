@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: ISC
+// What hosts read about a plug-in before they load it.
+#pragma once
+
+#include <string>
+
+#include "adapters/lv2/catalogue.h"
+
+namespace quillworks::lv2 {
+
+/// Version numbers as LV2 counts them: even ones are releases, 0 stands for none yet.
+struct Version {
+    int minor, micro;
+    /// "5.0.0".
+    static Version of(const char* text);
+};
+
+/// The plug-in's own file: names, classes, ports, groups.
+std::string describe(const Catalogue& catalogue, const Plugin& plugin);
+/// Its factory presets, which share a file; empty without any.
+std::string describePresets(const Catalogue& catalogue, const Plugin& plugin);
+/// The manifest's entry for the plug-in and its presets.
+std::string announce(const Catalogue& catalogue, const Plugin& plugin, const std::string& binary);
+/// Prefixes and the properties that are ours.
+std::string turtleHeader();
+std::string ownProperties();
+
+}  // namespace quillworks::lv2

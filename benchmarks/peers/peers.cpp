@@ -1,0 +1,269 @@
+// SPDX-License-Identifier: ISC
+// Times our effects and other people's plug-ins side by side: one process, one signal, turn by
+// turn, so that whatever else the machine does meets them alike.
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+
+#include "benchmarks/peers/contestant.h"
+#include "benchmarks/peers/programme.h"
+#include "vnk/plugin_manager.h"
+
+namespace quillworks::peers {
+namespace {
+
+using Json = nlohmann::json;
+using Clock = std::chrono::steady_clock;
+
+struct Options {
+    std::string table = PEERS_TABLE, module = PEERS_MODULE, only;
+    std::vector<int> blocks = {64, 256, 1024};
+    double sampleRate = 48000;
+    double seconds = 1;  // of signal in one turn
+    int turns = 15;
+    bool json = false;
+};
+
+double nanoseconds(Clock::duration d)
+{
+    return std::chrono::duration<double, std::nano>(d).count();
+}
+
+/// What taking the time of nothing costs.
+double clockCost()
+{
+    double least = 1e9;
+    for (int i = 0; i < 20000; ++i) {
+        const auto start = Clock::now();
+        least = std::min(least, nanoseconds(Clock::now() - start));
+    }
+    return least;
+}
+
+/// Value below which `part` of the values lie.
+double quantile(std::vector<double> values, double part)
+{
+    if (values.empty()) return 0;
+    const auto at =
+        values.begin() + static_cast<std::ptrdiff_t>(part * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+}
+
+struct Entry {
+    std::string name;
+    bool isOurs = false;
+    std::unique_ptr<Contestant> contestant;
+    std::vector<double> turns;     // ns per frame
+    std::vector<double> blocks;    // ns
+    std::vector<double> quickest;  // ns, of each block of the signal over all turns
+    double peak = 0, power = 0;    // of the output, over the last turn
+    std::size_t frames = 0;
+
+    double perFrame() const { return quantile(turns, 0.5); }
+};
+
+/// Plays the whole signal once and keeps the times.
+void takeTurn(Entry& e, const std::vector<std::vector<float>>& signal, int block, double clock,
+              bool counts)
+{
+    const auto n = static_cast<std::size_t>(block);
+    const std::size_t blocks = signal.front().size() / n;
+    // The first 5 ms of a turn find the caches full of somebody else's data: that is the price of
+    // taking turns and not an effect's own.
+    const std::size_t cold = std::min(blocks - 1, 240 / n + 1);
+    double total = 0;
+    e.peak = e.power = 0;
+    e.frames = 0;
+    auto& c = *e.contestant;
+    for (std::size_t b = 0; b < blocks; ++b) {
+        for (std::size_t ch = 0; ch < signal.size(); ++ch)
+            std::copy_n(signal[ch].begin() + static_cast<std::ptrdiff_t>(b * n), n,
+                        c.input(ch).begin());
+        c.beginBlock();
+        const auto start = Clock::now();
+        c.run();
+        const double took = std::max(0.0, nanoseconds(Clock::now() - start) - clock);
+        c.endBlock();
+        total += took;
+        if (counts && b >= cold) {
+            e.blocks.push_back(took);
+            e.quickest.resize(blocks - cold, 1e18);
+            e.quickest[b - cold] = std::min(e.quickest[b - cold], took);
+        }
+        for (std::size_t ch = 0; ch < signal.size(); ++ch)
+            for (const float y : c.output(ch)) {
+                e.peak = std::max(e.peak, std::abs(double(y)));
+                e.power += double(y) * double(y);
+            }
+        e.frames += n * signal.size();
+    }
+    if (counts) e.turns.push_back(total / static_cast<double>(blocks * n));
+}
+
+double decibels(double factor)
+{
+    return 20 * std::log10(std::max(factor, 1e-10));
+}
+
+std::string ratio(double r)
+{
+    char text[32] = "-";
+    if (std::isfinite(r)) std::snprintf(text, sizeof text, "%.3f", r);
+    return text;
+}
+
+class Bench {
+public:
+    Bench(const Options& options, VNK::IClassFactory& factory)
+        : options_(options), factory_(factory), clock_(clockCost())
+    {}
+
+    void compare(const Json& row)
+    {
+        for (const int block : options_.blocks) {
+            auto entries = line(row, block);
+            if (entries.empty()) continue;
+            const auto signal =
+                programme(2, options_.sampleRate, options_.seconds, row.value("peakDb", -3.0));
+            // The first turn warms caches and branch predictors, fills delay lines, and lets
+            // plug-ins that set themselves up on their first blocks do so.
+            for (int turn = -1; turn < options_.turns; ++turn)
+                for (auto& e : entries) takeTurn(e, signal, block, clock_, turn >= 0);
+            report(row, block, entries);
+        }
+    }
+    const Json& results() const { return results_; }
+    bool meetsBars() const { return meetsBars_; }
+
+private:
+    std::vector<Entry> line(const Json& row, int block)
+    {
+        const Format format{options_.sampleRate, 2, block};
+        std::vector<Entry> entries;
+        const auto add = [&](const std::string& name, bool isOurs, auto&& make) {
+            std::string reason;
+            auto contestant = make(reason);
+            if (contestant)
+                entries.push_back({name, isOurs, std::move(contestant), {}, {}, {}, 0, 0, 0});
+            else if (block == options_.blocks.front())
+                std::fprintf(stderr, "left out: %s\n", reason.c_str());
+        };
+        add("ours", true, [&](std::string& reason) {
+            return ourEffect(factory_, row.at("effect"), row.at("settings").get<Settings>(), format,
+                             reason);
+        });
+        for (const auto& peer : row.at("peers"))
+            add(peer.at("name"), false, [&](std::string& reason) {
+                return lv2Peer(world_, peer.at("uri"), peer.at("controls").get<Settings>(), format,
+                               reason);
+            });
+        return entries;
+    }
+
+    void report(const Json& row, int block, const std::vector<Entry>& entries)
+    {
+        const double bar = row.value("bar", 0.0);
+        const double ours = entries.front().isOurs ? entries.front().perFrame() : NAN;
+        double fastest = INFINITY;
+        for (const auto& e : entries)
+            if (!e.isOurs) fastest = std::min(fastest, e.perFrame());
+        Json contestants = Json::array();
+        if (!options_.json) {
+            std::printf("\n%s, %d frames a block\n", row.at("name").get<std::string>().c_str(),
+                        block);
+            std::printf("  %-28s %9s %9s %9s %9s %9s %9s %9s\n", "", "ns/frame", "ours/it",
+                        "worst us", "p99 us", "max us", "out peak", "out rms");
+        }
+        for (const auto& e : entries) {
+            const double p99 = quantile(e.blocks, 0.99) / 1000;
+            const double most = quantile(e.blocks, 1) / 1000;
+            // The costliest block of the signal, without the turns in which something else ran.
+            const double worst = quantile(e.quickest, 1) / 1000;
+            const double rms = decibels(std::sqrt(e.power / static_cast<double>(e.frames)));
+            if (!options_.json)
+                std::printf("  %-28s %9.2f %9s %9.2f %9.2f %9.2f %9.1f %9.1f\n", e.name.c_str(),
+                            e.perFrame(), ratio(ours / e.perFrame()).c_str(), worst, p99, most,
+                            decibels(e.peak), rms);
+            contestants.push_back({{"name", e.name},
+                                   {"ours", e.isOurs},
+                                   {"nsPerFrame", e.perFrame()},
+                                   {"least", quantile(e.turns, 0)},
+                                   {"worstUs", worst},
+                                   {"p99Us", p99},
+                                   {"maxUs", most},
+                                   {"outPeakDb", decibels(e.peak)},
+                                   {"outRmsDb", rms}});
+        }
+        const bool isKnown = std::isfinite(ours) && std::isfinite(fastest);
+        const bool met = !isKnown || bar == 0 || ours <= bar * fastest;
+        meetsBars_ = meetsBars_ && met;
+        if (!options_.json && isKnown && bar > 0)
+            std::printf("  %.3f of the fastest; bar %.2f: %s\n", ours / fastest, bar,
+                        met ? "met" : "MISSED");
+        results_.push_back({{"name", row.at("name")},
+                            {"effect", row.at("effect")},
+                            {"block", block},
+                            {"bar", bar},
+                            {"ratioToFastest", isKnown ? Json(ours / fastest) : Json()},
+                            {"met", met},
+                            {"contestants", contestants}});
+        std::fflush(stdout);
+    }
+
+    const Options& options_;
+    VNK::IClassFactory& factory_;
+    lilv::World world_;
+    double clock_;
+    Json results_ = Json::array();
+    bool meetsBars_ = true;
+};
+
+int run(const Options& options)
+{
+    std::ifstream file(options.table);
+    if (!file) throw std::runtime_error(options.table + ": cannot be read");
+    const Json table = Json::parse(file);
+    std::string reason;
+    const auto module = VNK::LoadedModule::load(options.module.c_str(), reason);
+    if (!module) throw std::runtime_error(reason);
+    Bench bench(options, module->factory());
+    for (const auto& row : table.at("comparisons"))
+        if (row.at("name").get<std::string>().find(options.only) != std::string::npos)
+            bench.compare(row);
+    if (options.json) std::printf("%s\n", bench.results().dump(2).c_str());
+    return bench.meetsBars() ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace quillworks::peers
+
+int main(int argc, char** argv)
+{
+    quillworks::peers::Options options;
+    CLI::App app{"Times our effects and other LV2 plug-ins side by side. Exit 1: a bar is missed."};
+    app.add_option("--table", options.table, "Who stands against whom");
+    app.add_option("--module", options.module, "The module to load");
+    app.add_option("--only", options.only, "Rows whose name contains this text");
+    app.add_option("--block", options.blocks, "Frames a block, several are run one after another")
+        ->check(CLI::Range(1, 65536));
+    app.add_option("--rate", options.sampleRate, "Samples per second")
+        ->check(CLI::Range(8000.0, 384000.0));
+    app.add_option("--seconds", options.seconds, "Signal in one turn")
+        ->check(CLI::Range(0.1, 60.0));
+    app.add_option("--turns", options.turns, "Turns of each, of which the median counts")
+        ->check(CLI::Range(1, 10000));
+    app.add_flag("--json", options.json, "Print JSON instead of tables");
+    CLI11_PARSE(app, argc, argv);
+    try {
+        return quillworks::peers::run(options);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "peers: %s\n", e.what());
+        return 2;
+    }
+}
