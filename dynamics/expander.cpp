@@ -240,8 +240,8 @@ template <typename T> void ExpanderCore<T>::publish(MeterSlots& meters) noexcept
     if (!k_.editorOpen) return;
     for (std::size_t c = 0; c < channels_.size(); ++c) {
         const auto& meter = channels_[c].inputMeter;
-        meters.publish(kInputFast + static_cast<Tag>(c), static_cast<float>(meter.fast.envelope()));
-        meters.publish(kInputSlow + static_cast<Tag>(c), static_cast<float>(meter.slow.envelope()));
+        meters.publish(kInputFast + static_cast<Tag>(c), static_cast<float>(meter.fast.envelope));
+        meters.publish(kInputSlow + static_cast<Tag>(c), static_cast<float>(meter.slow.envelope));
     }
 }
 

@@ -2,7 +2,7 @@
 // Look-ahead: the audio is delayed behind its gain, and the gain changes only at zero crossings.
 #pragma once
 
-#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -52,18 +52,19 @@ public:
         }
         // Which gain holds is found in integers, so that a noisy signal costs no branches.
         using Bits = std::conditional_t<sizeof(T) == 4, std::int32_t, std::int64_t>;
+        Bits positive[kSubBlock + 1], keeps[kSubBlock];  // all ones for true
+        positive[0] = -Bits(wasPositive_);
+        for (int i = 0; i < n; ++i) positive[i + 1] = s[i] > 0 ? Bits(-1) : Bits(0);
+        for (int i = 0; i < n; ++i)
+            keeps[i] = (positive[i + 1] == positive[i]) & (s[i] != 0) ? Bits(-1) : Bits(0);
         gain[-1] = held_;
-        int at = -1, wasPositive = wasPositive_;
+        std::ptrdiff_t at = -1;
         for (int i = 0; i < n; ++i) {
-            const Bits bits = std::bit_cast<Bits>(s[i]);
-            const int isPositive = bits > 0, isZero = (bits << 1) == 0;
-            const int keep = ((isPositive ^ wasPositive) | isZero) - 1;  // all ones: the gain stays
-            at = (at & keep) | (i & ~keep);
+            at = (at & keeps[i]) | (i & ~keeps[i]);
             x[i] = s[i] * gain[at];
-            wasPositive = isPositive;
         }
         held_ = gain[at];
-        wasPositive_ = wasPositive != 0;
+        wasPositive_ = positive[n] != 0;
     }
 
 private:
