@@ -261,17 +261,16 @@ bool CompressorCore<T>::detect(Channel& ch, const double* key, T* gain, GridSlic
     using Speed = LevelDetector::Speed;
     const int n = slice.frames;
     double level[kSubBlock];
-    const auto speed = autoSpeedNow_ ? Speed::Auto : Speed::Timed;
     if (isFading_) {
-        // Both smoothers hear the same detector: the one that is left hears a copy of it.
-        double left[kSubBlock];
-        auto copy = ch.detector;
-        copy.run(key, left, n, k_.adaptive, autoSpeedNow_ ? Speed::Timed : Speed::Auto);
-        ch.detector.run(key, level, n, k_.adaptive, speed);
-        for (int i = 0; i < n; ++i)
-            level[i] = left[i] + (level[i] - left[i]) * (double(slice.phase + i + 1) / kSubBlock);
+        double timed[kSubBlock], automatic[kSubBlock];
+        ch.detector.runBoth(key, timed, automatic, n, k_.adaptive);
+        for (int i = 0; i < n; ++i) {
+            const double rise = double(slice.phase + i + 1) / kSubBlock;
+            const double w = autoSpeedNow_ ? rise : 1 - rise;
+            level[i] = timed[i] + (automatic[i] - timed[i]) * w;
+        }
     } else {
-        ch.detector.run(key, level, n, k_.adaptive, speed);
+        ch.detector.run(key, level, n, k_.adaptive, autoSpeedNow_ ? Speed::Auto : Speed::Timed);
     }
     for (int i = 0; i < n; ++i) gain[i] = T(level[i]);
     return ch.computer.run(gain, gain, k_.curve, k_.gainRelease, k_.makeUpDb, n);

@@ -30,11 +30,13 @@ template <typename T> struct CompressionCurve {
     /// above the threshold, which meets 0 at -K and L at K.
     void reduce(T* x, int n) const noexcept
     {
+        const CompressionCurve c = *this;  // of which the compiler knows that x is no part
         for (int i = 0; i < n; ++i) {
-            const T over = x[i] - threshold;
-            const T root = over * kneeSlope + kneeOffset;
-            const T inKnee = root > 0 ? root * root : T(0);
-            x[i] = (over > knee ? over : inKnee) * slope;
+            const T over = x[i] - c.threshold;
+            const T root = over * c.kneeSlope + c.kneeOffset;
+            const T rising = root > 0 ? root : T(0);
+            const T bent = rising * rising;
+            x[i] = (over > c.knee ? over : bent) * c.slope;
         }
     }
 };

@@ -192,5 +192,15 @@ void LevelDetector::run(const double* key, double* level, int n, bool isAdaptive
     chosenDetector(s_, key, level, n, isAdaptive, speed);
 }
 
+void LevelDetector::runBoth(const double* key, double* timed, double* automatic, int n,
+                            bool isAdaptive) noexcept
+{
+    // The second run hears the bands as the first did, so that only the smoothers go on twice.
+    LevelDetector other = *this;
+    other.run(key, automatic, n, isAdaptive, Speed::Auto);
+    s_.slow = other.s_.slow;
+    run(key, timed, n, isAdaptive, Speed::Timed);
+}
+
 }  // namespace quillworks
 #endif

@@ -30,6 +30,10 @@ public:
     /// the threshold acts on half the decibels there.
     void run(const double* key, double* level, int n, bool isAdaptive, Speed speed) noexcept;
 
+    /// Both speeds on the same key, for a cross-fade.
+    void runBoth(const double* key, double* timed, double* automatic, int n,
+                 bool isAdaptive) noexcept;
+
     /// Peak envelope of the key: rises over 100 samples, falls in 1 s.
     double inputLevel() const noexcept { return s_.input.envelope; }
 

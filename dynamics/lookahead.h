@@ -31,14 +31,9 @@ public:
     {
         line_.reset();
         held_ = 1;
-        wasPositive_ = false;
     }
     /// x = its delayed self, gain 1.
-    void delay(T* x, int n) noexcept
-    {
-        vec::copy(x, line_.push(x, n), n);
-        wasPositive_ = x[n - 1] > 0;
-    }
+    void delay(T* x, int n) noexcept { vec::copy(x, line_.push(x, n), n); }
     /// x = its delayed self times the held gain, which takes the value of `gains` where the sign of
     /// the delayed signal differs from the sample before, and at zeros (0 counts as negative).
     /// `isConstant`: all gains are the same.
@@ -46,31 +41,25 @@ public:
     {
         const T* const s = line_.push(x, n);
         T* const gain = gains.values();
-        if (isConstant && gain[0] == held_) {
-            wasPositive_ = s[n - 1] > 0;
+        if (isConstant && gain[0] == held_)
             return gain[0] == 1 ? vec::copy(x, s, n) : vec::scaleCopy(x, s, gain[0], n);
-        }
         // Which gain holds is found in integers, so that a noisy signal costs no branches.
         using Bits = std::conditional_t<sizeof(T) == 4, std::int32_t, std::int64_t>;
-        Bits positive[kSubBlock + 1], keeps[kSubBlock];  // all ones for true
-        positive[0] = -Bits(wasPositive_);
-        for (int i = 0; i < n; ++i) positive[i + 1] = s[i] > 0 ? Bits(-1) : Bits(0);
+        Bits keeps[kSubBlock];  // all ones for true
         for (int i = 0; i < n; ++i)
-            keeps[i] = (positive[i + 1] == positive[i]) & (s[i] != 0) ? Bits(-1) : Bits(0);
+            keeps[i] = ((s[i] > 0) == (s[i - 1] > 0)) & (s[i] != 0) ? Bits(-1) : Bits(0);
         gain[-1] = held_;
         std::ptrdiff_t at = -1;
         for (int i = 0; i < n; ++i) {
-            at = (at & keeps[i]) | (i & ~keeps[i]);
+            at = keeps[i] ? at : i;
             x[i] = s[i] * gain[at];
         }
         held_ = gain[at];
-        wasPositive_ = positive[n] != 0;
     }
 
 private:
     DelayLine<T> line_;
     T held_ = 1;
-    bool wasPositive_ = false;
 };
 
 }  // namespace quillworks
