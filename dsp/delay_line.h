@@ -18,24 +18,24 @@ public:
     void prepare(int delay)
     {
         delay_ = delay;
-        buffer_.assign(static_cast<std::size_t>(delay + std::max(kRun, delay)), T(0));
-        end_ = delay_;
+        buffer_.assign(static_cast<std::size_t>(kBefore + delay + std::max(kRun, delay)), T(0));
+        end_ = kBefore + delay_;
     }
     void reset() noexcept
     {
         std::fill(buffer_.begin(), buffer_.end(), T(0));
-        end_ = delay_;
+        end_ = kBefore + delay_;
     }
     int delay() const noexcept { return delay_; }
 
     /// Writes n <= kSubBlock samples; returns the n samples that lie `delay` before them, valid
-    /// until the next call.
+    /// until the next call. The one before those, at index -1, may be read too.
     const T* push(const T* x, int n) noexcept
     {
         T* const start = buffer_.data();
         if (end_ + n > static_cast<int>(buffer_.size())) {
-            std::copy(start + (end_ - delay_), start + end_, start);
-            end_ = delay_;
+            std::copy(start + (end_ - delay_ - kBefore), start + end_, start);
+            end_ = kBefore + delay_;
         }
         std::copy(x, x + n, start + end_);
         end_ += n;
@@ -43,6 +43,7 @@ public:
     }
 
 private:
+    static constexpr int kBefore = 1;
     static constexpr int kRun = 16 * kSubBlock;  // samples between two moves
 
     std::vector<T> buffer_;

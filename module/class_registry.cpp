@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "dynamics/compressor.h"
+#include "dynamics/expander.h"
 #include "dynamics/limiter.h"
 #include "mixing/mixtool.h"
 #include "module/pending_effects.h"

@@ -63,8 +63,6 @@ using MultiDistAlgorithm = PassThroughAlgorithm;
 using MultiDistComponent = PassThroughComponent<"MultiDist">;
 
 // Built in their families next: until then they pass audio like the others.
-using ExpanderAlgorithm = PassThroughAlgorithm;
-using ExpanderComponent = PassThroughComponent<"Expander">;
 using AnalogDelayAlgorithm = PassThroughAlgorithm;
 using AnalogDelayComponent = PassThroughComponent<"AnalogDelay">;
 using LevelMeterAlgorithm = PassThroughAlgorithm;
