@@ -5,6 +5,7 @@
 #include <array>
 #include <utility>
 
+#include "analysis/level_meter.h"
 #include "dynamics/compressor.h"
 #include "dynamics/limiter.h"
 #include "mixing/mixtool.h"

@@ -67,8 +67,6 @@ using ExpanderAlgorithm = PassThroughAlgorithm;
 using ExpanderComponent = PassThroughComponent<"Expander">;
 using AnalogDelayAlgorithm = PassThroughAlgorithm;
 using AnalogDelayComponent = PassThroughComponent<"AnalogDelay">;
-using LevelMeterAlgorithm = PassThroughAlgorithm;
-using LevelMeterComponent = PassThroughComponent<"LevelMeter">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;
