@@ -3,7 +3,6 @@
 
 #include <cmath>
 
-#include "dsp/decibel.h"
 #include "dsp/vec.h"
 
 namespace quillworks {
@@ -35,10 +34,9 @@ void PeakHold::setRate(double sampleRate) noexcept
 void ChannelMeter::prepare(double sampleRate)
 {
     sampleRate_ = sampleRate;
-    rise_ = static_cast<float>(followerCoefficient(sampleRate, kRise));
-    fall_ = static_cast<float>(followerCoefficient(sampleRate, kFall));
+    follower_.setTimes(sampleRate, kRise, kFall);
     // What lies further back has faded by 420 dB: from the largest sample to below any reading.
-    const double slowest = std::max({double(rise_), double(fall_), 1e-3});
+    const double slowest = std::max(followerCoefficient(sampleRate, kFall), 1e-3);
     reach_ = static_cast<int>(std::min(std::ceil(std::log(1e-21) / std::log(slowest)), 1e9));
     window_.reserve(windowLength(sampleRate, kLongestRms));
     window_.setLength(windowLength(sampleRate, rmsSeconds_));
@@ -49,7 +47,7 @@ void ChannelMeter::prepare(double sampleRate)
 
 void ChannelMeter::reset() noexcept
 {
-    level_ = 0;
+    follower_.reset();
     window_.clear();
     blockPeak_ = 0;
     blockSum_ = 0;
@@ -103,15 +101,9 @@ float ChannelMeter::rmsOf(std::int64_t sum) const noexcept
 
 void ChannelMeter::follow(const float* x, int n) noexcept
 {
-    // s = a + c (s - a), c by the sign of s - a. Whatever lies beyond the reach makes no
-    // difference.
-    float s = level_;
-    for (int i = std::max(0, n - reach_); i < n; ++i) {
-        const float a = std::abs(x[i]);
-        const float d = s - a;
-        s = a + (d < 0 ? rise_ * d : fall_ * d);
-    }
-    level_ = s;
+    PeakFollower follower = follower_;  // in registers
+    for (int i = std::max(0, n - reach_); i < n; ++i) follower.next(std::abs(double(x[i])));
+    follower_ = follower;
 }
 
 void ChannelMeter::countClips(const float* x, int n, float peak) noexcept

@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "dsp/moving_sum.h"
+#include "dsp/follower.h"
+#include "dsp/power_window.h"
 
 namespace quillworks {
 
@@ -58,7 +59,7 @@ public:
     void endBlock(int n) noexcept;
 
     // Linear, a sine's peak for peak and RMS alike.
-    float level() const noexcept { return level_; }
+    float level() const noexcept { return static_cast<float>(follower_.envelope()); }
     float levelHold() const noexcept { return levelHold_.value(); }
     float rms() const noexcept { return rmsOf(window_.sum()); }
     float rmsHold() const noexcept { return rmsHold_.value(); }
@@ -72,11 +73,11 @@ private:
     void countClips(const float* x, int n, float peak) noexcept;
 
     double sampleRate_ = 44100;
-    float level_ = 0, rise_ = 0.1f, fall_ = 0.999f;
+    PeakFollower follower_;
     int reach_ = 0;  // samples that the follower remembers
     std::int32_t run_ = 0, longestRun_ = 0;
     float rmsSeconds_ = 0.6f;
-    MovingSum window_;
+    PowerWindow window_;
     PeakHold levelHold_, rmsHold_;
     float blockPeak_ = 0;
     std::int64_t blockSum_ = 0;

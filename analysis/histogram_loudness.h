@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "analysis/loudness_histogram.h"
-#include "dsp/moving_sum.h"
+#include "dsp/power_window.h"
 
 namespace quillworks {
 
@@ -36,7 +36,7 @@ public:
 
 private:
     struct Channel {
-        MovingSum momentary, shortTerm;
+        PowerWindow momentary, shortTerm;
     };
     void read(std::span<const double> weights) noexcept;
 

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "dsp/decibel.h"
+#include "dsp/sanitise.h"
 #include "dsp/vec.h"
 
 namespace quillworks {
@@ -14,7 +15,6 @@ using Core = LevelMeterCore<float>;
 using S = LevelMeterSettings;
 
 constexpr float kNothing = std::numeric_limits<float>::quiet_NaN();
-constexpr float kLargestSample = 1e6f;
 
 constexpr Family<S> kPerChannel{.count = VNK::kMaxChannels, .perChannel = true};
 
@@ -110,17 +110,6 @@ float decibels(double linear)
 float decibelsOrNothing(double linear)
 {
     return linear >= kSilence ? decibels(linear) : kNothing;
-}
-
-/// What may enter followers, windows and filters: no sample poisons them.
-template <typename T> void clean(T* out, const T* in, int n) noexcept
-{
-    constexpr T finite = std::numeric_limits<T>::max(), largest = kLargestSample;
-    for (int i = 0; i < n; ++i) {
-        const T x = std::abs(in[i]) <= finite ? in[i] : T(0);
-        const T limited = x < largest ? x : largest;
-        out[i] = limited > -largest ? limited : -largest;
-    }
 }
 
 }  // namespace
@@ -233,7 +222,8 @@ template <typename T> void LevelMeterCore<T>::measure(const AudioBlock<T>& piece
         auto& channel = channels_[static_cast<std::size_t>(c)];
         T* const cleaned = clean_.data() + c * kPiece;
         float* const single = channel.interpolator.input();
-        clean(cleaned, piece[c], n);
+        vec::copy(cleaned, static_cast<const T*>(piece[c]), n);
+        sanitise(cleaned, n);
         if constexpr (std::is_same_v<T, float>)
             vec::copy(single, cleaned, n);
         else

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "analysis/loudness_histogram.h"
-#include "dsp/moving_sum.h"
+#include "dsp/power_window.h"
 
 namespace quillworks {
 

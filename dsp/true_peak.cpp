@@ -2,7 +2,7 @@
 // The interpolator, built for each instruction set.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "dsp/true_peak.cpp"
-#include "vectorlib/instruction_sets.h"
+#include "dsp/simd.h"
 //
 #include <algorithm>
 
@@ -77,8 +77,8 @@ constexpr TruePeakFilter kOtherRates{
 }  // namespace
 
 HWY_EXPORT(interpolatedPeakKernel);
-float (*const interpolatedPeak)(const TruePeakFilter&, const float*, int) =
-    DSP::VectorLib::chooseBuild(HWY_DISPATCH_TABLE(interpolatedPeakKernel));
+float (*const interpolatedPeak)(const TruePeakFilter&, const float*,
+                                int) = SIMD_CHOOSE(interpolatedPeakKernel);
 
 const TruePeakFilter& TruePeakFilter::at(double sampleRate) noexcept
 {

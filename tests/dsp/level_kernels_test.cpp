@@ -2,19 +2,19 @@
 // Moving sums and the true-peak interpolator beside their definitions.
 #include <gtest/gtest.h>
 
-#include "dsp/moving_sum.h"
+#include "dsp/power_window.h"
 #include "dsp/true_peak.h"
 #include "tests/support/signals.h"
 
 namespace quillworks::test {
 namespace {
 
-TEST(MovingSum, IsTheSumOfTheLastValuesHoweverTheyArrive)
+TEST(PowerWindow, IsTheSumOfTheLastValuesHoweverTheyArrive)
 {
     std::mt19937 random(kSeed);
     for (const int length : {1, 7, 64, 300}) {
         for (const std::int64_t top : {std::int64_t{1} << 40, PowerQuanta::kFull}) {
-            MovingSum window, tracked;
+            PowerWindow window, tracked;
             window.reserve(400);
             tracked.reserve(400);
             ASSERT_TRUE(window.setLength(length));
@@ -41,7 +41,7 @@ TEST(MovingSum, IsTheSumOfTheLastValuesHoweverTheyArrive)
             }
         }
     }
-    MovingSum window;
+    PowerWindow window;
     window.reserve(10);
     EXPECT_FALSE(window.setLength(11));  // the window stays as it was
     EXPECT_EQ(window.length(), 1);
