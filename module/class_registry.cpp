@@ -5,6 +5,7 @@
 #include <array>
 #include <utility>
 
+#include "analysis/level_meter.h"
 #include "dynamics/compressor.h"
 #include "dynamics/expander.h"
 #include "dynamics/limiter.h"

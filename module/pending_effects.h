@@ -65,8 +65,6 @@ using MultiDistComponent = PassThroughComponent<"MultiDist">;
 // Built in their families next: until then they pass audio like the others.
 using AnalogDelayAlgorithm = PassThroughAlgorithm;
 using AnalogDelayComponent = PassThroughComponent<"AnalogDelay">;
-using LevelMeterAlgorithm = PassThroughAlgorithm;
-using LevelMeterComponent = PassThroughComponent<"LevelMeter">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;
