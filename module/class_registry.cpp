@@ -5,6 +5,7 @@
 #include <array>
 #include <utility>
 
+#include "delay/analog_delay.h"
 #include "dynamics/compressor.h"
 #include "dynamics/limiter.h"
 #include "mixing/mixtool.h"

@@ -65,8 +65,6 @@ using MultiDistComponent = PassThroughComponent<"MultiDist">;
 // Built in their families next: until then they pass audio like the others.
 using ExpanderAlgorithm = PassThroughAlgorithm;
 using ExpanderComponent = PassThroughComponent<"Expander">;
-using AnalogDelayAlgorithm = PassThroughAlgorithm;
-using AnalogDelayComponent = PassThroughComponent<"AnalogDelay">;
 using LevelMeterAlgorithm = PassThroughAlgorithm;
 using LevelMeterComponent = PassThroughComponent<"LevelMeter">;
 
