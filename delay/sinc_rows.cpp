@@ -9,32 +9,83 @@ HWY_BEFORE_NAMESPACE();
 namespace quillworks::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-/// The taps of a point are interpolated between two rows once and serve all channels.
+constexpr int kBatch = 4;  // points read side by side
+
+#if HWY_TARGET == HWY_SCALAR
+
+/// out[p] = sum of the lanes of v[p].
+template <class D, class V> void storeSums(D, const V (&v)[kBatch], float* out)
+{
+    for (int p = 0; p < kBatch; ++p) out[p] = hn::GetLane(v[p]);
+}
+
+#else
+
+using Sums = hn::FixedTag<float, kBatch>;
+
+/// The lanes of v added up until kBatch are left.
+template <class D> HWY_INLINE hn::Vec<Sums> folded(D d, hn::Vec<D> v)
+{
+    if constexpr (hn::MaxLanes(D()) > kBatch) {
+        const hn::Half<D> half;
+        return folded(half, hn::Add(hn::LowerHalf(half, v), hn::UpperHalf(half, v)));
+    } else {
+        return v;
+    }
+}
+
+HWY_INLINE hn::Vec<Sums> pairSums(hn::Vec<Sums> a, hn::Vec<Sums> b)
+{
+    const Sums d;
+    return hn::Add(hn::ConcatEven(d, b, a), hn::ConcatOdd(d, b, a));
+}
+
+template <class D, class V> HWY_INLINE void storeSums(D d, const V (&v)[kBatch], float* out)
+{
+    const auto first = pairSums(folded(d, v[0]), folded(d, v[1]));
+    const auto second = pairSums(folded(d, v[2]), folded(d, v[3]));
+    hn::StoreU(pairSums(first, second), Sums(), out);
+}
+
+#endif
+
+/// The taps of a point are interpolated between two rows once and serve all channels. A batch that
+/// is not full repeats its last point, so that a point's result does not depend on its place.
 template <int channels>
 void readSincOf(const float* const* lines, const float* rows, const SincPoint* points, int n,
                 float* const* out)
 {
     constexpr int kTaps = SincRows::kTaps;
     const hn::CappedTag<float, kTaps> d;
+    using V = hn::Vec<decltype(d)>;
     constexpr int kLanes = static_cast<int>(hn::MaxLanes(d));
-    const float* const left = lines[0];
-    const float* const right = lines[channels - 1];
-    for (int i = 0; i < n; ++i) {
-        const int row = static_cast<int>(points[i].row);
-        const float* const below = rows + row * kTaps;
-        const float* const above = below + kTaps;
-        const auto fraction = hn::Set(d, points[i].row - static_cast<float>(row));
-        const float* const l = left + points[i].start;
-        const float* const r = right + points[i].start;
-        auto sumLeft = hn::Zero(d), sumRight = hn::Zero(d);
-        for (int t = 0; t < kTaps; t += kLanes) {
-            const auto from = hn::LoadU(d, below + t);
-            const auto tap = hn::MulAdd(fraction, hn::Sub(hn::LoadU(d, above + t), from), from);
-            sumLeft = hn::MulAdd(tap, hn::LoadU(d, l + t), sumLeft);
-            if constexpr (channels == 2) sumRight = hn::MulAdd(tap, hn::LoadU(d, r + t), sumRight);
+    for (int i = 0; i < n; i += kBatch) {
+        V sum[channels][kBatch];
+        for (int p = 0; p < kBatch; ++p) {
+            const SincPoint point = points[i + p < n ? i + p : n - 1];
+            const int row = static_cast<int>(point.row);
+            const float* const below = rows + row * kTaps;
+            const float* const above = below + kTaps;
+            const auto fraction = hn::Set(d, point.row - static_cast<float>(row));
+            for (int c = 0; c < channels; ++c) sum[c][p] = hn::Zero(d);
+            for (int t = 0; t < kTaps; t += kLanes) {
+                const auto from = hn::LoadU(d, below + t);
+                const auto tap = hn::MulAdd(fraction, hn::Sub(hn::LoadU(d, above + t), from), from);
+                for (int c = 0; c < channels; ++c) {
+                    const auto x = hn::LoadU(d, lines[c] + point.start + t);
+                    sum[c][p] = hn::MulAdd(tap, x, sum[c][p]);
+                }
+            }
         }
-        out[0][i] = hn::GetLane(hn::SumOfLanes(d, sumLeft));
-        if constexpr (channels == 2) out[1][i] = hn::GetLane(hn::SumOfLanes(d, sumRight));
+        for (int c = 0; c < channels; ++c) {
+            if (i + kBatch <= n) {
+                storeSums(d, sum[c], out[c] + i);
+            } else {
+                float last[kBatch];
+                storeSums(d, sum[c], last);
+                for (int p = 0; i + p < n; ++p) out[c][i + p] = last[p];
+            }
+        }
     }
 }
 

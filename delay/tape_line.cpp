@@ -74,23 +74,30 @@ int TapeLine::run(int phase, int n) const noexcept
     return std::min(n, lead_ + static_cast<int>((shortest + 1.5) / double(fastest)));
 }
 
-/// Which tape samples become due in the next n output samples, and where the heads stand.
+/// Which tape samples become due in the next n output samples, and where the heads stand. Speeds
+/// are floats of at least 1/8, so the sums of positions are exact.
 void TapeLine::move(int phase, int n) noexcept
 {
-    double remainder = remainder_;
+    double position = remainder_;  // from the tape sample that was nearest before
     int moved = 0;
+    ahead_ = 0;
     for (int i = 0; i < n; ++i) {
         const double speed = double(speed_[phase + i]);
-        const double way = speed + remainder;
-        const int whole = static_cast<int>(way + 0.5);
-        // Tape sample j passes the record head at the time i + (j - remainder) / speed, in samples
-        // after the last one recorded.
-        for (int j = 1; j <= whole; ++j) recordAt_[moved++] = kHeads - i - (j - remainder) / speed;
-        remainder = way - whole;
-        playAt_[i] = kPlay + lengths_[phase + i] - remainder - moved;
+        const double perTape = 1 / speed;
+        // Tape sample j, counted from 1, passes the record head at the time i + (j - position) /
+        // speed after the last recorded sample. Mostly one or two do; what is written too much is
+        // overwritten.
+        const double at = kHeads - i - (moved + 1 - position) * perTape;
+        recordAt_[moved] = at;
+        recordAt_[moved + 1] = at - perTape;
+        position += speed;
+        const int now = static_cast<int>(position + 0.5);
+        for (int j = moved + 2; j < now; ++j) recordAt_[j] = at - (j - moved) * perTape;
+        moved = now;
+        playAt_[i] = kPlay + lengths_[phase + i] - position;
         if (i < lead_) ahead_ = moved;
     }
-    remainder_ = remainder;
+    remainder_ = position - moved;
     newTape_ = moved;
 }
 
@@ -101,7 +108,6 @@ void TapeLine::play(int phase, int n, float* const* out) noexcept
         tape_.copy(out, kPlay - 1 + static_cast<int>(length_.current()), n);
         return;
     }
-    ahead_ = 0;
     move(phase, n);
     if (ahead_ > 0) {
         float buffer[2][kMaxNew];
