@@ -144,7 +144,7 @@ void AudioEffectAlgorithm::tellOwner(const char* message) noexcept
 void AudioEffectAlgorithm::setTempo(double beatsPerMinute) noexcept
 {
     if (std::isfinite(beatsPerMinute) && beatsPerMinute > 0)
-        tempo_ = std::clamp(beatsPerMinute, 10.0, 400.0);
+        tempo_.store(std::clamp(beatsPerMinute, 10.0, 400.0), std::memory_order_relaxed);
 }
 
 void AudioEffectAlgorithm::setTransport(const VNK::Transport& transport) noexcept
@@ -194,9 +194,9 @@ void AudioEffectAlgorithm::process(const VNK::ProcessData& data) noexcept
         wetOnlySeen_ = wetOnly;
         setCoreWetOnly(wetOnly);
     }
-    if (tempo_ != tempoSeen_) {
-        tempoSeen_ = tempo_;
-        setCoreTempo(tempo_);
+    if (const double tempo = this->tempo(); tempo != tempoSeen_) {
+        tempoSeen_ = tempo;
+        setCoreTempo(tempo);
     }
     applyChanges();
     if (isFresh_) {  // what was set since the reset is in force from the first sample: nothing
@@ -258,7 +258,7 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
         processPiece(piece, scratch);
         if (transport_.frameKnown) transport_.frame += piece.frames;
         if (transport_.positionKnown && transport_.playing)
-            transport_.quarterNotes += piece.frames / spec_.sampleRate * tempo_ / 60;
+            transport_.quarterNotes += piece.frames / spec_.sampleRate * tempoSeen_ / 60;
     }
 }
 

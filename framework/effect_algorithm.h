@@ -84,6 +84,13 @@ public:
     const VNK::SpeakerArrangement& inputLayout() const noexcept { return input_; }
     const VNK::SpeakerArrangement& outputLayout() const noexcept { return output_; }
     bool isSideChainActive() const noexcept { return sideChainActive_; }
+    /// Tempo in force: the last one that host or user gave, 120 before. [any thread]
+    double tempo() const noexcept
+    {
+        const double told = tempo_.load(std::memory_order_relaxed);
+        return told > 0 ? told : kUntoldTempo;
+    }
+    bool isTempoKnown() const noexcept { return tempo_.load(std::memory_order_relaxed) > 0; }
     bool isWetOnly() const noexcept { return wetOnly_.load(std::memory_order_relaxed); }
     /// Delay and tail in samples at the prepared rate, worked out from the parameters; `bypassed`
     /// as the user sees it. True if what the host is told has changed.
@@ -112,6 +119,8 @@ protected:
     VNK::Precision precision() const noexcept { return precision_; }
 
 private:
+    static constexpr double kUntoldTempo = 120;
+
     template <typename T> struct Scratch;
 
     void takeParameters() noexcept;
@@ -134,7 +143,8 @@ private:
     bool sideChainActive_ = false;
     std::atomic<bool> wetOnly_{false};
     bool wetOnlySeen_ = false;
-    double tempo_ = 120, tempoSeen_ = 0;
+    std::atomic<double> tempo_{0};  // 0: nobody has told
+    double tempoSeen_ = 0;
     VNK::Transport transport_;
     int gridPhase_ = 0;
     BypassFade bypass_;

@@ -34,6 +34,7 @@ AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm,
     for (std::int32_t i = 0; i < countParameters(); ++i) {
         valueAt(i).value = at(i).defaultValue;
         if (at(i).has(VNK::isBypass)) bypassIndex_ = i;
+        if (at(i).isTempo) tempoIndex_ = i;
     }
     for (const char* view : traits_.views)
         viewNames_.push_back(std::string(traits_.viewPrefix) + "/" + view);
@@ -95,6 +96,8 @@ float AudioEffectComponent::getValue(std::int32_t index) const noexcept
 {
     if (!has(index)) return 0;
     const auto& p = at(index);
+    if (index == tempoIndex_ && algorithm_->isTempoKnown())
+        return static_cast<float>(algorithm_->tempo());
     return p.meter >= 0 ? algorithm_->meters().read(static_cast<std::size_t>(p.meter))
                         : valueAt(index).value.load(std::memory_order_relaxed);
 }
@@ -110,6 +113,7 @@ void AudioEffectComponent::store(std::int32_t index, float value) noexcept
     auto& v = valueAt(index);
     if (!p.has(VNK::isTrigger)) v.value.store(value, std::memory_order_relaxed);
     v.changes.fetch_add(1, std::memory_order_relaxed);
+    if (index == tempoIndex_) algorithm_->setTempo(double(value));
     algorithm_->crossing().write(static_cast<std::size_t>(p.slot), forwarded(p, value));
 }
 

@@ -120,6 +120,8 @@ protected:
     /// An attribute that hosts may read but not set.
     void publishAttribute(const char* key, AttributeValue value);
     const AudioEffectAlgorithm& effectAlgorithm() const noexcept { return *algorithm_; }
+    /// Tempo in force, in beats per minute.
+    float tempo() const noexcept { return static_cast<float>(algorithm_->tempo()); }
     double sampleRate() const noexcept { return algorithm_->spec().sampleRate; }
     int channels() const noexcept { return channels_; }
     const AlgorithmParameterList& list() const noexcept { return list_; }
@@ -172,6 +174,7 @@ private:
     VNK::IEffectListener* listener_ = nullptr;
     int groupEdits_ = 0;
     int bypassIndex_ = -1;
+    int tempoIndex_ = -1;
     int channels_ = 2;
 };
 

@@ -4,7 +4,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <string>
+#include <string_view>
 
 #include "framework/conversion.h"
 #include "framework/curve.h"
@@ -29,6 +32,8 @@ enum class Kind : std::uint8_t {
     Toggle,   // on while not 0
     Trigger,  // acts once for each value other than 0; not stored
     Bypass,   // the effect's bypass switch
+    Tempo,    // beats per minute: shows the host's tempo; what is set lasts until the host's next
+              // word
     Meter,    // measured value that stands in the parameter list, read-only
     Reading,  // measured value outside the parameter list
     Command,  // crosses like a parameter but is none: no key for the host, not stored
@@ -43,8 +48,10 @@ struct ParameterNotes {
     std::span<const char* const> texts = {};  // of a list, from the minimum on
     const char* minText = "";                 // shown in place of the number at the minimum ("Off")
     const char* maxText = "";
-    const char* drivenBy = "";  // key of the toggle that takes this parameter over
-    std::uint32_t flags = 0;    // VNK::ParameterFlag beyond those of the kind
+    const char* drivenBy = "";               // key of the toggle that takes this parameter over
+    std::string (*toText)(float) = nullptr;  // in place of number and unit
+    std::optional<float> (*fromText)(std::string_view) = nullptr;  // tried before a number
+    std::uint32_t flags = 0;  // VNK::ParameterFlag beyond those of the kind
 };
 
 /// A row that stands for `count` parameters: key + index, tag + index.

@@ -108,6 +108,10 @@ void AlgorithmParameterList::add(AlgorithmParameter p, Kind kind, int slot, bool
         p.kind = ValueKind::List;
         p.flags |= VNK::isList;
         break;
+    case Kind::Tempo:
+        p.isTempo = true;
+        p.flags |= VNK::isNotStored | VNK::isNotAutomatable;
+        break;
     case Kind::Float:
         break;
     }
@@ -152,6 +156,7 @@ std::string AlgorithmParameterFormatter::text(const AlgorithmParameter& p, float
     }
     if (*p.notes.minText && value <= p.minimum) return p.notes.minText;
     if (*p.notes.maxText && value >= p.maximum) return p.notes.maxText;
+    if (p.notes.toText) return p.notes.toText(value);
     if (isRatio(p)) {  // 1 : 1 in the middle, expansion below, compression above
         if (value == 1) return "1 : 1";
         return value > 1 ? number(value) + " : 1" : "1 : " + number(1 / double(value));
@@ -174,6 +179,13 @@ bool AlgorithmParameterFormatter::value(const AlgorithmParameter& p, std::string
     if (is(p.notes.minText)) return value = p.minimum, true;
     if (is(p.notes.maxText)) return value = p.maximum, true;
 
+    if (p.notes.fromText) {
+        if (const auto read = p.notes.fromText(text)) {
+            const bool isWithin = *read >= p.minimum && *read <= p.maximum;
+            if (isWithin) value = *read;
+            return isWithin;
+        }
+    }
     double v = 0;
     if (!readNumber(text, v)) return false;
     if (isRatio(p) && !text.empty() && text.front() == ':') {

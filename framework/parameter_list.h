@@ -28,6 +28,7 @@ struct AlgorithmParameter {
 
     ParameterNotes notes;
     Conversion forward = conversion::asIs;
+    bool isTempo = false;
     int slot = -1;   // of the crossing; -1 for meters
     int meter = -1;  // of the meter slots; -1 for what is set
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "analysis/level_meter.h"
+#include "delay/analog_delay.h"
 #include "dynamics/compressor.h"
 #include "dynamics/expander.h"
 #include "dynamics/limiter.h"

@@ -63,8 +63,6 @@ using MultiDistAlgorithm = PassThroughAlgorithm;
 using MultiDistComponent = PassThroughComponent<"MultiDist">;
 
 // Built in their families next: until then they pass audio like the others.
-using AnalogDelayAlgorithm = PassThroughAlgorithm;
-using AnalogDelayComponent = PassThroughComponent<"AnalogDelay">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;

@@ -71,7 +71,7 @@ public:
     virtual void setWetOnly(bool wetOnly) noexcept = 0;
 
     /// Host tempo in beats per minute, from the next block on. Limited to 10 .. 400; not finite or
-    /// not above 0 is ignored. [audio thread]
+    /// not above 0 is ignored. [any thread]
     virtual void setTempo(double beatsPerMinute) noexcept = 0;
     /// Song position of the next block only; where it is not called the position is unknown. A host
     /// splits its block at a jump. A tempo of 0 leaves the tempo alone. [audio thread]

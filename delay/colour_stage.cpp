@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: ISC
+#include "delay/colour_stage.h"
+
+#include <bit>
+#include <cstdint>
+
+namespace quillworks {
+namespace {
+
+/// Place of a float among all floats, in order.
+std::int64_t ordinal(float x)
+{
+    const auto bits = std::bit_cast<std::uint32_t>(x);
+    const auto magnitude = static_cast<std::int64_t>(bits & 0x7FFFFFFFu);
+    return bits >> 31 ? -magnitude : magnitude;
+}
+
+bool differs(float x, float neutral)
+{
+    constexpr std::int64_t kTolerance = 30;  // units in the last place
+    return std::abs(ordinal(x) - ordinal(neutral)) > kTolerance;
+}
+
+/// Peak of a second-order low-pass or high-pass of quality q.
+double peakOf(double q)
+{
+    return q <= kButterworthQ ? 1 : q / std::sqrt(1 - 1 / (4 * q * q));
+}
+
+}  // namespace
+
+bool ColourFilters::cutsLow() const noexcept
+{
+    return differs(lowCut, kNeutralLowCut);
+}
+
+bool ColourFilters::cutsHigh() const noexcept
+{
+    return differs(highCut, kNeutralHighCut);
+}
+
+double ColourFilters::q(int section) const noexcept
+{
+    const double r = double(resonance) * kButterworthQ;
+    const double gain = (r - kButterworthQ) * 6;  // dB, of the second section over the first
+    return std::sqrt(r * 0.5) * (section == 0 ? 1 : std::pow(10.0, gain / 40));
+}
+
+double ColourFilters::peakGain() const noexcept
+{
+    const double filter = peakOf(q(0)) * peakOf(q(1));
+    return (cutsLow() ? filter : 1) * (cutsHigh() ? filter : 1);
+}
+
+void ColourStage::prepare(int channels, double sampleRate, double driveHalfLife)
+{
+    channels_ = channels;
+    sampleRate_ = sampleRate;
+    diode_.prepare(sampleRate);
+    drive_.prepareHalfLife(driveHalfLife);
+}
+
+void ColourStage::reset() noexcept
+{
+    for (auto& channel : channel_) channel = {};
+    drive_.snap();
+    isSaturating_ = false;
+}
+
+void ColourStage::setFilters(const ColourFilters& filters) noexcept
+{
+    for (int s = 0; s < 2; ++s) {
+        low_[s] = SvfCoefficients::at(double(filters.lowCut), sampleRate_, filters.q(s));
+        high_[s] = SvfCoefficients::at(double(filters.highCut), sampleRate_, filters.q(s));
+    }
+    // A filter that comes in starts at rest, not with what it held when it was last in use.
+    const bool low = filters.cutsLow(), high = filters.cutsHigh();
+    for (auto& channel : channel_)
+        for (int s = 0; s < 2; ++s) {
+            if (low && !cutsLow_) channel.low[s] = {};
+            if (high && !cutsHigh_) channel.high[s] = {};
+        }
+    cutsLow_ = low;
+    cutsHigh_ = high;
+}
+
+void ColourStage::saturate(float* const* x, GridSlice slice) noexcept
+{
+    const float before = drive_.current();
+    drive_.next(slice);
+    const float drive = drive_.current();
+    if (drive == 0) {
+        isSaturating_ = false;
+        return;
+    }
+    // Driven harder, the circuit is in the state that the smaller signal would have brought it to:
+    // neither a new drive nor the stage's coming in steps.
+    for (int c = 0; c < channels_; ++c) {
+        float& state = channel_[c].diode;
+        if (!isSaturating_)
+            state = DiodeCircuit::stateFor(x[c][0] * drive);
+        else if (slice.begins())
+            state *= drive / before;
+    }
+    isSaturating_ = true;
+    const float back = 1 / drive;
+    float* const left = x[0];
+    float stateLeft = channel_[0].diode;
+    if (channels_ == 1) {
+        for (int i = 0; i < slice.frames; ++i)
+            left[i] = diode_.next(stateLeft, left[i] * drive) * back;
+    } else {
+        float* const right = x[1];
+        float stateRight = channel_[1].diode;
+        for (int i = 0; i < slice.frames; ++i) {
+            left[i] = diode_.next(stateLeft, left[i] * drive) * back;
+            right[i] = diode_.next(stateRight, right[i] * drive) * back;
+        }
+        channel_[1].diode = stateRight;
+    }
+    channel_[0].diode = stateLeft;
+}
+
+/// Both channels in one loop: their recursions run side by side.
+template <int channels> void ColourStage::filter(float* const* x, int n) noexcept
+{
+    const auto run = [&](const SvfCoefficients& k, auto section, auto pass) {
+        SvfState s[channels];
+        for (int c = 0; c < channels; ++c) s[c] = section(channel_[c]);
+        for (int i = 0; i < n; ++i)
+            for (int c = 0; c < channels; ++c)
+                x[c][i] = static_cast<float>(pass(s[c], k, double(x[c][i])));
+        for (int c = 0; c < channels; ++c) section(channel_[c]) = s[c];
+    };
+    const auto low = [](SvfState& s, const SvfCoefficients& k, double v) {
+        return s.lowPass(k, v);
+    };
+    const auto high = [](SvfState& s, const SvfCoefficients& k, double v) {
+        return s.highPass(k, v);
+    };
+    for (int j = 0; j < 2; ++j)
+        if (cutsLow_)
+            run(
+                low_[j], [j](Channel& c) -> SvfState& { return c.low[j]; }, high);
+    for (int j = 0; j < 2; ++j)
+        if (cutsHigh_)
+            run(
+                high_[j], [j](Channel& c) -> SvfState& { return c.high[j]; }, low);
+}
+
+void ColourStage::process(float* const* x, GridSlice slice) noexcept
+{
+    saturate(x, slice);
+    if (!cutsLow_ && !cutsHigh_) return;
+    if (channels_ == 1)
+        filter<1>(x, slice.frames);
+    else
+        filter<2>(x, slice.frames);
+}
+
+}  // namespace quillworks

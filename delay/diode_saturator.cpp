@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: ISC
+#include "delay/diode_saturator.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace quillworks {
+namespace {
+
+constexpr double kCorner = 16000;  // Hz
+constexpr double kCurrent = 0.02, kVoltage = 0.25;
+constexpr double kRange = 32;  // of |p| in units of a: far above what a line can hold
+
+/// v of (1 + a) v + a f(v) = p by Newton's method, from a start at or above the root, where the
+/// curve is convex.
+double solve(double a, double p, double start)
+{
+    double v = start;
+    for (int i = 0; i < 100; ++i) {
+        const double f = (1 + a) * v + a * kCurrent * std::sinh(v / kVoltage) - p;
+        const double slope = 1 + a + a * kCurrent / kVoltage * std::cosh(v / kVoltage);
+        const double step = f / slope;
+        v -= step;
+        if (std::abs(step) < 1e-14) break;
+    }
+    return v;
+}
+
+}  // namespace
+
+void DiodeCircuit::prepare(double sampleRate)
+{
+    const double fc = std::min(kCorner, 0.45 * sampleRate);
+    const double a = std::tan(std::numbers::pi * fc / sampleRate);
+    const double range = kRange * a;
+    input_ = static_cast<float>(a);
+    scale_ = static_cast<float>((kPoints - 1) / range);
+    double v = 0;
+    for (std::size_t i = 0; i < kPoints; ++i) {
+        // The curve is flatter than at 0 everywhere: from the last root by that slope is above.
+        const double p = range * double(i) / (kPoints - 1);
+        v = i == 0 ? 0 : solve(a, p, v + range / (kPoints - 1) / (1 + a));
+        voltage_[i] = static_cast<float>(v);
+    }
+    for (std::size_t i = 0; i + 1 < kPoints; ++i) slope_[i] = voltage_[i + 1] - voltage_[i];
+}
+
+}  // namespace quillworks
