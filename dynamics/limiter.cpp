@@ -163,10 +163,10 @@ template <typename T> void LimiterCore<T>::publish(MeterSlots& meters) noexcept
     if (!editorOpen_) return;
     for (Tag c = 0; c < meters_.size(); ++c) {
         const auto& m = meters_[c];
-        meters.publish(kInputFast + c, static_cast<float>(m.input.fast.envelope()));
-        meters.publish(kInputSlow + c, static_cast<float>(m.input.slow.envelope()));
-        meters.publish(kOutputFast + c, static_cast<float>(m.output.fast.envelope()));
-        meters.publish(kOutputSlow + c, static_cast<float>(m.output.slow.envelope()));
+        meters.publish(kInputFast + c, static_cast<float>(m.input.fast.envelope));
+        meters.publish(kInputSlow + c, static_cast<float>(m.input.slow.envelope));
+        meters.publish(kOutputFast + c, static_cast<float>(m.output.fast.envelope));
+        meters.publish(kOutputSlow + c, static_cast<float>(m.output.slow.envelope));
     }
 }
 
