@@ -59,7 +59,7 @@ public:
     void endBlock(int n) noexcept;
 
     // Linear, a sine's peak for peak and RMS alike.
-    float level() const noexcept { return static_cast<float>(follower_.envelope()); }
+    float level() const noexcept { return static_cast<float>(follower_.envelope); }
     float levelHold() const noexcept { return levelHold_.value(); }
     float rms() const noexcept { return rmsOf(window_.sum()); }
     float rmsHold() const noexcept { return rmsHold_.value(); }
