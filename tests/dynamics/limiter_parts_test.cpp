@@ -146,9 +146,9 @@ TEST(LimitingFollower, IsItsDefinitionAndNeverLeavesAPeakUncovered)
         const auto expected = plain.run(wanted, due);
         const auto ahead = std::size_t(follower.lookAhead());
         for (std::size_t i = 0; i < wanted.size(); ++i) {
-            ASSERT_NEAR(smooth[i], expected[i], 1e-6) << setting << ": " << i;
+            ASSERT_NEAR(-smooth[i], expected[i], 1e-6) << setting << ": " << i;
             if (catches && i >= ahead) {
-                ASSERT_GE(smooth[i], due[i - ahead] - 1e-12) << setting << ": " << i;
+                ASSERT_GE(-smooth[i], due[i - ahead] - 1e-12) << setting << ": " << i;
             }
         }
         EXPECT_TRUE(follower.isIdle()) << "everything has been released";
