@@ -92,7 +92,7 @@ private:
     bool isLimiting_ = false;     // gain_ is not 1 throughout
     double reduction_ = 0;        // dB, largest since takeReduction()
     alignas(64) double inputGain_[kSubBlock], outputGain_[kSubBlock], ceiling_[kSubBlock];
-    alignas(64) double gain_[kSubBlock];
+    alignas(64) double gain_[kSubBlock + TruePeakLevel::kPadding];
     alignas(64) double levels_[kMost + TruePeakLevel::kPadding];
     alignas(64) double wanted_[kMost + TruePeakLevel::kPadding];
     alignas(64) double due_[kMost + TruePeakLevel::kPadding];

@@ -49,6 +49,18 @@ void roundUp(const double* a, const double* b, std::int64_t* steps, int n)
     }
 }
 
+/// gain[i] = -steps[i] * unit, padded likewise. The steps are below 2^52.
+void toGain(const std::int64_t* steps, double unit, double* gain, int n)
+{
+    const D d;
+    const I i64;
+    for (int i = 0; i < n; i += kLanes) {
+        const auto bits = hn::Add(hn::LoadU(i64, steps + i), hn::Set(i64, kWholeBits));
+        const auto minus = hn::Sub(hn::Set(d, kWhole), hn::BitCast(d, bits));
+        hn::StoreU(hn::Mul(minus, hn::Set(d, unit)), d, gain + i);
+    }
+}
+
 }  // namespace
 }  // namespace quillworks::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
@@ -57,9 +69,12 @@ HWY_AFTER_NAMESPACE();
 namespace quillworks {
 
 HWY_EXPORT(roundUp);
+HWY_EXPORT(toGain);
 namespace {
 
 void (*const roundUpBest)(const double*, const double*, std::int64_t*, int) = SIMD_CHOOSE(roundUp);
+
+void (*const toGainBest)(const std::int64_t*, double, double*, int) = SIMD_CHOOSE(toGain);
 
 constexpr int kPadding = 8;  // of the arrays that kernels take by whole vectors
 
@@ -185,7 +200,12 @@ void LimitingFollower::process(const double* wanted, const double* due, double* 
     quiet_ = isQuiet ? std::min(quiet_ + n, quietEnough_) : 0;
     inner_.process(steps, n);
     outer_.process(steps, n);
-    for (int i = first_; i < n; i += every_) *gain++ = static_cast<double>(-steps[i]) * unit_;
+    int count = n;
+    if (every_ > 1) {
+        count = 0;
+        for (int i = first_; i < n; i += every_) steps[count++] = steps[i];
+    }
+    toGainBest(steps, unit_, gain, count);
 }
 
 }  // namespace quillworks

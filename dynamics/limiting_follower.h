@@ -53,7 +53,7 @@ public:
     }
 
     /// From the wanted and the due reductions, in dB and >= 0, to the smooth gain in dB, <= 0.
-    /// `due` may be `wanted` itself.
+    /// `due` may be `wanted` itself. `gain` is written in whole vectors, up to 7 more values.
     void process(const double* wanted, const double* due, double* gain, int n) noexcept;
 
 private:

@@ -133,7 +133,7 @@ TEST(LimitingFollower, IsItsDefinitionAndNeverLeavesAPeakUncovered)
         follower.setHold(holds);
         follower.setProgrammeRelease(programme);
         follower.setCatches(catches);
-        Signal<double> due(6000), wanted(6000), smooth(6000);
+        Signal<double> due(6000), wanted(6000), smooth(6008);
         for (std::size_t i = 0; i < 3000; ++i) {
             due[i] = random() % 40 == 0 ? double(random() % 20) : 0;
             wanted[i] = due[i] + (random() % 30 == 0 ? 2 : 0);
