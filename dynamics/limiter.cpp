@@ -107,18 +107,22 @@ template <typename T> void LimiterCore<T>::apply(const Settings& s, unsigned dir
 
 template <typename T> void LimiterCore<T>::process(const AudioBlock<T>& block) noexcept
 {
-    forEachSubBlock(block, [this](const AudioBlock<T>& part) {
-        engine_.begin(part);
+    for (int done = 0; done < block.frames;) {
+        auto part = block.slice(done, block.frames - done);
+        part.frames = engine_.begin(part);
         for (int c = 0; c < part.channels; ++c) {
             engine_.take(c, part[c]);
-            if (editorOpen_) meters_[static_cast<std::size_t>(c)].input.run(part[c], part.frames);
+            if (!editorOpen_) continue;
+            clean(part[c], part.frames);
+            meters_[static_cast<std::size_t>(c)].input.run(part[c], part.frames);
         }
         engine_.findGain();
         for (int c = 0; c < part.channels; ++c) {
             engine_.put(c, part[c]);
             if (editorOpen_) meters_[static_cast<std::size_t>(c)].output.run(part[c], part.frames);
         }
-    });
+        done += part.frames;
+    }
 }
 
 template <typename T> void LimiterCore<T>::publish(MeterSlots& meters) noexcept

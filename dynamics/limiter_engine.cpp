@@ -39,7 +39,7 @@ void LimiterEngine::prepare(double sampleRate, int channels)
         glide->setTolerance(1e-9);
     }
     curve_.prepare(subBlocks);
-    plainFollower_.prepare(sampleRate, kSubBlock);
+    plainFollower_.prepare(sampleRate, kLongest);
     fastFollower_.prepare(kPhases * sampleRate, kMost);
     // A frame comes out with the look-ahead that its first level has had in full.
     fastFollower_.thinOut(fastFollower_.lookAhead() % kPhases, kPhases);
@@ -47,7 +47,7 @@ void LimiterEngine::prepare(double sampleRate, int channels)
     past_.resize(static_cast<std::size_t>(channels));
     const int past =
         std::max(limiterLatency(sampleRate, true), TruePeakLevel::kAhead + TruePeakLevel::kBehind);
-    for (auto& p : past_) p.prepare(past, kSubBlock, TruePeakLevel::kPadding);
+    for (auto& p : past_) p.prepare(past, kLongest, TruePeakLevel::kPadding);
     reset();
 }
 
@@ -134,29 +134,36 @@ void LimiterEngine::curveChanged() noexcept
     clipStage_.curve = {1 / (2 * height), height};
 }
 
-/// The ramps of a whole sub-block: what a slice takes of them does not depend on its length.
+/// The ramps of a whole sub-block: what a slice takes of them does not depend on its length. Where
+/// they stand still, those of the longest slice.
 void LimiterEngine::fillGains() noexcept
 {
+    isSteady_ = !isGliding();
+    const int n = isSteady_ ? kLongest : kSubBlock;
     const auto gain = inputGainGlide_.next({kSubBlock, 0});
     const auto ceiling = ceilingGlide_.next({kSubBlock, 0});
-    vec::ramp(inputGain_, gain.from, gain.to, kSubBlock);
-    vec::ramp(outputGain_, ceiling.from, ceiling.to, kSubBlock);
+    vec::ramp(inputGain_, gain.from, gain.to, n);
+    vec::ramp(outputGain_, ceiling.from, ceiling.to, n);
     const double working = dbToGain(LimitingCurve::kMarginDb);
-    for (int i = 0; i < kSubBlock; ++i) {
+    for (int i = 0; i < n; ++i) {
         inputGain_[i] *= 1 / outputGain_[i];
         ceiling_[i] = working * outputGain_[i];
     }
 }
 
-void LimiterEngine::begin(GridSlice slice) noexcept
+int LimiterEngine::begin(GridSlice slice) noexcept
 {
-    phase_ = slice.phase;
-    frames_ = slice.frames;
+    if (slice.begins()) {
+        if (isGliding() || !isSteady_) fillGains();
+        if (curve_.advance()) curveChanged();
+    }
+    const bool keepsGrid = !isSteady_ || isGliding() || curve_.isMoving();
+    phase_ = keepsGrid ? slice.phase : 0;
+    frames_ = std::min(slice.frames, keepsGrid   ? kSubBlock - slice.phase
+                                     : truePeak_ ? TruePeakLevel::kMaxFrames
+                                                 : kLongest);
     peak_ = 0;
-    std::fill_n(levels_, frames_, 0.0);
-    if (!slice.begins()) return;
-    if (inputGainGlide_.isGliding() || ceilingGlide_.isGliding()) fillGains();
-    if (curve_.advance()) curveChanged();
+    return frames_;
 }
 
 double* LimiterEngine::room(int channel) noexcept
@@ -199,10 +206,10 @@ void LimiterEngine::follow(bool isLoud) noexcept
         alignas(64) double wanted[kMost], due[kMost];
         curve_.reductions(levels_, wanted_, due_, kMost);
         for (int i = 0; i < frames_; ++i)
-            for (int p = 0; p < kPhases; ++p) wanted[kPhases * i + p] = wanted_[p * kSubBlock + i];
+            for (int p = 0; p < kPhases; ++p) wanted[kPhases * i + p] = wanted_[p * kStride + i];
         if (!isHard)
             for (int i = 0; i < frames_; ++i)
-                for (int p = 0; p < kPhases; ++p) due[kPhases * i + p] = due_[p * kSubBlock + i];
+                for (int p = 0; p < kPhases; ++p) due[kPhases * i + p] = due_[p * kStride + i];
         follower().process(wanted, isHard ? wanted : due, gain_, n);
     }
 }
@@ -217,7 +224,7 @@ bool LimiterEngine::findTruePeakLevels() noexcept
         return false;
     }
     double* level[kPhases];
-    for (int p = 0; p < kPhases; ++p) level[p] = levels_ + p * kSubBlock;
+    for (int p = 0; p < kPhases; ++p) level[p] = levels_ + p * kStride;
     vec::clear(levels_, kMost);
     for (int c = 0; c < channels(); ++c) {
         const double* const x =

@@ -19,7 +19,7 @@ namespace quillworks {
 /// Latency in samples at a rate.
 int limiterLatency(double sampleRate, bool truePeak) noexcept;
 
-/// One gain for all channels. For each slice of a sub-block: begin(), take() for each channel,
+/// One gain for all channels. For each slice of a block: begin(), take() for each channel,
 /// findGain(), put() for each channel.
 class LimiterEngine {
 public:
@@ -37,11 +37,15 @@ public:
     /// A change starts the follower of the other rate afresh. Does not allocate.
     void setTruePeak(bool on) noexcept;
 
-    void begin(GridSlice slice) noexcept;
-    /// Takes the slice of a channel in; `x` is cleaned of what is no sound.
-    template <typename T> void take(int channel, T* x) noexcept
+    /// Starts a slice at `slice.phase` of the control grid and returns its length, at most
+    /// `slice.frames`: the grid is kept while anything glides, and otherwise longer slices save
+    /// their overhead.
+    int begin(GridSlice slice) noexcept;
+    /// Takes the slice of a channel in, the channels in their order.
+    template <typename T> void take(int channel, const T* x) noexcept
     {
-        const double most = takeIn(x, inputGain_ + phase_, room(channel), levels_, frames_);
+        const double most =
+            takeIn(x, inputGain_ + phase_, room(channel), levels_, channel == 0, frames_);
         peak_ = std::max(peak_, most);
     }
     void findGain() noexcept;
@@ -62,9 +66,15 @@ private:
         double low = 1;
         ClipCurve<double> curve;
     };
-    static constexpr int kMost = TruePeakLevel::kPhases * kSubBlock;
+    static constexpr int kLongest = 128;  // frames of a slice
+    static constexpr int kStride = TruePeakLevel::kMaxFrames;
+    static constexpr int kMost = TruePeakLevel::kPhases * kStride;  // levels of a slice
 
     LimitingFollower& follower() noexcept { return truePeak_ ? fastFollower_ : plainFollower_; }
+    bool isGliding() const noexcept
+    {
+        return inputGainGlide_.isGliding() || ceilingGlide_.isGliding();
+    }
     void fillGains() noexcept;
     void curveChanged() noexcept;
     void clipStageChanged() noexcept;
@@ -87,16 +97,17 @@ private:
     bool clips_ = false;
     Wall clipStage_;
 
-    int phase_ = 0, frames_ = 0;  // of the slice
+    int phase_ = 0, frames_ = 0;  // of the slice; where it begins in the gains
+    bool isSteady_ = false;       // the gains are constant
     double peak_ = 0;             // of the slice's normalised input
     bool isLimiting_ = false;     // gain_ is not 1 throughout
     double reduction_ = 0;        // dB, largest since takeReduction()
-    alignas(64) double inputGain_[kSubBlock], outputGain_[kSubBlock], ceiling_[kSubBlock];
-    alignas(64) double gain_[kSubBlock + TruePeakLevel::kPadding];
+    alignas(64) double inputGain_[kLongest], outputGain_[kLongest], ceiling_[kLongest];
+    alignas(64) double gain_[kLongest + TruePeakLevel::kPadding];
     alignas(64) double levels_[kMost + TruePeakLevel::kPadding];
     alignas(64) double wanted_[kMost + TruePeakLevel::kPadding];
     alignas(64) double due_[kMost + TruePeakLevel::kPadding];
-    alignas(64) double clipped_[kSubBlock];
+    alignas(64) double clipped_[kLongest];
 };
 
 }  // namespace quillworks

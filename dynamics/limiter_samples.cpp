@@ -17,18 +17,17 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 using D = hn::CappedTag<double, 8>;
 using One = hn::CappedTag<double, 1>;
-constexpr double kMost = 1000;
 
 // Each body is a function of the lanes: whole vectors, then single samples.
 
-template <class Lanes, typename T>
-HWY_INLINE hn::Vec<Lanes> takeLanes(Lanes d, T* x, const double* gain, double* u, double* levels)
+template <bool begins, class Lanes, typename T>
+HWY_INLINE hn::Vec<Lanes> takeLanes(Lanes d, const T* x, const double* gain, double* u,
+                                    double* levels)
 {
     const hn::Rebind<T, Lanes> narrow;
     auto v = hn::LoadU(narrow, x);
     v = hn::IfThenElseZero(hn::Eq(v, v), v);
-    v = hn::Max(hn::Min(v, hn::Set(narrow, T(kMost))), hn::Set(narrow, T(-kMost)));
-    hn::StoreU(v, narrow, x);
+    v = hn::Max(hn::Min(v, hn::Set(narrow, T(kLargestInput))), hn::Set(narrow, T(-kLargestInput)));
     hn::Vec<Lanes> wide;
     if constexpr (std::is_same_v<T, double>)
         wide = v;
@@ -37,23 +36,31 @@ HWY_INLINE hn::Vec<Lanes> takeLanes(Lanes d, T* x, const double* gain, double* u
     wide = hn::Mul(wide, hn::LoadU(d, gain));
     hn::StoreU(wide, d, u);
     const auto level = hn::Abs(wide);
-    hn::StoreU(hn::Max(hn::LoadU(d, levels), level), d, levels);
+    hn::StoreU(begins ? level : hn::Max(hn::LoadU(d, levels), level), d, levels);
     return level;
 }
 
-template <typename T>
-HWY_INLINE double take(T* x, const double* gain, double* u, double* levels, int n)
+template <bool begins, typename T>
+HWY_INLINE double takeAll(const T* x, const double* gain, double* u, double* levels, int n)
 {
     const D d;
     constexpr int lanes = static_cast<int>(hn::MaxLanes(D()));
     auto most = hn::Zero(d);
     int i = 0;
     for (; i + lanes <= n; i += lanes)
-        most = hn::Max(most, takeLanes(d, x + i, gain + i, u + i, levels + i));
+        most = hn::Max(most, takeLanes<begins>(d, x + i, gain + i, u + i, levels + i));
     double top = hn::GetLane(hn::MaxOfLanes(d, most));
     for (; i < n; ++i)
-        top = std::max(top, hn::GetLane(takeLanes(One(), x + i, gain + i, u + i, levels + i)));
+        top = std::max(top,
+                       hn::GetLane(takeLanes<begins>(One(), x + i, gain + i, u + i, levels + i)));
     return top;
+}
+
+template <typename T>
+HWY_INLINE double take(const T* x, const double* gain, double* u, double* levels, bool begins,
+                       int n)
+{
+    return begins ? takeAll<true>(x, gain, u, levels, n) : takeAll<false>(x, gain, u, levels, n);
 }
 
 template <class Lanes, typename T>
@@ -91,13 +98,14 @@ HWY_INLINE void put(const double* v, const double* gain, const double* scale, co
         putLanes(One(), v + i, gain ? gain + i : nullptr, scale + i, ceiling + i, x + i);
 }
 
-double takeFloat(float* x, const double* gain, double* u, double* levels, int n)
+double takeFloat(const float* x, const double* gain, double* u, double* levels, bool begins, int n)
 {
-    return take(x, gain, u, levels, n);
+    return take(x, gain, u, levels, begins, n);
 }
-double takeDouble(double* x, const double* gain, double* u, double* levels, int n)
+double takeDouble(const double* x, const double* gain, double* u, double* levels, bool begins,
+                  int n)
 {
-    return take(x, gain, u, levels, n);
+    return take(x, gain, u, levels, begins, n);
 }
 void putFloat(const double* v, const double* gain, const double* scale, const double* ceiling,
               float* x, int n)
@@ -123,7 +131,7 @@ HWY_EXPORT(putFloat);
 HWY_EXPORT(putDouble);
 namespace {
 
-template <typename T> using Take = double (*)(T*, const double*, double*, double*, int);
+template <typename T> using Take = double (*)(const T*, const double*, double*, double*, bool, int);
 template <typename T>
 using Put = void (*)(const double*, const double*, const double*, const double*, T*, int);
 
@@ -134,13 +142,17 @@ const Put<double> putDoubleBest = SIMD_CHOOSE(putDouble);
 
 }  // namespace
 
-template <> double takeIn(float* x, const double* gain, double* u, double* levels, int n) noexcept
+template <>
+double takeIn(const float* x, const double* gain, double* u, double* levels, bool begins,
+              int n) noexcept
 {
-    return takeFloatBest(x, gain, u, levels, n);
+    return takeFloatBest(x, gain, u, levels, begins, n);
 }
-template <> double takeIn(double* x, const double* gain, double* u, double* levels, int n) noexcept
+template <>
+double takeIn(const double* x, const double* gain, double* u, double* levels, bool begins,
+              int n) noexcept
 {
-    return takeDoubleBest(x, gain, u, levels, n);
+    return takeDoubleBest(x, gain, u, levels, begins, n);
 }
 template <>
 void putOut(const double* v, const double* gain, const double* scale, const double* ceiling,
