@@ -45,7 +45,11 @@ template <typename T> PowerQuanta quantisePower(std::int64_t* q, const T* x, int
 class PowerWindow {
 public:
     /// Room for windows of up to `length` samples. May throw std::bad_alloc.
-    void reserve(int length) { ring_.assign(static_cast<std::size_t>(std::max(length, 1)), 0); }
+    void reserve(int length)
+    {
+        ring_.assign(static_cast<std::size_t>(std::max(length, 1)), 0);
+        used_ = 0;
+    }
 
     /// Makes the window `length` samples long (0: as 1) and empties it. False, and nothing changed,
     /// if that is more than reserved.
@@ -53,15 +57,15 @@ public:
     {
         length = std::max(length, 1);
         if (static_cast<std::size_t>(length) > ring_.size()) return false;
-        length_ = length;
         clear();
+        length_ = length;
         return true;
     }
     void clear() noexcept
     {
-        std::fill_n(ring_.begin(), length_, 0);
+        std::fill_n(ring_.begin(), used_, 0);
         sum_ = 0;
-        at_ = 0;
+        at_ = used_ = 0;
     }
 
     int length() const noexcept { return length_; }
@@ -117,6 +121,7 @@ private:
             const int n = std::min(in.n - done, length_ - at_);
             f(PowerQuanta{in.q + done, n, in.bound}, ring_.data() + at_);
             done += n;
+            used_ = std::max(used_, at_ + n);
             at_ = at_ + n == length_ ? 0 : at_ + n;
         }
     }
@@ -137,6 +142,7 @@ private:
     std::int64_t sum_ = 0;
     int length_ = 1;
     int at_ = 0;
+    int used_ = 0;  // what clear() has to clear: long windows are reset often and filled rarely
 };
 
 }  // namespace quillworks
