@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <numeric>
 #include <vector>
 
 namespace quillworks {
@@ -23,6 +24,12 @@ struct PowerQuanta {
     bool fitsOnTopOf(std::int64_t sum) const noexcept
     {
         return n == 0 || bound <= (kFull - sum) / n;
+    }
+    /// Sum of all.
+    double total() const noexcept
+    {
+        if (!fitsOnTopOf(0)) return std::accumulate(q, q + n, 0.0);
+        return static_cast<double>(std::accumulate(q, q + n, std::int64_t{0}));
     }
 };
 
