@@ -229,11 +229,8 @@ template <typename T> void LevelMeterCore<T>::measure(const AudioBlock<T>& piece
         else
             vec::convert(single, cleaned, n);  // readings are single precision anyway
         const auto squares = quantisePower(squares_.data(), cleaned, n);
-        channel.meter.add(single, squares);
-        if (measurement_ == Measurement::Strict) {
-            channel.samplePeak = std::max(channel.samplePeak, vec::peak(single, n));
-            for (int i = 0; i < n; ++i) channel.power += double(squares.q[i]);
-        }
+        channel.samplePeak = std::max(channel.samplePeak, channel.meter.add(single, squares));
+        if (measurement_ == Measurement::Strict) channel.power += squares.total();
         channel.truePeak = std::max(channel.truePeak, channel.interpolator.advance(n));
         x[c] = cleaned;
     }
