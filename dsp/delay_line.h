@@ -3,50 +3,35 @@
 #pragma once
 
 #include <algorithm>
-#include <vector>
 
 #include "dsp/control_grid.h"
+#include "dsp/recent_samples.h"
 
 namespace quillworks {
 
-/// Samples are appended to a straight buffer, so that the delayed ones are read where they lie,
-/// without a copy and without a border; now and then the tail that is still needed moves to the
-/// front.
+/// The delayed samples are read where they lie, without a copy and without a border.
 template <typename T> class DelayLine {
 public:
     /// Delay in samples, 0 or more. Allocates.
     void prepare(int delay)
     {
         delay_ = delay;
-        buffer_.assign(static_cast<std::size_t>(delay + std::max(kRun, delay)), T(0));
-        end_ = delay_;
+        past_.prepare(delay + 1, kSubBlock);  // one more: index -1 is read too
     }
-    void reset() noexcept
-    {
-        std::fill(buffer_.begin(), buffer_.end(), T(0));
-        end_ = delay_;
-    }
+    void reset() noexcept { past_.reset(); }
     int delay() const noexcept { return delay_; }
 
     /// Writes n <= kSubBlock samples; returns the n samples that lie `delay` before them, valid
-    /// until the next call.
+    /// until the next call. The one before those, at index -1, may be read too.
     const T* push(const T* x, int n) noexcept
     {
-        T* const start = buffer_.data();
-        if (end_ + n > static_cast<int>(buffer_.size())) {
-            std::copy(start + (end_ - delay_), start + end_, start);
-            end_ = delay_;
-        }
-        std::copy(x, x + n, start + end_);
-        end_ += n;
-        return start + (end_ - n - delay_);
+        std::copy(x, x + n, past_.append(n));
+        return past_.end() - n - delay_;
     }
 
 private:
-    static constexpr int kRun = 16 * kSubBlock;  // samples between two moves
-
-    std::vector<T> buffer_;
-    int delay_ = 0, end_ = 0;
+    RecentSamples<T> past_;
+    int delay_ = 0;
 };
 
 }  // namespace quillworks

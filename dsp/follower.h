@@ -1,65 +1,52 @@
 // SPDX-License-Identifier: ISC
-// Peak follower: a one-pole envelope of magnitudes with separate times to rise and to fall.
+// One-pole envelopes of magnitudes with separate times to rise and to fall.
 #pragma once
 
 #include <algorithm>
 #include <cassert>
+#include <cmath>
 
 #include "dsp/decibel.h"
 
 namespace quillworks {
 
-/// State and coefficients in double whatever the audio's precision is: with a fall time of seconds
-/// a step is smaller than a float's rounding. A recursion costs the same in both.
-class PeakFollower {
-public:
-    /// Times in seconds; the envelope covers all but exp(-2 pi) of a step in that time. The rise
-    /// must be at least as fast as the fall.
-    void setTimes(double sampleRate, double rise, double fall) noexcept
-    {
-        rise_ = followerCoefficient(sampleRate, rise);
-        fall_ = followerCoefficient(sampleRate, fall);
-        assert(rise_ <= fall_);
-    }
-    void reset() noexcept { envelope_ = 0; }
-    double envelope() const noexcept { return envelope_; }
+/// Coefficients and envelope of both kinds. In double whatever the audio's precision is: with a
+/// fall time of seconds a step is smaller than a float's rounding, and a recursion costs the same
+/// in both.
+struct Follower {
+    double rise = 0, fall = 0;  // share of the distance left after a sample
+    double envelope = 0;
 
+    /// Times in seconds; the envelope covers all but exp(-2 pi) of a step in that time.
+    void setTimes(double sampleRate, double riseTime, double fallTime) noexcept
+    {
+        rise = followerCoefficient(sampleRate, riseTime);
+        fall = followerCoefficient(sampleRate, fallTime);
+    }
+    void reset() noexcept { envelope = 0; }
+};
+
+/// Rises at least as fast as it falls: keeps to the peaks.
+struct PeakFollower : Follower {
     /// Envelope after a magnitude x >= 0.
     double next(double x) noexcept
     {
+        assert(rise <= fall);
         // Of the two one-poles the one that applies gives the larger value, rising or falling:
         // no branch on the signal, and a chain of three operations from sample to sample.
-        envelope_ =
-            std::max(rise_ * envelope_ + (1 - rise_) * x, fall_ * envelope_ + (1 - fall_) * x);
-        return envelope_;
+        envelope = std::max(rise * envelope + (1 - rise) * x, fall * envelope + (1 - fall) * x);
+        return envelope;
     }
-
-private:
-    double rise_ = 0, fall_ = 0;
-    double envelope_ = 0;
 };
 
-/// A follower that rises more slowly than it falls: it keeps to the floor of a signal.
-class FloorFollower {
-public:
-    /// Times in seconds; the rise must be no faster than the fall.
-    void setTimes(double sampleRate, double rise, double fall) noexcept
-    {
-        rise_ = followerCoefficient(sampleRate, rise);
-        fall_ = followerCoefficient(sampleRate, fall);
-        assert(rise_ >= fall_);
-    }
-    void reset() noexcept { envelope_ = 0; }
+/// Rises no faster than it falls: keeps to the floor of a signal.
+struct FloorFollower : Follower {
     double next(double x) noexcept
     {
-        envelope_ =
-            std::min(rise_ * envelope_ + (1 - rise_) * x, fall_ * envelope_ + (1 - fall_) * x);
-        return envelope_;
+        assert(rise >= fall);
+        envelope = std::min(rise * envelope + (1 - rise) * x, fall * envelope + (1 - fall) * x);
+        return envelope;
     }
-
-private:
-    double rise_ = 0, fall_ = 0;
-    double envelope_ = 0;
 };
 
 /// The two envelopes of a level display, in linear units: both rise within a sample, one falls in

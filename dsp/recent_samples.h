@@ -8,8 +8,8 @@
 
 namespace quillworks {
 
-/// A delay line whose past lies contiguous in memory, for filters that read it backwards and for
-/// block copies.
+/// Samples are appended to a straight buffer; now and then the tail that is still needed moves to
+/// the front. So filters and delays read the past where it lies.
 template <typename T> class RecentSamples {
 public:
     /// Remembers `past` samples before those of the latest append(), which has up to `longest`;
@@ -17,7 +17,7 @@ public:
     void prepare(int past, int longest, int padding = 0)
     {
         past_ = past;
-        usable_ = 2 * past + 4 * longest;
+        usable_ = past + std::max(past, 16 * longest);  // moves are rare
         samples_.resize(static_cast<std::size_t>(usable_ + padding));
         reset();
     }

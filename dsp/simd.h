@@ -9,7 +9,7 @@
 //     #define HWY_TARGET_INCLUDE "dsp/halve.cpp"  // this file, once more per instruction set
 //     #include "dsp/simd.h"
 //     //                                          // below: compiled for each instruction set
-//     #include "dsp/halve.h"
+//     #include "dsp/halve.h"                      // extern void (*const halve)(float*, int);
 //
 //     HWY_BEFORE_NAMESPACE();
 //     namespace quillworks::HWY_NAMESPACE {
@@ -28,15 +28,14 @@
 //     #if HWY_ONCE                                // below: compiled once
 //     namespace quillworks {
 //     HWY_EXPORT(halve);
-//     // A plain function pointer: calling it costs no look-up.
-//     [[gnu::init_priority(101)]] void (*const halve)(float*, int) = SIMD_CHOOSE(halve);
+//     // Chosen when the binary is loaded; calling through the pointer costs no look-up.
+//     void (*const halve)(float*, int) = SIMD_CHOOSE(halve);
 //     } // namespace quillworks
 //     #endif
 //
 // Give everything between the two namespace macros to templates and plain functions: a lambda there
-// needs HWY_ATTR after its parameters. A class with state keeps it in the header's struct and hands
-// a pointer to the chosen function. Headers shared by such files follow Highway's toggling guard;
-// without need, do not write one.
+// needs HWY_ATTR after its parameters. A class hands its state to the chosen function by pointer.
+// With several functions, export one that returns a table of pointers, as dsp/vector_math.cpp does.
 
 // No include guard around this line: it acts anew for every instruction set.
 #include "vectorlib/instruction_sets.h"

@@ -96,9 +96,7 @@ template <typename T> void CompressorCore<T>::prepare(const ProcessSpec& spec)
     const int hold = static_cast<int>(sampleRate_ * 0.002);
     channels_.resize(static_cast<std::size_t>(spec.channels));
     for (auto& ch : channels_) {
-        ch.inputLevel.setTimes(sampleRate_, 100 / sampleRate_, std::max(1.0, 100 / sampleRate_));
-        ch.adaptive.prepare(sampleRate_);
-        ch.autoSmoother.prepare(sampleRate_);
+        ch.detector.prepare(sampleRate_);
         ch.computer.prepare(hold);
         ch.dry.prepare(lookAhead);
         ch.lookAhead.prepare(lookAhead);
@@ -118,10 +116,7 @@ template <typename T> void CompressorCore<T>::reset() noexcept
     autoSpeedNow_ = k_.autoSpeed;
     isFading_ = false;
     for (auto& ch : channels_) {
-        ch.inputLevel.reset();
-        ch.adaptive.reset();
-        ch.smoother.reset();
-        ch.autoSmoother.reset();
+        ch.detector.reset();
         ch.computer.reset();
         ch.inputGain.snap(inputGain_.current());
         ch.dry.reset();
@@ -141,7 +136,7 @@ template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned 
         k_.adaptive = s.adaptive != 0;
         k_.autoSpeed = s.autoSpeed != 0;
         const double release = k_.autoSpeed ? 20 : s.release;  // seconds
-        for (auto& ch : channels_) ch.smoother.setTimes(sampleRate_, s.attack, release);
+        for (auto& ch : channels_) ch.detector.setTimes(sampleRate_, s.attack, release);
         // At auto speed the follower's own slowness is all the release there is.
         k_.gainRelease = k_.autoSpeed ? 0 : followerCoefficient(sampleRate_, 4 * release);
     }
@@ -263,62 +258,32 @@ void CompressorCore<T>::takeKey(double* key, const AudioBlock<T>& part, int c) c
 template <typename T>
 bool CompressorCore<T>::detect(Channel& ch, const double* key, T* gain, GridSlice slice) noexcept
 {
-    levels(ch, key, gain, slice);
-    return ch.computer.run(gain, gain, k_.curve, k_.gainRelease, k_.makeUpDb, slice.frames);
-}
-
-template <typename T>
-void CompressorCore<T>::levels(Channel& ch, const double* key, T* level, GridSlice slice) noexcept
-{
+    using Speed = LevelDetector::Speed;
     const int n = slice.frames;
-    const auto run = [&](auto& smoother, T* to) {
-        if (k_.adaptive)
-            follow<true>(ch, smoother, key, to, n);
-        else
-            follow<false>(ch, smoother, key, to, n);
-    };
-    if (!isFading_) return autoSpeedNow_ ? run(ch.autoSmoother, level) : run(ch.smoother, level);
-
-    // Both smoothers hear the same detector: the one that is left runs on a copy of it.
-    Channel& state = ch;
-    const auto inputLevel = state.inputLevel;
-    const auto adaptive = state.adaptive;
-    T left[kSubBlock];
-    autoSpeedNow_ ? run(ch.smoother, left) : run(ch.autoSmoother, left);
-    state.inputLevel = inputLevel;
-    state.adaptive = adaptive;
-    autoSpeedNow_ ? run(ch.autoSmoother, level) : run(ch.smoother, level);
-    for (int i = 0; i < n; ++i)
-        level[i] = left[i] + (level[i] - left[i]) * (T(slice.phase + i + 1) / T(kSubBlock));
-}
-
-/// The recursions in one loop, so that a processor that works ahead overlaps their waiting times.
-template <typename T>
-template <bool isAdaptive, class Smoother>
-void CompressorCore<T>::follow(Channel& ch, Smoother& smoother, const double* key, T* level,
-                               int n) noexcept
-{
-    auto inputLevel = ch.inputLevel;
-    auto adaptive = ch.adaptive;
-    auto s = smoother;
-    for (int i = 0; i < n; ++i) {
-        const double x = key[i];
-        inputLevel.next(std::abs(x));
-        level[i] = T(s.next(isAdaptive ? adaptive.next(x) : x));
+    double level[kSubBlock];
+    if (isFading_) {
+        double timed[kSubBlock], automatic[kSubBlock];
+        ch.detector.runBoth(key, timed, automatic, n, k_.adaptive);
+        for (int i = 0; i < n; ++i) {
+            const double rise = double(slice.phase + i + 1) / kSubBlock;
+            const double w = autoSpeedNow_ ? rise : 1 - rise;
+            level[i] = timed[i] + (automatic[i] - timed[i]) * w;
+        }
+    } else {
+        ch.detector.run(key, level, n, k_.adaptive, autoSpeedNow_ ? Speed::Auto : Speed::Timed);
     }
-    ch.inputLevel = inputLevel;
-    ch.adaptive = adaptive;
-    smoother = s;
+    for (int i = 0; i < n; ++i) gain[i] = T(level[i]);
+    return ch.computer.run(gain, gain, k_.curve, k_.gainRelease, k_.makeUpDb, n);
 }
 
 template <typename T> void CompressorCore<T>::publish(MeterSlots& meters) noexcept
 {
     const bool both = !isLinked() && channels_.size() > 1;
     double reduction = channels_[0].computer.reduction();
-    double level = channels_[0].inputLevel.envelope();
+    double level = channels_[0].detector.inputLevel();
     if (both) {
         reduction = std::max(reduction, channels_[1].computer.reduction());
-        level += channels_[1].inputLevel.envelope();
+        level += channels_[1].detector.inputLevel();
     }
     meters.publish("Redu"_tag, reductionReading(reduction));
     meters.publish("MnRd"_tag, reductionReading(minimum_));
@@ -327,10 +292,10 @@ template <typename T> void CompressorCore<T>::publish(MeterSlots& meters) noexce
     for (std::size_t c = 0; c < channels_.size(); ++c) {
         const auto& ch = channels_[c];
         const auto tag = static_cast<Tag>(c);
-        meters.publish(kInputFast + tag, static_cast<float>(ch.inputMeter.fast.envelope()));
-        meters.publish(kInputSlow + tag, static_cast<float>(ch.inputMeter.slow.envelope()));
-        meters.publish(kOutputFast + tag, static_cast<float>(ch.outputMeter.fast.envelope()));
-        meters.publish(kOutputSlow + tag, static_cast<float>(ch.outputMeter.slow.envelope()));
+        meters.publish(kInputFast + tag, static_cast<float>(ch.inputMeter.fast.envelope));
+        meters.publish(kInputSlow + tag, static_cast<float>(ch.inputMeter.slow.envelope));
+        meters.publish(kOutputFast + tag, static_cast<float>(ch.outputMeter.fast.envelope));
+        meters.publish(kOutputSlow + tag, static_cast<float>(ch.outputMeter.slow.envelope));
     }
 }
 

@@ -8,9 +8,8 @@
 #include "dsp/dry_wet.h"
 #include "dsp/follower.h"
 #include "dsp/zero_crossing_gain.h"
-#include "dynamics/adaptive_detector.h"
 #include "dynamics/gain_computer.h"
-#include "dynamics/level_smoother.h"
+#include "dynamics/level_detector.h"
 #include "dynamics/lookahead.h"
 #include "dynamics/sidechain_filter.h"
 #include "dynamics/swap_component.h"
@@ -73,10 +72,7 @@ private:
         bool linked = true, lookAhead = false, editorOpen = false;
     };
     struct Channel {
-        PeakFollower inputLevel;
-        AdaptiveDetector adaptive;
-        LevelSmoother smoother;
-        AutoSpeedSmoother autoSmoother;
+        LevelDetector detector;
         GainComputer<T> computer;
         ZeroCrossingGain<T> inputGain;
         DelayLine<T> dry;
@@ -88,9 +84,6 @@ private:
     void applyInputGain(const AudioBlock<T>& part) noexcept;
     void takeKey(double* key, const AudioBlock<T>& part, int c) const noexcept;
     bool detect(Channel& channel, const double* key, T* gain, GridSlice slice) noexcept;
-    void levels(Channel& channel, const double* key, T* level, GridSlice slice) noexcept;
-    template <bool isAdaptive, class Smoother>
-    void follow(Channel& channel, Smoother& smoother, const double* key, T* level, int n) noexcept;
     bool isLinked() const noexcept { return k_.linked && channels_.size() > 1; }
 
     double sampleRate_ = 44100;

@@ -30,11 +30,13 @@ template <typename T> struct CompressionCurve {
     /// above the threshold, which meets 0 at -K and L at K.
     void reduce(T* x, int n) const noexcept
     {
+        const CompressionCurve c = *this;  // of which the compiler knows that x is no part
         for (int i = 0; i < n; ++i) {
-            const T over = x[i] - threshold;
-            const T root = over * kneeSlope + kneeOffset;
-            const T inKnee = root > 0 ? root * root : T(0);
-            x[i] = (over > knee ? over : inKnee) * slope;
+            const T over = x[i] - c.threshold;
+            const T root = over * c.kneeSlope + c.kneeOffset;
+            const T rising = root > 0 ? root : T(0);
+            const T bent = rising * rising;
+            x[i] = (over > c.knee ? over : bent) * c.slope;
         }
     }
 };
@@ -51,7 +53,7 @@ public:
     void reset() noexcept
     {
         history_.reset();
-        quiet_ = history_.delay();
+        quiet_ = history_.delay() + kSubBlock;
         reduction_ = 0;
         isLatched_ = false;
     }
@@ -80,8 +82,11 @@ public:
             vec::clear(x, n);
         }
         const T* const delayed = history_.push(x, n);
-        if (reduction_ > 0 || quiet_ < history_.delay() || vec::peak(x, n) > 0) {
+        quiet_ = vec::peak(x, n) > 0 ? 0 : std::min(quiet_ + n, history_.delay() + kSubBlock);
+        const bool isQuiet = quiet_ >= history_.delay() + n;
+        if (reduction_ > 0 || !isQuiet) {
             envelope(x, delayed, release, n);
+            if (isQuiet && reduction_ < kNothing) reduction_ = 0, isLatched_ = false;
             vec::complement(x, makeUpDb, n);
             vec::gainFromDecibels(x, x, n);
             return false;
@@ -95,37 +100,35 @@ private:
     /// times a step is smaller than a float's rounding.
     void envelope(T* x, const T* delayed, double release, int n) noexcept
     {
-        double r = reduction_, largest = largest_;
-        bool latched = isLatched_;
-        int quiet = quiet_;
+        // What the release heads for, weighted: off the chain from sample to sample.
+        double goal[kSubBlock];
         const double share = 1 - release;
+        const T* const towards = holds_ ? delayed : x;
+        for (int i = 0; i < n; ++i) goal[i] = share * double(towards[i]);
+
+        double r = reduction_;
+        bool latched = isLatched_;
         for (int i = 0; i < n; ++i) {
             const double g = x[i];
-            quiet = g > 0 ? 0 : quiet + 1;
             if (g > r) {
                 r = g;
                 latched = holds_;
-                largest = std::max(largest, r);
-            } else if (!holds_) {
-                r = release * r + share * g;
             } else if (latched) {
                 latched = r < double(delayed[i]);
             } else {
-                r = release * r + share * double(delayed[i]);
+                r = release * r + goal[i];
             }
             x[i] = T(r);
         }
-        if (r < kNothing && quiet >= history_.delay()) r = 0, latched = false;
+        largest_ = std::max(largest_, double(vec::peak(x, n)));
         reduction_ = r;
-        largest_ = std::max(largest, r);
         isLatched_ = latched;
-        quiet_ = std::min(quiet, history_.delay());
     }
 
-    static constexpr double kNothing = 1e-9;  // dB, below which a release is over
+    static constexpr double kNothing = 1e-13;  // dB, below which a release is over
 
     DelayLine<T> history_;
-    int quiet_ = 0;  // frames since the curve last asked for a reduction, up to the delay
+    int quiet_ = 0;  // frames since the curve last asked for a reduction, as far as the delay knows
     bool holds_ = false, isLatched_ = false;
     double reduction_ = 0;
     double largest_ = 0;

@@ -20,6 +20,8 @@ float attackTime(float step)
 
 constexpr const char* kAttackTexts[] = {"Fast", "Medium", "Slow"};
 constexpr const char* kModeTexts[] = {"A", "B"};
+constexpr Tag kInputFast = 1000, kInputSlow = 1100, kOutputFast = 1200, kOutputSlow = 1300;
+constexpr Family<S> kPerChannel{.count = VNK::kMaxChannels, .perChannel = true};
 constexpr auto kGainFlags = VNK::isDecibel | VNK::isBipolar;
 
 // clang-format off
@@ -52,6 +54,11 @@ constexpr Parameter<S> kParameters[] = {
     {"bypass",       "Bypa"_tag, "Bypass",              Kind::Bypass},
     {"thresholdabs", "ThrA"_tag, "Absolute Threshold",  Kind::Reading,  -24,    0,    0, "dB"},
     {"ratio",        "Rati"_tag, "Ratio",               Kind::Command,    1,   20,    2, "",                   &S::ratio,          Core::Curve},
+    {"editor",       "Edit"_tag, "Editor",              Kind::Command,    0,    1,    0, "",                   &S::editorOpen,     Core::Editor},
+    {"inlevel",       kInputFast, "InLevels",           Kind::Reading,    0,    1,    0, "",                   nullptr,            0,              to::asIs, {}, kPerChannel},
+    {"inlevelslow",   kInputSlow, "InLevels Slow",      Kind::Reading,    0,    1,    0, "",                   nullptr,            0,              to::asIs, {}, kPerChannel},
+    {"outlevel",     kOutputFast, "OutLevels",          Kind::Reading,    0,    1,    0, "",                   nullptr,            0,              to::asIs, {}, kPerChannel},
+    {"outlevelslow", kOutputSlow, "OutLevels Slow",     Kind::Reading,    0,    1,    0, "",                   nullptr,            0,              to::asIs, {}, kPerChannel},
 };
 // clang-format on
 
@@ -60,11 +67,20 @@ constexpr Parameter<S> kParameters[] = {
 template <typename T> void LimiterCore<T>::prepare(const ProcessSpec& spec)
 {
     engine_.prepare(spec.sampleRate, spec.channels);
+    meters_.resize(static_cast<std::size_t>(spec.channels));
+    for (auto& m : meters_) {
+        m.input.prepare(spec.sampleRate);
+        m.output.prepare(spec.sampleRate);
+    }
 }
 
 template <typename T> void LimiterCore<T>::reset() noexcept
 {
     engine_.reset();
+    for (auto& m : meters_) {
+        m.input.reset();
+        m.output.reset();
+    }
     most_ = 0;
 }
 
@@ -80,11 +96,18 @@ template <typename T> void LimiterCore<T>::apply(const Settings& s, unsigned dir
     if (dirty & Mode) engine_.setProgrammeRelease(s.programme != 0);
     if (dirty & Detector) engine_.setTruePeak(isTruePeak);
     if (dirty & (ResetHold | Detector)) most_ = 0;
+    if (dirty & Editor) {
+        editorOpen_ = s.editorOpen != 0;
+        for (auto& m : meters_) {
+            m.input.reset();
+            m.output.reset();
+        }
+    }
     absoluteThreshold_ = s.ceiling + s.threshold;
 }
 
-/// To the signal relative to the ceiling; what is no number counts as silence.
-template <typename T> void LimiterCore<T>::normalise(const T* x, double* u, int n) const noexcept
+/// To the signal relative to the ceiling. What is no number counts as silence, in `x` too.
+template <typename T> void LimiterCore<T>::normalise(T* x, double* u, int n) const noexcept
 {
     constexpr T most = LimiterEngine::kLoudest;
     const double* const gain = engine_.inputGain();
@@ -92,6 +115,7 @@ template <typename T> void LimiterCore<T>::normalise(const T* x, double* u, int 
         T v = x[i] == x[i] ? x[i] : T(0);
         v = v < most ? v : most;
         v = v > -most ? v : -most;
+        x[i] = v;
         u[i] = static_cast<double>(v) * gain[i];
     }
 }
@@ -115,12 +139,16 @@ template <typename T> void LimiterCore<T>::process(const AudioBlock<T>& block) n
 {
     forEachSubBlock(block, [this](const AudioBlock<T>& part) {
         engine_.begin(part);
-        for (int c = 0; c < part.channels; ++c) normalise(part[c], engine_.input(c), part.frames);
+        for (int c = 0; c < part.channels; ++c) {
+            normalise(part[c], engine_.input(c), part.frames);
+            if (editorOpen_) meters_[static_cast<std::size_t>(c)].input.run(part[c], part.frames);
+        }
         engine_.findGain();
         for (int c = 0; c < part.channels; ++c) {
             alignas(64) double v[kSubBlock];
             engine_.shape(c, v);
             finish(v, part[c], part.frames);
+            if (editorOpen_) meters_[static_cast<std::size_t>(c)].output.run(part[c], part.frames);
         }
     });
 }
@@ -132,6 +160,14 @@ template <typename T> void LimiterCore<T>::publish(MeterSlots& meters) noexcept
     meters.publish("Redu"_tag, static_cast<float>(0 - std::min(reduction, 24.0)));
     meters.publish("MnRd"_tag, static_cast<float>(0 - std::min(most_, 144.0)));
     meters.publish("ThrA"_tag, absoluteThreshold_);
+    if (!editorOpen_) return;
+    for (Tag c = 0; c < meters_.size(); ++c) {
+        const auto& m = meters_[c];
+        meters.publish(kInputFast + c, static_cast<float>(m.input.fast.envelope));
+        meters.publish(kInputSlow + c, static_cast<float>(m.input.slow.envelope));
+        meters.publish(kOutputFast + c, static_cast<float>(m.output.fast.envelope));
+        meters.publish(kOutputSlow + c, static_cast<float>(m.output.slow.envelope));
+    }
 }
 
 template class LimiterCore<float>;

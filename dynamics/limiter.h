@@ -2,6 +2,7 @@
 // Limiter: look-ahead peak or true-peak limiting below a ceiling, with a soft clipper.
 #pragma once
 
+#include "dsp/follower.h"
 #include "dynamics/limiter_engine.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
@@ -19,6 +20,7 @@ struct LimiterSettings {
     float truePeak;        // on: limits what lies between the samples
     float programme;       // on: release by programme
     float ratio = 2;       // of the curve above the threshold, while the wall is in use
+    float editorOpen;      // switch
 };
 
 template <typename T> class LimiterCore {
@@ -32,7 +34,8 @@ public:
         Clip = 16,
         Mode = 32,
         Detector = 64,
-        ResetHold = 128
+        ResetHold = 128,
+        Editor = 256
     };
 
     void prepare(const ProcessSpec& spec);
@@ -42,10 +45,16 @@ public:
     void publish(MeterSlots& meters) noexcept;
 
 private:
-    void normalise(const T* x, double* u, int n) const noexcept;
+    struct Meters {  // of one channel
+        LevelMeterPair input, output;
+    };
+
+    void normalise(T* x, double* u, int n) const noexcept;
     void finish(const double* v, T* out, int n) const noexcept;
 
     LimiterEngine engine_;
+    std::vector<Meters> meters_;
+    bool editorOpen_ = false;
     double most_ = 0;              // dB, largest reduction since the hold was reset
     float absoluteThreshold_ = 0;  // dB
 };

@@ -2,7 +2,7 @@
 // Look-ahead: the audio is delayed behind its gain, and the gain changes only at zero crossings.
 #pragma once
 
-#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -31,14 +31,9 @@ public:
     {
         line_.reset();
         held_ = 1;
-        wasPositive_ = false;
     }
     /// x = its delayed self, gain 1.
-    void delay(T* x, int n) noexcept
-    {
-        vec::copy(x, line_.push(x, n), n);
-        wasPositive_ = x[n - 1] > 0;
-    }
+    void delay(T* x, int n) noexcept { vec::copy(x, line_.push(x, n), n); }
     /// x = its delayed self times the held gain, which takes the value of `gains` where the sign of
     /// the delayed signal differs from the sample before, and at zeros (0 counts as negative).
     /// `isConstant`: all gains are the same.
@@ -46,30 +41,25 @@ public:
     {
         const T* const s = line_.push(x, n);
         T* const gain = gains.values();
-        if (isConstant && gain[0] == held_) {
-            wasPositive_ = s[n - 1] > 0;
+        if (isConstant && gain[0] == held_)
             return gain[0] == 1 ? vec::copy(x, s, n) : vec::scaleCopy(x, s, gain[0], n);
-        }
         // Which gain holds is found in integers, so that a noisy signal costs no branches.
         using Bits = std::conditional_t<sizeof(T) == 4, std::int32_t, std::int64_t>;
+        Bits keeps[kSubBlock];  // all ones for true
+        for (int i = 0; i < n; ++i)
+            keeps[i] = ((s[i] > 0) == (s[i - 1] > 0)) & (s[i] != 0) ? Bits(-1) : Bits(0);
         gain[-1] = held_;
-        int at = -1, wasPositive = wasPositive_;
+        std::ptrdiff_t at = -1;
         for (int i = 0; i < n; ++i) {
-            const Bits bits = std::bit_cast<Bits>(s[i]);
-            const int isPositive = bits > 0, isZero = (bits << 1) == 0;
-            const int keep = ((isPositive ^ wasPositive) | isZero) - 1;  // all ones: the gain stays
-            at = (at & keep) | (i & ~keep);
+            at = keeps[i] ? at : i;
             x[i] = s[i] * gain[at];
-            wasPositive = isPositive;
         }
         held_ = gain[at];
-        wasPositive_ = wasPositive != 0;
     }
 
 private:
     DelayLine<T> line_;
     T held_ = 1;
-    bool wasPositive_ = false;
 };
 
 }  // namespace quillworks

@@ -5,8 +5,10 @@
 #include <array>
 #include <utility>
 
+#include "analysis/level_meter.h"
 #include "delay/analog_delay.h"
 #include "dynamics/compressor.h"
+#include "dynamics/expander.h"
 #include "dynamics/limiter.h"
 #include "mixing/mixtool.h"
 #include "module/pending_effects.h"

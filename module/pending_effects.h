@@ -62,12 +62,6 @@ using OverdriveComponent = PassThroughComponent<"Overdrive">;
 using MultiDistAlgorithm = PassThroughAlgorithm;
 using MultiDistComponent = PassThroughComponent<"MultiDist">;
 
-// Built in their families next: until then they pass audio like the others.
-using ExpanderAlgorithm = PassThroughAlgorithm;
-using ExpanderComponent = PassThroughComponent<"Expander">;
-using LevelMeterAlgorithm = PassThroughAlgorithm;
-using LevelMeterComponent = PassThroughComponent<"LevelMeter">;
-
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;
 using TestWahComponent = PassThroughComponent<"TestWah">;

@@ -37,11 +37,15 @@ inline std::int64_t availableTargets(int permitted)
 template <class Function, std::size_t size>
 Function chooseBuild(Function const (&builds)[size], int permitted = kPermitAll)
 {
-    const std::int64_t targets = availableTargets(permitted);
-    if (targets == 0) return nullptr;
-    hwy::ChosenTarget chosen;
-    chosen.Update(targets);
-    return builds[chosen.GetIndex()];
+    if constexpr (size == 1) {  // a build for the plainest processor alone
+        return (permitted & kPermitSse2) != 0 ? builds[0] : nullptr;
+    } else {
+        const std::int64_t targets = availableTargets(permitted);
+        if (targets == 0) return nullptr;
+        hwy::ChosenTarget chosen;
+        chosen.Update(targets);
+        return builds[chosen.GetIndex()];
+    }
 }
 
 }  // namespace DSP::VectorLib

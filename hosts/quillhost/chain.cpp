@@ -86,6 +86,13 @@ std::int64_t Chain::tail(std::int64_t limit) const noexcept
     return std::min(sum, limit);
 }
 
+void Chain::restart() noexcept
+{
+    for (auto& link : links_) link.effect.algorithm().reset();
+    frame_ = 0;
+    nextEvent_ = 0;
+}
+
 void Chain::applyEvents()
 {
     for (; nextEvent_ < events_.size() && events_[nextEvent_].frame <= frame_; ++nextEvent_) {

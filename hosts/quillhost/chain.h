@@ -47,6 +47,9 @@ public:
     void setAutomation(std::vector<AutomationEvent> events) { events_ = std::move(events); }
     void setWatcher(Watcher watcher) { watcher_ = std::move(watcher); }
 
+    /// Starts again at frame 0 with cleared effects.
+    void restart() noexcept;
+
     /// Runs the next `frames` frames in place. Calls must divide the signal at multiples of the
     /// block length, save for the last one. `sideChain` may be null: silence.
     template <typename T> void run(Planes<T>& planes, const Planes<T>* sideChain, int frames);

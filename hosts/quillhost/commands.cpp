@@ -4,13 +4,11 @@
 
 namespace quillhost {
 
-extern const Command kList, kInfo, kRender;
+extern const Command kList, kInfo, kRender, kPlot, kPreset, kBench;
 
 namespace {
 constexpr const Command* kCommands[] = {
-    &kList,
-    &kInfo,
-    &kRender,
+    &kList, &kInfo, &kRender, &kPlot, &kPreset, &kBench,
 };
 }  // namespace
 

@@ -3,8 +3,9 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "chain.h"
 #include "command.h"
-#include "session.h"
+#include "table.h"
 
 namespace quillhost {
 namespace {
@@ -46,19 +47,13 @@ std::vector<std::string> choices(const Effect& effect, int index, const VNK::Par
     return texts;
 }
 
-/// Stereo where the effect takes it, so that delay and tail are known.
+/// Delay and tail are known only then.
 void prepare(const Effect& effect)
 {
-    auto& algorithm = effect.algorithm();
-    for (const char* name : {"stereo", "mono", "5.1"}) {
-        VNK::SpeakerArrangement layout;
-        VNK::SpeakerArrangement::named(name, layout);
-        if (algorithm.setSpeakerArrangement(layout, layout)) break;
-    }
-    algorithm.setPrecision(VNK::Precision::Float);
-    if (!algorithm.setSampleRate(512, kRate))
-        throw WorkError(effect.name() + " cannot be prepared");
-    algorithm.reset();
+    ChainSetup setup;
+    setup.sampleRate = kRate;
+    setup.input = effect.usualLayout();
+    Chain({effect}, setup);
 }
 
 std::vector<std::string> views(const Effect& effect)
@@ -111,24 +106,6 @@ void printJson(const Effect& effect)
     std::cout << all.dump(1) << "\n";
 }
 
-void printColumns(const std::vector<std::vector<std::string>>& rows)
-{
-    std::vector<std::size_t> widths;
-    for (const auto& row : rows)
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            if (i >= widths.size()) widths.push_back(0);
-            widths[i] = std::max(widths[i], row[i].size());
-        }
-    for (const auto& row : rows) {
-        std::string line;
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
-            if (i + 1 < row.size()) line += std::string(widths[i] - row[i].size() + 2, ' ');
-        }
-        std::cout << line.substr(0, line.find_last_not_of(' ') + 1) << "\n";
-    }
-}
-
 void printTable(const Effect& effect)
 {
     std::cout << effect.name() << "  " << effect.classId() << "\n";
@@ -137,7 +114,7 @@ void printTable(const Effect& effect)
     std::cout << "latency " << effect.algorithm().getLatency() << " samples at 48 kHz, tail "
               << (tail == VNK::kEndlessTail ? "endless" : fixedText(tail / kRate, 3) + " s")
               << "\n\n";
-    std::vector<std::vector<std::string>> rows = {{"key", "range", "default", "title"}};
+    std::vector<Row> rows = {{"key", "range", "default", "title"}};
     for (int i = 0; i < effect.component().countParameters(); ++i) {
         const auto p = effect.parameter(i);
         std::string range = shortText(p.minimum) + " .. " + shortText(p.maximum);
@@ -150,7 +127,7 @@ void printTable(const Effect& effect)
         if (p.has(VNK::isReadOnly)) range += " (meter)";
         rows.push_back({p.key, range, effect.text(i, p.defaultValue), p.title});
     }
-    printColumns(rows);
+    std::cout << columns(rows);
     std::string meters;
     for (int i = 0; i < effect.component().countMeters(); ++i) {
         VNK::MeterInfo m{};

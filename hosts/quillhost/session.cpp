@@ -109,6 +109,16 @@ void Effect::loadPreset(const std::string& path) const
                         oneLine(component_->refusalReason()));
 }
 
+VNK::SpeakerArrangement Effect::usualLayout() const
+{
+    VNK::SpeakerArrangement layout;
+    for (const char* name : {"stereo", "mono", "5.1"})
+        if (VNK::SpeakerArrangement::named(name, layout) &&
+            algorithm().acceptsArrangement(layout, layout))
+            return layout;
+    throw WorkError(name() + " takes neither stereo nor mono nor 5.1");
+}
+
 bool Effect::isPassThrough() const
 {
     std::int64_t value = 0;

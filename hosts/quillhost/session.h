@@ -33,6 +33,8 @@ public:
     /// Loads a preset file into the effect.
     void loadPreset(const std::string& path) const;
 
+    /// Stereo where the effect takes it, else what it takes.
+    VNK::SpeakerArrangement usualLayout() const;
     /// Whether the class passes its audio through for now.
     bool isPassThrough() const;
     /// Text of a value with its unit.

@@ -173,6 +173,18 @@ TYPED_TEST(Vec, FrontCallsTheOperationItNames)
     }
 }
 
+TEST(VecRamp, HoldsItsFormulaWhereCountsExceedTheFractionOfAFloat)
+{
+    constexpr int n = (1 << 24) + 21;
+    std::vector<float> x(n);
+    vec::ramp(x.data(), 1, 3, n);
+    const float step = 2.0f / float(n);
+    for (int i = 0; i < n; i += i < 100 ? 1 : 9973) {
+        ASSERT_EQ(x[static_cast<std::size_t>(i)], 3 - step * float(n - 1 - i)) << i;
+    }
+    EXPECT_EQ(x.back(), 3);
+}
+
 TEST(VecMixed, ConvertsAndMixesAcrossPrecisions)
 {
     const float f[3] = {0.1f, -2, 3};

@@ -194,6 +194,51 @@ TEST(TruePeakLevel, FindsTheCrestOfASineWhereverTheSamplesLie)
         }
 }
 
+/// Twice the rate, by the definition of a midpoint filter; zeros around the signal.
+Signal<double> doubled(const Signal<double>& x, int size, double beta)
+{
+    const auto bessel = [](double z) {
+        double sum = 1, term = 1;
+        for (int k = 1; k < 50; ++k) sum += term *= z * z / (4.0 * k * k);
+        return sum;
+    };
+    std::vector<double> h;
+    double sum = 0;
+    for (int k = 0; k < size; ++k) {
+        const double t = k + 0.5, u = t / size;
+        h.push_back(std::sin(std::numbers::pi * t) / t * bessel(beta * std::sqrt(1 - u * u)));
+        sum += 2 * h.back();
+    }
+    const auto at = [&](std::ptrdiff_t i) {
+        return i >= 0 && i < std::ssize(x) ? x[std::size_t(i)] : 0.0;
+    };
+    Signal<double> y;
+    for (std::ptrdiff_t i = 0; i < std::ssize(x); ++i) {
+        double mid = 0;
+        for (int k = 0; k < size; ++k) mid += h[std::size_t(k)] / sum * (at(i - k) + at(i + 1 + k));
+        y.insert(y.end(), {x[std::size_t(i)], mid});
+    }
+    return y;
+}
+
+TEST(TruePeakLevel, IsWhatTwoChainsOfDoublingsMakeOfTheSignal)
+{
+    std::mt19937 random(kSeed);
+    auto x = noise<double>(600, kSeed, 1);
+    std::fill(x.begin(), x.begin() + 60, 0);
+    std::fill(x.end() - 60, x.end(), 0);
+    const auto eightfold = [&](int size, double beta) {
+        return doubled(doubled(doubled(x, size, beta), 6, 8), 3, 6);
+    };
+    const auto a = eightfold(40, 8), b = eightfold(8, 4);
+    const auto safe = [&](std::size_t i) {
+        return std::max(std::abs(a[i]), std::abs(b[i])) + 0.6 * std::abs(a[i] - b[i]);
+    };
+    const auto levels = levelsOf(x, random, false);
+    for (std::size_t i = 0; i < levels.size(); ++i)
+        ASSERT_NEAR(levels[i], std::max(safe(2 * i), safe(2 * i + 1)), 1e-12) << i;
+}
+
 TEST(TruePeakLevel, DoesNotDependOnHowTheSignalIsDividedOrWhatIsLeftOut)
 {
     std::mt19937 random(kSeed);

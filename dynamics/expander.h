@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: ISC
+// Expander: lowers what lies below a threshold; keyed from outside it ducks instead.
+#pragma once
+
+#include <numbers>
+#include <vector>
+
+#include "dsp/delay_line.h"
+#include "dsp/follower.h"
+#include "dsp/smoothed.h"
+#include "dynamics/expander_gain.h"
+#include "dynamics/lookahead.h"
+#include "dynamics/sidechain_filter.h"
+#include "dynamics/swap_component.h"
+#include "framework/precision_algorithm.h"
+
+namespace quillworks {
+
+struct ExpanderSettings {
+    float slope;            // 1 - 1/ratio, 0 or less
+    float threshold;        // dB
+    float range;            // dB, 0 or less
+    float attack, release;  // seconds
+    float filter, listen;   // switches
+    float lowCut, highCut;  // Hz
+    float duck;             // switch
+    float lookAhead;        // switch
+    float editorOpen;       // switch
+};
+
+template <typename T> class ExpanderCore {
+public:
+    using Settings = ExpanderSettings;
+    enum Group : unsigned {
+        Curve = 1,
+        Times = 2,
+        Filters = 4,
+        Switches = 8,
+        LookAheadSwitch = 16,
+        Editor = 32,
+    };
+
+    void prepare(const ProcessSpec& spec);
+    void reset() noexcept;
+    void apply(const Settings& settings, unsigned dirty) noexcept;
+    void process(const AudioBlock<T>& block) noexcept;
+    void publish(MeterSlots& meters) noexcept;
+
+private:
+    struct Coefficients {
+        bool filter = false, listen = false, duck = true, lookAhead = true, editorOpen = false;
+        double gainPole = 0;  // of the smoothing of the gain, per sample
+    };
+    struct Channel {
+        DelayLine<T> delay;
+        LevelMeterPair inputMeter;
+    };
+
+    void processSlice(const AudioBlock<T>& part) noexcept;
+    void glideFilter(GridSlice slice) noexcept;
+    void takeLevel(double* level, const AudioBlock<T>& part, T (*heard)[kSubBlock]) noexcept;
+    bool smooth(T* gain, bool isConstant, int n) noexcept;
+
+    double sampleRate_ = 44100;
+    Coefficients k_;
+    ExpanderGain<T> gain_;  // one for all channels: they are always linked
+    SidechainFilter filter_;
+    Smoothed<double> lowCut_, highCut_;
+    std::vector<Channel> channels_;
+    double factor_ = 1;    // linear gain, smoothed
+    bool isFresh_ = true;  // no gain computed since reset
+    double lowest_ = 0;    // gain of the last call, dB
+};
+
+class ExpanderAlgorithm final
+    : public PrecisionAlgorithm<ExpanderCore, AudioSideChainInsertAlgorithm> {
+public:
+    ExpanderAlgorithm();
+};
+
+class ExpanderComponent final : public SwapComponent {
+public:
+    explicit ExpanderComponent(ExpanderAlgorithm& algorithm);
+
+private:
+    Delays delays(double sampleRate) const noexcept override;
+};
+
+}  // namespace quillworks

@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: ISC
+// quillhost preset: writes and reads preset files.
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "command.h"
+#include "effect_spec.h"
+#include "output_file.h"
+#include "table.h"
+#include "vnk/buffer.h"
+#include "vnk/file.h"
+#include "vnk/xml.h"
+
+namespace quillhost {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct Options {
+    std::string action;
+    std::vector<std::string> words;
+    std::string name;
+    bool json = false;
+};
+
+/// "loud.fxpreset" -> "loud".
+std::string titleOf(const std::string& path)
+{
+    if (path == "-") return "";
+    const auto slash = path.find_last_of('/');
+    const auto file = slash == std::string::npos ? path : path.substr(slash + 1);
+    return file.substr(0, file.find_last_of('.'));
+}
+
+int save(const Session& session, const Options& options)
+{
+    if (options.words.size() != 2)
+        throw UsageError("preset save takes SPEC and FILE (quillhost preset --help shows how)");
+    const auto& path = options.words[1];
+    const Effect effect = createEffect(session, parseEffectSpec(options.words[0]));
+    VNK::StringSink document;
+    const auto title = options.name.empty() ? titleOf(path) : options.name;
+    if (!effect.component().savePreset(title.c_str(), document))
+        throw WorkError(effect.name() + " does not give its preset");
+    OutputFile file(path);
+    file.write(document.text());
+    file.finish();
+    return kDone;
+}
+
+/// The effect that a preset is for, with the preset loaded.
+Effect effectOf(const Session& session, const std::string& path)
+{
+    constexpr std::size_t kLargest = 1 << 20;
+    std::string content, reason;
+    if (!VNK::readFile(path.c_str(), kLargest, content, reason))
+        throw WorkError(path + ": " + reason);
+    VNK::XmlDocument document;
+    if (!document.parse(content.data(), content.size()))
+        throw WorkError(path + ": is not a preset: " + document.error());
+    VNK::UID id;
+    if (!VNK::UID::parse(document.root().attribute("classID"), id))
+        throw WorkError(path + ": is not a preset: it names no class");
+    for (const auto* c : session.classes()) {
+        if (c->classId != id) continue;
+        const Effect effect = session.create(*c);
+        effect.loadPreset(path);
+        return effect;
+    }
+    throw WorkError(path + ": is for " + inQuotes(document.root().attribute("className")) +
+                    ", which this module does not offer");
+}
+
+int show(const Session& session, const Options& options)
+{
+    if (options.words.size() != 1)
+        throw UsageError("preset show takes one FILE (quillhost preset --help shows how)");
+    const Effect effect = effectOf(session, options.words[0]);
+    const auto& component = effect.component();
+    std::vector<Row> rows;
+    Json values = Json::object();
+    for (int i = 0; i < component.countParameters(); ++i) {
+        const auto p = effect.parameter(i);
+        if (!p.isStored()) continue;
+        const float value = component.getValue(i);
+        rows.push_back({p.key, effect.text(i, value), p.title});
+        values[p.key] = asShown(value);
+    }
+    if (options.json)
+        std::cout << Json{{"effect", effect.name()},
+                          {"classId", effect.classId()},
+                          {"name", component.programName()},
+                          {"parameters", values}}
+                         .dump(1)
+                  << "\n";
+    else
+        std::cout << effect.name() << ": " << component.programName() << "\n\n" << columns(rows);
+    return kDone;
+}
+
+std::function<int(Session&)> declare(CLI::App& app)
+{
+    auto o = std::make_shared<Options>();
+    app.add_option("ACTION", o->action, "save SPEC FILE, or show FILE");
+    app.add_option("ARGUMENTS", o->words, "SPEC is NAME:key=value,...; FILE ends in .fxpreset")
+        ->type_name("");
+    app.add_option("--name", o->name, "title to save (the file's name)")->type_name("TEXT");
+    app.add_flag("--json", o->json, "show as a JSON object");
+    return [o](Session& session) {
+        if (o->action == "save") return save(session, *o);
+        if (o->action == "show") return show(session, *o);
+        throw UsageError("preset does not know " + inQuotes(o->action) +
+                         " (preset save SPEC FILE, preset show FILE)");
+    };
+}
+
+}  // namespace
+
+extern const Command kPreset;
+const Command kPreset = {
+    "preset", "writes and reads preset files",
+    "  quillhost preset save compressor:threshold=-24,ratio=3 gentle.fxpreset\n"
+    "  quillhost preset show gentle.fxpreset\n"
+    "  quillhost render in.wav out.wav --fx compressor --preset gentle.fxpreset",
+    declare};
+
+}  // namespace quillhost
