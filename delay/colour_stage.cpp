@@ -67,7 +67,7 @@ void ColourStage::reset() noexcept
         lowState_[s] = highState_[s] = {};
     }
     drive_.snap();
-    isSaturating_ = false;
+    isSaturating_ = highBegins_ = false;
 }
 
 void ColourStage::setFilters(const ColourFilters& filters) noexcept
@@ -76,12 +76,11 @@ void ColourStage::setFilters(const ColourFilters& filters) noexcept
         low_[s] = SvfCoefficients::at(double(filters.lowCut), sampleRate_, filters.q(s));
         high_[s] = SvfCoefficients::at(double(filters.highCut), sampleRate_, filters.q(s));
     }
-    // A filter that comes in starts at rest, not with what it held when it was last in use.
+    // A filter that comes in begins as if it had been in use: the low cut at rest, the high cut
+    // with the signal's present value passing.
     const bool low = filters.cutsLow(), high = filters.cutsHigh();
-    for (int s = 0; s < 2; ++s) {
-        if (low && !cutsLow_) lowState_[s] = {};
-        if (high && !cutsHigh_) highState_[s] = {};
-    }
+    if (low && !cutsLow_) lowState_[0] = lowState_[1] = {};
+    highBegins_ = high && (highBegins_ || !cutsHigh_);
     cutsLow_ = low;
     cutsHigh_ = high;
 }
@@ -129,6 +128,10 @@ template <bool low, bool high> void ColourStage::filter(float* const* x, int n) 
     float* const left = x[0];
     float* const right = x[channels_ - 1];
     auto l0 = lowState_[0], l1 = lowState_[1], h0 = highState_[0], h1 = highState_[1];
+    if (high && highBegins_) {
+        h0 = h1 = {Pair{}, Pair{double(left[0]), double(right[0])}};
+        highBegins_ = false;
+    }
     for (int i = 0; i < n; ++i) {
         Pair v{double(left[i]), double(right[i])};
         if constexpr (low) v = l1.highPass(low_[1], l0.highPass(low_[0], v));

@@ -49,6 +49,7 @@ private:
     Smoothed<float> drive_;
     bool isSaturating_ = false;
     bool cutsLow_ = false, cutsHigh_ = false;
+    bool highBegins_ = false;  // the high cut has just come in
     SvfCoefficients low_[2], high_[2];
     float diodeState_[2]{};                            // by channel, in units of the driven input
     SvfStateOf<Pair> lowState_[2]{}, highState_[2]{};  // by section
