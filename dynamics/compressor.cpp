@@ -305,7 +305,8 @@ template class CompressorCore<double>;
 CompressorAlgorithm::CompressorAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 CompressorComponent::CompressorComponent(CompressorAlgorithm& algorithm)
-    : SwapComponent(algorithm, kParameters, {.viewPrefix = "Compressor", .algorithmVersion = 2},
+    : SwapComponent(algorithm, kParameters,
+                    {.viewPrefix = "Compressor", .algorithmVersion = 2, .kind = "compressor"},
                     "sidechainfreqlow", "sidechainfreqhigh")
 {}
 

@@ -148,9 +148,10 @@ template class LimiterCore<double>;
 LimiterAlgorithm::LimiterAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 LimiterComponent::LimiterComponent(LimiterAlgorithm& algorithm)
-    : AudioEffectComponent(
-          algorithm, kParameters,
-          {.viewPrefix = "Limiter", .views = {"Editor", "Compact", "InplaceEditor"}})
+    : AudioEffectComponent(algorithm, kParameters,
+                           {.viewPrefix = "Limiter",
+                            .views = {"Editor", "Compact", "InplaceEditor"},
+                            .kind = "limiter"})
 {}
 
 Delays LimiterComponent::delays(double sampleRate) const noexcept
