@@ -321,6 +321,27 @@ TEST_F(Frame, InputAndOutputLayoutsMayDiffer)
     EXPECT_EQ(n, 6);
 }
 
+TEST(Generator, TakesNoInputAndAnyOutput)
+{
+    struct Algorithm final : PrecisionAlgorithm<ProbeCore, AudioSynthAlgorithm> {
+        Algorithm() : PrecisionAlgorithm(kProbe) {}
+    };
+    const auto algorithm = VNK::Ref<Algorithm>::adopt(new Algorithm);
+    const auto crowd = VNK::SpeakerArrangement::withChannels(6);
+    const auto stereo = VNK::SpeakerArrangement::withChannels(2);
+    EXPECT_FALSE(algorithm->setSpeakerArrangement(stereo, VNK::SpeakerArrangement{}));
+    ASSERT_TRUE(algorithm->setSpeakerArrangement(crowd, stereo));
+    ASSERT_TRUE(algorithm->setSampleRate(64, 48000));
+    EXPECT_EQ(algorithm->spec().channels, 2);
+    const Signal<float> in(8, 1.f);
+    Signal<float> left(8, 99.f), right(8, 99.f);
+    const void* inputs[] = {in.data()};
+    void* outputs[] = {left.data(), right.data()};
+    algorithm->process({inputs, 1, outputs, 2, nullptr, 0, 8});
+    EXPECT_EQ(left, Signal<float>(8, 0.f));
+    EXPECT_EQ(right, left);
+}
+
 TEST_F(Frame, ChannelsMayChangePlacesBetweenInputAndOutput)
 {
     prepare(2);
