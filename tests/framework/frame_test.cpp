@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: ISC
 // The frame around an effect, tried on a small effect of its own.
 #include <atomic>
+#include <cstdio>
+#include <iostream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -432,7 +434,7 @@ TEST_F(Frame, OldStatesAreMigratedAndAttributesStored)
     EXPECT_EQ(component->getValue(0), -3);
 }
 
-TEST(AudioThreadGuard, SeesAnAllocation)
+TEST(AudioThreadGuard, SeesAllocationsAndLogs)
 {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     const AudioThreadGuard guard;
@@ -440,6 +442,10 @@ TEST(AudioThreadGuard, SeesAnAllocation)
     EXPECT_STREQ(AudioThreadGuard::takeViolation(), "malloc");
     ::operator delete(p);
     EXPECT_STREQ(AudioThreadGuard::takeViolation(), "free");
+    std::cerr << "a stream\n";
+    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "fwrite");
+    std::fprintf(stderr, "%d\n", 1);
+    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "vfprintf");
 #endif
 }
 
