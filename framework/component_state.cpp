@@ -39,7 +39,7 @@ bool AudioEffectComponent::restore(StoredState state)
         if (stored == state.attributes.end()) continue;
         if (const auto* n = std::get_if<std::int64_t>(&stored->second)) setInteger(key.c_str(), *n);
     }
-    programName_ = state.name;
+    programName_ = std::move(state.name);
     updateDelays();
     tell("processStateChanged");
     if (listener_)
@@ -64,7 +64,7 @@ bool AudioEffectComponent::loadState(const void* data, std::size_t bytes) noexce
         StoredState state;
         return readChunk(data, bytes, state, refusal_) && restore(std::move(state));
     } catch (...) {
-        refusal_.clear();
+        refusal_ = "no memory";
         return false;
     }
 }
@@ -87,7 +87,7 @@ bool AudioEffectComponent::loadPreset(const void* data, std::size_t bytes) noexc
         StoredState state;
         return readPreset(data, bytes, state, refusal_) && restore(std::move(state));
     } catch (...) {
-        refusal_.clear();
+        refusal_ = "no memory";
         return false;
     }
 }

@@ -11,7 +11,7 @@ namespace {
 
 constexpr Tag kBypassTag = "Bypa"_tag;
 
-/// `samples` at most what a host can be told short of "endless".
+/// A bypassed effect neither delays nor rings on.
 std::uint32_t reported(std::uint32_t samples, bool bypassed)
 {
     return bypassed ? 0 : samples;
@@ -81,7 +81,8 @@ bool AudioEffectAlgorithm::setSampleRate(std::int32_t maxFrames, double sampleRa
         ProcessSpec spec;
         spec.sampleRate = sampleRate;
         spec.maxFrames = maxFrames;
-        spec.channels = std::max(input_.channels, output_.channels);
+        spec.channels =
+            takesInput() ? std::max(input_.channels, output_.channels) : output_.channels;
         spec.layout = output_;
         spec.inputLayout = input_;
         floatScratch_.reset();

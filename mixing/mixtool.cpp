@@ -2,7 +2,7 @@
 #include "mixing/mixtool.h"
 
 #include <algorithm>
-#include <bit>
+#include <utility>
 
 #include "dsp/vec.h"
 
@@ -138,6 +138,7 @@ template <typename T> void MixToolCore<T>::process(const AudioBlock<T>& block) n
 template <typename T> void MixToolCore<T>::processStep(const AudioBlock<T>& step) noexcept
 {
     const T gain = static_cast<T>(gain_.next());
+    const bool isUnity = gain == 1 && !gain_.isActive();  // a glide may pass through 1
     switch (mode_) {
     case Mode::Plain:
         invertAndScale(step, 0, gain);
@@ -145,9 +146,9 @@ template <typename T> void MixToolCore<T>::processStep(const AudioBlock<T>& step
     case Mode::Swap:
         // At unity a channel takes its polarity along; with gain it is that of the place it goes
         // to.
-        if (gain == 1) invertAndScale(step, 0, gain);
+        if (isUnity) invertAndScale(step, 0, gain);
         swap(step);
-        if (gain != 1) invertAndScale(step, 0, gain);
+        if (!isUnity) invertAndScale(step, 0, gain);
         break;
     case Mode::MidSide:
         midSide(step, gain / 2);
@@ -245,25 +246,37 @@ void MixToolAlgorithm::setParameter(Tag tag, float value) noexcept
 {
     auto& s = settings();
     const bool on = value != 0;
-    const int channels = outputLayout().channels;
+    // The first two channels have two switches each, and the one that moved last counts. A restored
+    // state sets all of them, so one that stays where it was must not undo the other.
+    const auto invert = [&](std::uint32_t& switches, Tag channel) {
+        const auto before = std::exchange(switches, withBit(switches, channel, on));
+        if (switches != before) s.polarity = withBit(s.polarity, channel, on);
+    };
     if (tag == "FlPL"_tag || tag == "FlPR"_tag) {
-        const Tag side = tag == "FlPL"_tag ? 0 : 1;
-        s.polarity = withBit(s.polarity, side, on);
-        s.sidePolarity = withBit(s.sidePolarity, side, on);
+        invert(s.sidePolarity, tag == "FlPL"_tag ? 0 : 1);
     } else if (tag - kPhaseFlip < kChannels) {
-        if (channels <= 2) return;  // stereo has its two switches of their own
-        s.polarity = withBit(s.polarity, tag - kPhaseFlip, on);
+        invert(s.channelPolarity, tag - kPhaseFlip);
     } else if (tag - kMute < kChannels) {
         s.muted = withBit(s.muted, tag - kMute, on);
     } else if (tag - kSolo < kChannels) {
         s.soloed = withBit(s.soloed, tag - kSolo, on);
-        const auto all = present(channels);
-        if ((s.soloed & all) == all) {  // nothing left to fade out: start over
-            s.soloed &= ~all;
-            s.muted &= ~all;
-        }
     }
     PrecisionAlgorithm::setParameter(tag, value);
+}
+
+/// With every channel soloed nothing is left to fade out: solos and mutes start over. Judged once
+/// all changes of a block are in, for a solo that moves from one channel to another may arrive at
+/// its new place first.
+void MixToolAlgorithm::applyChanges() noexcept
+{
+    auto& s = settings();
+    const auto all = present(outputLayout().channels);
+    if ((s.soloed & all) == all) {
+        s.soloed &= ~all;
+        s.muted &= ~all;
+        markDirty(Core::Levels);
+    }
+    PrecisionAlgorithm::applyChanges();
 }
 
 MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)

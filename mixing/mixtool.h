@@ -26,7 +26,8 @@ struct MixToolSettings {
     // Bit c stands for channel c.
     std::uint32_t polarity;      // inverted, with more than two channels
     std::uint32_t sidePolarity;  // inverted by the switches of left and right, up to two channels
-    std::uint32_t muted;         // by the user
+    std::uint32_t channelPolarity;  // inverted by the channels' own switches
+    std::uint32_t muted;            // by the user
     std::uint32_t soloed;
 };
 
@@ -72,6 +73,9 @@ public:
     bool acceptsArrangement(const VNK::SpeakerArrangement& input,
                             const VNK::SpeakerArrangement& output) const noexcept override;
     void setParameter(Tag tag, float value) noexcept override;
+
+private:
+    void applyChanges() noexcept override;
 };
 
 class MixToolComponent final : public AudioEffectComponent {

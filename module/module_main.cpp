@@ -46,7 +46,7 @@ void shutDown() noexcept
 
 bool load(void* module)
 {
-    if (gModule) return true;  // loaded already
+    if (gModule) return gComponent != nullptr;  // loaded already, or refused and not unloaded since
     gModule = module;
     if (!moduleInitialisers().run()) return false;  // the host unloads now, which undoes the rest
     if (startUp()) return true;

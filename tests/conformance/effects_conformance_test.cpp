@@ -227,7 +227,21 @@ TEST_P(EveryEffect, StaysFiniteAtTheEndsOfEveryRange)
     }
 }
 
-/// Rates, layouts, precisions, irregular blocks, automation and bad input at once.
+/// A song position as hosts tell it: some fields unknown, some nonsense, now and then a jump.
+VNK::Transport randomTransport(std::mt19937& random)
+{
+    constexpr double nonsense[] = {std::numeric_limits<double>::quiet_NaN(), -1e300, 1e300};
+    const bool isOdd = random() % 8 == 0;
+    const double beat = isOdd ? nonsense[random() % 3] : double(random() % 4000) / 16;
+    return {.playing = random() % 2 == 0,
+            .positionKnown = random() % 4 != 0,
+            .quarterNotes = beat,
+            .frameKnown = random() % 4 != 0,
+            .frame = static_cast<std::int64_t>(random()) - (isOdd ? (std::int64_t{1} << 40) : 0),
+            .tempo = isOdd ? nonsense[random() % 3] : double(40 + random() % 440)};
+}
+
+/// Rates, layouts, precisions, irregular blocks, automation, transport and bad input at once.
 template <typename T> void sweep(const std::string& name, double rate, int channels)
 {
     EffectUnderTest<T> fx(name, rate, channels);
@@ -249,6 +263,7 @@ template <typename T> void sweep(const std::string& name, double rate, int chann
         const int lengths[] = {1, 2, 3, 7, 16, 31, 33, 64, 441, 1024, 1536, 4096};
         const int n =
             std::min(lengths[random() % std::size(lengths)], static_cast<int>(frames - at));
+        fx.tempo(double(40 + random() % 440)).algorithm().setTransport(randomTransport(random));
         fx.processBlock(x, y, static_cast<int>(at), n);
         at += static_cast<std::size_t>(n);
         const auto i =

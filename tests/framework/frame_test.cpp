@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: ISC
 // The frame around an effect, tried on a small effect of its own.
 #include <atomic>
+#include <cstdio>
+#include <iostream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -321,6 +323,27 @@ TEST_F(Frame, InputAndOutputLayoutsMayDiffer)
     EXPECT_EQ(n, 6);
 }
 
+TEST(Generator, TakesNoInputAndAnyOutput)
+{
+    struct Algorithm final : PrecisionAlgorithm<ProbeCore, AudioSynthAlgorithm> {
+        Algorithm() : PrecisionAlgorithm(kProbe) {}
+    };
+    const auto algorithm = VNK::Ref<Algorithm>::adopt(new Algorithm);
+    const auto crowd = VNK::SpeakerArrangement::withChannels(6);
+    const auto stereo = VNK::SpeakerArrangement::withChannels(2);
+    EXPECT_FALSE(algorithm->setSpeakerArrangement(stereo, VNK::SpeakerArrangement{}));
+    ASSERT_TRUE(algorithm->setSpeakerArrangement(crowd, stereo));
+    ASSERT_TRUE(algorithm->setSampleRate(64, 48000));
+    EXPECT_EQ(algorithm->spec().channels, 2);
+    const Signal<float> in(8, 1.f);
+    Signal<float> left(8, 99.f), right(8, 99.f);
+    const void* inputs[] = {in.data()};
+    void* outputs[] = {left.data(), right.data()};
+    algorithm->process({inputs, 1, outputs, 2, nullptr, 0, 8});
+    EXPECT_EQ(left, Signal<float>(8, 0.f));
+    EXPECT_EQ(right, left);
+}
+
 TEST_F(Frame, ChannelsMayChangePlacesBetweenInputAndOutput)
 {
     prepare(2);
@@ -411,7 +434,7 @@ TEST_F(Frame, OldStatesAreMigratedAndAttributesStored)
     EXPECT_EQ(component->getValue(0), -3);
 }
 
-TEST(AudioThreadGuard, SeesAnAllocation)
+TEST(AudioThreadGuard, SeesAllocationsAndLogs)
 {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     const AudioThreadGuard guard;
@@ -419,6 +442,10 @@ TEST(AudioThreadGuard, SeesAnAllocation)
     EXPECT_STREQ(AudioThreadGuard::takeViolation(), "malloc");
     ::operator delete(p);
     EXPECT_STREQ(AudioThreadGuard::takeViolation(), "free");
+    std::cerr << "a stream\n";
+    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "fwrite");
+    std::fprintf(stderr, "%d\n", 1);
+    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "vfprintf");
 #endif
 }
 

@@ -129,6 +129,42 @@ TYPED_TEST(MixTool, SoloFadesTheOthersAndSoloingAllStartsOver)
     EXPECT_EQ(y[1][9000], 1);
 }
 
+TYPED_TEST(MixTool, SoloMovesFromOneChannelToAnotherWithinABlock)
+{
+    const Channels<TypeParam> ones(2, constant<TypeParam>(9600, 1));
+    this->fx.prepare(2, 480).set("channelmute0", 1).set("channelsolo1", 1).play(ones, 480);
+    this->fx.set("channelsolo1", 0).set("channelsolo0", 1);
+    const auto y = this->fx.play(ones, 480);
+    EXPECT_EQ(y[0][9000], 1);
+    EXPECT_EQ(y[1][9000], 0);
+    EXPECT_EQ(this->fx.set("channelsolo0", 0).play(ones, 480)[0][9000], 0) << "still muted";
+}
+
+TYPED_TEST(MixTool, RestoredSurroundStateKeepsThePolarityOfLeftAndRight)
+{
+    const auto x = noise<TypeParam>(500);
+    EffectUnderTest<TypeParam> source("Mixtool"), target("Mixtool");
+    VNK::StringSink state;
+    source.set("phaseflipleft", 1).set("phaseflip1", 1).component().saveState(state);
+    ASSERT_TRUE(target.component().loadState(state.text().data(), state.text().size()));
+    const auto y = target.play({x, x, x});
+    EXPECT_EQ(y[0][200], -x[200]);
+    EXPECT_EQ(y[1][200], -x[200]);
+    EXPECT_EQ(y[2], x);
+}
+
+TYPED_TEST(MixTool, SwappedPolarityHoldsWhileTheGainGlidesThroughUnity)
+{
+    const auto ones = constant<TypeParam>(160, 1);
+    this->fx.prepare(2, 160).set("channelflip", 1).set("phaseflipleft", 1).set("gain", -10);
+    this->fx.play({ones, ones}, 160);
+    const auto y = this->fx.set("gain", 10).play({ones, ones}, 160);
+    for (std::size_t i = 0; i < 160; ++i) {
+        ASSERT_LT(y[0][i], 0) << i;
+        ASSERT_GT(y[1][i], 0) << i;
+    }
+}
+
 TYPED_TEST(MixTool, DcBlockerTakesTheOffsetAndLeavesTheBass)
 {
     EffectUnderTest<TypeParam> fx("Mixtool");

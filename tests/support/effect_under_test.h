@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 #include <string>
 
 #include "module/class_registry.h"
@@ -105,7 +106,9 @@ public:
     Channels<T> play(const Channels<T>& in, int block = 512)
     {
         if (!prepared_) prepare(static_cast<int>(in.size()));
-        Channels<T> out(in.size(), Signal<T>(in.front().size()));
+        // Frames that an effect leaves unwritten are found by what looks at the result.
+        constexpr T unwritten = std::numeric_limits<T>::quiet_NaN();
+        Channels<T> out(in.size(), Signal<T>(in.front().size(), unwritten));
         const auto frames = static_cast<int>(in.front().size());
         for (int at = 0; at < frames; at += block)
             processBlock(in, out, at, std::min(block, frames - at));

@@ -28,11 +28,11 @@ std::unique_ptr<LoadedModule> LoadedModule::load(const char* path, std::string& 
         reinterpret_cast<VNKGetClassFactoryFunction>(symbol("VNKGetClassFactory"));
     if (!getFactory) return nullptr;
 
+    module->main_ = main;  // unloaded in any case: what a refusal left half done is undone then
     if (!main(module->library_, kModuleLoad)) {
         reason = "the module refuses to load";
         return nullptr;
     }
-    module->main_ = main;
     module->factory_ = Ref<IClassFactory>::adopt(getFactory());
     if (!module->factory_) {
         reason = "the module has no class factory";

@@ -75,7 +75,7 @@ private:
         for (std::size_t i = 0; i < view.boxes.size(); ++i) {
             const auto& box = view.boxes[i];
             const std::string what = box.kind + " \"" + box.title + "\" of " + view.name;
-            if (box.x < 0 || box.y < 0 || box.x + box.w > view.width || box.y + box.h > view.height)
+            if (box.x < 0 || box.y < 0 || box.x > view.width - box.w || box.y > view.height - box.h)
                 return fail(what + " leaves the form");
             for (std::size_t k = 0; k < i; ++k)
                 if (overlap(box, view.boxes[k])) return fail(what + " overlaps another");

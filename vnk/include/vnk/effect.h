@@ -30,7 +30,7 @@ struct Transport {
 };
 
 /// One block. The buffers hold floats or doubles as set by setPrecision; an output may be the input
-/// of the same channel.
+/// of any channel, but not a channel of the side-chain.
 struct ProcessData {
     const void* const* inputs = nullptr;
     std::int32_t inputChannels = 0;

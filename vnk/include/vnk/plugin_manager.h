@@ -14,7 +14,7 @@ namespace VNK {
 class VNK_API LoadedModule {
 public:
     /// Null with one line of reason when the file is no library, lacks one of the two exports, or
-    /// says no to being loaded (the debug message it wrote is part of the reason then).
+    /// says no to being loaded (it has told why by a debug message then).
     static std::unique_ptr<LoadedModule> load(const char* path, std::string& reason);
     ~LoadedModule();
     LoadedModule(const LoadedModule&) = delete;
