@@ -248,7 +248,8 @@ void CompressorCore<T>::takeKey(double* key, const AudioBlock<T>& part, int c) c
 {
     if (part.sideChainChannels == 0)
         return isLinked() ? takeMean(key, part) : takeChannel(key, part[c], part.frames);
-    if (!isLinked() && part.sideChainChannels >= part.channels)
+    // Linked, a single channel too is keyed by all of the bus.
+    if (!k_.linked && part.sideChainChannels >= part.channels)
         takeBusChannel(key, part, c);
     else
         takeBusMean(key, part);

@@ -232,6 +232,11 @@ TYPED_TEST(Compressor, ExternalSideChainKeysThroughTheFilter)
     EXPECT_EQ(reduction(true, {tone}, true), 0);
     EXPECT_NEAR(reduction(false, {silence, tone}, true), reduction(false, {tone}, true) - 4.5, 0.3);
     EXPECT_NEAR(reduction(false, {silence, tone}, false), reduction(false, {tone}, true), 0.01);
+
+    // A single channel, linked, hears both sides of a stereo key.
+    this->fx.set("threshold", -40).set("ratio", 4).sideChain({silence, tone});
+    this->fx.run(silence);
+    EXPECT_LT(this->fx.meter("reduction"), -10);
 }
 
 TYPED_TEST(Compressor, InputGainStepsAtZeroCrossingsOrAfterEightSubBlocks)
