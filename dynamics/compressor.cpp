@@ -118,6 +118,7 @@ template <typename T> void CompressorCore<T>::reset() noexcept
     for (auto& ch : channels_) {
         ch.detector.reset();
         ch.computer.reset();
+        ch.computer.takeLargest();  // what was before is no longer measured
         ch.inputGain.snap(inputGain_.current());
         ch.dry.reset();
         ch.lookAhead.reset();
@@ -166,7 +167,10 @@ template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned 
             ch.outputMeter.reset();
         }
     }
-    if (dirty & ResetMinimum) minimum_ = 0;
+    if (dirty & ResetMinimum) {
+        minimum_ = 0;
+        for (auto& ch : channels_) ch.computer.takeLargest();
+    }
 }
 
 template <typename T> void CompressorCore<T>::setWetOnly(bool wetOnly) noexcept

@@ -328,6 +328,10 @@ TYPED_TEST(Compressor, MetersShowReductionItsLowestAndTheInput)
     // Unlinked, the channel that is reduced more shows.
     fx.set("linked", 0).play({quiet, loud});
     EXPECT_NEAR(fx.meter("reduction"), -15, 0.05);
+    // Reset while the transport stands still: what was before does not come back.
+    fx.algorithm().reset();
+    fx.set("resetmin", 1).play({quiet, quiet});
+    EXPECT_NEAR(fx.meter("minreduction"), 0, 1e-3);
 }
 
 TEST(CompressorState, OldPresetsKeepTheLoudnessTheyWereMixedWith)
