@@ -9,42 +9,43 @@
 
 namespace quillworks {
 
+/// In double inside: at high sample rates a float's rounding would stop the glide short of its end.
 template <typename T> class Smoothed {
 public:
     /// One-pole with the time constant `seconds` at the rate of the control grid.
     void prepare(double sampleRate, double seconds) noexcept
     {
-        factor_ = T(followerCoefficient(sampleRate / kSubBlock, seconds));
+        factor_ = followerCoefficient(sampleRate / kSubBlock, seconds);
     }
     /// One-pole that covers half the remaining way every `subBlocks`; 0: no smoothing.
-    void prepareHalfLife(double subBlocks) noexcept { factor_ = T(halfLifeFactor(subBlocks)); }
+    void prepareHalfLife(double subBlocks) noexcept { factor_ = halfLifeFactor(subBlocks); }
     /// Distance below which the target is taken exactly (default 1e-6).
-    void setTolerance(T tolerance) noexcept { tolerance_ = tolerance; }
+    void setTolerance(double tolerance) noexcept { tolerance_ = tolerance; }
 
-    void target(T value) noexcept { target_ = value; }
-    T target() const noexcept { return target_; }
+    void target(T value) noexcept { target_ = double(value); }
+    T target() const noexcept { return T(target_); }
     /// Takes the target at once.
     void snap() noexcept { ramp_ = {target_, target_}; }
     /// The value reached at the end of the present sub-block.
-    T current() const noexcept { return ramp_.to; }
+    T current() const noexcept { return T(ramp_.to); }
     bool isGliding() const noexcept { return ramp_.to != target_ || !ramp_.isConstant(); }
 
     /// Advances where a sub-block begins; returns the piece of the ramp that the slice covers.
     Ramp<T> next(GridSlice slice) noexcept
     {
         if (slice.begins()) {
-            T value = (ramp_.to - target_) * factor_ + target_;
+            double value = (ramp_.to - target_) * factor_ + target_;
             if (!(std::abs(value - target_) >= tolerance_)) value = target_;
             ramp_ = {ramp_.to, value};
         }
-        return rampSlice(ramp_, slice);
+        return rampSlice(Ramp<T>{T(ramp_.from), T(ramp_.to)}, slice);
     }
 
 private:
-    Ramp<T> ramp_{0, 0};
-    T target_ = 0;
-    T factor_ = 0;
-    T tolerance_ = T(1e-6);
+    Ramp<double> ramp_{0, 0};
+    double target_ = 0;
+    double factor_ = 0;
+    double tolerance_ = 1e-6;
 };
 
 }  // namespace quillworks

@@ -118,6 +118,7 @@ template <typename T> void CompressorCore<T>::reset() noexcept
     for (auto& ch : channels_) {
         ch.detector.reset();
         ch.computer.reset();
+        ch.computer.takeLargest();  // what was before is no longer measured
         ch.inputGain.snap(inputGain_.current());
         ch.dry.reset();
         ch.lookAhead.reset();
@@ -166,7 +167,10 @@ template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned 
             ch.outputMeter.reset();
         }
     }
-    if (dirty & ResetMinimum) minimum_ = 0;
+    if (dirty & ResetMinimum) {
+        minimum_ = 0;
+        for (auto& ch : channels_) ch.computer.takeLargest();
+    }
 }
 
 template <typename T> void CompressorCore<T>::setWetOnly(bool wetOnly) noexcept
@@ -248,7 +252,8 @@ void CompressorCore<T>::takeKey(double* key, const AudioBlock<T>& part, int c) c
 {
     if (part.sideChainChannels == 0)
         return isLinked() ? takeMean(key, part) : takeChannel(key, part[c], part.frames);
-    if (!isLinked() && part.sideChainChannels >= part.channels)
+    // Linked, a single channel too is keyed by all of the bus.
+    if (!k_.linked && part.sideChainChannels >= part.channels)
         takeBusChannel(key, part, c);
     else
         takeBusMean(key, part);

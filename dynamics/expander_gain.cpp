@@ -108,7 +108,9 @@ template <typename T> void ExpanderGain<T>::setSlope(double v) noexcept
 
 template <typename T> void ExpanderGain<T>::findFloorLevel() noexcept
 {
-    floorLevel_ = slope_ > 0 ? dbToGain(threshold_ + range_ / slope_) : 0;
+    // A gentle slope reaches the range at no level at all: none reads below kSilenceDb.
+    const double db = slope_ > 0 ? threshold_ + range_ / slope_ : kSilenceDb;
+    floorLevel_ = db > kSilenceDb ? dbToGain(db) : 0;
 }
 
 /// Share of the way per sample: about 68 % of it in the time given. The float form rounds as it

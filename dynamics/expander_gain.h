@@ -55,7 +55,7 @@ private:
     ExpanderEnvelope follower_;
     double threshold_ = 0, range_ = 0;  // dB
     double slope_ = 0;
-    double floorLevel_ = 0;                       // linear; below it the gain is the range
+    double floorLevel_ = 0;  // linear; below it the gain is the range; 0: nowhere
     double attack_ = 0, release_ = 0, hold_ = 0;  // seconds
     double sampleRate_ = 44100;
 };

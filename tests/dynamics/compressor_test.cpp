@@ -232,6 +232,11 @@ TYPED_TEST(Compressor, ExternalSideChainKeysThroughTheFilter)
     EXPECT_EQ(reduction(true, {tone}, true), 0);
     EXPECT_NEAR(reduction(false, {silence, tone}, true), reduction(false, {tone}, true) - 4.5, 0.3);
     EXPECT_NEAR(reduction(false, {silence, tone}, false), reduction(false, {tone}, true), 0.01);
+
+    // A single channel, linked, hears both sides of a stereo key.
+    this->fx.set("threshold", -40).set("ratio", 4).sideChain({silence, tone});
+    this->fx.run(silence);
+    EXPECT_LT(this->fx.meter("reduction"), -10);
 }
 
 TYPED_TEST(Compressor, InputGainStepsAtZeroCrossingsOrAfterEightSubBlocks)
@@ -247,13 +252,16 @@ TYPED_TEST(Compressor, InputGainStepsAtZeroCrossingsOrAfterEightSubBlocks)
 
     fx.run(sine<T>(480000, 1000, kRate));  // arrived
     fx.set("ingain", 0);
-    const auto x = sine<T>(48000, 1000, kRate), y = fx.run(x);
+    const auto x = sine<T>(48000, 1000, kRate);
+    auto y = fx.run(x);
     for (std::size_t i = 1; i < x.size(); ++i) {
         if ((x[i] > 0) != (x[i - 1] > 0) || std::abs(x[i]) < 1e-3 || std::abs(x[i - 1]) < 1e-3)
             continue;
         ASSERT_NEAR(y[i] / x[i], y[i - 1] / x[i - 1], 1e-4) << i;
     }
     EXPECT_LT(y.back() / x.back(), 2.5);
+    for (int i = 0; i < 3; ++i) y = fx.run(x);
+    EXPECT_EQ(y.back(), x.back());  // the glide ends where it was sent
 }
 
 TYPED_TEST(Compressor, AutomationDoesNotClick)
@@ -320,6 +328,10 @@ TYPED_TEST(Compressor, MetersShowReductionItsLowestAndTheInput)
     // Unlinked, the channel that is reduced more shows.
     fx.set("linked", 0).play({quiet, loud});
     EXPECT_NEAR(fx.meter("reduction"), -15, 0.05);
+    // Reset while the transport stands still: what was before does not come back.
+    fx.algorithm().reset();
+    fx.set("resetmin", 1).play({quiet, quiet});
+    EXPECT_NEAR(fx.meter("minreduction"), 0, 1e-3);
 }
 
 TEST(CompressorPrecision, RoundingDecidesNothing)

@@ -120,6 +120,21 @@ TYPED_TEST(Expander, SteadyLevelsFallBySlopeDownToTheRange)
     }
 }
 
+TYPED_TEST(Expander, GentleSlopeNeverReachesItsRange)
+{
+    using T = TypeParam;
+    // 0.25 dB per dB from -60 dB: silence, which reads -144 dB, is lowered by 21 dB and no more,
+    // however long it lasts. Ducking has that much left of the range.
+    for (const bool ducks : {false, true}) {
+        EffectUnderTest<T> fx("Expander");
+        fx.set("ratio", 0.8).set("highthresh", -60).set("range", -72).set("duck", ducks);
+        fx.set("release", 50).sideChain({Signal<T>(96000)});
+        const auto y = fx.run(constant<T>(96000, 0.1));
+        EXPECT_NEAR(fx.meter("reduction"), ducks ? -51 : -21, 0.01);
+        EXPECT_NEAR(db(y.back()), ducks ? -71 : -41, 0.01);
+    }
+}
+
 TYPED_TEST(Expander, RatioOneIsTheDelayedInputBitForBit)
 {
     const auto x = noise<TypeParam>(4800);
