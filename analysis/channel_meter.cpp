@@ -75,7 +75,7 @@ void ChannelMeter::resetHolds() noexcept
     run_ = longestRun_ = 0;
 }
 
-void ChannelMeter::add(const float* x, const PowerQuanta& squares) noexcept
+float ChannelMeter::add(const float* x, const PowerQuanta& squares) noexcept
 {
     const float peak = vec::peak(x, squares.n);
     blockPeak_ = std::max(blockPeak_, peak);
@@ -83,6 +83,7 @@ void ChannelMeter::add(const float* x, const PowerQuanta& squares) noexcept
     follow(x, squares.n);
     // Of the RMS after each sample the hold needs the largest, and the root is monotonic.
     blockSum_ = std::max(blockSum_, window_.addTracking(squares));
+    return peak;
 }
 
 void ChannelMeter::endBlock(int n) noexcept

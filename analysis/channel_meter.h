@@ -53,8 +53,8 @@ public:
     /// Held values and clip runs.
     void resetHolds() noexcept;
 
-    /// A piece of the block: samples of at most 1e6 and their quantised squares.
-    void add(const float* x, const PowerQuanta& squares) noexcept;
+    /// A piece of the block: samples of at most 1e6 and their quantised squares. Returns its peak.
+    float add(const float* x, const PowerQuanta& squares) noexcept;
     /// The block of n samples is complete.
     void endBlock(int n) noexcept;
 

@@ -229,11 +229,8 @@ template <typename T> void LevelMeterCore<T>::measure(const AudioBlock<T>& piece
         else
             vec::convert(single, cleaned, n);  // readings are single precision anyway
         const auto squares = quantisePower(squares_.data(), cleaned, n);
-        channel.meter.add(single, squares);
-        if (measurement_ == Measurement::Strict) {
-            channel.samplePeak = std::max(channel.samplePeak, vec::peak(single, n));
-            for (int i = 0; i < n; ++i) channel.power += double(squares.q[i]);
-        }
+        channel.samplePeak = std::max(channel.samplePeak, channel.meter.add(single, squares));
+        if (measurement_ == Measurement::Strict) channel.power += squares.total();
         channel.truePeak = std::max(channel.truePeak, channel.interpolator.advance(n));
         x[c] = cleaned;
     }
@@ -324,7 +321,8 @@ void LevelMeterAlgorithm::setParameter(Tag tag, float value) noexcept
 }
 
 LevelMeterComponent::LevelMeterComponent(LevelMeterAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters, {.viewPrefix = "LevelMeter"})
+    : AudioEffectComponent(algorithm, kParameters,
+                           {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1"})
 {
     // Kept with songs and presets.
     declareAttribute("mode", -1);  // of the choices of "meterDisplay"; -1: none chosen yet

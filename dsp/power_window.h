@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <numeric>
 #include <vector>
 
 namespace quillworks {
@@ -23,6 +24,12 @@ struct PowerQuanta {
     bool fitsOnTopOf(std::int64_t sum) const noexcept
     {
         return n == 0 || bound <= (kFull - sum) / n;
+    }
+    /// Sum of all.
+    double total() const noexcept
+    {
+        if (!fitsOnTopOf(0)) return std::accumulate(q, q + n, 0.0);
+        return static_cast<double>(std::accumulate(q, q + n, std::int64_t{0}));
     }
 };
 
@@ -45,7 +52,11 @@ template <typename T> PowerQuanta quantisePower(std::int64_t* q, const T* x, int
 class PowerWindow {
 public:
     /// Room for windows of up to `length` samples. May throw std::bad_alloc.
-    void reserve(int length) { ring_.assign(static_cast<std::size_t>(std::max(length, 1)), 0); }
+    void reserve(int length)
+    {
+        ring_.assign(static_cast<std::size_t>(std::max(length, 1)), 0);
+        used_ = 0;
+    }
 
     /// Makes the window `length` samples long (0: as 1) and empties it. False, and nothing changed,
     /// if that is more than reserved.
@@ -53,15 +64,15 @@ public:
     {
         length = std::max(length, 1);
         if (static_cast<std::size_t>(length) > ring_.size()) return false;
-        length_ = length;
         clear();
+        length_ = length;
         return true;
     }
     void clear() noexcept
     {
-        std::fill_n(ring_.begin(), length_, 0);
+        std::fill_n(ring_.begin(), used_, 0);
         sum_ = 0;
-        at_ = 0;
+        at_ = used_ = 0;
     }
 
     int length() const noexcept { return length_; }
@@ -117,6 +128,7 @@ private:
             const int n = std::min(in.n - done, length_ - at_);
             f(PowerQuanta{in.q + done, n, in.bound}, ring_.data() + at_);
             done += n;
+            used_ = std::max(used_, at_ + n);
             at_ = at_ + n == length_ ? 0 : at_ + n;
         }
     }
@@ -137,6 +149,7 @@ private:
     std::int64_t sum_ = 0;
     int length_ = 1;
     int at_ = 0;
+    int used_ = 0;  // what clear() has to clear: long windows are reset often and filled rarely
 };
 
 }  // namespace quillworks

@@ -56,8 +56,7 @@ HWY_AFTER_NAMESPACE();
 namespace quillworks {
 namespace {
 
-// Each phase has the newest sample's tap first. The unity gain lies between the taps 6 and 7, which
-// is why a filter without its mirror image would read a rising and a falling signal differently.
+// Taps from the newest sample to the oldest. Phases 0 and 1 of Annex 2's table.
 constexpr TruePeakFilter kAnnex2{
     {0.0017089843750f, 0.0109863281250f, -0.0196533203125f, 0.0332031250000f, -0.0594482421875f,
      0.1373291015625f, 0.9721679687500f, -0.1022949218750f, 0.0476074218750f, -0.0266113281250f,
@@ -66,6 +65,7 @@ constexpr TruePeakFilter kAnnex2{
      0.4650878906250f, 0.7797851562500f, -0.2003173828125f, 0.1015625000000f, -0.0582275390625f,
      0.0330810546875f, -0.0189208984375f}};
 
+// Its phases lie nearer the samples: the second is almost a unit impulse.
 constexpr TruePeakFilter kOtherRates{
     {-0.0017290408356729625f, 0.029158784881692677f, -0.046099555711141285f, 0.08616031626350772f,
      -0.15946140818094268f, 0.46467030920006835f, 0.7591584024185642f, -0.19886324660220642f,

@@ -4,11 +4,11 @@
 
 namespace quillhost {
 
-extern const Command kList, kInfo, kRender, kPlot, kPreset, kBench;
+extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench;
 
 namespace {
 constexpr const Command* kCommands[] = {
-    &kList, &kInfo, &kRender, &kPlot, &kPreset, &kBench,
+    &kList, &kInfo, &kRender, &kMeasure, &kPlot, &kPreset, &kBench,
 };
 }  // namespace
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The level meter's channel readings and its own loudness law.
+#include "analysis/channel_meter.h"
 #include "tests/support/effect_under_test.h"
 
 namespace quillworks::test {
@@ -244,6 +245,29 @@ TYPED_TEST(LevelMeter, ReadingsStandWhileBypassedAndRestartWithReset)
     EXPECT_EQ(this->fx.meter("loudnessIntegral"), -144);
     EXPECT_EQ(this->fx.meter("levelHold0"), -144);
     EXPECT_EQ(this->fx.meter("loudnessTruePeak"), -144);
+}
+
+TEST(ChannelMeter, HoldsForEverAndKeepsItsWindowWhenAskedForTooMuch)
+{
+    ChannelMeter meter;
+    meter.prepare(48000);
+    meter.setHold(-1);
+    meter.setRmsLength(15);  // more than there is room for
+    std::int64_t q[1000];
+    const auto play = [&](const Signal<float>& x) {
+        meter.add(x.data(), quantisePower(q, x.data(), 1000));
+        meter.endBlock(1000);
+    };
+    play(constant<float>(1000, 0.5));
+    for (int i = 0; i < 5000; ++i) play(constant<float>(1000, 0.1));
+    EXPECT_FLOAT_EQ(meter.levelHold(), 0.5f);
+    EXPECT_NEAR(meter.rms(), 0.1 * std::sqrt(2), 1e-6);
+    meter.setHold(0);  // and what was held is forgotten
+    play(constant<float>(1000, 0.2));
+    EXPECT_FLOAT_EQ(meter.levelHold(), 0.2f);
+    play(constant<float>(1000, 0.1));
+    play(constant<float>(1000, 0.1));
+    EXPECT_FLOAT_EQ(meter.levelHold(), 0.1f);
 }
 
 TEST(LevelMeterState, KeepsTheDisplaySettingsAndActsOnThem)

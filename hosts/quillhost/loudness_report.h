@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: ISC
+// Loudness and peaks of one sound file, through the Level Meter effect.
+#pragma once
+
+#include <atomic>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "session.h"
+
+namespace quillhost {
+
+/// Figures with nothing to report are not-a-number.
+struct LoudnessReport {
+    std::string file;
+    float integrated, momentaryMax, shortTermMax;  // LUFS
+    float range, rangeLow, rangeHigh;              // LU, LUFS, LUFS
+    float truePeak;                                // dBTP
+    std::vector<float> samplePeak, rms;            // dBFS, per channel
+    std::int64_t frames;
+    int sampleRate, channels;
+};
+
+/// Measures files one after the other by EBU Tech 3341 and 3342 and ITU-R BS.1770, with channel
+/// weights from the file's layout. One to a thread.
+class LoudnessGauge {
+public:
+    static constexpr int kWhole = 1000;  // steps of progress per file
+
+    /// WorkError when the module's meter cannot measure so.
+    explicit LoudnessGauge(const Session& session);
+
+    /// Reads the file block by block; adds up to kWhole to `progress`. WorkError for a file that
+    /// cannot be read.
+    LoudnessReport measure(const std::string& path, std::atomic<std::int64_t>& progress);
+
+private:
+    template <typename T> void play(class SoundReader& reader, std::atomic<std::int64_t>& progress);
+    float meter(const std::string& key) const;
+
+    Effect effect_;
+    std::int64_t frames_ = 0;
+};
+
+}  // namespace quillhost

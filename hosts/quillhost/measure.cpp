@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: ISC
+// quillhost measure: loudness and peaks of many files side by side.
+#include <cstdio>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "command.h"
+#include "loudness_report.h"
+#include "progress.h"
+#include "sound_file.h"
+#include "table.h"
+
+namespace quillhost {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct Options {
+    std::vector<std::string> files;
+    bool json = false;
+    int jobs = 0;  // 0: the cores
+    std::optional<double> target, maxTruePeak;
+    double tolerance = 0.5;  // LU
+};
+
+/// What came of a file: a report or the reason why there is none.
+struct Outcome {
+    std::optional<LoudnessReport> report;
+    std::string error;
+};
+
+std::vector<Outcome> measureAll(const Session& session, const Options& options)
+{
+    const auto count = options.files.size();
+    const auto cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    const auto jobs =
+        std::min(count, static_cast<std::size_t>(options.jobs > 0 ? options.jobs : cores));
+    std::vector<Outcome> outcomes(count);
+    std::vector<LoudnessGauge> gauges;
+    for (std::size_t i = 0; i < jobs; ++i) gauges.emplace_back(session);
+
+    std::atomic<std::size_t> next = 0, done = 0;
+    std::atomic<std::int64_t> steps = 0;
+    const auto work = [&](LoudnessGauge& gauge) {
+        for (std::size_t i; (i = next++) < count; ++done) {
+            try {
+                outcomes[i].report = gauge.measure(options.files[i], steps);
+            } catch (const std::exception& e) {
+                outcomes[i].error = e.what();
+            }
+        }
+    };
+    std::vector<std::jthread> threads;
+    for (auto& gauge : gauges) threads.emplace_back(work, std::ref(gauge));
+    Progress progress(session.quiet(), LoudnessGauge::kWhole * static_cast<std::int64_t>(count), 0);
+    while (done < count) {
+        progress.show(steps);
+        std::this_thread::sleep_for(std::chrono::milliseconds(done == 0 ? 2 : 20));
+    }
+    return outcomes;
+}
+
+/// What of the limits the file misses, in words; empty if nothing.
+std::string missedBy(const LoudnessReport& r, const Options& o)
+{
+    std::string missed;
+    if (o.target && !(std::abs(double(r.integrated) - *o.target) <= o.tolerance)) missed = "target";
+    if (o.maxTruePeak && double(r.truePeak) > *o.maxTruePeak)
+        missed += missed.empty() ? "true peak" : ", true peak";
+    return missed;
+}
+
+Json jsonOf(float value)
+{
+    return std::isfinite(value) ? Json(asShown(value)) : Json(nullptr);
+}
+
+Json jsonOf(const std::vector<float>& values)
+{
+    Json all = Json::array();
+    for (const float v : values) all.push_back(jsonOf(v));
+    return all;
+}
+
+void printJson(const std::vector<Outcome>& outcomes, const Options& options)
+{
+    Json all = Json::array();
+    for (const auto& outcome : outcomes) {
+        if (!outcome.report) continue;
+        const auto& r = *outcome.report;
+        Json item = {{"file", r.file},
+                     {"integrated", jsonOf(r.integrated)},
+                     {"momentaryMax", jsonOf(r.momentaryMax)},
+                     {"shortTermMax", jsonOf(r.shortTermMax)},
+                     {"range", jsonOf(r.range)},
+                     {"rangeLow", jsonOf(r.rangeLow)},
+                     {"rangeHigh", jsonOf(r.rangeHigh)},
+                     {"truePeak", jsonOf(r.truePeak)},
+                     {"samplePeak", jsonOf(r.samplePeak)},
+                     {"rms", jsonOf(r.rms)},
+                     {"frames", r.frames},
+                     {"sampleRate", r.sampleRate},
+                     {"channels", r.channels}};
+        if (options.target || options.maxTruePeak) item["missed"] = missedBy(r, options);
+        all.push_back(std::move(item));
+    }
+    // A file name need not be UTF-8; the rest of the report must not suffer from it.
+    std::cout << all.dump(1, ' ', false, Json::error_handler_t::replace) << "\n";
+}
+
+std::string shown(float value)
+{
+    return std::isfinite(value) ? fixedText(value, 1) : "-";
+}
+
+std::string shown(const std::vector<float>& values)
+{
+    std::string all;
+    for (const float v : values) all += (all.empty() ? "" : "/") + shown(v);
+    return all;
+}
+
+void printTable(const std::vector<Outcome>& outcomes, const Options& options)
+{
+    const bool hasLimits = options.target || options.maxTruePeak;
+    std::vector<Row> rows = {{"integrated", "momentary", "short-term", "range", "true peak",
+                              "sample peak", "RMS", "file"},
+                             {"LUFS", "max LUFS", "max LUFS", "LU", "dBTP", "dBFS", "dB", ""}};
+    for (const auto& outcome : outcomes) {
+        if (!outcome.report) continue;
+        const auto& r = *outcome.report;
+        rows.push_back({shown(r.integrated), shown(r.momentaryMax), shown(r.shortTermMax),
+                        shown(r.range), shown(r.truePeak), shown(r.samplePeak), shown(r.rms),
+                        r.file});
+        if (!hasLimits) continue;
+        const auto missed = missedBy(r, options);
+        rows.back().push_back(missed.empty() ? "" : "missed: " + missed);
+    }
+    if (rows.size() > 2) std::cout << columns(rows, {0, 1, 2, 3, 4, 5, 6});
+}
+
+int run(const Session& session, const Options& options)
+{
+    const auto outcomes = measureAll(session, options);
+    options.json ? printJson(outcomes, options) : printTable(outcomes, options);
+    std::cout.flush();
+    int code = kDone;
+    for (const auto& outcome : outcomes) {
+        if (!outcome.report) std::fprintf(stderr, "quillhost: %s\n", outcome.error.c_str());
+        if (!outcome.report || !missedBy(*outcome.report, options).empty()) code = kFailed;
+    }
+    return code;
+}
+
+std::function<int(Session&)> declare(CLI::App& app)
+{
+    auto o = std::make_shared<Options>();
+    app.add_option("FILE", o->files, "sound files; - is a WAV from standard input");
+    app.add_flag("--json", o->json, "as a JSON array, figures with nothing to report as null");
+    addNumber(app, "--jobs", o->jobs, 1, 1024, "files measured side by side (the cores)");
+    auto limits = std::make_shared<std::array<double, 2>>();
+    auto* target = addNumber(app, "--target", (*limits)[0], -100.0, 20.0,
+                             "integrated loudness asked for, in LUFS");
+    auto* tolerance = addNumber(app, "--tolerance", o->tolerance, 0.0, 100.0,
+                                "how far from the target it may be, in LU (0.5)");
+    auto* peak = addNumber(app, "--max-true-peak", (*limits)[1], -144.0, 144.0,
+                           "highest true peak allowed, in dBTP");
+    return [=](Session& session) {
+        if (o->files.empty()) requireArgument("", "a FILE", "measure");
+        if (tolerance->count() > 0 && target->count() == 0)
+            throw UsageError("--tolerance needs --target LUFS");
+        if (std::count(o->files.begin(), o->files.end(), "-") > 1)
+            throw UsageError("standard input can be measured once only");
+        if (target->count() > 0) o->target = (*limits)[0];
+        if (peak->count() > 0) o->maxTruePeak = (*limits)[1];
+        return run(session, *o);
+    };
+}
+
+}  // namespace
+
+extern const Command kMeasure;
+const Command kMeasure = {"measure", "loudness and peaks of sound files",
+                          "  quillhost measure *.wav\n"
+                          "  quillhost measure album/*.flac --json --jobs 8\n"
+                          "  quillhost measure mix.wav --target -23 --tolerance 0.5 "
+                          "--max-true-peak -1",
+                          declare};
+
+}  // namespace quillhost

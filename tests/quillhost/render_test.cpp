@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: ISC
+// What render does to the samples.
+#include <cmath>
+#include <sndfile.h>
+#include <sstream>
+#include <unistd.h>
+
+#include "program.h"
+
+namespace quillhost_test {
+namespace {
+
+constexpr int kWav16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+constexpr int kWavFloat = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+constexpr int kWavDouble = SF_FORMAT_WAV | SF_FORMAT_DOUBLE;
+
+Words render(const std::string& in, const std::string& out, const Words& more)
+{
+    Words words = {"render", in, out};
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+class Render : public InFolder {
+protected:
+    static int latencyOf(const std::string& effect)
+    {
+        return Json::parse(run({"info", effect, "--json"}).out)["latency"];
+    }
+};
+
+TEST_F(Render, AnEffectThatDoesNothingGivesBackTheFile)
+{
+    struct Case {
+        int format;
+        const char* precision;
+    };
+    const Case cases[] = {
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, "32"},
+        {kWav16, "32"},
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_24, "32"},
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_32, "64"},
+        {kWavFloat, "32"},
+        {kWavDouble, "64"},
+        {SF_FORMAT_WAVEX | SF_FORMAT_PCM_16, "32"},
+    };
+    for (const auto& c : cases)
+        for (const int channels : {1, 2, 6, 16}) {
+            SCOPED_TRACE(std::to_string(c.format) + " " + std::to_string(channels));
+            auto sound = noise(channels, 20001, 1);
+            sound.samples[0] = -1;  // the end of an integer's range
+            writeSound("in.wav", sound, c.format);
+            expectSilence(
+                run(render("in.wav", "out.wav", {"--fx", "mixtool", "--precision", c.precision})));
+            const auto in = readSound("in.wav"), out = readSound("out.wav");
+            EXPECT_EQ(in.format & SF_FORMAT_SUBMASK, out.format & SF_FORMAT_SUBMASK);
+            EXPECT_EQ(in.samples, out.samples);
+            EXPECT_EQ(maskOf("in.wav"), maskOf("out.wav"));
+            // A pipe on either side changes nothing, whether it tells its length or not.
+            auto bytes = readBytes("in.wav");
+            for (const bool isLengthKnown : {true, false}) {
+                if (!isLengthKnown) bytes.replace(bytes.find("data") + 4, 4, "\xFF\xFF\xFF\xFF");
+                const auto piped =
+                    run(render("-", "-", {"--fx", "mixtool", "--precision", c.precision}), bytes);
+                EXPECT_EQ(piped.code, 0) << piped.err;
+                const auto data = bytes.find("data") + 8, outData = piped.out.find("data") + 8;
+                EXPECT_TRUE(bytes.substr(data) == piped.out.substr(outData));
+            }
+        }
+}
+
+TEST_F(Render, OutputLinesUpWithInputUnlessTheLatencyIsKept)
+{
+    const int latency = latencyOf("compressor");
+    ASSERT_GT(latency, 0);
+    const auto in = noise(2, 30000);
+    writeSound("in.wav", in, kWavDouble);
+    const Words chain = {"--fx", "compressor", "--fx", "compressor", "--precision", "64"};
+    expectSilence(run(render("in.wav", "out.wav", chain)));
+    EXPECT_EQ(readSound("out.wav").samples, in.samples);
+
+    Words kept = chain;
+    kept.insert(kept.end(), {"--keep-latency", "--tail", "0.01"});
+    expectSilence(run(render("in.wav", "kept.wav", kept)));
+    const auto out = readSound("kept.wav");
+    ASSERT_EQ(out.frames(), in.frames() + 480);
+    const auto shift = std::size_t(2 * latency);
+    for (std::size_t i = 0; i < out.frames(); ++i)
+        ASSERT_EQ(out.at(i), i < shift || i - shift >= in.frames() ? 0 : in.at(i - shift)) << i;
+}
+
+TEST_F(Render, TailIsAsLongAsAskedOrAsTheChainNeeds)
+{
+    writeSound("in.wav", noise(1, 1000), kWav16);
+    const auto framesWith = [](const Words& more) {
+        expectSilence(run(render("in.wav", "out.wav", more)));
+        return readSound("out.wav").frames();
+    };
+    EXPECT_EQ(framesWith({"--fx", "mixtool", "--tail", "0.5"}), 25000u);
+    EXPECT_EQ(framesWith({"--fx", "mixtool", "--tail", "auto"}), 1000u);
+    // What lasts as long as the delay is over when that is taken out.
+    const int latency = latencyOf("compressor");
+    EXPECT_EQ(framesWith({"--fx", "compressor", "--tail", "auto"}), 1000u);
+    EXPECT_EQ(framesWith({"--fx", "compressor", "--tail", "auto", "--keep-latency"}),
+              std::size_t(1000 + latency));
+}
+
+TEST_F(Render, AutomationActsFromExactlyItsFrame)
+{
+    auto in = noise(2, 3000);
+    // The sign changes with every frame, since the effect may wait for that to switch.
+    for (std::size_t i = 0; i < in.samples.size(); ++i)
+        in.samples[i] = std::copysign(in.samples[i] + 1, i / 2 % 2 ? -1.0 : 1.0);
+    writeSound("in.wav", in, kWavDouble);
+    writeBytes("a.json", R"([{"frame":1501,"fx":1,"key":"phaseflipleft","value":false},
+                             {"frame":0,"fx":0,"key":"phaseflipright","value":"on"},
+                             {"frame":777,"fx":1,"key":"phaseflipleft","value":1},
+                             {"frame":999999,"fx":0,"key":"gain","value":-20}])");
+    for (const char* block : {"1", "64", "512", "5000"}) {
+        SCOPED_TRACE(block);
+        expectSilence(
+            run(render("in.wav", "out.wav",
+                       {"--fx", "mixtool", "--fx", "mixtool", "--precision", "64", "--automation",
+                        "a.json", "--block", block, "--meters", "m.jsonl"})));
+        const auto out = readSound("out.wav");
+        for (std::size_t i = 0; i < in.frames(); ++i) {
+            const double sign = i >= 777 && i < 1501 ? -1 : 1;
+            ASSERT_EQ(out.at(i, 0), sign * in.at(i, 0)) << i;
+            ASSERT_EQ(out.at(i, 1), -in.at(i, 1)) << i;
+        }
+
+        // Blocks cover the signal without a gap, both effects in turn, cut at the changes.
+        std::istringstream lines(readBytes("m.jsonl"));
+        long next[2] = {0, 0};
+        bool cutsSeen[2] = {};
+        for (std::string line; std::getline(lines, line);) {
+            const auto entry = Json::parse(line);
+            const int fx = entry["fx"];
+            ASSERT_EQ(entry["frame"], next[fx]);
+            cutsSeen[0] |= next[fx] == 777;
+            cutsSeen[1] |= next[fx] == 1501;
+            next[fx] += long(entry["frames"]);
+            const bool isFlipped = next[fx] > 777 && next[fx] <= 1501;
+            EXPECT_EQ(entry["parameters"]["phaseflipleft"], fx == 1 && isFlipped ? 1 : 0);
+        }
+        EXPECT_TRUE(cutsSeen[0] && cutsSeen[1]);
+        EXPECT_EQ(next[0], 3000);
+        EXPECT_EQ(next[1], 3000);
+    }
+}
+
+TEST_F(Render, MetersAreThoseThatTheEffectNames)
+{
+    writeSound("in.wav", noise(2, 2000), kWav16);
+    expectSilence(run(render("in.wav", "out.wav",
+                             {"--fx", "compressor:threshold=-30,ratio=8", "--meters", "m.jsonl"})));
+    const auto info = Json::parse(run({"info", "compressor", "--json"}).out);
+    std::istringstream lines(readBytes("m.jsonl"));
+    std::string line;
+    std::getline(lines, line);
+    std::getline(lines, line);
+    const auto entry = Json::parse(line);
+    EXPECT_EQ(entry["frame"], 512);
+    EXPECT_EQ(entry["frames"], 512);
+    EXPECT_EQ(entry["values"].size(), info["meters"].size());
+    EXPECT_EQ(entry["parameters"].size(), info["parameters"].size());
+    EXPECT_LT(entry["values"]["reduction"], -1);
+    EXPECT_EQ(entry["parameters"]["ratio"], 8);
+}
+
+TEST_F(Render, SideChainMovesTheGainAndIsSilentAfterItsEnd)
+{
+    auto in = noise(1, 96000, 0.01), side = noise(1, 24000, 1);
+    writeSound("in.wav", in, kWavFloat);
+    writeSound("side.wav", side, kWavFloat);
+    const auto level = [&](const Sound& s, std::size_t from, std::size_t to) {
+        double sum = 0;
+        for (auto i = from; i < to; ++i) sum += s.at(i) * s.at(i);
+        return 10 * std::log10(sum / double(to - from));
+    };
+    expectSilence(run(render(
+        "in.wav", "out.wav",
+        {"--fx", "compressor:threshold=-20,ratio=10,release=50", "--sidechain", "side.wav"})));
+    const auto out = readSound("out.wav");
+    EXPECT_LT(level(out, 12000, 24000), level(in, 12000, 24000) - 6);
+    EXPECT_NEAR(level(out, 84000, 96000), level(in, 84000, 96000), 0.1);
+    side.rate = 44100;
+    writeSound("side.wav", side, kWavFloat);
+    expectFailure(run(render("in.wav", "o.wav", {"--fx", "compressor", "--sidechain", "side.wav"})),
+                  1, "44100 Hz is not that of in.wav, 48000");
+}
+
+TEST_F(Render, LayoutsComeFromTheMaskOrFromTheCommandLine)
+{
+    const auto setMask = [](const std::string& path, std::uint32_t mask) {
+        auto bytes = readBytes(path);
+        bytes.replace(bytes.find("fmt ") + 28, 4,
+                      std::string(reinterpret_cast<const char*>(&mask), 4));
+        writeBytes(path, bytes);
+    };
+    for (const std::uint32_t mask : {0x3Fu, 0x60Fu, 0u, 0x707u}) {
+        writeSound("in.wav", noise(6, 1000), SF_FORMAT_WAVEX | SF_FORMAT_PCM_16);
+        setMask("in.wav", mask);
+        expectSilence(run(render("in.wav", "out.wav", {"--fx", "mixtool"})));
+        EXPECT_EQ(maskOf("out.wav"), mask);
+    }
+    writeSound("in.wav", noise(6, 1000), kWav16);
+    expectSilence(run(render("in.wav", "out.wav", {"--fx", "mixtool", "--layout", "5.1"})));
+    EXPECT_EQ(maskOf("out.wav"), 0x3Fu);
+}
+
+TEST_F(Render, IntegersAreLimitedAndTheUserIsTold)
+{
+    auto sound = noise(1, 1000, 0.9);
+    writeSound("in.wav", sound, kWav16);
+    const auto result = run(render("in.wav", "out.wav", {"--fx", "mixtool:gain=12"}));
+    EXPECT_EQ(result.code, 0);
+    EXPECT_NE(result.err.find("samples were clipped, the peak is +11."), std::string::npos)
+        << result.err;
+    for (const double x : readSound("out.wav").samples) ASSERT_TRUE(x >= -1 && x < 1);
+    expectSilence(run(render("in.wav", "out.wav", {"--fx", "mixtool:gain=12", "--quiet"})));
+    expectSilence(
+        run(render("in.wav", "out.wav", {"--fx", "mixtool:gain=12", "--format", "float32"})));
+    EXPECT_EQ(readSound("out.wav").format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
+}
+
+TEST_F(Render, DescriptionsOfTheFileStayAndTheSameRunGivesTheSameBytes)
+{
+    writeSound("in.wav", noise(2, 1000), kWavFloat);
+    SF_INFO info = {};
+    SNDFILE* file = sf_open("in.wav", SFM_RDWR, &info);
+    sf_set_string(file, SF_STR_TITLE, "A title");
+    sf_close(file);
+    for (const std::string kind : {".wav", ".rf64", ".aiff"}) {
+        for (const std::string out : {"a", "b"}) {
+            expectSilence(run(render("in.wav", out + kind, {"--fx", "mixtool:gain=-3"})));
+            usleep(out == "a" && kind != ".wav" ? 1100000 : 0);  // the next second of the clock
+        }
+        EXPECT_TRUE(readBytes("a" + kind) == readBytes("b" + kind)) << kind;
+    }
+    info = {};
+    file = sf_open("a.wav", SFM_READ, &info);
+    ASSERT_TRUE(file);
+    EXPECT_STREQ(sf_get_string(file, SF_STR_TITLE), "A title");
+    sf_close(file);
+    // The other kinds of file by their extensions.
+    for (const char* out : {"o.flac", "o.aiff", "o.caf", "o.w64", "o.rf64"}) {
+        expectSilence(run(render("in.wav", out, {"--fx", "mixtool", "--format", "pcm24"})));
+        EXPECT_EQ(readSound(out).frames(), 1000u) << out;
+    }
+}
+
+}  // namespace
+}  // namespace quillhost_test
