@@ -28,8 +28,8 @@ struct Shift {
     HWY_INLINE V of(V v) const { return hn::IfThenElseZero(keeps, hn::TableLookupLanes(v, from)); }
 };
 
-/// x becomes the sums from `sum` on, of x less what `past` held, which becomes x.
-std::int64_t addUp(std::int64_t* x, std::int64_t* past, int n, std::int64_t sum)
+/// x becomes the sums, from `sum` on, of what comes, x, less what goes. Returns the last one.
+std::int64_t addUp(std::int64_t* x, const std::int64_t* goes, int n, std::int64_t sum)
 {
     const I d;
     int i = 0;
@@ -38,9 +38,7 @@ std::int64_t addUp(std::int64_t* x, std::int64_t* past, int n, std::int64_t sum)
         const auto last = hn::IndicesFromVec(d, hn::Set(d, kLanes - 1));
         V before = hn::Set(d, sum);
         for (; i + kLanes <= n; i += kLanes) {
-            const V v = hn::LoadU(d, x + i);
-            V sums = hn::Sub(v, hn::LoadU(d, past + i));
-            hn::StoreU(v, d, past + i);
+            V sums = hn::Sub(hn::LoadU(d, x + i), hn::LoadU(d, goes + i));
             sums = hn::Add(sums, one.of(sums));
             if constexpr (kLanes > 2) sums = hn::Add(sums, two.of(sums));
             if constexpr (kLanes > 4) sums = hn::Add(sums, four.of(sums));
@@ -50,12 +48,7 @@ std::int64_t addUp(std::int64_t* x, std::int64_t* past, int n, std::int64_t sum)
         }
         sum = hn::GetLane(before);
     }
-    for (; i < n; ++i) {
-        const std::int64_t v = x[i];
-        sum += v - past[i];
-        past[i] = v;
-        x[i] = sum;
-    }
+    for (; i < n; ++i) x[i] = sum += x[i] - goes[i];
     return sum;
 }
 
@@ -69,7 +62,7 @@ namespace quillworks {
 HWY_EXPORT(addUp);
 namespace {
 
-std::int64_t (*const addUpBest)(std::int64_t*, std::int64_t*, int,
+std::int64_t (*const addUpBest)(std::int64_t*, const std::int64_t*, int,
                                 std::int64_t) = SIMD_CHOOSE(addUp);
 
 }  // namespace
@@ -77,10 +70,11 @@ std::int64_t (*const addUpBest)(std::int64_t*, std::int64_t*, int,
 void MovingSum::process(std::int64_t* x, int n) noexcept
 {
     for (int done = 0; done < n;) {
-        const int run = std::min(n - done, length() - at_);
-        sum_ = addUpBest(x + done, past_.data() + at_, run, sum_);
+        const int run = std::min(n - done, kRun);
+        std::int64_t* const room = past_.append(run);
+        std::copy_n(x + done, run, room);
+        sum_ = addUpBest(x + done, room - length_, run, sum_);
         done += run;
-        at_ = at_ + run == length() ? 0 : at_ + run;
     }
 }
 

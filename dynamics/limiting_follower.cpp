@@ -70,7 +70,7 @@ void move(LimitingFollower::Body& body, const double* soon, const double* recent
             steps = 0;
         }
     };
-    // As many whole vectors as keep falling to one goal, or stay where they are.
+    // As many whole vectors as keep falling to one goal, and as many as stay where they are.
     const auto leap = [&](int i) HWY_ATTR {
         for (; i + kLanes <= n; i += kLanes) {
             const auto floor = hn::LoadU(d, recent + i);
@@ -83,6 +83,16 @@ void move(LimitingFollower::Body& body, const double* soon, const double* recent
             hn::StoreU(fallen, d, out + i);
             steps += kLanes;
             b = last;
+        }
+        return i;
+    };
+    const auto rest = [&](int i) HWY_ATTR {
+        const auto level = hn::Set(d, b);
+        for (; i + kLanes <= n; i += kLanes) {
+            const auto stays = hn::And(hn::Le(hn::LoadU(d, soon + i), level),
+                                       hn::Ge(hn::LoadU(d, recent + i), level));
+            if (!hn::AllTrue(d, stays)) return i;
+            hn::StoreU(level, d, out + i);
         }
         return i;
     };
@@ -101,6 +111,9 @@ void move(LimitingFollower::Body& body, const double* soon, const double* recent
                 b = goal = away = 0;
                 steps = 0;
             }
+        } else if (const int next = rest(i); next > i) {
+            i = next;
+            continue;
         }
         out[i++] = b;
     }
