@@ -2,10 +2,9 @@
 // Sum of the latest samples of an integer signal: exact, so it never drifts.
 #pragma once
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdint>
-#include <vector>
+
+#include "dsp/recent_samples.h"
 
 namespace quillworks {
 
@@ -14,39 +13,25 @@ public:
     /// Sums over `length` >= 1 samples. Allocates.
     void prepare(int length)
     {
-        past_.resize(static_cast<std::size_t>(length));
+        length_ = length;
+        past_.prepare(length, kRun);
         reset();
     }
     void reset() noexcept
     {
-        std::fill(past_.begin(), past_.end(), std::int64_t{0});
-        at_ = 0;
+        past_.reset();
         sum_ = 0;
     }
-    int length() const noexcept { return static_cast<int>(past_.size()); }
+    int length() const noexcept { return length_; }
 
     /// Replaces each sample by the sum of it and the length - 1 before it.
-    void process(std::int64_t* x, int n) noexcept
-    {
-        std::int64_t sum = sum_;  // in a register
-        for (int done = 0; done < n;) {
-            const int run = std::min(n - done, length() - at_);
-            std::int64_t* const past = past_.data() + at_;
-            for (int i = 0; i < run; ++i) {
-                const std::int64_t v = x[done + i];
-                sum += v - past[i];
-                past[i] = v;
-                x[done + i] = sum;
-            }
-            done += run;
-            at_ = at_ + run == length() ? 0 : at_ + run;
-        }
-        sum_ = sum;
-    }
+    void process(std::int64_t* x, int n) noexcept;
 
 private:
-    std::vector<std::int64_t> past_;
-    int at_ = 0;  // of the oldest sample
+    static constexpr int kRun = 256;  // samples taken at once
+
+    RecentSamples<std::int64_t> past_;
+    int length_ = 1;
     std::int64_t sum_ = 0;
 };
 

@@ -141,13 +141,17 @@ void LimiterEngine::fillGains() noexcept
     isSteady_ = !isGliding();
     const int n = isSteady_ ? kLongest : kSubBlock;
     const auto gain = inputGainGlide_.next({kSubBlock, 0});
-    const auto ceiling = ceilingGlide_.next({kSubBlock, 0});
+    const auto scale = ceilingGlide_.next({kSubBlock, 0});
     vec::ramp(inputGain_, gain.from, gain.to, n);
-    vec::ramp(outputGain_, ceiling.from, ceiling.to, n);
+    vec::ramp(outputGain_, scale.from, scale.to, n);
     const double working = dbToGain(LimitingCurve::kMarginDb);
     for (int i = 0; i < n; ++i) {
         inputGain_[i] *= 1 / outputGain_[i];
-        ceiling_[i] = working * outputGain_[i];
+        const double ceiling = working * outputGain_[i];
+        const auto rounded = static_cast<float>(ceiling);
+        std::get<Limits<double>>(limits_).values[i] = ceiling;
+        std::get<Limits<float>>(limits_).values[i] =
+            double(rounded) > ceiling ? std::nextafter(rounded, 0.0f) : rounded;
     }
 }
 

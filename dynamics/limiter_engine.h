@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <tuple>
 #include <vector>
 
 #include "dsp/clip_shapes.h"
@@ -54,19 +55,23 @@ public:
     {
         const double* v = delayed(channel);
         if (clips_) v = clip(v);
-        putOut(v, isLimiting_ && !clips_ ? gain_ : nullptr, outputGain_ + phase_, ceiling_ + phase_,
-               x, frames_);
+        const double* const gain = isLimiting_ && !clips_ ? gain_ : nullptr;
+        const T* const limit = std::get<Limits<T>>(limits_).values + phase_;
+        putOut(v, gain, outputGain_ + phase_, limit, x, frames_);
     }
 
     /// Largest reduction in dB since the last call.
     double takeReduction() noexcept;
 
 private:
+    static constexpr int kLongest = 128;   // frames of a slice
+    template <typename T> struct Limits {  // the largest values not above the working ceiling
+        alignas(64) T values[kLongest];
+    };
     struct Wall {  // clips what is above `low`
         double low = 1;
         ClipCurve<double> curve;
     };
-    static constexpr int kLongest = 128;  // frames of a slice
     static constexpr int kStride = TruePeakLevel::kMaxFrames;
     static constexpr int kMost = TruePeakLevel::kPhases * kStride;  // levels of a slice
 
@@ -102,7 +107,8 @@ private:
     double peak_ = 0;             // of the slice's normalised input
     bool isLimiting_ = false;     // gain_ is not 1 throughout
     double reduction_ = 0;        // dB, largest since takeReduction()
-    alignas(64) double inputGain_[kLongest], outputGain_[kLongest], ceiling_[kLongest];
+    alignas(64) double inputGain_[kLongest], outputGain_[kLongest];
+    std::tuple<Limits<float>, Limits<double>> limits_;
     alignas(64) double gain_[kLongest + TruePeakLevel::kPadding];
     alignas(64) double levels_[kMost + TruePeakLevel::kPadding];
     alignas(64) double wanted_[kMost + TruePeakLevel::kPadding];

@@ -4,8 +4,6 @@
 #include "dsp/simd.h"
 //
 #include <algorithm>
-#include <cmath>
-#include <limits>
 #include <type_traits>
 
 #include "dynamics/limiter_samples.h"
@@ -65,37 +63,31 @@ HWY_INLINE double take(const T* x, const double* gain, double* u, double* levels
 
 template <class Lanes, typename T>
 HWY_INLINE void putLanes(Lanes d, const double* v, const double* gain, const double* scale,
-                         const double* ceiling, T* x)
+                         const T* limit, T* x)
 {
-    auto y = hn::LoadU(d, v);
-    if (gain) y = hn::Mul(y, hn::LoadU(d, gain));
-    y = hn::Mul(y, hn::LoadU(d, scale));
-    const auto most = hn::LoadU(d, ceiling);
-    if constexpr (std::is_same_v<T, double>) {
-        hn::StoreU(hn::Max(hn::Min(y, most), hn::Neg(most)), d, x);
-    } else {
-        const hn::Rebind<T, Lanes> narrow;
-        auto limit = hn::DemoteTo(narrow, most);
-        // Where the ceiling was rounded up, the next lower float will do.
-        const auto over = hn::DemoteTo(
-            narrow, hn::IfThenElseZero(hn::Gt(hn::PromoteTo(d, limit), most),
-                                       hn::Set(d, double(std::numeric_limits<T>::epsilon()))));
-        limit = hn::Sub(limit, hn::Mul(limit, over));
-        const auto out = hn::DemoteTo(narrow, y);
-        hn::StoreU(hn::Max(hn::Min(out, limit), hn::Neg(limit)), narrow, x);
-    }
+    const hn::Rebind<T, Lanes> narrow;
+    auto wide = hn::LoadU(d, v);
+    if (gain) wide = hn::Mul(wide, hn::LoadU(d, gain));
+    wide = hn::Mul(wide, hn::LoadU(d, scale));
+    hn::Vec<decltype(narrow)> y;
+    if constexpr (std::is_same_v<T, double>)
+        y = wide;
+    else
+        y = hn::DemoteTo(narrow, wide);
+    const auto most = hn::LoadU(narrow, limit);
+    hn::StoreU(hn::Max(hn::Min(y, most), hn::Neg(most)), narrow, x);
 }
 
 template <typename T>
-HWY_INLINE void put(const double* v, const double* gain, const double* scale, const double* ceiling,
-                    T* x, int n)
+HWY_INLINE void put(const double* v, const double* gain, const double* scale, const T* limit, T* x,
+                    int n)
 {
     constexpr int lanes = static_cast<int>(hn::MaxLanes(D()));
     int i = 0;
     for (; i + lanes <= n; i += lanes)
-        putLanes(D(), v + i, gain ? gain + i : nullptr, scale + i, ceiling + i, x + i);
+        putLanes(D(), v + i, gain ? gain + i : nullptr, scale + i, limit + i, x + i);
     for (; i < n; ++i)
-        putLanes(One(), v + i, gain ? gain + i : nullptr, scale + i, ceiling + i, x + i);
+        putLanes(One(), v + i, gain ? gain + i : nullptr, scale + i, limit + i, x + i);
 }
 
 double takeFloat(const float* x, const double* gain, double* u, double* levels, bool begins, int n)
@@ -107,15 +99,15 @@ double takeDouble(const double* x, const double* gain, double* u, double* levels
 {
     return take(x, gain, u, levels, begins, n);
 }
-void putFloat(const double* v, const double* gain, const double* scale, const double* ceiling,
+void putFloat(const double* v, const double* gain, const double* scale, const float* limit,
               float* x, int n)
 {
-    put(v, gain, scale, ceiling, x, n);
+    put(v, gain, scale, limit, x, n);
 }
-void putDouble(const double* v, const double* gain, const double* scale, const double* ceiling,
+void putDouble(const double* v, const double* gain, const double* scale, const double* limit,
                double* x, int n)
 {
-    put(v, gain, scale, ceiling, x, n);
+    put(v, gain, scale, limit, x, n);
 }
 
 }  // namespace
@@ -133,7 +125,7 @@ namespace {
 
 template <typename T> using Take = double (*)(const T*, const double*, double*, double*, bool, int);
 template <typename T>
-using Put = void (*)(const double*, const double*, const double*, const double*, T*, int);
+using Put = void (*)(const double*, const double*, const double*, const T*, T*, int);
 
 const Take<float> takeFloatBest = SIMD_CHOOSE(takeFloat);
 const Take<double> takeDoubleBest = SIMD_CHOOSE(takeDouble);
@@ -155,16 +147,16 @@ double takeIn(const double* x, const double* gain, double* u, double* levels, bo
     return takeDoubleBest(x, gain, u, levels, begins, n);
 }
 template <>
-void putOut(const double* v, const double* gain, const double* scale, const double* ceiling,
-            float* x, int n) noexcept
+void putOut(const double* v, const double* gain, const double* scale, const float* limit, float* x,
+            int n) noexcept
 {
-    putFloatBest(v, gain, scale, ceiling, x, n);
+    putFloatBest(v, gain, scale, limit, x, n);
 }
 template <>
-void putOut(const double* v, const double* gain, const double* scale, const double* ceiling,
+void putOut(const double* v, const double* gain, const double* scale, const double* limit,
             double* x, int n) noexcept
 {
-    putDoubleBest(v, gain, scale, ceiling, x, n);
+    putDoubleBest(v, gain, scale, limit, x, n);
 }
 
 }  // namespace quillworks

@@ -21,10 +21,9 @@ template <typename T>
 double takeIn(const T* x, const double* gain, double* u, double* levels, bool begins,
               int n) noexcept;
 
-/// Out: x = v * gain * scale, limited to +-ceiling, which rounding does not pass either. `gain` may
-/// be null for 1.
+/// Out: x = v * gain * scale, limited to +-limit after rounding. `gain` may be null for 1.
 template <typename T>
-void putOut(const double* v, const double* gain, const double* scale, const double* ceiling, T* x,
+void putOut(const double* v, const double* gain, const double* scale, const T* limit, T* x,
             int n) noexcept;
 
 }  // namespace quillworks

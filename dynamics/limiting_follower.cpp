@@ -49,6 +49,80 @@ void roundUp(const double* a, const double* b, std::int64_t* steps, int n)
     }
 }
 
+/// Moves a body by `soon`, the most that the look-ahead holds, and `recent`, that and the running
+/// span, so >= soon.
+void move(LimitingFollower::Body& body, const double* soon, const double* recent, double* out,
+          int n)
+{
+    using Body = LimitingFollower::Body;
+    const D d;
+    double b = body.value, goal = body.goal, away = body.away;
+    int steps = body.steps;
+    const auto step = [&](double to, const Body::Pace& pace) HWY_ATTR {
+        if (goal != to) {
+            goal = to;
+            away = b - to;
+            steps = 0;
+        }
+        b = goal + away * pace.powers[++steps];
+        if (steps == Body::kSteps) {
+            away = b - goal;
+            steps = 0;
+        }
+    };
+    // As many whole vectors as keep falling to one goal, and as many as stay where they are.
+    const auto leap = [&](int i) HWY_ATTR {
+        for (; i + kLanes <= n; i += kLanes) {
+            const auto floor = hn::LoadU(d, recent + i);
+            if (steps + kLanes >= Body::kSteps || !hn::AllTrue(d, hn::Eq(floor, hn::Set(d, goal))))
+                return i;
+            const auto powers = hn::LoadU(d, body.release.powers + steps + 1);
+            const auto fallen = hn::Add(floor, hn::Mul(hn::Set(d, away), powers));
+            const double last = goal + away * body.release.powers[steps + kLanes];
+            if (!(last > goal && last >= kSmallest)) return i;
+            hn::StoreU(fallen, d, out + i);
+            steps += kLanes;
+            b = last;
+        }
+        return i;
+    };
+    const auto rest = [&](int i) HWY_ATTR {
+        const auto level = hn::Set(d, b);
+        for (; i + kLanes <= n; i += kLanes) {
+            const auto stays = hn::And(hn::Le(hn::LoadU(d, soon + i), level),
+                                       hn::Ge(hn::LoadU(d, recent + i), level));
+            if (!hn::AllTrue(d, stays)) return i;
+            hn::StoreU(level, d, out + i);
+        }
+        return i;
+    };
+    for (int i = 0; i < n;) {
+        if (soon[i] > b) {
+            step(soon[i], body.attack);
+        } else if (recent[i] < b) {
+            if (recent[i] == goal && away > 0 && steps > 0) {
+                if (const int next = leap(i); next > i) {
+                    i = next;
+                    continue;
+                }
+            }
+            step(recent[i], body.release);
+            if (b < kSmallest) {
+                b = goal = away = 0;
+                steps = 0;
+            }
+        } else if (const int next = rest(i); next > i) {
+            i = next;
+            continue;
+        }
+        out[i++] = b;
+    }
+    body.value = b;
+    body.goal = goal;
+    body.away = away;
+    body.steps = steps;
+}
+
 /// gain[i] = -steps[i] * unit, padded likewise. The steps are below 2^52.
 void toGain(const std::int64_t* steps, double unit, double* gain, int n)
 {
@@ -70,11 +144,15 @@ namespace quillworks {
 
 HWY_EXPORT(roundUp);
 HWY_EXPORT(toGain);
+HWY_EXPORT(move);
 namespace {
 
 void (*const roundUpBest)(const double*, const double*, std::int64_t*, int) = SIMD_CHOOSE(roundUp);
 
 void (*const toGainBest)(const std::int64_t*, double, double*, int) = SIMD_CHOOSE(toGain);
+
+void (*const moveBest)(LimitingFollower::Body&, const double*, const double*, double*,
+                       int) = SIMD_CHOOSE(move);
 
 constexpr int kPadding = 8;  // of the arrays that kernels take by whole vectors
 
@@ -119,10 +197,9 @@ void LimitingFollower::setTimes(double attackSeconds, double releaseSeconds) noe
 {
     attackSeconds_ = attackSeconds;
     releaseSeconds_ = releaseSeconds;
-    fast_.attack = followerCoefficient(rate_, attackSeconds);
-    fast_.release = followerCoefficient(rate_, programme_ ? releaseSeconds / 4 : releaseSeconds);
-    slow_.attack = followerCoefficient(rate_, 0.4);
-    slow_.release = followerCoefficient(rate_, releaseSeconds * 2);
+    fast_.setPaces(followerCoefficient(rate_, attackSeconds),
+                   followerCoefficient(rate_, programme_ ? releaseSeconds / 4 : releaseSeconds));
+    slow_.setPaces(followerCoefficient(rate_, 0.4), followerCoefficient(rate_, releaseSeconds * 2));
 }
 
 void LimitingFollower::setHold(bool holds) noexcept
@@ -140,26 +217,17 @@ void LimitingFollower::setProgrammeRelease(bool on) noexcept
     setTimes(attackSeconds_, releaseSeconds_);
 }
 
-/// `soon`: the most that the look-ahead holds, `recent`: that and the running span, so >= soon.
-/// While the goal stays, only the distance shrinks: one product from sample to sample.
-void LimitingFollower::Body::process(const double* soon, const double* recent, double* out,
-                                     int n) noexcept
+void LimitingFollower::Body::Pace::set(double coefficient) noexcept
 {
-    double b = value, g = goal, w = way;
-    for (int i = 0; i < n; ++i) {
-        if (soon[i] > b) {
-            if (g != soon[i]) g = soon[i], w = b - g;
-            w *= attack;
-            b = g + w;
-        } else if (recent[i] < b) {
-            if (g != recent[i]) g = recent[i], w = b - g;
-            w *= release;
-            b = g + w;
-            if (b < kSmallest) b = g = w = 0;
-        }
-        out[i] = b;
-    }
-    value = b, goal = g, way = w;
+    powers[0] = 1;
+    for (int k = 0; k < kSteps; ++k) powers[k + 1] = powers[k] * coefficient;
+}
+
+void LimitingFollower::Body::setPaces(double attackCoefficient, double releaseCoefficient) noexcept
+{
+    start(value);
+    attack.set(attackCoefficient);
+    release.set(releaseCoefficient);
 }
 
 void LimitingFollower::process(const double* wanted, const double* due, double* gain,
@@ -181,9 +249,9 @@ void LimitingFollower::process(const double* wanted, const double* due, double* 
     } else {
         wanted_.process(wanted, n, soon);
     }
-    fast_.process(soon, recent, body, n);
+    moveBest(fast_, soon, recent, body, n);
     if (programme_) {
-        slow_.process(soon, recent, other_.data(), n);
+        moveBest(slow_, soon, recent, other_.data(), n);
         vec::max(body, other_.data(), n);
     }
     present_ = body[n - 1];

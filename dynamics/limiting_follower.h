@@ -56,15 +56,25 @@ public:
     /// `due` may be `wanted` itself. `gain` is written in whole vectors, up to 7 more values.
     void process(const double* wanted, const double* due, double* gain, int n) noexcept;
 
-private:
+    /// One-pole towards a goal that stays for a while: the distance to it shrinks by powers of the
+    /// coefficient, which lie ready, so that whole vectors can be taken at once. Counted from where
+    /// the goal changed, the steps are the same however the signal is divided.
     struct Body {
-        double value = 0;                // dB
-        double goal = 0, way = 0;        // what it moves to, and the distance from there
-        double attack = 0, release = 0;  // coefficients
-        void start(double db) noexcept { value = db, goal = db, way = 0; }
-        void process(const double* soon, const double* recent, double* out, int n) noexcept;
+        static constexpr int kSteps = 64;  // from one rounding of the distance to the next
+        struct Pace {
+            double powers[kSteps + 1];
+            void set(double coefficient) noexcept;
+        };
+        double value = 0;           // dB
+        double goal = 0, away = 0;  // what it moves to, and its distance `steps` samples ago
+        int steps = 0;
+        Pace attack, release;
+
+        void start(double db) noexcept { value = goal = db, away = 0, steps = 0; }
+        void setPaces(double attackCoefficient, double releaseCoefficient) noexcept;
     };
 
+private:
     double rate_ = 44100;
     int lookAhead_ = 0, span_ = 0;
     bool holds_ = true, programme_ = false, catches_ = true;
