@@ -118,7 +118,7 @@ template <typename T> void LevelMeterCore<T>::prepare(const ProcessSpec& spec)
 {
     sampleRate_ = spec.sampleRate;
     const auto channels = static_cast<std::size_t>(spec.channels);
-    channels_ = std::vector<Channel>(channels);
+    channels_.resize(channels);
     for (auto& c : channels_) {
         c.meter.prepare(spec.sampleRate);
         c.interpolator.prepare(spec.sampleRate, kPiece);
