@@ -334,7 +334,8 @@ void LevelMeterAlgorithm::setParameter(Tag tag, float value) noexcept
 }
 
 LevelMeterComponent::LevelMeterComponent(LevelMeterAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters, {.viewPrefix = "LevelMeter"})
+    : AudioEffectComponent(algorithm, kParameters,
+                           {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1"})
 {
     // Kept with songs and presets.
     declareAttribute("mode", -1);  // of the choices of "meterDisplay"; -1: none chosen yet

@@ -62,9 +62,12 @@ void ColourStage::prepare(int channels, double sampleRate, double driveHalfLife)
 
 void ColourStage::reset() noexcept
 {
-    for (auto& channel : channel_) channel = {};
+    for (int s = 0; s < 2; ++s) {
+        diodeState_[s] = 0;
+        lowState_[s] = highState_[s] = {};
+    }
     drive_.snap();
-    isSaturating_ = false;
+    isSaturating_ = highBegins_ = false;
 }
 
 void ColourStage::setFilters(const ColourFilters& filters) noexcept
@@ -73,13 +76,11 @@ void ColourStage::setFilters(const ColourFilters& filters) noexcept
         low_[s] = SvfCoefficients::at(double(filters.lowCut), sampleRate_, filters.q(s));
         high_[s] = SvfCoefficients::at(double(filters.highCut), sampleRate_, filters.q(s));
     }
-    // A filter that comes in starts at rest, not with what it held when it was last in use.
+    // A filter that comes in begins as if it had been in use: the low cut at rest, the high cut
+    // with the signal's present value passing.
     const bool low = filters.cutsLow(), high = filters.cutsHigh();
-    for (auto& channel : channel_)
-        for (int s = 0; s < 2; ++s) {
-            if (low && !cutsLow_) channel.low[s] = {};
-            if (high && !cutsHigh_) channel.high[s] = {};
-        }
+    if (low && !cutsLow_) lowState_[0] = lowState_[1] = {};
+    highBegins_ = high && (highBegins_ || !cutsHigh_);
     cutsLow_ = low;
     cutsHigh_ = high;
 }
@@ -96,66 +97,60 @@ void ColourStage::saturate(float* const* x, GridSlice slice) noexcept
     // Driven harder, the circuit is in the state that the smaller signal would have brought it to:
     // neither a new drive nor the stage's coming in steps.
     for (int c = 0; c < channels_; ++c) {
-        float& state = channel_[c].diode;
+        float& state = diodeState_[c];
         if (!isSaturating_)
-            state = DiodeCircuit::stateFor(x[c][0] * drive);
+            state = diode_.stateFor(x[c][0] * drive);
         else if (slice.begins())
             state *= drive / before;
     }
     isSaturating_ = true;
     const float back = 1 / drive;
     float* const left = x[0];
-    float stateLeft = channel_[0].diode;
+    float stateLeft = diodeState_[0];
     if (channels_ == 1) {
         for (int i = 0; i < slice.frames; ++i)
             left[i] = diode_.next(stateLeft, left[i] * drive) * back;
     } else {
         float* const right = x[1];
-        float stateRight = channel_[1].diode;
+        float stateRight = diodeState_[1];
         for (int i = 0; i < slice.frames; ++i) {
             left[i] = diode_.next(stateLeft, left[i] * drive) * back;
             right[i] = diode_.next(stateRight, right[i] * drive) * back;
         }
-        channel_[1].diode = stateRight;
+        diodeState_[1] = stateRight;
     }
-    channel_[0].diode = stateLeft;
+    diodeState_[0] = stateLeft;
 }
 
-/// Both channels in one loop: their recursions run side by side.
-template <int channels> void ColourStage::filter(float* const* x, int n) noexcept
+/// All sections in one loop: their recursions overlap.
+template <bool low, bool high> void ColourStage::filter(float* const* x, int n) noexcept
 {
-    const auto run = [&](const SvfCoefficients& k, auto section, auto pass) {
-        SvfState s[channels];
-        for (int c = 0; c < channels; ++c) s[c] = section(channel_[c]);
-        for (int i = 0; i < n; ++i)
-            for (int c = 0; c < channels; ++c)
-                x[c][i] = static_cast<float>(pass(s[c], k, double(x[c][i])));
-        for (int c = 0; c < channels; ++c) section(channel_[c]) = s[c];
-    };
-    const auto low = [](SvfState& s, const SvfCoefficients& k, double v) {
-        return s.lowPass(k, v);
-    };
-    const auto high = [](SvfState& s, const SvfCoefficients& k, double v) {
-        return s.highPass(k, v);
-    };
-    for (int j = 0; j < 2; ++j)
-        if (cutsLow_)
-            run(
-                low_[j], [j](Channel& c) -> SvfState& { return c.low[j]; }, high);
-    for (int j = 0; j < 2; ++j)
-        if (cutsHigh_)
-            run(
-                high_[j], [j](Channel& c) -> SvfState& { return c.high[j]; }, low);
+    float* const left = x[0];
+    float* const right = x[channels_ - 1];
+    auto l0 = lowState_[0], l1 = lowState_[1], h0 = highState_[0], h1 = highState_[1];
+    if (high && highBegins_) {
+        h0 = h1 = {Pair{}, Pair{double(left[0]), double(right[0])}};
+        highBegins_ = false;
+    }
+    for (int i = 0; i < n; ++i) {
+        Pair v{double(left[i]), double(right[i])};
+        if constexpr (low) v = l1.highPass(low_[1], l0.highPass(low_[0], v));
+        if constexpr (high) v = h1.lowPass(high_[1], h0.lowPass(high_[0], v));
+        left[i] = static_cast<float>(v[0]);
+        right[i] = static_cast<float>(v[1]);
+    }
+    lowState_[0] = l0, lowState_[1] = l1, highState_[0] = h0, highState_[1] = h1;
 }
 
 void ColourStage::process(float* const* x, GridSlice slice) noexcept
 {
     saturate(x, slice);
-    if (!cutsLow_ && !cutsHigh_) return;
-    if (channels_ == 1)
-        filter<1>(x, slice.frames);
-    else
-        filter<2>(x, slice.frames);
+    if (cutsLow_ && cutsHigh_)
+        filter<true, true>(x, slice.frames);
+    else if (cutsLow_)
+        filter<true, false>(x, slice.frames);
+    else if (cutsHigh_)
+        filter<false, true>(x, slice.frames);
 }
 
 }  // namespace quillworks

@@ -38,12 +38,10 @@ public:
     void process(float* const* x, GridSlice slice) noexcept;
 
 private:
-    struct Channel {
-        float diode = 0;  // state of the saturation, in units of its driven input
-        SvfState low[2], high[2];
-    };
+    /// Left and right, which run side by side; a single channel is both.
+    using Pair [[gnu::vector_size(16)]] = double;
     void saturate(float* const* x, GridSlice slice) noexcept;
-    template <int channels> void filter(float* const* x, int n) noexcept;
+    template <bool low, bool high> void filter(float* const* x, int n) noexcept;
 
     int channels_ = 0;
     double sampleRate_ = 48000;
@@ -51,8 +49,10 @@ private:
     Smoothed<float> drive_;
     bool isSaturating_ = false;
     bool cutsLow_ = false, cutsHigh_ = false;
+    bool highBegins_ = false;  // the high cut has just come in
     SvfCoefficients low_[2], high_[2];
-    Channel channel_[2];
+    float diodeState_[2]{};                            // by channel, in units of the driven input
+    SvfStateOf<Pair> lowState_[2]{}, highState_[2]{};  // by section
 };
 
 }  // namespace quillworks

@@ -32,7 +32,7 @@ struct DelayTime {
         const float factor = rest > 0 ? (n - TapeLine::kHeads) * s / rest : kFast;
         t.speedFactor = std::clamp(factor, kSlow, kFast);
         if (t.speedFactor != factor) {  // at its ends it cannot: there the length does
-            const double echo = t.samples / double(std::clamp(s, kSlow, kFast));
+            const double echo = double(seconds) * sampleRate / double(std::clamp(s, kSlow, kFast));
             t.tapeLength =
                 std::max(0.0, (echo - TapeLine::kHeads) * double(t.speedFactor) - TapeLine::kPlay);
         }

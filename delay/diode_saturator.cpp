@@ -34,16 +34,20 @@ void DiodeCircuit::prepare(double sampleRate)
     const double fc = std::min(kCorner, 0.45 * sampleRate);
     const double a = std::tan(std::numbers::pi * fc / sampleRate);
     const double range = kRange * a;
-    input_ = static_cast<float>(a);
-    scale_ = static_cast<float>((kPoints - 1) / range);
-    double v = 0;
-    for (std::size_t i = 0; i < kPoints; ++i) {
-        // The curve is flatter than at 0 everywhere: from the last root by that slope is above.
-        const double p = range * double(i) / (kPoints - 1);
-        v = i == 0 ? 0 : solve(a, p, v + range / (kPoints - 1) / (1 + a));
-        voltage_[i] = static_cast<float>(v);
+    const double steps = (kPoints - 1) / range;  // per unit of p
+    input_ = static_cast<float>(a * steps);
+    const double gain = 1 + kCurrent / kVoltage;  // undoes the diodes' loss on small signals
+    output_ = static_cast<float>(gain / (2 * steps));
+    double v = 0;  // at p
+    for (std::size_t i = 0; i + 1 < kPoints; ++i) {
+        // The curve is nowhere steeper than without diodes: from the last root by that slope is
+        // above the next.
+        const double next = solve(a, double(i + 1) / steps, v + 1 / (steps * (1 + a)));
+        const double slope = 2 * (next - v) * steps;
+        lines_[i] = {static_cast<float>(2 * v * steps - slope * double(i)),
+                     static_cast<float>(slope)};
+        v = next;
     }
-    for (std::size_t i = 0; i + 1 < kPoints; ++i) slope_[i] = voltage_[i + 1] - voltage_[i];
 }
 
 }  // namespace quillworks

@@ -20,27 +20,30 @@ public:
     /// The next output for input x; `state` is the capacitor's. Unity gain for small signals.
     float next(float& state, float x) const noexcept
     {
+        // The chain from state to state is what takes time: everything is in table steps, and a
+        // piece of the table is a line by slope and offset.
         const float p = state + input_ * x;
         const float magnitude = p < 0 ? -p : p;
-        const float at = magnitude * scale_;
-        const float place = at < kLast ? at : kLast;
-        const auto i = static_cast<unsigned>(static_cast<int>(place));
-        const float v = voltage_[i] + (place - static_cast<float>(i)) * slope_[i];
-        const float out = p < 0 ? -v : v;
-        state = 2 * out - state;
-        return kGain * out;
+        const float place = magnitude < kLast ? magnitude : kLast;
+        const Line& line = lines_[static_cast<unsigned>(static_cast<int>(place))];
+        const float v = line.offset + line.slope * place;
+        const float twice = p < 0 ? -v : v;
+        state = twice - state;
+        return output_ * twice;
     }
     /// The state that makes a steady small input x a steady output.
-    static float stateFor(float x) noexcept { return x / kGain; }
+    float stateFor(float x) const noexcept { return x * 0.5f / output_; }
 
 private:
     static constexpr int kPoints = 4097;
     static constexpr float kLast = kPoints - 1.001f;
-    static constexpr float kGain = 1.08f;  // 1 + f'(0): undoes the diodes' loss on small signals
 
-    float input_ = 0;  // a = tan(pi fc / fs)
-    float scale_ = 0;  // table steps per unit of p
-    std::array<float, kPoints> voltage_{}, slope_{};
+    struct Line {
+        float offset = 0, slope = 0;  // of 2 v
+    };
+    float input_ = 0;   // a = tan(pi fc / fs), in table steps
+    float output_ = 0;  // table steps of 2 v to output
+    std::array<Line, kPoints - 1> lines_{};
 };
 
 }  // namespace quillworks

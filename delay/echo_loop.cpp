@@ -48,6 +48,7 @@ void EchoLoop::prepare(int channels, double sampleRate)
     gain_.prepareHalfLife(2 * base);
     width_.prepareHalfLife(2 * base);
     swap_.prepareHalfLife(2 * base);
+    clipping_.prepareHalfLife(base);
 }
 
 void EchoLoop::reset() noexcept
@@ -60,7 +61,7 @@ void EchoLoop::reset() noexcept
     lfoPhase_.reset();
     speedState_ = targetSpeed(lfo_.read(lfoPhase_.value));
     speed_.target(speedState_);
-    for (auto* smoothed : {&speed_, &gain_, &width_, &swap_}) smoothed->snap();
+    for (auto* smoothed : {&speed_, &gain_, &width_, &swap_, &clipping_}) smoothed->snap();
 }
 
 void EchoLoop::apply(const AnalogDelaySettings& settings, unsigned dirty) noexcept
@@ -115,6 +116,7 @@ void EchoLoop::updateFeedback() noexcept
     const float gain = s_.feedback * (isBoosted_ ? kBoost : 1);
     gain_.target(gain);
     guard_.setLoopGain(gain * static_cast<float>(filtersOf(s_).peakGain()));
+    clipping_.target(isBoosted_ ? 1 : 0);
     swap_.target(s_.pingPongSwap != 0 ? 1 : 0);
     // Turned round, an echo comes back on the other side.
     width_.target(mode_ == PingPong::Mono ? s_.width : -s_.width);
@@ -139,6 +141,7 @@ void EchoLoop::begin() noexcept
     gain.from *= guard.from;
     gain.to *= guard.to;
     feedback_.follow(gain);
+    clipped_.follow(clipping_.next(kWhole));
     if (channels_ == 2) {
         const auto width = width_.next(kWhole);
         same_.follow({(1 + width.from) * 0.5f, (1 + width.to) * 0.5f});
@@ -178,11 +181,26 @@ void EchoLoop::piece(GridSlice slice, const float* const* in, float* const* wet)
     const int n = slice.frames;
     tape_.play(slice.phase, n, wet);
     colour_.process(wet, slice);
-    if (isBoosted_)
-        for (int c = 0; c < channels_; ++c)
-            ClipCurve<float>{}.apply<ClipShape::Rational>(wet[c], n);
+    if (clipping_.current() > 0) clip(slice.phase, n, wet);
     if (guard_.isArmed(isBoosted_)) guard_.listen(wet, n);
     feed(slice.phase, n, in, wet);
+}
+
+/// Boosted, the loop may gain: a clipper keeps it within 1. It comes and goes in a fade.
+void EchoLoop::clip(int phase, int n, float* const* wet) const noexcept
+{
+    const ClipCurve<float> curve;
+    const bool isWhole = clipping_.current() == 1 && !clipping_.isGliding();
+    for (int c = 0; c < channels_; ++c) {
+        if (isWhole) {
+            curve.apply<ClipShape::Rational>(wet[c], n);
+            continue;
+        }
+        for (int i = 0; i < n; ++i) {
+            const float clean = wet[c][i];
+            wet[c][i] += clipped_.at[phase + i] * (curve.apply<ClipShape::Rational>(clean) - clean);
+        }
+    }
 }
 
 /// What goes back onto the tape.

@@ -75,6 +75,7 @@ private:
     float targetSpeed(float lfo) const noexcept;
     void begin() noexcept;
     void piece(GridSlice slice, const float* const* in, float* const* wet) noexcept;
+    void clip(int phase, int n, float* const* wet) const noexcept;
     void feed(int phase, int n, const float* const* in, const float* const* wet) noexcept;
     void cross(int phase, int n, float* left, float* right) noexcept;
 
@@ -92,7 +93,7 @@ private:
     float speedFactor_ = 1;
     float speedState_ = 1;  // the motor's, after inertia
     float inertia_ = 0;     // coefficient per sub-block
-    Smoothed<float> speed_, gain_, width_, swap_;
+    Smoothed<float> speed_, gain_, width_, swap_, clipping_;
     bool isBoosted_ = false;
     PingPong mode_ = PingPong::PingPong;
 
@@ -103,6 +104,7 @@ private:
     bool crossingRests_ = true;
 
     Course feedback_, same_, other_;  // gains of the sub-block
+    Course clipped_;                  // part of the clipper in the wet signal
     Course toLeft_, toRight_;         // of the sum of both inputs, for the ping-pong
 };
 

@@ -61,8 +61,11 @@ public:
         for (int i = 0; i < n; ++i) {
             float x = std::abs(wet[0][i]);
             if (channels_ == 2) x += std::abs(wet[1][i]);
-            fast = x + (x > fast ? attack_[0] : release_[0]) * (fast - x);
-            slow = x + (x > slow ? attack_[1] : release_[1]) * (slow - x);
+            // Rising, the attack is the larger of both, falling the release.
+            fast = std::max(x * (1 - attack_[0]) + attack_[0] * fast,
+                            x * (1 - release_[0]) + release_[0] * fast);
+            slow = std::max(x * (1 - attack_[1]) + attack_[1] * slow,
+                            x * (1 - release_[1]) + release_[1] * slow);
         }
         level_[0] = fast;
         level_[1] = slow;

@@ -24,7 +24,7 @@ template <class D, class V> void storeSums(D, const V (&v)[kBatch], float* out)
 using Sums = hn::FixedTag<float, kBatch>;
 
 /// The lanes of v added up until kBatch are left.
-template <class D> HWY_INLINE hn::Vec<Sums> folded(D d, hn::Vec<D> v)
+template <class D> HWY_INLINE hn::Vec<Sums> folded(D, hn::Vec<D> v)
 {
     if constexpr (hn::MaxLanes(D()) > kBatch) {
         const hn::Half<D> half;

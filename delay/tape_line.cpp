@@ -10,6 +10,8 @@ namespace {
 // The last 36 recorded samples and those of a sub-block are in use.
 constexpr int kRecordCapacity = 128;
 
+constexpr int kLeastTape = 512;  // well above what one sub-block writes, at any sample rate
+
 /// Cut-offs stay this much above the Nyquist frequency of the slower side: speeds a little off 1,
 /// as in a slow vibrato, keep the whole treble.
 constexpr float kMargin = 1.03f;
@@ -21,7 +23,7 @@ void TapeLine::prepare(int channels, double sampleRate, double glideHalfLifeSamp
     rows_ = &SincRows::shared();
     channels_ = channels;
     recorded_.prepare(channels, kRecordCapacity);
-    tape_.prepare(channels, static_cast<int>(kLongest * sampleRate) + 64);
+    tape_.prepare(channels, std::max(static_cast<int>(kLongest * sampleRate) + 64, kLeastTape));
     length_.prepare(glideHalfLifeSamples);
     recordRows_ = playRows_ = rows_->below(1);
 }

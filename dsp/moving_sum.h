@@ -28,18 +28,20 @@ public:
     /// Replaces each sample by the sum of it and the length - 1 before it.
     void process(std::int64_t* x, int n) noexcept
     {
+        std::int64_t sum = sum_;  // in a register
         for (int done = 0; done < n;) {
             const int run = std::min(n - done, length() - at_);
             std::int64_t* const past = past_.data() + at_;
             for (int i = 0; i < run; ++i) {
                 const std::int64_t v = x[done + i];
-                sum_ += v - past[i];
+                sum += v - past[i];
                 past[i] = v;
-                x[done + i] = sum_;
+                x[done + i] = sum;
             }
             done += run;
             at_ = at_ + run == length() ? 0 : at_ + run;
         }
+        sum_ = sum;
     }
 
 private:

@@ -17,7 +17,8 @@ public:
     void prepare(int past, int longest, int padding = 0)
     {
         past_ = past;
-        usable_ = past + std::max(past, 16 * longest);  // moves are rare
+        // Moves are rare, and the buffer stays small enough for the nearest cache.
+        usable_ = past + std::max({past, 2 * longest, 512});
         samples_.resize(static_cast<std::size_t>(usable_ + padding));
         reset();
     }

@@ -2,11 +2,8 @@
 // Largest value within a window that slides along a signal.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <vector>
-
-#include "dsp/vec.h"
 
 namespace quillworks {
 
@@ -21,49 +18,25 @@ class SlidingMax {
 public:
     /// For windows of `shortest` to `longest` samples, both >= 1. Both are `shortest` until set.
     /// Allocates.
-    void prepare(int shortest, int longest)
-    {
-        block_ = 1;
-        while (2 * block_ < shortest && block_ * block_ < longest) block_ *= 2;
-        slots_ = (longest - 1) / block_ + 2;
-        fromEnd_.resize(static_cast<std::size_t>(slots_ * block_));
-        tops_.resize(static_cast<std::size_t>(slots_));
-        open_.resize(static_cast<std::size_t>(block_));
-        sinceStart_.resize(static_cast<std::size_t>(block_));
-        for (auto& w : windows_) w.length = shortest;
-        reset();
-    }
+    void prepare(int shortest, int longest);
     /// As after a signal of zeros.
-    void reset() noexcept
-    {
-        std::fill(fromEnd_.begin(), fromEnd_.end(), 0.0);
-        std::fill(tops_.begin(), tops_.end(), 0.0);
-        std::fill(open_.begin(), open_.end(), 0.0);
-        present_ = at_ = 0;
-        top_ = 0;
-        for (auto& w : windows_) setLength(w, w.length);
-    }
+    void reset() noexcept;
     /// Length of the second window; what has been heard so far counts.
     void setSecondWindow(int length) noexcept { setLength(windows_[1], length); }
 
     /// Maxima over the first and, if wanted, the second window. `x` may be no output.
-    void process(const double* x, int n, double* first, double* second = nullptr) noexcept
-    {
-        for (int done = 0; done < n;) {
-            const int run = std::min(n - done, block_ - at_);
-            for (int i = 0; i < run; ++i) {
-                const double v = x[done + i];
-                open_[static_cast<std::size_t>(at_ + i)] = v;
-                top_ = top_ > v ? top_ : v;
-                sinceStart_[static_cast<std::size_t>(i)] = top_;
-            }
-            look(windows_[0], x + done, run, first + done);
-            if (second) look(windows_[1], x + done, run, second + done);
-            done += run;
-            at_ += run;
-            if (at_ == block_) closeBlock();
-        }
-    }
+    void process(const double* x, int n, double* first, double* second = nullptr) noexcept;
+
+    /// A run of samples along which each window needs the same blocks.
+    struct Run {
+        const double* x;
+        double* open;          // copy of x
+        double top;            // of the open block
+        const double* old[2];  // what the windows see of the block that they begin in
+        double whole[2];       // maximum of the blocks that they cover
+        double* out[2];        // out[1] may be null
+        int n;
+    };
 
 private:
     struct Window {
@@ -73,72 +46,19 @@ private:
         double top = 0, more = 0;  // of the blocks - 1 latest blocks, of `blocks`
     };
 
-    void setLength(Window& w, int length) noexcept
-    {
-        w.length = length;
-        w.blocks = (length - 1) / block_;
-        w.rest = (length - 1) % block_;
-        measure(w);
-    }
-    void measure(Window& w) noexcept
-    {
-        w.top = peakOf(w.blocks - 1);
-        w.more = w.blocks > 0 ? std::max(w.top, *fromEnd(w.blocks)) : 0;
-    }
-    /// Where the backward maxima of the block `back` before the open one start.
-    const double* fromEnd(int back) const noexcept
-    {
-        const int slot = present_ - back + (back > present_ ? slots_ : 0);
-        return fromEnd_.data() + slot * block_;
-    }
-    /// Of the latest `count` complete blocks.
-    double peakOf(int count) const noexcept
-    {
-        const int straight = std::clamp(count, 0, present_);
-        const double late = vec::peak(tops_.data() + present_ - straight, straight);
-        const int wrapped = count - straight;
-        return wrapped > 0 ? std::max(late, vec::peak(tops_.data() + slots_ - wrapped, wrapped))
-                           : late;
-    }
-    void look(const Window& w, const double* x, int run, double* out) const noexcept
-    {
-        if (w.length == 1) return vec::copy(out, x, run);
-        const int early = std::clamp(w.rest - at_, 0, run);
-        if (early > 0) join(fromEnd(w.blocks + 1) + block_ - w.rest + at_, w.more, 0, early, out);
-        if (early < run) join(fromEnd(w.blocks) + at_ + early - w.rest, w.top, early, run, out);
-    }
-    void join(const double* old, double top, int from, int to, double* out) const noexcept
-    {
-        for (int i = from; i < to; ++i) {
-            const double a = std::max(old[i - from], top);
-            const double b = sinceStart_[static_cast<std::size_t>(i)];
-            out[i] = a > b ? a : b;
-        }
-    }
-    void closeBlock() noexcept
-    {
-        double* const kept = fromEnd_.data() + present_ * block_;
-        double most = 0;
-        for (int i = block_; i-- > 0;) {
-            const double v = open_[static_cast<std::size_t>(i)];
-            most = most > v ? most : v;
-            kept[i] = most;
-        }
-        tops_[static_cast<std::size_t>(present_)] = most;
-        present_ = present_ + 1 == slots_ ? 0 : present_ + 1;
-        at_ = 0;
-        top_ = 0;
-        for (auto& w : windows_) measure(w);
-    }
+    void setLength(Window& w, int length) noexcept;
+    void measure(Window& w) noexcept;
+    const double* fromEnd(int back) const noexcept;
+    double peakOf(int count) const noexcept;
+    void closeBlock() noexcept;
 
     int block_ = 1, slots_ = 2;
-    std::vector<double> fromEnd_;     // of each slot, maxima from sample i to the block's end
-    std::vector<double> tops_;        // of each slot, the block's maximum
-    std::vector<double> open_;        // samples of the open block
-    std::vector<double> sinceStart_;  // its maxima up to each sample of the present run
-    int present_ = 0;                 // slot that the open block will take
-    int at_ = 0;                      // samples in the open block
-    double top_ = 0;                  // their maximum
+    std::vector<double> fromEnd_;  // of each slot, maxima from sample i to the block's end
+    std::vector<double> tops_;     // of each slot, the block's maximum
+    std::vector<double> open_;     // samples of the open block
+    int present_ = 0;              // slot that the open block will take
+    int at_ = 0;                   // samples in the open block
+    double top_ = 0;               // their maximum
     Window windows_[2];
 };
 

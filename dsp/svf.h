@@ -39,29 +39,32 @@ struct SvfCoefficients {
     }
 };
 
-struct SvfState {
-    double z1 = 0, z2 = 0;
+/// What one filter remembers. V is double, or a vector of doubles that runs several side by side.
+template <class V> struct SvfStateOf {
+    V z1{}, z2{};
 
-    double lowPass(const SvfCoefficients& c, double x) noexcept
+    V lowPass(const SvfCoefficients& c, V x) noexcept
     {
-        const double y = c.l1 * z1 + c.l2 * z2 + c.lx * x;
+        const V y = c.l1 * z1 + c.l2 * z2 + c.lx * x;
         advance(c, x);
         return y;
     }
-    double highPass(const SvfCoefficients& c, double x) noexcept
+    V highPass(const SvfCoefficients& c, V x) noexcept
     {
-        const double y = c.h1 * z1 + c.h2 * z2 + c.hx * x;
+        const V y = c.h1 * z1 + c.h2 * z2 + c.hx * x;
         advance(c, x);
         return y;
     }
 
 private:
-    void advance(const SvfCoefficients& c, double x) noexcept
+    void advance(const SvfCoefficients& c, V x) noexcept
     {
-        const double next1 = c.a11 * z1 + (c.a12 * z2 + c.b1 * x);
+        const V next1 = c.a11 * z1 + (c.a12 * z2 + c.b1 * x);
         z2 = c.a22 * z2 + (c.a21 * z1 + c.b2 * x);
         z1 = next1;
     }
 };
+
+using SvfState = SvfStateOf<double>;
 
 }  // namespace quillworks

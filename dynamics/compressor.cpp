@@ -209,7 +209,7 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
         autoSpeedNow_ = k_.autoSpeed;
     }
     const bool listens = k_.filter && k_.listen;
-    GainBuffer<T> gains;
+    T gain[kSubBlock];
     double key[kSubBlock];
     bool isConstant = false;
     for (int c = 0; c < part.channels; ++c) {
@@ -218,15 +218,15 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
         if (c == 0 || !isLinked()) {
             takeKey(key, part, c);
             if (k_.filter) filter_.run(c, key, part);
-            isConstant = detect(ch, key, gains.values(), part);
+            isConstant = detect(ch, key, gain, part);
         }
         if (listens) {
             for (int i = 0; i < n; ++i) x[i] = T(key[i]);
             if (k_.lookAhead) ch.lookAhead.delay(x, n);
         } else if (k_.lookAhead) {
-            ch.lookAhead.run(x, gains, isConstant, n);
+            ch.lookAhead.run(x, gain, isConstant, n);
         } else {
-            vec::mulInplace(x, gains.values(), n);
+            vec::mulInplace(x, gain, n);
         }
     }
     for (int c = 0; c < part.channels; ++c) {
@@ -305,7 +305,8 @@ template class CompressorCore<double>;
 CompressorAlgorithm::CompressorAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 CompressorComponent::CompressorComponent(CompressorAlgorithm& algorithm)
-    : SwapComponent(algorithm, kParameters, {.viewPrefix = "Compressor", .algorithmVersion = 2},
+    : SwapComponent(algorithm, kParameters,
+                    {.viewPrefix = "Compressor", .algorithmVersion = 2, .kind = "compressor"},
                     "sidechainfreqlow", "sidechainfreqhigh")
 {}
 

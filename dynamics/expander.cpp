@@ -252,8 +252,8 @@ ExpanderAlgorithm::ExpanderAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 ExpanderComponent::ExpanderComponent(ExpanderAlgorithm& algorithm)
     : SwapComponent(algorithm, kParameters,
-                    {.viewPrefix = "Expander", .views = {"Editor", "Compact"}}, "filterlow",
-                    "filterhigh")
+                    {.viewPrefix = "Expander", .views = {"Editor", "Compact"}, .kind = "expander"},
+                    "filterlow", "filterhigh")
 {}
 
 Delays ExpanderComponent::delays(double sampleRate) const noexcept

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace quillworks {
 namespace {
@@ -106,51 +105,24 @@ template <typename T> void LimiterCore<T>::apply(const Settings& s, unsigned dir
     absoluteThreshold_ = s.ceiling + s.threshold;
 }
 
-/// To the signal relative to the ceiling. What is no number counts as silence, in `x` too.
-template <typename T> void LimiterCore<T>::normalise(T* x, double* u, int n) const noexcept
-{
-    constexpr T most = LimiterEngine::kLoudest;
-    const double* const gain = engine_.inputGain();
-    for (int i = 0; i < n; ++i) {
-        T v = x[i] == x[i] ? x[i] : T(0);
-        v = v < most ? v : most;
-        v = v > -most ? v : -most;
-        x[i] = v;
-        u[i] = static_cast<double>(v) * gain[i];
-    }
-}
-
-/// Back to the level of the ceiling, which rounding does not pass either.
-template <typename T> void LimiterCore<T>::finish(const double* v, T* out, int n) const noexcept
-{
-    const double *const gain = engine_.outputGain(), *const ceiling = engine_.ceiling();
-    for (int i = 0; i < n; ++i) {
-        T limit = static_cast<T>(ceiling[i]);
-        limit = static_cast<double>(limit) > ceiling[i]
-                    ? limit * (1 - std::numeric_limits<T>::epsilon())
-                    : limit;
-        T y = static_cast<T>(v[i] * gain[i]);
-        y = y < limit ? y : limit;
-        out[i] = y > -limit ? y : -limit;
-    }
-}
-
 template <typename T> void LimiterCore<T>::process(const AudioBlock<T>& block) noexcept
 {
-    forEachSubBlock(block, [this](const AudioBlock<T>& part) {
-        engine_.begin(part);
+    for (int done = 0; done < block.frames;) {
+        auto part = block.slice(done, block.frames - done);
+        part.frames = engine_.begin(part);
         for (int c = 0; c < part.channels; ++c) {
-            normalise(part[c], engine_.input(c), part.frames);
-            if (editorOpen_) meters_[static_cast<std::size_t>(c)].input.run(part[c], part.frames);
+            engine_.take(c, part[c]);
+            if (!editorOpen_) continue;
+            clean(part[c], part.frames);
+            meters_[static_cast<std::size_t>(c)].input.run(part[c], part.frames);
         }
         engine_.findGain();
         for (int c = 0; c < part.channels; ++c) {
-            alignas(64) double v[kSubBlock];
-            engine_.shape(c, v);
-            finish(v, part[c], part.frames);
+            engine_.put(c, part[c]);
             if (editorOpen_) meters_[static_cast<std::size_t>(c)].output.run(part[c], part.frames);
         }
-    });
+        done += part.frames;
+    }
 }
 
 template <typename T> void LimiterCore<T>::publish(MeterSlots& meters) noexcept
@@ -176,9 +148,10 @@ template class LimiterCore<double>;
 LimiterAlgorithm::LimiterAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 LimiterComponent::LimiterComponent(LimiterAlgorithm& algorithm)
-    : AudioEffectComponent(
-          algorithm, kParameters,
-          {.viewPrefix = "Limiter", .views = {"Editor", "Compact", "InplaceEditor"}})
+    : AudioEffectComponent(algorithm, kParameters,
+                           {.viewPrefix = "Limiter",
+                            .views = {"Editor", "Compact", "InplaceEditor"},
+                            .kind = "limiter"})
 {}
 
 Delays LimiterComponent::delays(double sampleRate) const noexcept

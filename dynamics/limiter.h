@@ -49,9 +49,6 @@ private:
         LevelMeterPair input, output;
     };
 
-    void normalise(T* x, double* u, int n) const noexcept;
-    void finish(const double* v, T* out, int n) const noexcept;
-
     LimiterEngine engine_;
     std::vector<Meters> meters_;
     bool editorOpen_ = false;

@@ -39,13 +39,15 @@ void LimiterEngine::prepare(double sampleRate, int channels)
         glide->setTolerance(1e-9);
     }
     curve_.prepare(subBlocks);
-    plainFollower_.prepare(sampleRate, kSubBlock);
+    plainFollower_.prepare(sampleRate, kLongest);
     fastFollower_.prepare(kPhases * sampleRate, kMost);
+    // A frame comes out with the look-ahead that its first level has had in full.
+    fastFollower_.thinOut(fastFollower_.lookAhead() % kPhases, kPhases);
     truePeakLevel_.prepare(channels);
     past_.resize(static_cast<std::size_t>(channels));
     const int past =
         std::max(limiterLatency(sampleRate, true), TruePeakLevel::kAhead + TruePeakLevel::kBehind);
-    for (auto& p : past_) p.prepare(past, kSubBlock, TruePeakLevel::kPadding);
+    for (auto& p : past_) p.prepare(past, kLongest, TruePeakLevel::kPadding);
     reset();
 }
 
@@ -132,88 +134,89 @@ void LimiterEngine::curveChanged() noexcept
     clipStage_.curve = {1 / (2 * height), height};
 }
 
-/// The ramps of a whole sub-block: what a slice takes of them does not depend on its length.
+/// The ramps of a whole sub-block: what a slice takes of them does not depend on its length. Where
+/// they stand still, those of the longest slice.
 void LimiterEngine::fillGains() noexcept
 {
+    isSteady_ = !isGliding();
+    const int n = isSteady_ ? kLongest : kSubBlock;
     const auto gain = inputGainGlide_.next({kSubBlock, 0});
     const auto ceiling = ceilingGlide_.next({kSubBlock, 0});
-    vec::ramp(inputGain_, gain.from, gain.to, kSubBlock);
-    vec::ramp(outputGain_, ceiling.from, ceiling.to, kSubBlock);
+    vec::ramp(inputGain_, gain.from, gain.to, n);
+    vec::ramp(outputGain_, ceiling.from, ceiling.to, n);
     const double working = dbToGain(LimitingCurve::kMarginDb);
-    for (int i = 0; i < kSubBlock; ++i) {
+    for (int i = 0; i < n; ++i) {
         inputGain_[i] *= 1 / outputGain_[i];
         ceiling_[i] = working * outputGain_[i];
     }
 }
 
-void LimiterEngine::begin(GridSlice slice) noexcept
+int LimiterEngine::begin(GridSlice slice) noexcept
 {
-    phase_ = slice.phase;
-    frames_ = slice.frames;
-    if (!slice.begins()) return;
-    if (inputGainGlide_.isGliding() || ceilingGlide_.isGliding()) fillGains();
-    if (curve_.advance()) curveChanged();
+    if (slice.begins()) {
+        if (isGliding() || !isSteady_) fillGains();
+        if (curve_.advance()) curveChanged();
+    }
+    const bool keepsGrid = !isSteady_ || isGliding() || curve_.isMoving();
+    phase_ = keepsGrid ? slice.phase : 0;
+    frames_ = std::min(slice.frames, keepsGrid   ? kSubBlock - slice.phase
+                                     : truePeak_ ? TruePeakLevel::kMaxFrames
+                                                 : kLongest);
+    peak_ = 0;
+    return frames_;
 }
 
-double* LimiterEngine::input(int channel) noexcept
+double* LimiterEngine::room(int channel) noexcept
 {
     return past_[static_cast<std::size_t>(channel)].append(frames_);
 }
 
+const double* LimiterEngine::delayed(int channel) const noexcept
+{
+    return past_[static_cast<std::size_t>(channel)].end() - frames_ - latency_;
+}
+
 void LimiterEngine::findGain() noexcept
 {
-    auto& follower = this->follower();
-    const int phases = truePeak_ ? kPhases : 1;
-    const bool isLoud = truePeak_ ? findTruePeakLevels() : findLevels();
+    const bool isLoud = truePeak_ ? findTruePeakLevels() : peak_ > curve_.shape().gate;
     isLimiting_ = false;
-    if (!isLoud && follower.isIdle()) return;
+    if (!isLoud && follower().isIdle()) return;
 
-    const int n = phases * frames_;
-    if (isLoud) {
-        if (truePeak_) {  // the levels lie phase by phase
-            alignas(64) double wanted[kMost], due[kMost];
-            curve_.reductions(levels_, wanted_, due_, kPhases * kSubBlock);
-            for (int i = 0; i < frames_; ++i)
-                for (int p = 0; p < kPhases; ++p) {
-                    wanted[kPhases * i + p] = wanted_[p * kSubBlock + i];
-                    due[kPhases * i + p] = due_[p * kSubBlock + i];
-                }
-            follower.process(wanted, due, smooth_, n);
-        } else {
-            curve_.reductions(levels_, wanted_, due_, n);
-            follower.process(wanted_, due_, smooth_, n);
-        }
-    } else {
-        vec::clear(wanted_, n);
-        follower.process(wanted_, wanted_, smooth_, n);
-    }
-
-    if (truePeak_) {  // the frame that comes out now, of each four
-        const int first = follower.lookAhead() % kPhases;
-        for (int i = 0; i < frames_; ++i) smooth_[i] = smooth_[kPhases * i + first];
-    }
-    const double most = vec::peak(smooth_, frames_);
+    follow(isLoud);
+    const double most = vec::peak(gain_, frames_);
     if (most == 0) return;
     isLimiting_ = true;
     reduction_ = std::max(reduction_, most);
-    vec::negateCopy(gain_, smooth_, frames_);
     vec::gainFromDecibels(gain_, gain_, frames_);
-    for (int i = 0; i < frames_; ++i) gain_[i] = smooth_[i] == 0 ? 1.0 : gain_[i];
 }
 
-bool LimiterEngine::findLevels() noexcept
+/// Leaves the gain in dB.
+void LimiterEngine::follow(bool isLoud) noexcept
 {
-    vec::absCopy(levels_, past_[0].end() - frames_, frames_);
-    for (int c = 1; c < channels(); ++c)
-        vec::maxAbs(levels_, past_[static_cast<std::size_t>(c)].end() - frames_, frames_);
-    return vec::peak(levels_, frames_) > curve_.shape().gate;
+    const int n = truePeak_ ? kPhases * frames_ : frames_;
+    const bool isHard = curve_.shape().knee == 0;
+    if (!isLoud) {
+        vec::clear(wanted_, n);
+        follower().process(wanted_, wanted_, gain_, n);
+    } else if (!truePeak_) {
+        curve_.reductions(levels_, wanted_, due_, n);
+        follower().process(wanted_, isHard ? wanted_ : due_, gain_, n);
+    } else {
+        // The levels lie phase by phase.
+        alignas(64) double wanted[kMost], due[kMost];
+        curve_.reductions(levels_, wanted_, due_, kMost);
+        for (int i = 0; i < frames_; ++i)
+            for (int p = 0; p < kPhases; ++p) wanted[kPhases * i + p] = wanted_[p * kStride + i];
+        if (!isHard)
+            for (int i = 0; i < frames_; ++i)
+                for (int p = 0; p < kPhases; ++p) due[kPhases * i + p] = due_[p * kStride + i];
+        follower().process(wanted, isHard ? wanted : due, gain_, n);
+    }
 }
 
 bool LimiterEngine::findTruePeakLevels() noexcept
 {
-    const double near = curve_.shape().gate / TruePeakLevel::kMaxGain;
-    bool isNear = false;
-    for (const auto& p : past_) isNear |= vec::peak(p.end() - frames_, frames_) >= near;
+    const bool isNear = peak_ >= curve_.shape().gate / TruePeakLevel::kMaxGain;
     constexpr int reach = TruePeakLevel::kAhead + TruePeakLevel::kBehind;
     sinceLoud_ = isNear ? 0 : std::min(sinceLoud_, 4 * reach) + frames_;
     if (sinceLoud_ > reach + frames_) {
@@ -221,7 +224,7 @@ bool LimiterEngine::findTruePeakLevels() noexcept
         return false;
     }
     double* level[kPhases];
-    for (int p = 0; p < kPhases; ++p) level[p] = levels_ + p * kSubBlock;
+    for (int p = 0; p < kPhases; ++p) level[p] = levels_ + p * kStride;
     vec::clear(levels_, kMost);
     for (int c = 0; c < channels(); ++c) {
         const double* const x =
@@ -231,20 +234,17 @@ bool LimiterEngine::findTruePeakLevels() noexcept
     return vec::peak(levels_, kMost) > curve_.shape().gate;
 }
 
-void LimiterEngine::shape(int channel, double* out) const noexcept
+/// The delayed slice with its gain, rounded off above the wall's corner.
+const double* LimiterEngine::clip(const double* x) noexcept
 {
-    const double* const x = past_[static_cast<std::size_t>(channel)].end() - frames_ - latency_;
-    if (isLimiting_)
-        vec::mulCopy(out, x, gain_, frames_);
-    else
-        vec::copy(out, x, frames_);
-    if (!clips_) return;
     for (int i = 0; i < frames_; ++i) {
-        const double above = std::abs(out[i]) - clipStage_.low;
-        if (above > 0)
-            out[i] = std::copysign(
-                clipStage_.low + clipStage_.curve.apply<ClipShape::Parabola>(above), out[i]);
+        const double v = isLimiting_ ? x[i] * gain_[i] : x[i];
+        const double above = std::abs(v) - clipStage_.low;
+        const double rounded =
+            clipStage_.low + clipStage_.curve.apply<ClipShape::Parabola>(std::max(above, 0.0));
+        clipped_[i] = above > 0 ? std::copysign(rounded, v) : v;
     }
+    return clipped_;
 }
 
 double LimiterEngine::takeReduction() noexcept

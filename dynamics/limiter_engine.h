@@ -2,12 +2,14 @@
 // The limiter behind its sample type: doubles, relative to the ceiling.
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include "dsp/clip_shapes.h"
 #include "dsp/control_grid.h"
 #include "dsp/recent_samples.h"
 #include "dsp/smoothed.h"
+#include "dynamics/limiter_samples.h"
 #include "dynamics/limiting_curve.h"
 #include "dynamics/limiting_follower.h"
 #include "dynamics/true_peak_level.h"
@@ -17,12 +19,10 @@ namespace quillworks {
 /// Latency in samples at a rate.
 int limiterLatency(double sampleRate, bool truePeak) noexcept;
 
-/// One gain for all channels. Per piece of a sub-block: begin(), input() filled for each channel,
-/// findGain(), shape() for each channel.
+/// One gain for all channels. For each slice of a block: begin(), take() for each channel,
+/// findGain(), put() for each channel.
 class LimiterEngine {
 public:
-    static constexpr double kLoudest = 1000;  // magnitude that samples are limited to
-
     /// Allocates.
     void prepare(double sampleRate, int channels);
     void reset() noexcept;
@@ -37,19 +37,26 @@ public:
     /// A change starts the follower of the other rate afresh. Does not allocate.
     void setTruePeak(bool on) noexcept;
 
-    void begin(GridSlice slice) noexcept;
-    /// Factors of the slice's samples: input to the normalised signal, and back. The ceiling is
-    /// the linear working ceiling that the output may not pass.
-    const double* inputGain() const noexcept { return inputGain_ + phase_; }
-    const double* outputGain() const noexcept { return outputGain_ + phase_; }
-    const double* ceiling() const noexcept { return ceiling_ + phase_; }
-    /// Where the slice's normalised samples of a channel go.
-    double* input(int channel) noexcept;
+    /// Starts a slice at `slice.phase` of the control grid and returns its length, at most
+    /// `slice.frames`: the grid is kept while anything glides, and otherwise longer slices save
+    /// their overhead.
+    int begin(GridSlice slice) noexcept;
+    /// Takes the slice of a channel in, the channels in their order.
+    template <typename T> void take(int channel, const T* x) noexcept
+    {
+        const double most =
+            takeIn(x, inputGain_ + phase_, room(channel), levels_, channel == 0, frames_);
+        peak_ = std::max(peak_, most);
+    }
     void findGain() noexcept;
-    /// Takes the delayed samples of a channel into `out`, limited but for rounding.
-    void shape(int channel, double* out) const noexcept;
-    /// Nothing to be done to the slice beyond delaying it.
-    bool isTransparent() const noexcept { return !isLimiting_ && !clips_; }
+    /// Puts out the delayed and limited slice of a channel.
+    template <typename T> void put(int channel, T* x) noexcept
+    {
+        const double* v = delayed(channel);
+        if (clips_) v = clip(v);
+        putOut(v, isLimiting_ && !clips_ ? gain_ : nullptr, outputGain_ + phase_, ceiling_ + phase_,
+               x, frames_);
+    }
 
     /// Largest reduction in dB since the last call.
     double takeReduction() noexcept;
@@ -59,14 +66,23 @@ private:
         double low = 1;
         ClipCurve<double> curve;
     };
-    static constexpr int kMost = TruePeakLevel::kPhases * kSubBlock;
+    static constexpr int kLongest = 128;  // frames of a slice
+    static constexpr int kStride = TruePeakLevel::kMaxFrames;
+    static constexpr int kMost = TruePeakLevel::kPhases * kStride;  // levels of a slice
 
     LimitingFollower& follower() noexcept { return truePeak_ ? fastFollower_ : plainFollower_; }
+    bool isGliding() const noexcept
+    {
+        return inputGainGlide_.isGliding() || ceilingGlide_.isGliding();
+    }
     void fillGains() noexcept;
     void curveChanged() noexcept;
     void clipStageChanged() noexcept;
-    bool findLevels() noexcept;
     bool findTruePeakLevels() noexcept;
+    void follow(bool isLoud) noexcept;
+    double* room(int channel) noexcept;
+    const double* delayed(int channel) const noexcept;
+    const double* clip(const double* x) noexcept;
     int channels() const noexcept { return static_cast<int>(past_.size()); }
 
     double rate_ = 44100;
@@ -81,16 +97,17 @@ private:
     bool clips_ = false;
     Wall clipStage_;
 
-    int phase_ = 0, frames_ = 0;  // of the slice
+    int phase_ = 0, frames_ = 0;  // of the slice; where it begins in the gains
+    bool isSteady_ = false;       // the gains are constant
+    double peak_ = 0;             // of the slice's normalised input
     bool isLimiting_ = false;     // gain_ is not 1 throughout
     double reduction_ = 0;        // dB, largest since takeReduction()
-    alignas(64) double inputGain_[kSubBlock], outputGain_[kSubBlock], ceiling_[kSubBlock];
-    alignas(64) double gain_[kSubBlock];
+    alignas(64) double inputGain_[kLongest], outputGain_[kLongest], ceiling_[kLongest];
+    alignas(64) double gain_[kLongest + TruePeakLevel::kPadding];
     alignas(64) double levels_[kMost + TruePeakLevel::kPadding];
     alignas(64) double wanted_[kMost + TruePeakLevel::kPadding];
     alignas(64) double due_[kMost + TruePeakLevel::kPadding];
-    alignas(64) double serial_[2][kMost];
-    alignas(64) double smooth_[kMost];
+    alignas(64) double clipped_[kLongest];
 };
 
 }  // namespace quillworks

@@ -25,6 +25,7 @@ public:
     /// Threshold in dB relative to the ceiling, <= 0; ratio 1 .. 20.
     void setTarget(double threshold, double ratio) noexcept;
     void snap() noexcept;
+    bool isMoving() const noexcept { return step_ < kSteps; }
     /// To be called where a sub-block begins; true if the shape has changed.
     bool advance() noexcept;
 
@@ -34,7 +35,7 @@ public:
     /// Derives the shape for a threshold and a ratio.
     static Shape shapeOf(double threshold, double ratio) noexcept;
 
-    /// From linear levels (n >= 0, up to 128 values) to reductions in dB, both >= 0: the one that
+    /// From linear levels to reductions in dB, both >= 0: the one that
     /// the curve wants and the one without which the level would pass the working ceiling.
     void reductions(const double* levels, double* wanted, double* due, int n) const noexcept;
 

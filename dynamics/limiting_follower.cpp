@@ -1,30 +1,82 @@
 // SPDX-License-Identifier: ISC
-#include "dynamics/limiting_follower.h"
-
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "dynamics/limiting_follower.cpp"
+#include "dsp/simd.h"
+//
 #include <algorithm>
-#include <bit>
+#include <cstdint>
 
 #include "dsp/decibel.h"
 #include "dsp/vec.h"
+#include "dynamics/limiting_follower.h"
 
+#ifndef QUILLWORKS_LIMITING_FOLLOWER_CONSTANTS
+#define QUILLWORKS_LIMITING_FOLLOWER_CONSTANTS
 namespace quillworks {
 namespace {
 
-constexpr double kStepsPerDb = 16777216;  // 2^24: the running sums stay exact
-constexpr double kSmallest = 1e-5;        // dB: a release ends here
+constexpr double kStepsPerDb = 16777216;            // 2^24: the running sums stay exact
+constexpr double kWhole = 4503599627370496.0;       // 2^52: doubles from here on are whole numbers,
+constexpr std::int64_t kWholeBits = 0x433LL << 52;  // in their low bits
+constexpr double kSmallest = 1e-5;                  // dB: a release ends here
 
-/// Multiples of 1/2^24 dB, rounded up. Adding 2^52 rounds a double to a whole number and leaves it
-/// in the low bits.
-void roundUp(const double* db, std::int64_t* steps, int n) noexcept
+}  // namespace
+}  // namespace quillworks
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace quillworks::HWY_NAMESPACE {
+namespace {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using D = hn::CappedTag<double, 8>;
+using I = hn::RebindToSigned<D>;
+constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
+
+/// The larger of `a` and `b` as multiples of 1/2^24 dB, rounded up; arrays padded to whole vectors.
+void roundUp(const double* a, const double* b, std::int64_t* steps, int n)
 {
-    constexpr double whole = 4503599627370496.0;  // 2^52
-    for (int i = 0; i < n; ++i) {
-        const double exact = db[i] * kStepsPerDb;
-        const double nearest = exact + whole;
-        const double up = nearest - whole < exact ? 1.0 : 0.0;
-        steps[i] = std::bit_cast<std::int64_t>(nearest + up) - std::bit_cast<std::int64_t>(whole);
+    const D d;
+    const I i64;
+    const auto whole = hn::Set(d, kWhole);
+    for (int i = 0; i < n; i += kLanes) {
+        const auto db = hn::Max(hn::LoadU(d, a + i), hn::LoadU(d, b + i));
+        const auto exact = hn::Mul(db, hn::Set(d, kStepsPerDb));
+        const auto nearest = hn::Add(exact, whole);  // rounds
+        const auto below = hn::Lt(hn::Sub(nearest, whole), exact);
+        const auto up = hn::Add(nearest, hn::IfThenElseZero(below, hn::Set(d, 1.0)));
+        hn::StoreU(hn::Sub(hn::BitCast(i64, up), hn::Set(i64, kWholeBits)), i64, steps + i);
     }
 }
+
+/// gain[i] = -steps[i] * unit, padded likewise. The steps are below 2^52.
+void toGain(const std::int64_t* steps, double unit, double* gain, int n)
+{
+    const D d;
+    const I i64;
+    for (int i = 0; i < n; i += kLanes) {
+        const auto bits = hn::Add(hn::LoadU(i64, steps + i), hn::Set(i64, kWholeBits));
+        const auto minus = hn::Sub(hn::Set(d, kWhole), hn::BitCast(d, bits));
+        hn::StoreU(hn::Mul(minus, hn::Set(d, unit)), d, gain + i);
+    }
+}
+
+}  // namespace
+}  // namespace quillworks::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace quillworks {
+
+HWY_EXPORT(roundUp);
+HWY_EXPORT(toGain);
+namespace {
+
+void (*const roundUpBest)(const double*, const double*, std::int64_t*, int) = SIMD_CHOOSE(roundUp);
+
+void (*const toGainBest)(const std::int64_t*, double, double*, int) = SIMD_CHOOSE(toGain);
+
+constexpr int kPadding = 8;  // of the arrays that kernels take by whole vectors
 
 }  // namespace
 
@@ -35,13 +87,13 @@ void LimitingFollower::prepare(double rate, int maxSamples)
     span_ = static_cast<int>(kSpan * rate);
     const int support = lookAhead_ + 1;
     wanted_.prepare(support, support + span_);
-    due_.prepare(support, support);
+    due_.prepare(support, support + span_);  // alike, so that one can take over from the other
     // Two lengths that give one mean of `support` samples together.
-    first_.prepare(lookAhead_ / 2 + 1);
-    second_.prepare(support + 1 - first_.length());
-    unit_ = 1 / (kStepsPerDb * first_.length() * second_.length());
+    inner_.prepare(lookAhead_ / 2 + 1);
+    outer_.prepare(support + 1 - inner_.length());
+    unit_ = 1 / (kStepsPerDb * inner_.length() * outer_.length());
     quietEnough_ = support + span_ + support;
-    const auto size = static_cast<std::size_t>(maxSamples);
+    const auto size = static_cast<std::size_t>(maxSamples + kPadding);
     for (auto* buffer : {&soon_, &recent_, &body_, &other_}) buffer->resize(size);
     steps_.resize(size);
     setHold(holds_);
@@ -53,9 +105,13 @@ void LimitingFollower::reset() noexcept
 {
     wanted_.reset();
     due_.reset();
-    first_.reset();
-    second_.reset();
-    fast_.value = slow_.value = present_ = 0;
+    inner_.reset();
+    outer_.reset();
+    fast_.start(0);
+    slow_.start(0);
+    present_ = 0;
+    alike_ = lookAhead_;
+    lags_ = false;
     quiet_ = quietEnough_;
 }
 
@@ -79,34 +135,46 @@ void LimitingFollower::setProgrammeRelease(bool on) noexcept
 {
     if (on == programme_) return;
     programme_ = on;
-    fast_.value = slow_.value = present_;
+    fast_.start(present_);
+    slow_.start(present_);
     setTimes(attackSeconds_, releaseSeconds_);
 }
 
 /// `soon`: the most that the look-ahead holds, `recent`: that and the running span, so >= soon.
+/// While the goal stays, only the distance shrinks: one product from sample to sample.
 void LimitingFollower::Body::process(const double* soon, const double* recent, double* out,
                                      int n) noexcept
 {
-    double b = value;
+    double b = value, g = goal, w = way;
     for (int i = 0; i < n; ++i) {
         if (soon[i] > b) {
-            b = soon[i] + attack * (b - soon[i]);
+            if (g != soon[i]) g = soon[i], w = b - g;
+            w *= attack;
+            b = g + w;
         } else if (recent[i] < b) {
-            b = recent[i] + release * (b - recent[i]);
-            if (b < kSmallest) b = 0;
+            if (g != recent[i]) g = recent[i], w = b - g;
+            w *= release;
+            b = g + w;
+            if (b < kSmallest) b = g = w = 0;
         }
         out[i] = b;
     }
-    value = b;
+    value = b, goal = g, way = w;
 }
 
-void LimitingFollower::process(const double* wanted, const double* due, double* reduction,
+void LimitingFollower::process(const double* wanted, const double* due, double* gain,
                                int n) noexcept
 {
     if (n <= 0) return;
     double* const soon = soon_.data();
     double* const body = body_.data();
     const double* recent = soon;
+    // While both reductions are the same, so are their maxima.
+    const bool isSame = due == wanted && alike_ >= lookAhead_;
+    alike_ = due == wanted ? std::min(alike_ + n, lookAhead_) : 0;
+    if (!isSame && lags_) due_ = wanted_;
+    lags_ = isSame;
+
     if (holds_) {
         wanted_.process(wanted, n, soon, recent_.data());
         recent = recent_.data();
@@ -119,18 +187,26 @@ void LimitingFollower::process(const double* wanted, const double* due, double* 
         vec::max(body, other_.data(), n);
     }
     present_ = body[n - 1];
-    due_.process(due, n, other_.data());
-    if (catches_) vec::max(body, other_.data(), n);
-
+    const double* dip = soon;
+    if (!isSame) {
+        due_.process(due, n, other_.data());
+        dip = other_.data();
+    }
     std::int64_t* const steps = steps_.data();
-    roundUp(body, steps, n);
-    std::int64_t any = 0;
-    for (int i = 0; i < n; ++i) any |= steps[i];
-    const bool isQuiet = any == 0 && vec::peak(wanted, n) == 0;
+    roundUpBest(body, catches_ ? dip : body, steps, n);
+
+    // The look-ahead still holds what was wanted in this call, and the body can only have fallen.
+    const bool isQuiet = body[0] == 0 && vec::peak(soon, n) == 0;
     quiet_ = isQuiet ? std::min(quiet_ + n, quietEnough_) : 0;
-    first_.process(steps, n);
-    second_.process(steps, n);
-    for (int i = 0; i < n; ++i) reduction[i] = static_cast<double>(steps[i]) * unit_;
+    inner_.process(steps, n);
+    outer_.process(steps, n);
+    int count = n;
+    if (every_ > 1) {
+        count = 0;
+        for (int i = first_; i < n; i += every_) steps[count++] = steps[i];
+    }
+    toGainBest(steps, unit_, gain, count);
 }
 
 }  // namespace quillworks
+#endif

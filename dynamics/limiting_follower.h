@@ -44,12 +44,24 @@ public:
     /// Nothing is held, falling or under way: as after reset().
     bool isIdle() const noexcept { return quiet_ >= quietEnough_; }
 
-    /// From the wanted and the due reductions to the smooth one, all in dB and >= 0.
-    void process(const double* wanted, const double* due, double* reduction, int n) noexcept;
+    /// Gives out only each `every`-th gain, beginning with that of sample `first` of a call; calls
+    /// are then multiples of `every` long. Until called: all.
+    void thinOut(int first, int every) noexcept
+    {
+        first_ = first;
+        every_ = every;
+    }
+
+    /// From the wanted and the due reductions, in dB and >= 0, to the smooth gain in dB, <= 0.
+    /// `due` may be `wanted` itself. `gain` is written in whole vectors, up to 7 more values.
+    void process(const double* wanted, const double* due, double* gain, int n) noexcept;
 
 private:
     struct Body {
-        double value = 0, attack = 0, release = 0;  // dB; coefficients
+        double value = 0;                // dB
+        double goal = 0, way = 0;        // what it moves to, and the distance from there
+        double attack = 0, release = 0;  // coefficients
+        void start(double db) noexcept { value = db, goal = db, way = 0; }
         void process(const double* soon, const double* recent, double* out, int n) noexcept;
     };
 
@@ -60,7 +72,10 @@ private:
     Body fast_, slow_;    // slow_: programme release only
     double present_ = 0;  // body at the last sample, dB
     SlidingMax wanted_, due_;
-    MovingSum first_, second_;
+    int alike_ = 0;      // samples since `due` was other than `wanted`
+    bool lags_ = false;  // due_ has missed samples, all alike
+    MovingSum inner_, outer_;
+    int first_ = 0, every_ = 1;
     double unit_ = 1;                  // dB per step of the second sum
     int quiet_ = 0, quietEnough_ = 0;  // samples
     std::vector<double> soon_, recent_, body_, other_;

@@ -74,8 +74,20 @@ void SidechainFilter::highCut(SvfState& state, double* x, int n) const noexcept
 
 void SidechainFilter::series(Channel& channel, double* x, int n) const noexcept
 {
-    lowCut(channel, x, n);
-    highCut(channel.highCut, x, n);
+    if (!(lowCutOn_ && highCutOn_)) {
+        lowCut(channel, x, n);
+        return highCut(channel.highCut, x, n);
+    }
+    // All three sections in one loop overlap their waiting times.
+    SvfState first = channel.lowCut[0], second = channel.lowCut[1], third = channel.highCut;
+    for (int i = 0; i < n; ++i) {
+        const double high =
+            second.highPass(lowCutSection_[1], first.highPass(lowCutSection_[0], x[i]));
+        x[i] = third.lowPass(highCutSection_, high);
+    }
+    channel.lowCut[0] = first;
+    channel.lowCut[1] = second;
+    channel.highCut = third;
 }
 
 void SidechainFilter::parallel(Channel& channel, double* x, int n) const noexcept

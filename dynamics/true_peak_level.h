@@ -16,7 +16,7 @@ public:
     static constexpr int kAhead = 43;   // samples needed after the one whose levels are asked for
     static constexpr int kBehind = 42;  // and before it
     static constexpr double kMaxGain = 4;  // no level is more than this times the largest sample
-    static constexpr int kMaxFrames = 32;  // per call
+    static constexpr int kMaxFrames = 64;  // per call
     static constexpr int kPhases = 4;      // levels per frame
     static constexpr int kPadding = 8;     // that arrays have behind their last element
 
@@ -34,10 +34,10 @@ public:
     /// Signal between the samples, 2 and 4 times the rate, of one chain; the start of each array
     /// remembers what the next call needs.
     struct Chain {
-        static constexpr int kHalves = 6, kQuarters = 1;       // remembered
-        alignas(64) double half[kHalves + 2 * kMaxFrames];     // at i + 1/2
-        alignas(64) double first[kQuarters + 2 * kMaxFrames];  // at i + 1/4
-        alignas(64) double third[kQuarters + 2 * kMaxFrames];  // at i + 3/4
+        static constexpr int kHalves = 6, kQuarters = 1;                  // remembered
+        alignas(64) double half[2 * kHalves + kPadding + kMaxFrames];     // at i + 1/2
+        alignas(64) double first[2 * kQuarters + kPadding + kMaxFrames];  // at i + 1/4
+        alignas(64) double third[2 * kQuarters + kPadding + kMaxFrames];  // at i + 3/4
     };
     struct Channel {
         Chain chains[2];

@@ -143,8 +143,10 @@ void AudioEffectAlgorithm::tellOwner(const char* message) noexcept
 
 void AudioEffectAlgorithm::setTempo(double beatsPerMinute) noexcept
 {
-    if (std::isfinite(beatsPerMinute) && beatsPerMinute > 0)
-        tempo_.store(std::clamp(beatsPerMinute, 10.0, 400.0), std::memory_order_relaxed);
+    if (!std::isfinite(beatsPerMinute) || !(beatsPerMinute > 0)) return;
+    const double tempo = std::clamp(beatsPerMinute, 10.0, 400.0);
+    const double before = tempo_.exchange(tempo, std::memory_order_relaxed);
+    if (tempo != before && owner_) owner_->tempoChanged();
 }
 
 void AudioEffectAlgorithm::setTransport(const VNK::Transport& transport) noexcept

@@ -38,12 +38,14 @@ struct SlotLayout {
     }
 };
 
-/// The component, as its algorithm sees it. [main thread]
+/// The component, as its algorithm sees it. [main thread, where nothing else is said]
 class AlgorithmOwner {
 public:
     /// Rate, layout, side-chain connection or wet-only mode has changed; `message` is what hosts
     /// are to be told, or null.
     virtual void setupChanged(const char* message) noexcept = 0;
+    /// [the thread of setTempo]
+    virtual void tempoChanged() noexcept = 0;
     /// The host has connected or disconnected the side-chain bus; may come between two blocks on
     /// the audio thread.
     virtual void sideChainChanged() noexcept = 0;

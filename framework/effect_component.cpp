@@ -280,11 +280,22 @@ void AudioEffectComponent::sideChainChanged() noexcept
     tell("sideChainActivated");
 }
 
+/// Tempo comes from the audio thread: nobody is told, a host that asks again gets the new tail.
+void AudioEffectComponent::tempoChanged() noexcept
+{
+    if (tempoIndex_ >= 0) calculateDelays();
+}
+
 void AudioEffectComponent::updateDelays() noexcept
+{
+    if (calculateDelays()) tell("processSetupChanged");
+}
+
+bool AudioEffectComponent::calculateDelays() noexcept
 {
     const Delays d = delays(sampleRate());
     const bool bypassed = bypassIndex_ >= 0 && getValue(bypassIndex_) != 0;
-    if (algorithm_->setDelays(d.latency, d.tail, bypassed)) tell("processSetupChanged");
+    return algorithm_->setDelays(d.latency, d.tail, bypassed);
 }
 
 void AudioEffectComponent::tell(const char* message) noexcept

@@ -153,6 +153,8 @@ private:
     }
     void store(std::int32_t index, float value) noexcept;
     void setupChanged(const char* message) noexcept override;
+    void tempoChanged() noexcept override;
+    bool calculateDelays() noexcept;
     void sideChainChanged() noexcept override;
     void updateDelays() noexcept;
     StoredState storedState() const;

@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <new>
-#include <stdexcept>
 
 #include <lv2/atom/util.h>
 #include <lv2/buf-size/buf-size.h>
@@ -46,9 +44,12 @@ Instance::Instance(const Catalogue& catalogue, const Plugin& plugin, double samp
     for (const auto& port : plugin.ports) {
         controlOfPort_.push_back(static_cast<int>(controls_.size()));
         meterOfPort_.push_back(static_cast<int>(meters_.size()));
-        // Nothing has been seen yet, so that the first run takes every value over.
-        if (port.role == Role::Parameter)
-            controls_.push_back({port.index, nullptr, std::numeric_limits<float>::quiet_NaN()});
+        if (port.role == Role::Parameter) {
+            // The effect stands at its defaults: a port that does as well is no news.
+            VNK::ParameterInfo info{};
+            effect_->getParameter(port.index, info);
+            controls_.push_back({port.index, nullptr, info.defaultValue});
+        }
         if (port.role != Role::Meter) continue;
         VNK::MeterInfo info{};
         effect_->getMeter(port.index, info);

@@ -45,7 +45,6 @@ LV2_State_Status Instance::save(LV2_State_Store_Function store, LV2_State_Handle
     for (std::size_t i = 0; i < plugin_.ports.size(); ++i) {
         if (plugin_.ports[i].role != Port::Role::Parameter) continue;
         const auto& control = controls_[static_cast<std::size_t>(controlOfPort_[i])];
-        if (!(control.seen == control.seen)) continue;
         char number[32];
         const auto end = std::to_chars(number, number + sizeof number, control.seen).ptr;
         ports += plugin_.ports[i].symbol + "=" + std::string(number, end) + " ";

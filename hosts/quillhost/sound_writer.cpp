@@ -166,6 +166,16 @@ void SoundWriter::writeFloats(const Planes<T>& planes, int from, int to)
     flush(to - from, sizeof(S) == sizeof(float) ? Unit::Float : Unit::Double);
 }
 
+template <typename T> void SoundWriter::countClipped(const T* samples, std::size_t n, double limit)
+{
+    for (std::size_t i = 0; i < n; ++i) {
+        const double x = std::abs(static_cast<double>(samples[i]));
+        const bool isClipped = samples[i] < 0 ? x >= 2 - limit : x >= limit;
+        clipped_ += isClipped;
+        if (isClipped) peak_ = std::max(peak_, x);
+    }
+}
+
 template <typename T> void SoundWriter::writeIntegers(const Planes<T>& planes, int from, int to)
 {
     const int bits = bitsOf(format_);
@@ -175,23 +185,22 @@ template <typename T> void SoundWriter::writeIntegers(const Planes<T>& planes, i
     const auto frames = static_cast<std::size_t>(to - from);
     const auto step = static_cast<std::size_t>(shape_.channels);
     integers_.resize(frames * step);
-    double peak = 0;
+    plane_.resize(frames);
     for (int c = 0; c < shape_.channels; ++c) {
         const T* const in = planes[c] + from;
-        std::int32_t* out = integers_.data() + c;
-        int over = 0;
+        std::int64_t over = 0;
         for (std::size_t i = 0; i < frames; ++i) {
             double x = static_cast<double>(in[i]) * scale;
             x = x == x ? x : 0;
-            const double whole = (x + kRounder) - kRounder;
             const double limited = std::min(std::max(x, -scale), scale - 1);
-            over += whole > scale - 1 || whole < -scale;
-            peak = std::max(peak, std::abs(x));
-            out[i * step] = static_cast<std::int32_t>((limited + kRounder) - kRounder);
+            over += x != limited;
+            plane_[i] = static_cast<std::int32_t>((limited + kRounder) - kRounder);
         }
-        clipped_ += over;
+        // Less than half a step above the largest integer is rounding, not clipping.
+        if (over) countClipped(in, frames, 1 - 0.5 / scale);
+        std::int32_t* out = integers_.data() + c;
+        for (std::size_t i = 0; i < frames; ++i) out[i * step] = plane_[i];
     }
-    peak_ = std::max(peak_, peak / scale);
 
     if (file_) {  // libsndfile takes the upper bits
         buffer_.resize(integers_.size() * sizeof(std::int32_t));
@@ -225,9 +234,9 @@ template <typename T> void SoundWriter::write(const Planes<T>& planes, int from,
 template void SoundWriter::write(const Planes<float>&, int, int);
 template void SoundWriter::write(const Planes<double>&, int, int);
 
-/// libsndfile invents a mask by the channel count where none is wanted; what the file is to say
-/// takes its place.
-void SoundWriter::writeMask()
+/// libsndfile invents a mask by the channel count where none is wanted, and writes the time of day
+/// into long files: the mask becomes what the file is to say, the time 0.
+void SoundWriter::settleHeader()
 {
     const int fd = output_.descriptor();
     WaveHeader header;
@@ -237,10 +246,12 @@ void SoundWriter::writeMask()
         const auto n = ::read(fd, data, bytes);
         return n < 0 ? std::size_t{0} : static_cast<std::size_t>(n);
     };
-    if (!readWaveHeader(read, -1, header, reason) || header.maskOffset < 0) return;
-    if (header.mask != shape_.mask &&
-        pwrite(fd, &shape_.mask, sizeof shape_.mask, header.maskOffset) != sizeof shape_.mask)
-        output_.fail(errno);
+    if (!readWaveHeader(read, -1, header, reason)) return;
+    const auto put = [&](std::uint32_t word, std::int64_t at) {
+        if (pwrite(fd, &word, sizeof word, at) != sizeof word) output_.fail(errno);
+    };
+    if (header.maskOffset >= 0 && header.mask != shape_.mask) put(shape_.mask, header.maskOffset);
+    if (header.peakOffset >= 0) put(0, header.peakOffset + 4);
 }
 
 void SoundWriter::finish()
@@ -249,7 +260,7 @@ void SoundWriter::finish()
         errno = 0;
         const int error = sf_close(std::exchange(file_, nullptr));
         if (error) output_.fail(errno ? errno : EIO);
-        if (isWave_) writeMask();
+        if (isWave_) settleHeader();
     } else if (framesWritten_ * shape_.channels * bitsOf(format_) / 8 % 2 != 0) {
         output_.write("", 1);  // chunks have an even length
     }

@@ -47,9 +47,10 @@ private:
 
     template <typename S, typename T> void writeFloats(const Planes<T>& planes, int from, int to);
     template <typename T> void writeIntegers(const Planes<T>& planes, int from, int to);
+    template <typename T> void countClipped(const T* samples, std::size_t n, double limit);
     void flush(std::int64_t frames, Unit unit);
     void openFile(int containerFormat, const SoundReader* source);
-    void writeMask();
+    void settleHeader();
 
     SoundShape shape_;
     SampleFormat format_;
@@ -58,7 +59,7 @@ private:
     bool isWave_ = false;
     std::int64_t clipped_ = 0, framesWritten_ = 0;
     double peak_ = 0;
-    std::vector<std::int32_t> integers_;
+    std::vector<std::int32_t> plane_, integers_;
     std::vector<unsigned char> buffer_;
 };
 

@@ -82,6 +82,7 @@ bool readWaveHeader(const ReadBytes& read, std::int64_t knownBytes, WaveHeader& 
         if (!in.take(body, kept) || !in.skip(std::uint64_t{size} + (size & 1) - kept))
             return reason = "its header is cut short", false;
         if (std::memcmp(chunk, "ds64", 4) == 0 && size >= 16) longData = little(body + 8, 8);
+        if (std::memcmp(chunk, "PEAK", 4) == 0 && size >= 8) header.peakOffset = bodyAt;
         if (std::memcmp(chunk, "fmt ", 4) != 0) continue;
         if (size < 16) return reason = "its format chunk is cut short", false;
         header.format = static_cast<std::uint16_t>(little(body, 2));

@@ -20,6 +20,7 @@ struct WaveHeader {
     std::uint16_t bits = 0;
     std::uint32_t mask = 0;        // 0: none
     std::int64_t maskOffset = -1;  // where the mask stands in the file, -1: nowhere
+    std::int64_t peakOffset = -1;  // of a PEAK chunk's content, -1: none
     std::int64_t dataBytes = -1;   // -1: not known when the header was written
     std::int64_t dataOffset = 0;   // of the first sample
 

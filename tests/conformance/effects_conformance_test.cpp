@@ -49,7 +49,7 @@ TEST_P(EveryEffect, OutputDoesNotDependOnTheBlockLength)
 TEST_P(EveryEffect, FloatAndDoubleAgree)
 {
     const auto x = stereoNoise();
-    for (std::uint32_t seed : {1, 2, 3}) {
+    for (std::uint32_t seed : {1u, 2u, 3u}) {
         const auto f = effect<float>().randomise(seed).play(x);
         const auto d = effect<double>().randomise(seed).play(asDouble(x));
         const double scale = std::max(1.0, std::max(peak(d[0]), peak(d[1])));
@@ -107,7 +107,7 @@ TEST_P(EveryEffect, RecoversFromBadSamplesWithinASecond)
         auto x = clean;
         x[0][second / 4] = bad;
         const auto y = effect<float>().play(x);
-        for (int c = 0; c < 2; ++c) {
+        for (std::size_t c = 0; c < 2; ++c) {
             ASSERT_TRUE(isFinite(y[c], second / 4 + second)) << bad;
             EXPECT_NEAR(db(rms(y[c], 4 * second)), db(rms(expected[c], 4 * second)), 1) << bad;
         }

@@ -96,6 +96,7 @@ TEST(Lv2Bundle, SoundsAndMeasuresLikeTheEffectAtAnySettingAndBlockLength)
                 EXPECT_TRUE(isSame(a, b));
                 EXPECT_EQ(running.latency(), int(effect.algorithm().getLatency()));
             }
+            if (block > kMaxFrames) continue;  // cut in pieces, of which meters show the last
             VNK::MeterInfo m;
             for (int i = 0; effect.component().getMeter(i, m); ++i) {
                 const float value = effect.component().readMeter(i);

@@ -73,10 +73,11 @@ public:
     }
     bool has(const std::string& symbol) const { return instance_->find(symbol) >= 0; }
     int latency() const { return static_cast<int>(instance_->get(latency_)); }
-    /// Switches the bus on and feeds it; it wraps round.
+    /// Switches the bus on and feeds it from here on; it must last for all that is played.
     Lv2UnderTest& sideChain(Channels<float> signal)
     {
         side_ = std::move(signal);
+        sidePlayed_ = 0;
         return set("sidechain", 1);
     }
     bool hasSideChain() const { return instance_->audioInputs().size() > mainInputs_; }
@@ -95,7 +96,8 @@ public:
             i.connect(i.audioOutputs()[c], out[c].data() + at);
         }
         for (std::size_t c = 0; c < side_.size(); ++c)
-            i.connect(i.audioInputs()[mainInputs_ + c], side_[c].data() + at);
+            i.connect(i.audioInputs()[mainInputs_ + c], side_[c].data() + sidePlayed_);
+        sidePlayed_ += static_cast<std::size_t>(n);
         {
             const AudioThreadGuard guard;
             i.run(n);
@@ -119,6 +121,7 @@ private:
     std::string latency_;
     std::size_t mainInputs_ = 0;
     Channels<float> side_;
+    std::size_t sidePlayed_ = 0;
 };
 
 /// The effect of a plug-in, prepared alike.
@@ -141,9 +144,10 @@ inline void randomise(EffectUnderTest<float>& effect, Lv2UnderTest& plugin, std:
         const float position = std::uniform_real_distribution<float>(0, 1)(random);
         if (!p.isAutomatable() || p.has(VNK::isBypass) || !plugin.has(p.key)) continue;
         const float value = component.fromNormalized(i, position);
+        // A port that stands still, or says what is so already, is no news.
+        const bool isNews = plugin.instance().get(p.key) != value && component.getValue(i) != value;
         plugin.set(p.key, value);
-        // A port that says what is so already is no news.
-        if (component.getValue(i) != value) component.setValue(i, value);
+        if (isNews) component.setValue(i, value);
     }
 }
 

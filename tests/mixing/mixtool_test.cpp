@@ -38,7 +38,7 @@ TYPED_TEST(MixTool, RoutingIsTheMatrixOfTheSettings)
         fx.set("phaseflipleft", c.left).set("phaseflipright", c.right);
         const auto y = fx.play(this->stereo);
         for (std::size_t i = 0; i < y[0].size(); ++i)
-            for (int o = 0; o < 2; ++o)
+            for (std::size_t o = 0; o < 2; ++o)
                 ASSERT_NEAR(y[o][i],
                             c.m[o][0] * this->stereo[0][i] + c.m[o][1] * this->stereo[1][i], 1e-6)
                     << "case " << &c - cases << " frame " << i;

@@ -251,8 +251,9 @@ TEST_F(Theme, TokensKeepTheirContrast)
     VNK::Skin skin;
     std::string reason;
     ASSERT_TRUE(VNK::readSkin(text.data(), text.size(), skin, reason)) << reason;
-    for (const auto& [variant, own] : skin.variants) {
-        auto colors = own.colors;
+    for (const auto& entry : skin.variants) {
+        const auto& variant = entry.first;
+        auto colors = entry.second.colors;
         colors.merge(std::map(skin.variants["dark"].colors));
         const auto least = [&](const std::string& on, const std::string& under, double ratio) {
             EXPECT_GE(contrast(colors.at(on), colors.at(under)), ratio)

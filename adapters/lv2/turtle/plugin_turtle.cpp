@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 #include "adapters/lv2/turtle/plugin_turtle.h"
 
+#include <algorithm>
 #include <charconv>
 #include <set>
 #include <stdexcept>
@@ -51,10 +52,13 @@ std::string_view classOf(const Plugin& plugin, VNK::IEffectComponent& effect)
     return usual.empty() ? "lv2:UtilityPlugin" : usual;
 }
 
-/// Preset URIs stay the same while the title does.
+/// Preset URIs stay the same while the title does. Underlines, since not every host's command line
+/// takes hyphens.
 std::string presetUri(const Plugin& plugin, const char* title)
 {
-    return turtle::iri(plugin.uri + "#preset-" + slug(title));
+    std::string name = slug(title);
+    std::replace(name.begin(), name.end(), '-', '_');
+    return turtle::iri(plugin.uri + "#preset_" + name);
 }
 
 std::string presetFile(const Plugin& plugin)

@@ -89,6 +89,11 @@ std::string unit(std::string_view name)
         .inBrackets(8);
 }
 
+void addUnit(Node& node, std::string_view name)
+{
+    if (!name.empty() && name != "ratio") node.add("units:unit", unit(name));
+}
+
 /// A parameter's group as a name within URIs, empty without one.
 std::string groupOf(const VNK::ParameterInfo& p)
 {
@@ -100,6 +105,7 @@ void addRange(Node& node, float minimum, float maximum)
     node.add("lv2:minimum", turtle::number(minimum)).add("lv2:maximum", turtle::number(maximum));
 }
 
+/// Number `index` of a family, counted from 1.
 std::string title(const char* text, int index)
 {
     return index >= 0 ? std::string(text) + " " + std::to_string(index + 1) : text;
@@ -109,8 +115,7 @@ void addParameter(Node& node, VNK::IEffectComponent& effect, const Plugin& plugi
 {
     VNK::ParameterInfo p{};
     effect.getParameter(index, p);
-    node.add("lv2:name", turtle::text(title(p.title, p.index)))
-        .add("lv2:default", turtle::number(p.defaultValue));
+    node.add("lv2:default", turtle::number(p.defaultValue));
     addRange(node, p.minimum, p.maximum);
     std::vector<std::string> properties;
     if (p.kind == VNK::ValueKind::Toggle) properties.push_back("lv2:toggled");
@@ -127,7 +132,7 @@ void addParameter(Node& node, VNK::IEffectComponent& effect, const Plugin& plugi
                          " ; rdf:value " + turtle::number(p.minimum + static_cast<float>(step)) +
                          " ]");
     if (!points.empty()) node.add("lv2:scalePoint", turtle::list(points, " ,\n            "));
-    if (p.unit[0]) node.add("units:unit", unit(p.unit));
+    addUnit(node, p.unit);
     if (const std::string s = p.shortTitle; !s.empty() && s.size() <= 16 && s != p.title)
         node.add("lv2:shortName", turtle::text(title(p.shortTitle, p.index)));
     if (p.help[0]) node.add("rdfs:comment", turtle::text(p.help));
@@ -139,34 +144,68 @@ void addMeter(Node& node, VNK::IEffectComponent& effect, const Plugin& plugin, i
 {
     VNK::MeterInfo m{};
     effect.getMeter(index, m);
-    node.add("lv2:name", turtle::text(title(m.title, m.index)));
     addRange(node, m.minimum, m.maximum);
     VNK::ParameterInfo p{};
     const int parameter = effect.findParameter(m.key);
     const char* shown = parameter >= 0 && effect.getParameter(parameter, p) ? p.unit : m.unit;
-    if (shown[0]) node.add("units:unit", unit(shown));
+    addUnit(node, shown);
     node.add("pg:group", groupUri(plugin, "meters"));
+}
+
+VNK::SpeakerArrangement layoutOf(const Plugin& plugin, Role role)
+{
+    return role == Role::SideChain
+               ? VNK::SpeakerArrangement::withChannels(count(plugin.ports, Role::SideChain))
+               : plugin.layout;
 }
 
 void addChannel(Node& node, const Plugin& plugin, const Port& port)
 {
-    const bool isSide = port.role == Role::SideChain;
-    const auto layout =
-        isSide ? VNK::SpeakerArrangement::withChannels(count(plugin.ports, Role::SideChain))
-               : plugin.layout;
-    const std::string bus = isSide ? "Side-chain" : port.role == Role::AudioIn ? "In" : "Out";
-    node.add("lv2:name", turtle::text(channelName(bus, layout, port.index)));
-    if (const auto at = place(layout, port.index); !at.empty()) node.add("lv2:designation", at);
-    node.add("pg:group", groupUri(plugin, isSide                       ? "sidechain"
-                                          : port.role == Role::AudioIn ? "in"
-                                                                       : "out"));
-    if (isSide) node.add("lv2:portProperty", "lv2:isSideChain , lv2:connectionOptional");
+    if (const auto at = place(layoutOf(plugin, port.role), port.index); !at.empty())
+        node.add("lv2:designation", at);
+    const char* group = port.role == Role::AudioIn    ? "in"
+                        : port.role == Role::AudioOut ? "out"
+                                                      : "sidechain";
+    node.add("pg:group", groupUri(plugin, group));
+    if (port.role == Role::SideChain)
+        node.add("lv2:portProperty", "lv2:isSideChain , lv2:connectionOptional");
 }
 
-void addSwitch(Node& node, const char* name, bool isOnByDefault)
+void addSwitch(Node& node, bool isOnByDefault)
 {
-    node.add("lv2:name", turtle::text(name)).add("lv2:default", isOnByDefault ? "1.0" : "0.0");
+    node.add("lv2:default", isOnByDefault ? "1.0" : "0.0");
     addRange(node, 0, 1);
+}
+
+std::string nameOf(VNK::IEffectComponent& effect, const Plugin& plugin, const Port& port)
+{
+    VNK::ParameterInfo p{};
+    VNK::MeterInfo m{};
+    switch (port.role) {
+    case Role::AudioIn:
+        return channelName("In", layoutOf(plugin, port.role), port.index);
+    case Role::AudioOut:
+        return channelName("Out", layoutOf(plugin, port.role), port.index);
+    case Role::SideChain:
+        return channelName("Side-chain", layoutOf(plugin, port.role), port.index);
+    case Role::Events:
+        return "Song Position";
+    case Role::Enabled:
+        return "Enabled";
+    case Role::SideChainOn:
+        return "External Side-chain";
+    case Role::FreeWheel:
+        return "Free-wheeling";
+    case Role::Latency:
+        return "Latency";
+    case Role::Parameter:
+        effect.getParameter(port.index, p);
+        return title(p.title, p.index);
+    case Role::Meter:
+        effect.getMeter(port.index, m);
+        return title(m.title, m.index);
+    }
+    return port.symbol;
 }
 
 std::string_view typeOf(Role role)
@@ -213,11 +252,16 @@ std::string groupUri(const Plugin& plugin, const std::string& group)
 std::vector<std::string> describePorts(VNK::IEffectComponent& effect, const Plugin& plugin)
 {
     std::vector<std::string> ports;
+    std::set<std::string> names;
     for (const auto& port : plugin.ports) {
         Node node;
         node.add("a", typeOf(port.role))
             .add("lv2:index", turtle::integer(static_cast<int>(ports.size())))
             .add("lv2:symbol", turtle::text(port.symbol));
+        // Hosts list ports by name alone: a second one of the same name shows its symbol too.
+        auto name = nameOf(effect, plugin, port);
+        if (!names.insert(name).second) name.append(" (").append(port.symbol).append(")");
+        node.add("lv2:name", turtle::text(name));
         switch (port.role) {
         case Role::AudioIn:
         case Role::AudioOut:
@@ -225,30 +269,28 @@ std::vector<std::string> describePorts(VNK::IEffectComponent& effect, const Plug
             addChannel(node, plugin, port);
             break;
         case Role::Events:
-            node.add("lv2:name", "\"Song Position\"")
-                .add("lv2:designation", "lv2:control")
+            node.add("lv2:designation", "lv2:control")
                 .add("lv2:portProperty", "lv2:connectionOptional")
                 .add("atom:bufferType", "atom:Sequence")
                 .add("atom:supports", "time:Position");
             break;
         case Role::Enabled:
-            addSwitch(node, "Enabled", true);
+            addSwitch(node, true);
             node.add("lv2:designation", "lv2:enabled").add("lv2:portProperty", "lv2:toggled");
             break;
         case Role::SideChainOn:
-            addSwitch(node, "External Side-chain", false);
+            addSwitch(node, false);
             node.add("lv2:portProperty", "lv2:toggled")
                 .add("rdfs:comment",
                      "\"Listens to the side-chain inputs instead of the input itself.\"");
             break;
         case Role::FreeWheel:
-            addSwitch(node, "Free-wheeling", false);
+            addSwitch(node, false);
             node.add("lv2:designation", "lv2:freeWheeling")
                 .add("lv2:portProperty", "lv2:toggled , pprops:notOnGUI");
             break;
         case Role::Latency:
-            node.add("lv2:name", "\"Latency\"")
-                .add("lv2:designation", "lv2:latency")
+            node.add("lv2:designation", "lv2:latency")
                 .add("lv2:portProperty", "lv2:reportsLatency , lv2:integer , pprops:notOnGUI")
                 .add("units:unit", "units:frame");
             addRange(node, 0, 192000);

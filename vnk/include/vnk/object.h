@@ -89,7 +89,7 @@ public:
     void* queryInterface(const UID& id) noexcept override
     {
         void* found = nullptr;
-        ((id == Is::iid ? (found = static_cast<Is*>(this), true) : false) || ...);
+        ((found = id == Is::iid ? static_cast<Is*>(this) : found), ...);
         return found;
     }
 

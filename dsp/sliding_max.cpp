@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: ISC
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "dsp/sliding_max.cpp"
+#include "dsp/simd.h"
+//
+#include <algorithm>
+
+#include "dsp/sliding_max.h"
+#include "dsp/vec.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace quillworks::HWY_NAMESPACE {
+namespace {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using D = hn::CappedTag<double, 4>;
+constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
+
+/// Returns the new maximum of the open block. New maxima are rare: vectors without one need no
+/// look at their samples.
+double slide(const SlidingMax::Run& r)
+{
+    const D d;
+    double top = r.top;
+    int i = 0;
+    for (; i + kLanes <= r.n; i += kLanes) {
+        const auto x = hn::LoadU(d, r.x + i);
+        hn::StoreU(x, d, r.open + i);
+        auto since = hn::Set(d, top);
+        if (!hn::AllTrue(d, hn::Le(x, since))) {
+            HWY_ALIGN double running[kLanes];
+            for (int k = 0; k < kLanes; ++k) running[k] = top = std::max(top, r.x[i + k]);
+            since = hn::Load(d, running);
+        }
+        for (int w = 0; w < 2; ++w) {
+            if (!r.out[w]) break;
+            const auto before = hn::Max(hn::LoadU(d, r.old[w] + i), hn::Set(d, r.whole[w]));
+            hn::StoreU(hn::Max(before, since), d, r.out[w] + i);
+        }
+    }
+    for (; i < r.n; ++i) {
+        r.open[i] = r.x[i];
+        top = std::max(top, r.x[i]);
+        for (int w = 0; w < 2; ++w)
+            if (r.out[w]) r.out[w][i] = std::max({r.old[w][i], r.whole[w], top});
+    }
+    return top;
+}
+
+/// Running maxima of x from its end backwards.
+void runBack(const double* x, int n, double* kept)
+{
+    const D d;
+    double most = 0;
+    int i = n;
+    for (; i >= kLanes; i -= kLanes) {
+        const auto v = hn::LoadU(d, x + i - kLanes);
+        const auto since = hn::Set(d, most);
+        if (hn::AllTrue(d, hn::Le(v, since)))
+            hn::StoreU(since, d, kept + i - kLanes);
+        else
+            for (int k = i; k-- > i - kLanes;) kept[k] = most = std::max(most, x[k]);
+    }
+    while (i-- > 0) kept[i] = most = std::max(most, x[i]);
+}
+
+}  // namespace
+}  // namespace quillworks::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace quillworks {
+
+HWY_EXPORT(slide);
+HWY_EXPORT(runBack);
+namespace {
+
+double (*const slideBest)(const SlidingMax::Run&) = SIMD_CHOOSE(slide);
+void (*const runBackBest)(const double*, int, double*) = SIMD_CHOOSE(runBack);
+
+}  // namespace
+
+void SlidingMax::prepare(int shortest, int longest)
+{
+    block_ = 1;
+    while (2 * block_ < shortest && block_ * block_ < longest) block_ *= 2;
+    slots_ = (longest - 1) / block_ + 2;
+    fromEnd_.resize(static_cast<std::size_t>(slots_ * block_));
+    tops_.resize(static_cast<std::size_t>(slots_));
+    open_.resize(static_cast<std::size_t>(block_));
+    for (auto& w : windows_) w.length = shortest;
+    reset();
+}
+
+void SlidingMax::reset() noexcept
+{
+    std::fill(fromEnd_.begin(), fromEnd_.end(), 0.0);
+    std::fill(tops_.begin(), tops_.end(), 0.0);
+    std::fill(open_.begin(), open_.end(), 0.0);
+    present_ = at_ = 0;
+    top_ = 0;
+    for (auto& w : windows_) setLength(w, w.length);
+}
+
+void SlidingMax::setLength(Window& w, int length) noexcept
+{
+    w.length = length;
+    w.blocks = (length - 1) / block_;
+    w.rest = (length - 1) % block_;
+    measure(w);
+}
+
+void SlidingMax::measure(Window& w) noexcept
+{
+    w.top = peakOf(w.blocks - 1);
+    w.more = w.blocks > 0 ? std::max(w.top, *fromEnd(w.blocks)) : 0;
+}
+
+/// Where the backward maxima of the block `back` before the open one start.
+const double* SlidingMax::fromEnd(int back) const noexcept
+{
+    const int slot = present_ - back + (back > present_ ? slots_ : 0);
+    return fromEnd_.data() + slot * block_;
+}
+
+/// Of the latest `count` complete blocks.
+double SlidingMax::peakOf(int count) const noexcept
+{
+    const int straight = std::clamp(count, 0, present_);
+    const int wrapped = count - straight;
+    const double* const tops = tops_.data();
+    if (count <= 2) {
+        double most = 0;
+        for (int i = 0; i < straight; ++i) most = std::max(most, tops[present_ - 1 - i]);
+        for (int i = 0; i < wrapped; ++i) most = std::max(most, tops[slots_ - 1 - i]);
+        return most;
+    }
+    const double late = vec::peak(tops + present_ - straight, straight);
+    return wrapped > 0 ? std::max(late, vec::peak(tops + slots_ - wrapped, wrapped)) : late;
+}
+
+void SlidingMax::process(const double* x, int n, double* first, double* second) noexcept
+{
+    double* const out[2] = {first, second};
+    for (int done = 0; done < n;) {
+        int run = std::min(n - done, block_ - at_);
+        for (const auto& w : windows_)
+            if (w.rest > at_) run = std::min(run, w.rest - at_);
+        Run r{x + done, open_.data() + at_, top_, {}, {}, {}, run};
+        for (int k = 0; k < 2; ++k) {
+            const auto& w = windows_[k];
+            const bool isEarly = at_ < w.rest;
+            r.out[k] = out[k] ? out[k] + done : nullptr;
+            r.whole[k] = isEarly ? w.more : w.top;
+            r.old[k] = isEarly ? fromEnd(w.blocks + 1) + block_ - w.rest + at_
+                               : fromEnd(w.blocks) + at_ - w.rest;
+        }
+        top_ = slideBest(r);
+        for (int k = 0; k < 2; ++k)  // a window of one sample reaches into no block
+            if (r.out[k] && windows_[k].length == 1) vec::copy(r.out[k], r.x, run);
+        done += run;
+        at_ += run;
+        if (at_ == block_) closeBlock();
+    }
+}
+
+void SlidingMax::closeBlock() noexcept
+{
+    double* const kept = fromEnd_.data() + present_ * block_;
+    runBackBest(open_.data(), block_, kept);
+    tops_[static_cast<std::size_t>(present_)] = *kept;
+    present_ = present_ + 1 == slots_ ? 0 : present_ + 1;
+    at_ = 0;
+    top_ = 0;
+    for (auto& w : windows_) measure(w);
+}
+
+}  // namespace quillworks
+#endif
