@@ -13,6 +13,9 @@ if(QUILLWORKS_SANITIZE)
   add_compile_options(-fsanitize=${QUILLWORKS_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QUILLWORKS_SANITIZE})
+  # Instrumented vector code compiles for minutes: AVX2 and the scalar build stand for all sets.
+  target_compile_definitions(quillworks_options INTERFACE
+    "HWY_DISABLED_TARGETS=(HWY_SSSE3|HWY_SSE4|HWY_AVX3|HWY_AVX3_DL)")
 endif()
 
 # quillworks_library(NAME [LIBRARIES...]): a static library of the .cpp files in the current folder.

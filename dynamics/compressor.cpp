@@ -129,8 +129,8 @@ template <typename T> void CompressorCore<T>::reset() noexcept
 template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned dirty) noexcept
 {
     if (dirty & Curve) {
-        k_.curve = CompressionCurve<T>::of(s.threshold, s.slope, s.knee);
-        k_.makeUpDb = T(s.autoGain != 0 ? autoMakeUp(s.slope, s.threshold) : s.gain);
+        k_.curve = CompressionCurve::of(s.threshold, s.slope, s.knee);
+        k_.makeUpDb = double(s.autoGain != 0 ? autoMakeUp(s.slope, s.threshold) : s.gain);
     }
     if (dirty & Times) {
         k_.adaptive = s.adaptive != 0;
@@ -272,8 +272,7 @@ bool CompressorCore<T>::detect(Channel& ch, const double* key, T* gain, GridSlic
     } else {
         ch.detector.run(key, level, n, k_.adaptive, autoSpeedNow_ ? Speed::Auto : Speed::Timed);
     }
-    for (int i = 0; i < n; ++i) gain[i] = T(level[i]);
-    return ch.computer.run(gain, gain, k_.curve, k_.gainRelease, k_.makeUpDb, n);
+    return ch.computer.run(level, gain, k_.curve, k_.gainRelease, k_.makeUpDb, n);
 }
 
 template <typename T> void CompressorCore<T>::publish(MeterSlots& meters) noexcept

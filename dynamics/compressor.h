@@ -62,8 +62,8 @@ public:
 
 private:
     struct Coefficients {  // one set for all channels
-        CompressionCurve<T> curve;
-        T makeUpDb = 0;
+        CompressionCurve curve;
+        double makeUpDb = 0;
         double attack = 0, release = 0;  // seconds
         double gainRelease = 0;          // per sample, of the gain computer
         T mix = 1;
@@ -73,7 +73,7 @@ private:
     };
     struct Channel {
         LevelDetector detector;
-        GainComputer<T> computer;
+        GainComputer computer;
         ZeroCrossingGain<T> inputGain;
         DelayLine<T> dry;
         LookAhead<T> lookAhead;

@@ -10,7 +10,7 @@ namespace quillworks::HWY_NAMESPACE {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-template <class D, class T> HWY_INLINE void reducePart(D d, T* x, const CompressionCurve<T>& c)
+template <class D> HWY_INLINE void reducePart(D d, double* x, const CompressionCurve& c)
 {
     const auto over = hn::Sub(hn::LoadU(d, x), hn::Set(d, c.threshold));
     const auto root =
@@ -20,24 +20,23 @@ template <class D, class T> HWY_INLINE void reducePart(D d, T* x, const Compress
     hn::StoreU(hn::Mul(reduction, hn::Set(d, c.slope)), d, x);
 }
 
-template <class T> HWY_INLINE void reduceLevels(T* x, int n, const CompressionCurve<T>& c)
+void reduceLevels(double* x, int n, const CompressionCurve& c)
 {
-    const hn::CappedTag<T, 32 / sizeof(T)> d;
+    const hn::CappedTag<double, 4> d;
     const int lanes = int(hn::Lanes(d));
     int i = 0;
     for (; i + lanes <= n; i += lanes) reducePart(d, x + i, c);
-    for (; i < n; ++i) reducePart(hn::CappedTag<T, 1>(), x + i, c);
+    for (; i < n; ++i) reducePart(hn::CappedTag<double, 1>(), x + i, c);
 }
 
-template <class T>
-HWY_INLINE void followReduction(ReductionEnvelope& state, T* x, const T* delayed, double release,
-                                int n)
+void followReduction(ReductionEnvelope& state, double* x, const double* delayed, double release,
+                     int n)
 {
     // What the release heads for, weighted: off the chain from sample to sample.
     double goal[kSubBlock];
     const double share = 1 - release;
-    const T* const towards = state.holds ? delayed : x;
-    for (int i = 0; i < n; ++i) goal[i] = share * double(towards[i]);
+    const double* const towards = state.holds ? delayed : x;
+    for (int i = 0; i < n; ++i) goal[i] = share * towards[i];
 
     const hn::CappedTag<double, 1> d;
     const auto factor = hn::Set(d, release);
@@ -45,36 +44,18 @@ HWY_INLINE void followReduction(ReductionEnvelope& state, T* x, const T* delayed
     double r = state.reduction;
     bool latched = state.isLatched;
     for (int i = 0; i < n; ++i) {
-        const double g = double(x[i]);
-        if (g > r) {
-            r = g;
+        if (x[i] > r) {
+            r = x[i];
             latched = holds;
         } else if (latched) {
-            latched = r < double(delayed[i]);
+            latched = r < delayed[i];
         } else {
             r = hn::GetLane(hn::MulAdd(factor, hn::Set(d, r), hn::Set(d, goal[i])));
         }
-        x[i] = T(r);
+        x[i] = r;
     }
     state.reduction = r;
     state.isLatched = latched;
-}
-
-void reduceFloat(float* x, int n, const CompressionCurve<float>& c)
-{
-    reduceLevels(x, n, c);
-}
-void reduceDouble(double* x, int n, const CompressionCurve<double>& c)
-{
-    reduceLevels(x, n, c);
-}
-void followFloat(ReductionEnvelope& s, float* x, const float* delayed, double release, int n)
-{
-    followReduction(s, x, delayed, release, n);
-}
-void followDouble(ReductionEnvelope& s, double* x, const double* delayed, double release, int n)
-{
-    followReduction(s, x, delayed, release, n);
 }
 
 }  // namespace quillworks::HWY_NAMESPACE
@@ -83,7 +64,6 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 #include <algorithm>
 #include <cmath>
-#include <type_traits>
 
 #include "dsp/decibel.h"
 #include "dsp/vec.h"
@@ -91,74 +71,89 @@ HWY_AFTER_NAMESPACE();
 
 namespace quillworks {
 
-HWY_EXPORT(reduceFloat);
-HWY_EXPORT(reduceDouble);
-HWY_EXPORT(followFloat);
-HWY_EXPORT(followDouble);
-static const auto chosenReduceFloat = SIMD_CHOOSE(reduceFloat);
-static const auto chosenReduceDouble = SIMD_CHOOSE(reduceDouble);
-static const auto chosenFollowFloat = SIMD_CHOOSE(followFloat);
-static const auto chosenFollowDouble = SIMD_CHOOSE(followDouble);
+HWY_EXPORT(reduceLevels);
+HWY_EXPORT(followReduction);
+static const auto chosenReduce = SIMD_CHOOSE(reduceLevels);
+static const auto chosenFollow = SIMD_CHOOSE(followReduction);
 
-template <typename T>
-CompressionCurve<T> CompressionCurve<T>::of(double threshold, double slope, double knee) noexcept
+CompressionCurve CompressionCurve::of(double threshold, double slope, double knee) noexcept
 {
     const double root = std::sqrt(knee);
-    return {T(threshold), T(slope), T(knee), T(knee > 0 ? 0.5 / root : 0), T(0.5 * root)};
+    return {threshold, slope, knee, knee > 0 ? 0.5 / root : 0, 0.5 * root};
 }
 
-template <typename T> void CompressionCurve<T>::reduce(T* x, int n) const noexcept
+void CompressionCurve::reduce(double* x, int n) const noexcept
 {
-    if constexpr (std::is_same_v<T, float>)
-        chosenReduceFloat(x, n, *this);
-    else
-        chosenReduceDouble(x, n, *this);
+    chosenReduce(x, n, *this);
 }
 
-template <typename T>
-void ReductionEnvelope::run(T* x, const T* delayed, double release, int n) noexcept
+void ReductionEnvelope::run(double* x, const double* delayed, double release, int n) noexcept
 {
-    if constexpr (std::is_same_v<T, float>)
-        chosenFollowFloat(*this, x, delayed, release, n);
-    else
-        chosenFollowDouble(*this, x, delayed, release, n);
+    chosenFollow(*this, x, delayed, release, n);
 }
 
-template <typename T>
-bool GainComputer<T>::run(T* gain, const T* level, const CompressionCurve<T>& curve, double release,
-                          T makeUpDb, int n) noexcept
+void GainComputer::prepare(int holdFrames)
 {
-    constexpr T kFloor = T(1e-8);       // power added to the level: -80 dB
+    history_.prepare(holdFrames);
+    reset();
+}
+
+void GainComputer::reset() noexcept
+{
+    history_.reset();
+    quiet_ = history_.delay() + kSubBlock;
+    envelope_.reduction = 0;
+    envelope_.isLatched = false;
+}
+
+void GainComputer::setHold(bool holds) noexcept
+{
+    envelope_.holds = holds;
+    envelope_.isLatched = false;
+}
+
+/// Levels to reductions; true if there are none.
+bool GainComputer::reductions(double* x, const CompressionCurve& curve, double release,
+                              int n) noexcept
+{
+    constexpr double kFloor = 1e-8;     // power added to the level: -80 dB
     constexpr double kNothing = 1e-13;  // dB, below which a release is over
-    T* const x = gain;
     if (curve.slope > 0) {
-        vec::decibelsFromPower(x, level, kFloor, n);
+        vec::decibelsFromPower(x, x, kFloor, n);
         curve.reduce(x, n);
     } else {
         vec::clear(x, n);
     }
-    const T* const delayed = history_.push(x, n);
+    const double* const delayed = history_.push(x, n);
     quiet_ = vec::peak(x, n) > 0 ? 0 : std::min(quiet_ + n, history_.delay() + kSubBlock);
     const bool isQuiet = quiet_ >= history_.delay() + n;
-    if (envelope_.reduction == 0 && isQuiet) {
-        vec::set(x, makeUpDb == 0 ? T(1) : dbToGain(makeUpDb), n);
-        return true;
-    }
+    if (envelope_.reduction == 0 && isQuiet) return true;
     envelope_.run(x, delayed, release, n);
-    largest_ = std::max(largest_, double(vec::peak(x, n)));
+    largest_ = std::max(largest_, vec::peak(x, n));
     if (isQuiet && envelope_.reduction < kNothing) {
         envelope_.reduction = 0;
         envelope_.isLatched = false;
     }
-    vec::complement(x, makeUpDb, n);
-    vec::gainFromDecibels(x, x, n);
     return false;
 }
 
-template struct CompressionCurve<float>;
-template struct CompressionCurve<double>;
-template class GainComputer<float>;
-template class GainComputer<double>;
+template <typename T>
+bool GainComputer::run(double* level, T* gain, const CompressionCurve& curve, double release,
+                       double makeUpDb, int n) noexcept
+{
+    if (reductions(level, curve, release, n)) {
+        vec::set(gain, T(makeUpDb == 0 ? 1 : dbToGain(makeUpDb)), n);
+        return true;
+    }
+    for (int i = 0; i < n; ++i) gain[i] = T(makeUpDb - level[i]);
+    vec::gainFromDecibels(gain, gain, n);
+    return false;
+}
+
+template bool GainComputer::run(double*, float*, const CompressionCurve&, double, double,
+                                int) noexcept;
+template bool GainComputer::run(double*, double*, const CompressionCurve&, double, double,
+                                int) noexcept;
 
 }  // namespace quillworks
 #endif
