@@ -18,6 +18,10 @@ constexpr float kNothing = std::numeric_limits<float>::quiet_NaN();
 
 constexpr Family<S> kPerChannel{.count = VNK::kMaxChannels, .perChannel = true};
 
+// Families of readings per channel.
+constexpr Tag kLevel = 1000, kLevelHold = 1100, kRms = 1200, kRmsHold = 1300, kClipRun = 1400,
+              kSamplePeak = 1500, kProgrammeRms = 1600;
+
 constexpr ParameterNotes notes(const char* group, const char* help)
 {
     return {.group = group, .help = help};
@@ -39,11 +43,11 @@ constexpr Parameter<S> kParameters[] = {
     {"measurement",      "Strc"_tag, "Measurement",       Kind::Command,     0,   2,  0,    "",   &S::measurement,      Core::Law},
     {"layoutweights",    "LayW"_tag, "Layout Weights",    Kind::Command,     0,   1,  1,    "",   &S::useLayoutWeights, Core::Weights},
 
-    {"level",              1000,     "Level",             Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"levelHold",          1100,     "Peak Hold",         Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"rms",                1200,     "RMS",               Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"rmsHold",            1300,     "RMS Hold",          Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"clipRun",            1400,     "Clip Run",          Kind::Reading,     0, 100, 0,     "",   nullptr, 0, conversion::asIs, {}, kPerChannel},
+    {"level",             kLevel,      "Level",             Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
+    {"levelHold",         kLevelHold,  "Peak Hold",         Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
+    {"rms",               kRms,        "RMS",               Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
+    {"rmsHold",           kRmsHold,    "RMS Hold",          Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
+    {"clipRun",           kClipRun,    "Clip Run",          Kind::Reading,     0, 100, 0,     "",   nullptr, 0, conversion::asIs, {}, kPerChannel},
     {"speakerCount",      "SpkC"_tag, "Speakers",         Kind::Reading,     0,  32, 0,     ""},
     {"processingError",   "PErr"_tag, "Invalid Input",    Kind::Reading,     0,   1, 0,     ""},
     // The first two keys have always been spelt this way.
@@ -61,12 +65,12 @@ constexpr Parameter<S> kParameters[] = {
     {"rangeLow",          "PRLo"_tag, "Range Low",          Kind::Reading, -144, 10, kNothing, "LUFS"},
     {"rangeHigh",         "PRHi"_tag, "Range High",         Kind::Reading, -144, 10, kNothing, "LUFS"},
     {"truePeak",          "PTPk"_tag, "Maximum True Peak",  Kind::Reading, -144, 24, kNothing, "dB"},
-    {"samplePeak",         1500,      "Sample Peak",        Kind::Reading, -144, 24, kNothing, "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"programmeRms",       1600,      "Programme RMS",      Kind::Reading, -144, 24, kNothing, "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
+    {"samplePeak",        kSamplePeak,   "Sample Peak",        Kind::Reading, -144, 24, kNothing, "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
+    {"programmeRms",      kProgrammeRms, "Programme RMS",      Kind::Reading, -144, 24, kNothing, "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
 };
 
 // Choices of the menus, by the attribute's value.
-constexpr float kRmsLengths[] = {0.6f, 1.8f};    // seconds; 15 s would overflow the window's sum
+constexpr float kRmsLengths[] = {0.6f, 1.8f};    // seconds; 15 s would saturate the window's sum
 constexpr float kHoldLengths[] = {1.8f, 15.0f};  // seconds
 constexpr float kPlainHold = 1;                  // while "vuHold" is off
 
@@ -118,7 +122,7 @@ template <typename T> void LevelMeterCore<T>::prepare(const ProcessSpec& spec)
 {
     sampleRate_ = spec.sampleRate;
     const auto channels = static_cast<std::size_t>(spec.channels);
-    channels_ = std::vector<Channel>(channels);
+    channels_.resize(channels);
     for (auto& c : channels_) {
         c.meter.prepare(spec.sampleRate);
         c.interpolator.prepare(spec.sampleRate, kPiece);
@@ -251,23 +255,26 @@ template <typename T> void LevelMeterCore<T>::endProgramme() noexcept
 
 template <typename T> void LevelMeterCore<T>::publish(MeterSlots& meters) noexcept
 {
-    bool isInvalid = false;
-    Tag index = 0;
-    for (const auto& c : channels_) {
-        meters.publish(1000 + index, decibels(c.meter.level()));
-        meters.publish(1100 + index, decibels(c.meter.levelHold()));
-        meters.publish(1200 + index, decibels(c.meter.rms()));
-        meters.publish(1300 + index, decibels(c.meter.rmsHold()));
-        meters.publish(1400 + index, static_cast<float>(c.meter.clipRun()));
-        isInvalid |= c.isInvalid;
-        ++index;
-    }
-    meters.publish("SpkC"_tag, static_cast<float>(channels_.size()));
+    const int n = static_cast<int>(channels_.size());
+    const auto at = [this](int c) -> const Channel& {
+        return channels_[static_cast<std::size_t>(c)];
+    };
+    meters.publishFamily(kLevel, n, [&](int c) { return decibels(at(c).meter.level()); });
+    meters.publishFamily(kLevelHold, n, [&](int c) { return decibels(at(c).meter.levelHold()); });
+    meters.publishFamily(kRms, n, [&](int c) { return decibels(at(c).meter.rms()); });
+    meters.publishFamily(kRmsHold, n, [&](int c) { return decibels(at(c).meter.rmsHold()); });
+    meters.publishFamily(kClipRun, n, [&](int c) { return float(at(c).meter.clipRun()); });
+    const bool isInvalid =
+        std::any_of(channels_.begin(), channels_.end(), [](const auto& c) { return c.isInvalid; });
+    meters.publish("SpkC"_tag, static_cast<float>(n));
     meters.publish("PErr"_tag, isInvalid ? 1.0f : 0.0f);
     meters.publish("Corr"_tag, static_cast<float>(correlation_.value()));
     meters.publish("LTPk"_tag, truePeakDb_);
-    publishProgramme(meters);
-    if (measurement_ != Measurement::Own) return;
+
+    const bool isStrict = measurement_ != Measurement::Own;
+    if (isStrict || showsProgramme_) publishProgramme(meters);
+    showsProgramme_ = isStrict;
+    if (isStrict) return;
     const auto& own = loudness_.own();
     meters.publish("LMom"_tag, static_cast<float>(own.momentary()));
     meters.publish("LSho"_tag, static_cast<float>(own.shortTerm()));
@@ -276,12 +283,9 @@ template <typename T> void LevelMeterCore<T>::publish(MeterSlots& meters) noexce
     meters.publish("LRHi"_tag, static_cast<float>(own.range().high));
 }
 
-/// The strict results; the readings of the display show the same law.
+/// The strict results, or nothing once the meter's own law is back.
 template <typename T> void LevelMeterCore<T>::publishProgramme(MeterSlots& meters) noexcept
 {
-    const auto orFloor = [](double x, double floor) {
-        return static_cast<float>(std::isnan(x) ? floor : x);
-    };
     const auto& r = results_;
     meters.publish("PMom"_tag, static_cast<float>(r.momentaryMax));
     meters.publish("PSho"_tag, static_cast<float>(r.shortTermMax));
@@ -289,19 +293,28 @@ template <typename T> void LevelMeterCore<T>::publishProgramme(MeterSlots& meter
     meters.publish("PRng"_tag, static_cast<float>(r.range));
     meters.publish("PRLo"_tag, static_cast<float>(r.rangeLow));
     meters.publish("PRHi"_tag, static_cast<float>(r.rangeHigh));
+
     const bool isStrict = measurement_ != Measurement::Own;
+    const auto shown = [&](double linear) {
+        return isStrict ? decibelsOrNothing(linear) : kNothing;
+    };
+    const double scale = 2 / PowerQuanta::kPerUnit / double(std::max<std::int64_t>(frames_, 1));
     double truePeak = 0;
-    Tag index = 0;
-    for (const auto& c : channels_) {
-        const double power =
-            c.power / PowerQuanta::kPerUnit / double(std::max<std::int64_t>(frames_, 1));
-        meters.publish(1500 + index, isStrict ? decibelsOrNothing(c.samplePeak) : kNothing);
-        meters.publish(1600 + index, isStrict ? decibelsOrNothing(std::sqrt(2 * power)) : kNothing);
+    for (const auto& c : channels_)
         truePeak = std::max({truePeak, double(c.truePeak), double(c.samplePeak)});
-        ++index;
-    }
-    meters.publish("PTPk"_tag, isStrict ? decibelsOrNothing(truePeak) : kNothing);
+    const auto at = [this](int c) -> const Channel& {
+        return channels_[static_cast<std::size_t>(c)];
+    };
+    const int n = static_cast<int>(channels_.size());
+    meters.publish("PTPk"_tag, shown(truePeak));
+    meters.publishFamily(kSamplePeak, n, [&](int c) { return shown(at(c).samplePeak); });
+    meters.publishFamily(kProgrammeRms, n,
+                         [&](int c) { return shown(std::sqrt(at(c).power * scale)); });
     if (!isStrict) return;
+    // The readings of the display show the same law.
+    const auto orFloor = [](double x, double floor) {
+        return static_cast<float>(std::isnan(x) ? floor : x);
+    };
     meters.publish("LMom"_tag, static_cast<float>(loudness_.strict().momentary()));
     meters.publish("LSho"_tag, static_cast<float>(loudness_.strict().shortTerm()));
     meters.publish("LInt"_tag, orFloor(r.integrated, kNoLoudness));

@@ -74,6 +74,7 @@ private:
     float truePeakDb_ = -144;
     Measurement measurement_ = Measurement::Own;
     StrictLoudness::Results results_{};
+    bool showsProgramme_ = true;  // the slots hold programme figures, or nobody knows
     std::int64_t frames_ = 0;     // of the programme
     std::int64_t evaluated_ = 0;  // frames at the last evaluation
     double sampleRate_ = 44100;

@@ -5,8 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <new>
 #include <numeric>
-#include <vector>
+
+#include "dsp/aligned_buffer.h"
 
 namespace quillworks {
 
@@ -51,11 +53,13 @@ template <typename T> PowerQuanta quantisePower(std::int64_t* q, const T* x, int
 /// cut to what fits, and the cut value is what leaves the window later.
 class PowerWindow {
 public:
-    /// Room for windows of up to `length` samples. May throw std::bad_alloc.
+    /// Room for windows of up to `length` samples, allocated anew only when that changes; the
+    /// window is 1 sample long after it. May throw std::bad_alloc.
     void reserve(int length)
     {
-        ring_.assign(static_cast<std::size_t>(std::max(length, 1)), 0);
-        used_ = 0;
+        clear();
+        length_ = 1;
+        if (!ring_.resize(static_cast<std::size_t>(std::max(length, 1)))) throw std::bad_alloc();
     }
 
     /// Makes the window `length` samples long (0: as 1) and empties it. False, and nothing changed,
@@ -145,7 +149,7 @@ private:
         return largest;
     }
 
-    std::vector<std::int64_t> ring_;
+    AlignedBuffer<std::int64_t> ring_;
     std::int64_t sum_ = 0;
     int length_ = 1;
     int at_ = 0;

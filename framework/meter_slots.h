@@ -35,6 +35,13 @@ public:
             std::lower_bound(byTag_.begin(), byTag_.end(), std::pair(tag, std::size_t{0}));
         if (at != byTag_.end() && at->first == tag) set(at->second, value);
     }
+    /// Publishes value(i) under the tags base .. base + n - 1 of a family. [audio thread]
+    template <class F> void publishFamily(VNK::Tag base, int n, F&& value) noexcept
+    {
+        auto at = std::lower_bound(byTag_.begin(), byTag_.end(), std::pair(base, std::size_t{0}));
+        for (int i = 0; i < n && at != byTag_.end(); ++i, ++at)
+            if (at->first == base + static_cast<VNK::Tag>(i)) set(at->second, value(i));
+    }
     /// The latest value of the i-th meter. [any thread]
     float read(std::size_t i) const noexcept
     {

@@ -196,7 +196,8 @@ TYPED_TEST(LevelMeter, OwnLoudnessLawAndWhereItDepartsFromTheStandards)
     this->play(tone(18.2, -23), 2);
     EXPECT_NEAR(read("loundessMomentary"), -22.99, 0.02);
     EXPECT_NEAR(read("loundessShortTerm"), -22.99, 0.02);
-    EXPECT_NEAR(read("loudnessIntegral"), -23.05, 0.03);
+    EXPECT_NEAR(read("loudnessIntegral"), -23.0486, 0.001) << "lower edges of the bins";
+    EXPECT_NEAR(read("loudnessRangeMax"), -22.9777, 0.001) << "centres of the bins";
     EXPECT_NEAR(read("loudnessRangeMax") - read("loudnessRangeMin"), 1.75, 0.06);
 
     this->fx.set("resetloudness", 1);
@@ -210,6 +211,18 @@ TYPED_TEST(LevelMeter, OwnLoudnessLawAndWhereItDepartsFromTheStandards)
     this->play(tone(20, -60), 2);
     EXPECT_NEAR(read("loundessMomentary"), -60, 0.02);
     EXPECT_NEAR(read("loudnessIntegral"), -45.69, 0.01) << "the lowest bin";
+}
+
+TYPED_TEST(LevelMeter, RangeGateLiesTwentyBelowTheMeanOfTheReadings)
+{
+    // 300 readings at -20, 29 on the way down, 71 at a level that the gate lets in above -44.7.
+    const auto range = [&](double quiet) {
+        EffectUnderTest<TypeParam> fx("Level Meter");
+        for (const auto& x : {this->tone(30, -20), this->tone(10, quiet)}) fx.play({x, x});
+        return fx.meter("loudnessRangeMax") - fx.meter("loudnessRangeMin");
+    };
+    EXPECT_NEAR(range(-44), 24, 0.1);
+    EXPECT_LT(range(-45.5), 10);
 }
 
 TYPED_TEST(LevelMeter, LayoutWeightsCanBeSwitchedOff)
@@ -245,6 +258,19 @@ TYPED_TEST(LevelMeter, ReadingsStandWhileBypassedAndRestartWithReset)
     EXPECT_EQ(this->fx.meter("loudnessIntegral"), -144);
     EXPECT_EQ(this->fx.meter("levelHold0"), -144);
     EXPECT_EQ(this->fx.meter("loudnessTruePeak"), -144);
+}
+
+TEST(PeakHold, EndsWithTheBlockThatCompletesItsTime)
+{
+    for (const int frames : {47998, 47999}) {
+        PeakHold hold;
+        hold.setTime(48000, 1);
+        hold.take(1, 10);
+        hold.take(0.5, frames);
+        EXPECT_EQ(hold.value(), 1);
+        hold.take(0.25, 10);
+        EXPECT_EQ(hold.value(), frames == 47998 ? 1 : 0.25);
+    }
 }
 
 TEST(ChannelMeter, HoldsForEverAndKeepsItsWindowWhenAskedForTooMuch)
