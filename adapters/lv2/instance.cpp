@@ -22,7 +22,10 @@ constexpr double kLongestDrySeconds = 0.25;
 
 Instance::Instance(const Catalogue& catalogue, const Plugin& plugin, double sampleRate,
                    const LV2_Feature* const* features)
-    : plugin_(plugin), effect_(catalogue.create(plugin)), sampleRate_(sampleRate)
+    : plugin_(plugin),
+      effect_(catalogue.create(plugin)),
+      sampleRate_(sampleRate),
+      seen_(plugin.ports.size())
 {
     readOptions(features);
     if (!effect_ || !effect_->algorithm()->setSampleRate(maxFrames_, sampleRate))
@@ -48,7 +51,8 @@ Instance::Instance(const Catalogue& catalogue, const Plugin& plugin, double samp
             // The effect stands at its defaults: a port that does as well is no news.
             VNK::ParameterInfo info{};
             effect_->getParameter(port.index, info);
-            controls_.push_back({port.index, nullptr, info.defaultValue});
+            seen_[controls_.size()].store(info.defaultValue, std::memory_order_relaxed);
+            controls_.push_back({port.index, nullptr});
         }
         if (port.role != Role::Meter) continue;
         VNK::MeterInfo info{};
@@ -128,13 +132,14 @@ void Instance::activate() noexcept
 
 void Instance::readControls() noexcept
 {
-    for (auto& control : controls_) {
+    for (std::size_t i = 0; i < controls_.size(); ++i) {
+        const auto& control = controls_[i];
         if (!control.port) continue;
         const float value = *control.port;
         // A value that stands still is not set again: an effect may have moved the parameter
         // since, as coupled ones do, and the host cannot be told.
-        if (value == control.seen || !std::isfinite(value)) continue;
-        control.seen = value;
+        if (value == seen_[i].load(std::memory_order_relaxed) || !std::isfinite(value)) continue;
+        seen_[i].store(value, std::memory_order_relaxed);
         if (effect_->getValue(control.parameter) != value)
             effect_->setValue(control.parameter, value);
     }

@@ -2,6 +2,7 @@
 // A running plug-in: ports on one side, component and algorithm on the other.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -29,16 +30,16 @@ public:
     void activate() noexcept;                 // [main thread]
     void run(std::uint32_t frames) noexcept;  // [audio thread]
 
-    // What a song holds; hosts do not run the plug-in meanwhile. [main thread]
+    // What a song holds. Hosts may go on running the plug-in while they save, but not while they
+    // restore. [main thread]
     LV2_State_Status save(LV2_State_Store_Function store, LV2_State_Handle handle);
     LV2_State_Status restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle);
 
 private:
-    /// A control input: where the host writes it and what was read from there last.
+    /// A control input: where the host writes it.
     struct Control {
         int parameter;
         const float* port = nullptr;
-        float seen;
     };
 
     /// A control output.
@@ -66,6 +67,7 @@ private:
     std::vector<const float*> in_, side_;
     std::vector<float*> out_;
     std::vector<Control> controls_;
+    std::vector<std::atomic<float>> seen_;  // what was read from each control last
     std::vector<int> controlOfPort_, meterOfPort_;
     std::vector<Meter> meters_;
     const LV2_Atom_Sequence* events_ = nullptr;

@@ -43,13 +43,15 @@ UridMap::UridMap()
 
 LV2_URID UridMap::map(const std::string& uri)
 {
+    const std::lock_guard lock(mutex_);
     const auto [at, isNew] = ids_.try_emplace(uri, static_cast<LV2_URID>(uris_.size() + 1));
     if (isNew) uris_.push_back(&at->first);
     return at->second;
 }
 
-const char* UridMap::uri(LV2_URID urid) const noexcept
+const char* UridMap::uri(LV2_URID urid) const
 {
+    const std::lock_guard lock(mutex_);
     return urid >= 1 && urid <= uris_.size() ? uris_[urid - 1]->c_str() : nullptr;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -16,16 +17,17 @@
 
 namespace quillworks::lilv {
 
-/// Numbers for URIs, one set for the whole process as hosts keep it. [main thread]
+/// Numbers for URIs, one set for the whole process as hosts keep it. [any thread but audio]
 class UridMap {
 public:
     UridMap();
     LV2_URID map(const std::string& uri);
-    const char* uri(LV2_URID urid) const noexcept;
+    const char* uri(LV2_URID urid) const;
     LV2_URID_Map* feature() noexcept { return &map_; }
     LV2_URID_Unmap* unmapFeature() noexcept { return &unmap_; }
 
 private:
+    mutable std::mutex mutex_;
     std::map<std::string, LV2_URID> ids_;
     std::vector<const std::string*> uris_;
     LV2_URID_Map map_;

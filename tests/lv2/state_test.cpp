@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 // Songs and presets: what comes back, and what is refused.
-#include <cstring>
+#include <atomic>
+#include <thread>
 
 #include "adapters/lv2/instance.h"
 #include "tests/lv2/lv2_under_test.h"
@@ -87,6 +88,36 @@ TEST(Lv2State, PresetsAreThoseOfTheModuleAndStandInThePorts)
             const auto in = noiseChannels(plugin.layout.channels, 2000);
             EXPECT_TRUE(isSame(running.play(in), reference.play(in, kMaxFrames)));
         }
+    }
+}
+
+TEST(Lv2State, IsSavedWhileThePlugInRuns)
+{
+    for (const auto& plugin : catalogue().plugins()) {
+        SCOPED_TRACE(plugin.uri);
+        Lv2UnderTest running(plugin.uri), after(plugin.uri);
+        const auto in = noiseChannels(plugin.layout.channels, 512);
+        std::atomic<bool> isDone{false};
+        std::thread audio([&] {
+            auto effect = effectOf(plugin);
+            for (std::uint32_t turn = 0; !isDone; ++turn) {
+                randomise(effect, running, kSeed + turn % 50);
+                running.play(in, 64);
+            }
+        });
+        for (int i = 0; i < 5; ++i) {
+            const auto* state = static_cast<const LV2_State_Interface*>(
+                lilv_instance_get_extension_data(running.instance().get(), LV2_STATE__interface));
+            const auto store = [](LV2_State_Handle, std::uint32_t, const void*, std::size_t size,
+                                  std::uint32_t, std::uint32_t) {
+                return size > 0 ? LV2_STATE_SUCCESS : LV2_STATE_ERR_UNKNOWN;
+            };
+            EXPECT_EQ(state->save(lilv_instance_get_handle(running.instance().get()), store,
+                                  nullptr, 0, nullptr),
+                      LV2_STATE_SUCCESS);
+        }
+        isDone = true;
+        audio.join();
     }
 }
 
