@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 // State, presets and programs of a component.
 #include <algorithm>
+#include <cmath>
 
 #include "framework/effect_component.h"
 #include "framework/resources.h"
@@ -26,19 +27,34 @@ bool AudioEffectComponent::restore(StoredState state)
     if (state.classId != classId_) return refusal_ = "it belongs to another effect", false;
     if (state.algorithmVersion.value_or(1) > traits_.algorithmVersion)
         return refusal_ = "it was stored by a newer version of the effect", false;
+    // What has to be put right is told, but is no reason to refuse the rest.
+    std::string remark;
+    const auto note = [&](const std::string& key, const char* what) {
+        remark += (remark.empty() ? "\"" : ", \"") + key + "\" " + what;
+    };
+    std::erase_if(state.parameters, [&](const auto& entry) {
+        if (std::isfinite(entry.second)) return false;
+        note(entry.first, "is not finite and takes its default");
+        return true;
+    });
     migrate(state);
     for (std::int32_t i = 0; i < countParameters(); ++i) {
         const auto& p = at(i);
         if (!p.isStored()) continue;
         const float* stored = state.find(p.key);
-        store(i, p.limited(stored ? *stored : p.defaultValue));
+        const float value = p.limited(stored ? *stored : p.defaultValue);
+        if (stored && value != *stored) note(p.key, "is limited to its range");
+        store(i, value);
     }
     for (auto& [key, attribute] : attributes_) {
         if (!attribute.isStored) continue;
         const auto stored = state.attributes.find(key);
-        if (stored == state.attributes.end()) continue;
-        if (const auto* n = std::get_if<std::int64_t>(&stored->second)) setInteger(key.c_str(), *n);
+        const auto* n = stored == state.attributes.end()
+                            ? nullptr
+                            : std::get_if<std::int64_t>(&stored->second);
+        setInteger(key.c_str(), n ? *n : attribute.defaultValue);
     }
+    refusal_ = std::move(remark);
     programName_ = std::move(state.name);
     updateDelays();
     tell("processStateChanged");

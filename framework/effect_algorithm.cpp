@@ -75,8 +75,8 @@ void AudioEffectAlgorithm::setPrecision(VNK::Precision precision) noexcept
 
 bool AudioEffectAlgorithm::setSampleRate(std::int32_t maxFrames, double sampleRate) noexcept
 {
-    isPrepared_ = false;
     if (!(sampleRate >= 1 && sampleRate <= 2e6) || maxFrames < 1) return false;
+    isPrepared_ = false;
     try {
         ProcessSpec spec;
         spec.sampleRate = sampleRate;

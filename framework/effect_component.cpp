@@ -305,7 +305,7 @@ void AudioEffectComponent::tell(const char* message) noexcept
 
 void AudioEffectComponent::declareAttribute(const char* key, std::int64_t value, bool isStored)
 {
-    attributes_[key] = {value, true, isStored};
+    attributes_[key] = {value, true, isStored, value};
 }
 
 void AudioEffectComponent::publishAttribute(const char* key, AttributeValue value)

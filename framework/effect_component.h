@@ -138,6 +138,7 @@ private:
         AttributeValue value;
         bool isSettable = false;
         bool isStored = false;
+        std::int64_t defaultValue = 0;
     };
 
     AudioEffectComponent(AudioEffectAlgorithm& algorithm, AlgorithmParameterList list,

@@ -135,7 +135,7 @@ bool readPreset(const void* data, std::size_t bytes, StoredState& state, std::st
         if (!seen.insert(key).second) return reason = "the key \"" + key + "\" stands twice", false;
         if (!readAll(std::string_view(p.attribute("value")), value))
             return reason = "the value of \"" + key + "\" is not a number", false;
-        if (std::isfinite(value)) read.parameters.emplace_back(key, value);
+        read.parameters.emplace_back(key, value);
     }
     for (auto a = root.child("ComponentData").child("Attribute"); a; a = a.next("Attribute")) {
         const std::string key = a.attribute("key");

@@ -160,7 +160,7 @@ bool readChunk(const void* data, std::size_t bytes, StoredState& state, std::str
             const auto* n = std::get_if<std::int64_t>(&value);
             if (name == "AlgorithmData" && key == "algorithmVersion" && n)
                 read.algorithmVersion = *n;
-            else if (name == "ParameterData" && f && std::isfinite(*f))
+            else if (name == "ParameterData" && f)
                 read.parameters.emplace_back(key, *f);
             else if (name == "ComponentData" && (!f || std::isfinite(*f)))
                 read.attributes[key] = value;

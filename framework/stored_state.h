@@ -35,8 +35,8 @@ inline constexpr std::size_t kLargestPreset = 1u << 20;  // bytes
 /// UTF-8 document with the root AudioEffectPreset; floats read back to the same bits.
 std::string writePreset(const StoredState& state);
 /// Numbers that are no numbers, keys that stand twice, another root name, a newer version, or more
-/// than kLargestPreset are refused with a reason. Values that are not finite are left out, so that
-/// the default takes their place.
+/// than kLargestPreset are refused with a reason. Values that are not finite are kept: who
+/// applies them says so.
 bool readPreset(const void* data, std::size_t bytes, StoredState& state, std::string& reason);
 
 /// Little-endian chunk "FXST" with the sections AlgorithmData, ParameterData and ComponentData.

@@ -32,7 +32,8 @@ Effect createEffect(const Session& session, const EffectSpec& spec)
 {
     Effect effect = session.create(spec.name);
     for (const auto& [key, value] : spec.values) effect.value(effect.find(key), value);
-    for (const auto& preset : spec.presets) effect.loadPreset(preset);
+    for (const auto& preset : spec.presets)
+        if (const auto remark = effect.loadPreset(preset); !remark.empty()) session.note(remark);
     for (const auto& [key, value] : spec.values) effect.set(key, value);
     return effect;
 }

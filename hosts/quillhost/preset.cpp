@@ -64,7 +64,7 @@ Effect effectOf(const Session& session, const std::string& path)
     for (const auto* c : session.classes()) {
         if (c->classId != id) continue;
         const Effect effect = session.create(*c);
-        effect.loadPreset(path);
+        if (const auto remark = effect.loadPreset(path); !remark.empty()) session.note(remark);
         return effect;
     }
     throw WorkError(path + ": is for " + inQuotes(document.root().attribute("className")) +

@@ -99,7 +99,7 @@ void Effect::set(const std::string& key, const std::string& text) const
     component_->setValue(index, value(index, text));
 }
 
-void Effect::loadPreset(const std::string& path) const
+std::string Effect::loadPreset(const std::string& path) const
 {
     std::string content, reason;
     if (!VNK::readFile(path.c_str(), kLargestPreset, content, reason))
@@ -107,6 +107,8 @@ void Effect::loadPreset(const std::string& path) const
     if (!component_->loadPreset(content.data(), content.size()))
         throw WorkError(path + ": the preset does not load into " + name() + ": " +
                         oneLine(component_->refusalReason()));
+    const std::string remark = component_->refusalReason();
+    return remark.empty() ? remark : path + ": " + oneLine(remark);
 }
 
 VNK::SpeakerArrangement Effect::usualLayout() const

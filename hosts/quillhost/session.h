@@ -30,8 +30,9 @@ public:
     /// or out of range.
     float value(int index, const std::string& text) const;
     void set(const std::string& key, const std::string& text) const;
-    /// Loads a preset file into the effect.
-    void loadPreset(const std::string& path) const;
+    /// Loads a preset file into the effect. Returns what had to be put right in it, or nothing;
+    /// WorkError when it is refused.
+    std::string loadPreset(const std::string& path) const;
 
     /// Stereo where the effect takes it, else what it takes.
     VNK::SpeakerArrangement usualLayout() const;

@@ -134,6 +134,8 @@ TEST_P(EveryState, OddValuesAreLimitedAndMissingOnesTakeTheirDefaults)
     }
     for (bool large : {true, false}) {
         ASSERT_TRUE(load(fx, document(large ? tooLarge : notFinite), true));
+        EXPECT_NE(std::string(fx.component().refusalReason()).find(large ? "limited" : "finite"),
+                  std::string::npos);
         for (int i = 0; i < fx.component().countParameters(); ++i) {
             VNK::ParameterInfo p;
             fx.component().getParameter(i, p);

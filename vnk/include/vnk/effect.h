@@ -90,7 +90,8 @@ protected:
     ~IEffectAlgorithm() = default;
 };
 
-/// Told by the component, on the main thread.
+/// Told by the component on the thread that made the change: the main thread, or the audio thread
+/// for values that automation sets between two blocks. An implementation must not block.
 class IEffectListener {
 public:
     /// "processSetupChanged", "processStateChanged", "speakerTypeChanged", "sideChainActivated",
@@ -153,8 +154,9 @@ public:
     /// Parameters and meters see the editor open or closed: some meters run only while it is open.
     virtual void setEditorOpen(bool open) noexcept = 0;
 
-    // State. A refused state or preset leaves everything as it was and gives the reason, a text
-    // that lives until the next call.
+    // State. A refused state or preset leaves everything as it was; refusalReason() says why. After
+    // one that was accepted it says what had to be put right in it (values out of range, values that
+    // are not finite), or nothing. The text lives until the next call.
     virtual bool saveState(IByteSink& sink) const noexcept = 0;
     virtual bool loadState(const void* data, std::size_t bytes) noexcept = 0;
     virtual bool savePreset(const char* name, IByteSink& sink) const noexcept = 0;
