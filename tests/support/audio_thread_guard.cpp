@@ -95,6 +95,11 @@ void* aligned_alloc(std::size_t alignment, std::size_t n)
     note("aligned_alloc");
     return __libc_memalign(alignment, n);
 }
+void* memalign(std::size_t alignment, std::size_t n)
+{
+    note("memalign");
+    return __libc_memalign(alignment, n);
+}
 int posix_memalign(void** p, std::size_t alignment, std::size_t n)
 {
     note("posix_memalign");
