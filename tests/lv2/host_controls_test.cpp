@@ -90,21 +90,22 @@ TEST(Lv2Tempo, ActsFromTheFrameOfTheEventAndStays)
         SCOPED_TRACE(plugin.uri);
         Lv2UnderTest running(plugin.uri);
         auto effect = effectOf(plugin);
-        randomise(effect, running, kSeed + 3);
         auto in = noiseChannels(plugin.layout.channels, 30000);
         Channels<float> a = in, b = in;
         const auto play = [&](int at, int n) { effect.processBlock(in, a, at, n); };
-        const auto at0 = position(186, 8), at100 = position(71.5f, 4);
+        const auto at0 = position(372, 8), later = position(71.5f, 4);
         running.instance().send(0, reinterpret_cast<const LV2_Atom*>(at0.data()));
-        running.instance().send(100, reinterpret_cast<const LV2_Atom*>(at100.data()));
-        running.runBlock(in, b, 0, 500);
-        effect.tempo(93);
-        play(0, 100);
-        effect.tempo(71.5);
-        play(100, 400);
-        for (int at = 500; at < 30000; at += 500) {
+        effect.tempo(186);
+        for (int at = 0; at < 30000; at += 500) {
+            if (at == 20000) {
+                running.instance().send(100, reinterpret_cast<const LV2_Atom*>(later.data()));
+                play(at, 100);
+                effect.tempo(71.5);
+                play(at + 100, 400);
+            } else {
+                play(at, 500);
+            }
             running.runBlock(in, b, static_cast<std::size_t>(at), 500);
-            play(at, 500);
         }
         EXPECT_TRUE(isSame(a, b));
     }

@@ -40,10 +40,15 @@ TEST(Lv2State, ASongGivesEveryPlugInBackAsItWas)
         const auto in = noiseChannels(plugin.layout.channels, 2000);
         Lv2UnderTest before(plugin.uri), after(plugin.uri);
         auto effect = effectOf(plugin);
-        for (std::uint32_t turn = 0; turn < 3; ++turn) {
-            randomise(effect, before, kSeed + turn);
-            before.play(in);  // parameters that move others have moved them now
-        }
+        randomise(effect, before, kSeed);
+        before.play(in);
+        // Parameters that move others do so without the host's ports following.
+        VNK::ParameterInfo p;
+        for (int i = 0; effect.component().getParameter(i, p); ++i)
+            if (p.kind == VNK::ValueKind::Toggle && before.has(p.key) && p.isStored()) {
+                before.set(p.key, 1 - before.instance().get(p.key));
+                before.play(in);
+            }
         const State stored(before.instance().save());
         after.instance().restore(stored.get());
         after.play(in);
