@@ -57,4 +57,4 @@ template <class T> void gainFromDecibels(T* d, const T* s, int n);
 template <class T> void decibelsFromPower(T* d, const T* s, T floor, int n);
 // clang-format on
 
-} // namespace plain
+}  // namespace plain

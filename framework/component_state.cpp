@@ -49,9 +49,8 @@ bool AudioEffectComponent::restore(StoredState state)
     for (auto& [key, attribute] : attributes_) {
         if (!attribute.isStored) continue;
         const auto stored = state.attributes.find(key);
-        const auto* n = stored == state.attributes.end()
-                            ? nullptr
-                            : std::get_if<std::int64_t>(&stored->second);
+        const auto* n =
+            stored == state.attributes.end() ? nullptr : std::get_if<std::int64_t>(&stored->second);
         setInteger(key.c_str(), n ? *n : attribute.defaultValue);
     }
     refusal_ = std::move(remark);

@@ -155,8 +155,8 @@ public:
     virtual void setEditorOpen(bool open) noexcept = 0;
 
     // State. A refused state or preset leaves everything as it was; refusalReason() says why. After
-    // one that was accepted it says what had to be put right in it (values out of range, values that
-    // are not finite), or nothing. The text lives until the next call.
+    // one that was accepted it says what had to be put right in it (values out of range, values
+    // that are not finite), or nothing. The text lives until the next call.
     virtual bool saveState(IByteSink& sink) const noexcept = 0;
     virtual bool loadState(const void* data, std::size_t bytes) noexcept = 0;
     virtual bool savePreset(const char* name, IByteSink& sink) const noexcept = 0;
