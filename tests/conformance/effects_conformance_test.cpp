@@ -285,8 +285,6 @@ TEST_P(EveryEffect, StandsEveryRateLayoutAndAutomation)
 {
     for (double rate : {8000., 44100., 48000., 96000., 192000., 384000.})
         for (int channels : {1, 2, 6, 8, 16}) {
-            // The widest layouts at the highest rates cost most and show least.
-            if (rate > 96000 && channels > 2 && channels != 8) continue;
             sweep<float>(GetParam(), rate, channels);
             sweep<double>(GetParam(), rate, channels);
             if (HasFatalFailure()) return;
