@@ -7,6 +7,7 @@
 
 #include "dsp/fast_log.h"
 #include "dsp/sanitise.h"
+#include "dynamics/editor_levels.h"
 #include "dynamics/sidechain_source.h"
 
 namespace quillworks {
@@ -18,9 +19,6 @@ using namespace conversion;
 
 constexpr int kMaxChannels = VNK::kMaxChannels;
 constexpr auto kGain = VNK::isDecibel | VNK::isBipolar;
-
-constexpr Tag kInputFast = 1000, kInputSlow = 1100, kOutputFast = 1200, kOutputSlow = 1300;
-constexpr Family<S> kPerChannel{.count = kMaxChannels, .perChannel = true};
 
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
@@ -67,10 +65,10 @@ constexpr Parameter<S> kParameters[] = {
         {.group = "Gain / Envelope", .help = "Share of the compressed signal; below 1 the untouched signal is added."}},
     {"bypass",            "Bypa"_tag, "Bypass",            Kind::Bypass},
     {"editor",            "Edit"_tag, "Editor",            Kind::Command,    0,     1,     0, "",                   &S::editorOpen, Core::Editor},
-    {"inlevel",           kInputFast, "InLevels",          Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
-    {"inlevelslow",       kInputSlow, "InLevels Slow",     Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
-    {"outlevel",          kOutputFast, "OutLevels",        Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
-    {"outlevelslow",      kOutputSlow, "OutLevels Slow",   Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
+    levelRow<S>("inlevel", kInputFast, "InLevels"),
+    levelRow<S>("inlevelslow", kInputSlow, "InLevels Slow"),
+    levelRow<S>("outlevel", kOutputFast, "OutLevels"),
+    levelRow<S>("outlevelslow", kOutputSlow, "OutLevels Slow"),
 };
 // clang-format on
 
@@ -295,11 +293,8 @@ template <typename T> void CompressorCore<T>::publish(MeterSlots& meters) noexce
     if (!k_.editorOpen) return;
     for (std::size_t c = 0; c < channels_.size(); ++c) {
         const auto& ch = channels_[c];
-        const auto tag = static_cast<Tag>(c);
-        meters.publish(kInputFast + tag, static_cast<float>(ch.inputMeter.fast.envelope));
-        meters.publish(kInputSlow + tag, static_cast<float>(ch.inputMeter.slow.envelope));
-        meters.publish(kOutputFast + tag, static_cast<float>(ch.outputMeter.fast.envelope));
-        meters.publish(kOutputSlow + tag, static_cast<float>(ch.outputMeter.slow.envelope));
+        publishLevel(meters, kInputFast, kInputSlow, c, ch.inputMeter);
+        publishLevel(meters, kOutputFast, kOutputSlow, c, ch.outputMeter);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "dsp/sanitise.h"
 #include "dsp/vec.h"
 #include "dsp/vector_math.h"
+#include "dynamics/editor_levels.h"
 #include "dynamics/sidechain_source.h"
 
 namespace quillworks {
@@ -18,8 +19,6 @@ using namespace conversion;
 
 constexpr int kMaxChannels = VNK::kMaxChannels;
 constexpr double kGainCorner = 2000;  // Hz: faster changes of gain would be heard as clicks
-constexpr Tag kInputFast = 1000, kInputSlow = 1100;
-constexpr Family<S> kPerChannel{.count = kMaxChannels, .perChannel = true};
 
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
@@ -51,8 +50,8 @@ constexpr Parameter<S> kParameters[] = {
     {"reduction",    "Redu"_tag, "Reduction",         Kind::Meter,    -96,     0,     0, "dB"},
     {"bypass",       "Bypa"_tag, "Bypass",            Kind::Bypass},
     {"editor",       "Edit"_tag, "Editor",            Kind::Command,    0,     1,     0, "",                   &S::editorOpen, Core::Editor},
-    {"inlevel",      kInputFast, "InLevels",          Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
-    {"inlevelslow",  kInputSlow, "InLevels Slow",     Kind::Reading,    0,     1,     0, "",                   nullptr,        0,                     asIs, {}, kPerChannel},
+    levelRow<S>("inlevel", kInputFast, "InLevels"),
+    levelRow<S>("inlevelslow", kInputSlow, "InLevels Slow"),
 };
 // clang-format on
 
@@ -238,11 +237,8 @@ template <typename T> void ExpanderCore<T>::publish(MeterSlots& meters) noexcept
 {
     meters.publish("Redu"_tag, static_cast<float>(lowest_));
     if (!k_.editorOpen) return;
-    for (std::size_t c = 0; c < channels_.size(); ++c) {
-        const auto& meter = channels_[c].inputMeter;
-        meters.publish(kInputFast + static_cast<Tag>(c), static_cast<float>(meter.fast.envelope));
-        meters.publish(kInputSlow + static_cast<Tag>(c), static_cast<float>(meter.slow.envelope));
-    }
+    for (std::size_t c = 0; c < channels_.size(); ++c)
+        publishLevel(meters, kInputFast, kInputSlow, c, channels_[c].inputMeter);
 }
 
 template class ExpanderCore<float>;

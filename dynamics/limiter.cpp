@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "dynamics/editor_levels.h"
+
 namespace quillworks {
 namespace {
 
@@ -19,8 +21,6 @@ float attackTime(float step)
 
 constexpr const char* kAttackTexts[] = {"Fast", "Medium", "Slow"};
 constexpr const char* kModeTexts[] = {"A", "B"};
-constexpr Tag kInputFast = 1000, kInputSlow = 1100, kOutputFast = 1200, kOutputSlow = 1300;
-constexpr Family<S> kPerChannel{.count = VNK::kMaxChannels, .perChannel = true};
 constexpr auto kGainFlags = VNK::isDecibel | VNK::isBipolar;
 
 // clang-format off
@@ -54,10 +54,10 @@ constexpr Parameter<S> kParameters[] = {
     {"thresholdabs", "ThrA"_tag, "Absolute Threshold",  Kind::Reading,  -24,    0,    0, "dB"},
     {"ratio",        "Rati"_tag, "Ratio",               Kind::Command,    1,   20,    2, "",                   &S::ratio,          Core::Curve},
     {"editor",       "Edit"_tag, "Editor",              Kind::Command,    0,    1,    0, "",                   &S::editorOpen,     Core::Editor},
-    {"inlevel",       kInputFast, "InLevels",           Kind::Reading,    0,    1,    0, "",                   nullptr,            0,              to::asIs, {}, kPerChannel},
-    {"inlevelslow",   kInputSlow, "InLevels Slow",      Kind::Reading,    0,    1,    0, "",                   nullptr,            0,              to::asIs, {}, kPerChannel},
-    {"outlevel",     kOutputFast, "OutLevels",          Kind::Reading,    0,    1,    0, "",                   nullptr,            0,              to::asIs, {}, kPerChannel},
-    {"outlevelslow", kOutputSlow, "OutLevels Slow",     Kind::Reading,    0,    1,    0, "",                   nullptr,            0,              to::asIs, {}, kPerChannel},
+    levelRow<S>("inlevel", kInputFast, "InLevels"),
+    levelRow<S>("inlevelslow", kInputSlow, "InLevels Slow"),
+    levelRow<S>("outlevel", kOutputFast, "OutLevels"),
+    levelRow<S>("outlevelslow", kOutputSlow, "OutLevels Slow"),
 };
 // clang-format on
 
@@ -133,12 +133,9 @@ template <typename T> void LimiterCore<T>::publish(MeterSlots& meters) noexcept
     meters.publish("MnRd"_tag, static_cast<float>(0 - std::min(most_, 144.0)));
     meters.publish("ThrA"_tag, absoluteThreshold_);
     if (!editorOpen_) return;
-    for (Tag c = 0; c < meters_.size(); ++c) {
-        const auto& m = meters_[c];
-        meters.publish(kInputFast + c, static_cast<float>(m.input.fast.envelope));
-        meters.publish(kInputSlow + c, static_cast<float>(m.input.slow.envelope));
-        meters.publish(kOutputFast + c, static_cast<float>(m.output.fast.envelope));
-        meters.publish(kOutputSlow + c, static_cast<float>(m.output.slow.envelope));
+    for (std::size_t c = 0; c < meters_.size(); ++c) {
+        publishLevel(meters, kInputFast, kInputSlow, c, meters_[c].input);
+        publishLevel(meters, kOutputFast, kOutputSlow, c, meters_[c].output);
     }
 }
 
