@@ -58,7 +58,7 @@ TEST(MovingSum, IsExact)
         sum.prepare(length);
         std::mt19937 random(kSeed);
         std::vector<std::int64_t> x(1500);
-        for (auto& v : x) v = random();
+        for (auto& v : x) v = static_cast<std::int64_t>(random());
         auto y = x;
         for (std::size_t at = 0; at < x.size();) {
             const auto n = std::min(x.size() - at, std::size_t(random() % 100));
