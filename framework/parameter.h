@@ -17,8 +17,9 @@ namespace quillworks {
 
 using VNK::Tag;
 
-/// "Thre"_tag: first letter in the most significant byte.
-consteval Tag operator""_tag(const char* s, std::size_t n)
+/// "Thre"_tag: first letter in the most significant byte. (Not consteval: clang 14 leaves calls of
+/// those in templates to the linker.)
+constexpr Tag operator""_tag(const char* s, std::size_t n)
 {
     if (n != 4) throw "a tag has four characters";
     Tag tag = 0;
