@@ -117,8 +117,9 @@ bool readPreset(const void* data, std::size_t bytes, StoredState& state, std::st
         return reason = "the document is not an effect preset", false;
     StoredState read;
     int version = 0;
-    if (!readAll(std::string_view(root.attribute("version")), version) || version > kVersion)
-        return reason = "the preset is of a newer version", false;
+    if (!readAll(std::string_view(root.attribute("version")), version))
+        return reason = "the preset tells no version", false;
+    if (version > kVersion) return reason = "the preset is of a newer version", false;
     if (!VNK::UID::parse(root.attribute("classID"), read.classId))
         return reason = "the preset names no class", false;
     read.className = root.attribute("className");

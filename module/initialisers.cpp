@@ -5,7 +5,6 @@ namespace quillworks {
 
 bool InitialiserRegistry::run()
 {
-    isRunning_ = true;
     for (const auto& initialiser : initialisers_) {
         if (!initialiser.initialise(initialiser.argument)) return false;
         completed_.push_back(initialiser);
@@ -20,7 +19,6 @@ void InitialiserRegistry::tearDown() noexcept
         completed_.pop_back();
         if (last.undo) last.undo(last.argument);
     }
-    isRunning_ = false;
 }
 
 InitialiserRegistry& moduleInitialisers()

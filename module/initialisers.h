@@ -20,11 +20,9 @@ public:
     /// Stops at the first that returns false.
     bool run();
     void tearDown() noexcept;
-    bool isRunning() const noexcept { return isRunning_; }
 
 private:
     std::vector<Initialiser> initialisers_, completed_;
-    bool isRunning_ = false;
 };
 
 /// The module's own; parts of the module add to it from static objects.
