@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: ISC
 // Times the block kernels against plain loops compiled for this processor and, where it has the
-// operation, against VOLK; interleaved in one process, the least time of many repeats.
+// operation, against VOLK; interleaved in one process, the least time of many repeats. An address
+// 4096 bytes from a recent store delays a load, which moves a time by a tenth or two as arrays and
+// stack happen to lie; so each candidate is timed at many placements, and its best counts.
 //
 //     kernels_bench [substring of an operation's name]
+#include <alloca.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <functional>
 #include <string>
 #include <type_traits>
@@ -24,7 +29,9 @@ namespace {
 
 namespace vec = quillworks::vec;
 
-constexpr int kRepeats = 300;
+constexpr int kRepeats = 128;
+constexpr std::size_t kStackShifts = 32;       // spread over a page
+constexpr int kGaps[] = {0, 192, 1088, 2112};  // between the arrays, in bytes
 constexpr double kBatchSeconds = 10e-6;
 
 using Batch = std::function<void(int calls)>;
@@ -39,8 +46,11 @@ template <class F> Batch batch(F f)
     };
 }
 
-double seconds(const Batch& b, int calls)
+/// With the stack of the batch moved by `shift` bytes.
+[[gnu::noinline]] double seconds(const Batch& b, int calls, std::size_t shift = 0)
 {
+    void* volatile moved = alloca(shift + 16);
+    static_cast<void>(moved);
     const auto start = std::chrono::steady_clock::now();
     b(calls);
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -51,33 +61,30 @@ struct Row {
     Batch ours, plain, volk;
 };
 
-/// Least time per call of each in nanoseconds; 0 for those missing.
-std::vector<double> measure(const std::vector<const Batch*>& candidates)
+/// Lowers `best`, the time per call of ours, plain and VOLK in nanoseconds.
+void measure(const Row& row, double (&best)[3])
 {
-    std::vector<double> best(candidates.size(), 1e9);
-    std::vector<int> calls(candidates.size(), 16);
-    for (std::size_t i = 0; i < candidates.size(); ++i) {
-        if (!*candidates[i]) continue;
-        while (seconds(*candidates[i], calls[i]) < kBatchSeconds) calls[i] *= 2;
-    }
-    for (int r = 0; r < kRepeats; ++r)
-        for (std::size_t i = 0; i < candidates.size(); ++i)
+    const Batch* const candidates[] = {&row.ours, &row.plain, &row.volk};
+    int calls[] = {16, 16, 16};
+    for (std::size_t i = 0; i < 3; ++i)
+        while (*candidates[i] && seconds(*candidates[i], calls[i]) < kBatchSeconds) calls[i] *= 2;
+    for (std::size_t r = 0; r < kRepeats; ++r)
+        for (std::size_t i = 0; i < 3; ++i)
             if (*candidates[i])
-                best[i] = std::min(best[i], seconds(*candidates[i], calls[i]) / calls[i] * 1e9);
-    for (auto& b : best) b = b == 1e9 ? 0 : b;
-    return best;
+                best[i] = std::min(best[i], seconds(*candidates[i], calls[i],
+                                                    r % kStackShifts * (4096 / kStackShifts)) /
+                                                calls[i] * 1e9);
 }
 
 template <class T> struct Arrays {
-    explicit Arrays(int n)
+    Arrays(int n, int gap)
     {
-        // Apart by a little more than a page's multiple, so that no two accesses alias by address.
-        const auto stride = static_cast<std::size_t>(n) + 64;
+        const auto stride = static_cast<std::size_t>(n) + static_cast<std::size_t>(gap) / sizeof(T);
         memory.assign(3 * stride + 64, T(1));
         const auto misaligned = reinterpret_cast<std::uintptr_t>(memory.data()) % 64 / sizeof(T);
         d = memory.data() + (64 / sizeof(T) - misaligned) % (64 / sizeof(T));
-        a = d + stride + 16;
-        b = a + stride + 16;
+        a = d + stride;
+        b = a + stride;
         std::fill(a, a + n, T(0.5));
     }
     std::vector<T> memory;
@@ -209,29 +216,31 @@ int main(int argc, char** argv)
     std::printf("| operation | n = 32 | plain | VOLK | n = 512 | plain | VOLK | n = 4096 | plain | "
                 "VOLK |\n");
     std::printf("|---|---|---|---|---|---|---|---|---|---|\n");
+    // By count and placement.
     std::vector<std::vector<Row>> tables;
-    std::vector<Arrays<float>> single;
-    std::vector<Arrays<double>> wide;
-    for (int n : counts) {
-        single.emplace_back(n);
-        wide.emplace_back(n);
-    }
-    for (std::size_t i = 0; i < std::size(counts); ++i) {
-        auto& table = tables.emplace_back(rows(single[i], counts[i]));
-        for (auto& more : {rows(wide[i], counts[i]), mixedRows(single[i], wide[i], counts[i])})
-            table.insert(table.end(), more.begin(), more.end());
+    std::deque<Arrays<float>> single;
+    std::deque<Arrays<double>> wide;
+    for (const int n : counts) {
+        for (const int gap : kGaps) {
+            auto& f = single.emplace_back(n, gap);
+            auto& d = wide.emplace_back(n, gap);
+            auto& table = tables.emplace_back(rows(f, n));
+            for (auto& more : {rows(d, n), mixedRows(f, d, n)})
+                table.insert(table.end(), more.begin(), more.end());
+        }
     }
     int slower = 0;
     for (std::size_t k = 0; k < tables[0].size(); ++k) {
         const auto& name = tables[0][k].name;
         if (argc > 1 && name.find(argv[1]) == std::string::npos) continue;
         std::printf("| %s |", name.c_str());
-        for (const auto& table : tables) {
-            const auto& row = table[k];
-            const auto t = measure({&row.ours, &row.plain, &row.volk});
+        for (std::size_t i = 0; i < std::size(counts); ++i) {
+            double t[] = {1e9, 1e9, 1e9};
+            for (std::size_t g = 0; g < std::size(kGaps); ++g)
+                measure(tables[i * std::size(kGaps) + g][k], t);
             std::printf(" %.1f |", t[0]);
             for (std::size_t peer : {1u, 2u}) {
-                if (t[peer] == 0) {
+                if (t[peer] == 1e9) {
                     std::printf(" |");
                     continue;
                 }

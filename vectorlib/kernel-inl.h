@@ -26,9 +26,12 @@ namespace hn = hwy::HWY_NAMESPACE;
 inline constexpr std::size_t kGroup = HWY_TARGET == HWY_SCALAR ? 1 : 16;
 inline constexpr std::size_t kSlots = 16;
 
-// Two vectors a group at least: in loops bound by their stores, wider ones gained nothing (measured
-// on Zen 4 for 512 and 4096 floats), while 8 doubles at a time save time in short blocks.
-template <class T> using Widest = hn::CappedTag<T, 8>;
+/// Vectors of at most `bytes`.
+template <class T, std::size_t bytes> using Widest = hn::CappedTag<T, bytes / sizeof(T)>;
+
+// Long blocks are bound by their loads and stores, which are faster in 32 bytes; the fewer
+// instructions of 64 show in blocks up to this count, and in conversions always (Zen 4).
+inline constexpr std::size_t kShortBlock = 64;
 
 /// Element types of an operation. Mixed ones compute in the wider type and round once.
 template <class Dest, class Source = Dest, class Constant = Dest> struct Types {
@@ -192,14 +195,15 @@ template <class D> struct Countdown {
     }
 };
 
-/// The operation Op over Operands: groups of 16 elements, then a tail split by the bits of its
-/// length. Nothing but `run` and `finish` knows that length, which keeps compile times down.
-template <class Op, class Ty, Result result, class... Operands> struct Loop {
+/// The operation Op over Operands in vectors of up to `bytes`: groups of 16 elements, then a tail
+/// split by the bits of its length. Nothing but `run` and `finish` knows that length, which keeps
+/// compile times down.
+template <class Op, class Ty, Result result, std::size_t bytes, class... Operands> struct Loop {
     using Work = typename Ty::Work;
-    using D = Widest<Work>;
+    static constexpr bool ramps = (std::is_same_v<Operands, Ramp> || ...);
+    using D = Widest<Work, bytes>;
     static constexpr std::size_t kLanes = hn::MaxLanes(D());
     static constexpr std::size_t kVectors = kGroup / kLanes;
-    static constexpr bool ramps = (std::is_same_v<Operands, Ramp> || ...);
 
     template <class Tag>
     static HWY_INLINE void step(Tag tag, const Frame<Ty>& f, std::size_t at,
@@ -280,11 +284,19 @@ struct Kernel<Op, Ty, result, tail, std::index_sequence<s...>, std::index_sequen
                     Repeat<const typename Ty::C*, c>... constants,
                     Repeat<typename Ty::D*, o>... output, std::int32_t count)
     {
-        using L = Loop<Op, Ty, result, Operands...>;
+        using Long = Loop<Op, Ty, result, 32, Operands...>;
+        using Short = Loop<Op, Ty, result, 64, Operands...>;
+        constexpr bool converts = sizeof(typename Ty::D) != sizeof(typename Ty::S);
+        constexpr bool same = Long::kLanes == Short::kLanes;
         Frame<Ty> f{d, {sources...}, {static_cast<typename Ty::Work>(*constants)...}};
-        if constexpr (L::ramps) f.c[0] = (f.c[1] - f.c[0]) / static_cast<typename Ty::Work>(count);
-        [[maybe_unused]] const auto peak =
-            L::template run<tail>(f, static_cast<std::size_t>(count));
+        if constexpr (Long::ramps)
+            f.c[0] = (f.c[1] - f.c[0]) / static_cast<typename Ty::Work>(count);
+        const auto n = static_cast<std::size_t>(count);
+        [[maybe_unused]] typename Ty::Work peak;
+        if (converts || (!same && n <= kShortBlock))
+            peak = Short::template run<tail>(f, n);
+        else
+            peak = Long::template run<tail>(f, n);
         ((*output = peak), ...);
     }
 };
