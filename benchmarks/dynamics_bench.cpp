@@ -36,6 +36,10 @@ const Case kCases[] = {
       {"sidechainfreqlow", 100},
       {"sidechainfreqhigh", 8000}}},
     {"Compressor mix", "Compressor", {{"threshold", -30}, {"ratio", 4}, {"mix", 0.5f}}},
+    {"Limiter", "Limiter", {{"ingain", 18}, {"ceiling", -1}, {"release", 50}}},
+    {"Limiter true peak",
+     "Limiter",
+     {{"ingain", 18}, {"ceiling", -1}, {"release", 50}, {"highqual", 1}}},
     {"Expander", "Expander", {{"highthresh", -20}, {"ratio", 0.5f}}},
 };
 

@@ -5,6 +5,7 @@
 //
 #include <algorithm>
 
+#include "dsp/scan-inl.h"
 #include "dsp/sliding_max.h"
 #include "dsp/vec.h"
 
@@ -13,30 +14,37 @@ namespace quillworks::HWY_NAMESPACE {
 namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
-using D = hn::CappedTag<double, 4>;
+using D = hn::CappedTag<double, 8>;
 constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
 
-/// Returns the new maximum of the open block. New maxima are rare: vectors without one need no
-/// look at their samples.
+struct Larger {
+    template <class V> HWY_INLINE V operator()(V a, V b) const { return hn::Max(a, b); }
+};
+
+/// Returns the new maximum of the open block. Where new maxima come is not to be foretold: every
+/// vector is scanned, rather than looked at first.
 double slide(const SlidingMax::Run& r)
 {
     const D d;
-    double top = r.top;
     int i = 0;
-    for (; i + kLanes <= r.n; i += kLanes) {
-        const auto x = hn::LoadU(d, r.x + i);
-        hn::StoreU(x, d, r.open + i);
-        auto since = hn::Set(d, top);
-        if (!hn::AllTrue(d, hn::Le(x, since))) {
-            HWY_ALIGN double running[kLanes];
-            for (int k = 0; k < kLanes; ++k) running[k] = top = std::max(top, r.x[i + k]);
-            since = hn::Load(d, running);
+    double top = r.top;
+    if (r.n >= kLanes) {
+        const LaneScan<D> scan;
+        auto before = hn::Set(d, top);
+        const auto whole0 = hn::Set(d, r.whole[0]), whole1 = hn::Set(d, r.whole[1]);
+        for (; i + kLanes <= r.n; i += kLanes) {
+            const auto x = hn::LoadU(d, r.x + i);
+            hn::StoreU(x, d, r.open + i);
+            const auto running = scan.of(x, Larger());
+            const auto since = hn::Max(running, before);
+            before = hn::Max(before, scan.last(running));
+            hn::StoreU(hn::Max(hn::Max(hn::LoadU(d, r.old[0] + i), whole0), since), d,
+                       r.out[0] + i);
+            if (r.out[1])
+                hn::StoreU(hn::Max(hn::Max(hn::LoadU(d, r.old[1] + i), whole1), since), d,
+                           r.out[1] + i);
         }
-        for (int w = 0; w < 2; ++w) {
-            if (!r.out[w]) break;
-            const auto before = hn::Max(hn::LoadU(d, r.old[w] + i), hn::Set(d, r.whole[w]));
-            hn::StoreU(hn::Max(before, since), d, r.out[w] + i);
-        }
+        top = hn::GetLane(before);
     }
     for (; i < r.n; ++i) {
         r.open[i] = r.x[i];
@@ -51,16 +59,15 @@ double slide(const SlidingMax::Run& r)
 void runBack(const double* x, int n, double* kept)
 {
     const D d;
-    double most = 0;
+    const LaneScan<D> scan;
+    auto after = hn::Zero(d);
     int i = n;
     for (; i >= kLanes; i -= kLanes) {
-        const auto v = hn::LoadU(d, x + i - kLanes);
-        const auto since = hn::Set(d, most);
-        if (hn::AllTrue(d, hn::Le(v, since)))
-            hn::StoreU(since, d, kept + i - kLanes);
-        else
-            for (int k = i; k-- > i - kLanes;) kept[k] = most = std::max(most, x[k]);
+        const auto running = scan.of(hn::Reverse(d, hn::LoadU(d, x + i - kLanes)), Larger());
+        hn::StoreU(hn::Reverse(d, hn::Max(running, after)), d, kept + i - kLanes);
+        after = hn::Max(after, scan.last(running));
     }
+    double most = hn::GetLane(after);
     while (i-- > 0) kept[i] = most = std::max(most, x[i]);
 }
 

@@ -15,7 +15,7 @@ namespace {
 
 /// Half of a symmetric filter that gives the point midway between two samples.
 template <int size> struct Midpoint {
-    double tap[size];  // from the nearest pair of samples on
+    float tap[size];  // from the nearest pair of samples on
 };
 
 struct Filters {
@@ -34,19 +34,19 @@ namespace quillworks::HWY_NAMESPACE {
 namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Four lanes at most: the blocks are short, and unaligned loads of whole cache lines cost double.
-using D = hn::CappedTag<double, 4>;
+// Eight lanes at most: the blocks are short, and unaligned loads of whole cache lines cost double.
+using D = hn::CappedTag<float, 8>;
 using V = hn::Vec<D>;
 constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
 
-HWY_INLINE V at(const double* x)
+HWY_INLINE V at(const float* x)
 {
     return hn::LoadU(D(), x);
 }
 
 /// out[i] = sum of h[k] (x[i - k] + x[i + 1 + k]) for `n` values, rounded up to whole vectors.
 template <int size>
-HWY_INLINE void halves(const Midpoint<size>& h, const double* x, double* out, int n)
+HWY_INLINE void halves(const Midpoint<size>& h, const float* x, float* out, int n)
 {
     const D d;
     int i = 0;
@@ -54,7 +54,7 @@ HWY_INLINE void halves(const Midpoint<size>& h, const double* x, double* out, in
         V a = hn::Zero(d), b = a, c = a, e = a;
         for (int k = 0; k < size; ++k) {
             const V gain = hn::Set(d, h.tap[k]);
-            const double *l = x + i - k, *r = x + i + 1 + k;
+            const float *l = x + i - k, *r = x + i + 1 + k;
             a = hn::MulAdd(gain, hn::Add(at(l), at(r)), a);
             b = hn::MulAdd(gain, hn::Add(at(l + kLanes), at(r + kLanes)), b);
             c = hn::MulAdd(gain, hn::Add(at(l + 2 * kLanes), at(r + 2 * kLanes)), c);
@@ -83,13 +83,13 @@ template <int size, class... Pairs> HWY_INLINE V weigh(const Midpoint<size>& h, 
     return sum;
 }
 
-HWY_INLINE V pair(const double* a, const double* b)
+HWY_INLINE V pair(const float* a, const float* b)
 {
     return hn::Add(at(a), at(b));
 }
 
 /// Points at i + 1/4 of a chain, from the samples and the points midway.
-HWY_INLINE void firsts(const Midpoint<6>& h, const double* x, const double* m, double* out, int n)
+HWY_INLINE void firsts(const Midpoint<6>& h, const float* x, const float* m, float* out, int n)
 {
     for (int i = 0; i < n; i += kLanes, x += kLanes, m += kLanes)
         hn::StoreU(weigh(h, pair(x, m), pair(m - 1, x + 1), pair(x - 1, m + 1), pair(m - 2, x + 2),
@@ -98,7 +98,7 @@ HWY_INLINE void firsts(const Midpoint<6>& h, const double* x, const double* m, d
 }
 
 /// Points at i + 3/4.
-HWY_INLINE void thirds(const Midpoint<6>& h, const double* x, const double* m, double* out, int n)
+HWY_INLINE void thirds(const Midpoint<6>& h, const float* x, const float* m, float* out, int n)
 {
     for (int i = 0; i < n; i += kLanes, x += kLanes, m += kLanes)
         hn::StoreU(weigh(h, pair(m, x + 1), pair(x, m + 1), pair(m - 1, x + 2), pair(x - 1, m + 2),
@@ -109,18 +109,36 @@ HWY_INLINE void thirds(const Midpoint<6>& h, const double* x, const double* m, d
 /// The safe level of a point that the two chains see as a and b.
 HWY_INLINE V joined(V a, V b)
 {
-    return hn::MulAdd(hn::Set(D(), 0.6), hn::Abs(hn::Sub(a, b)), hn::Max(hn::Abs(a), hn::Abs(b)));
+    return hn::MulAdd(hn::Set(D(), 0.6f), hn::Abs(hn::Sub(a, b)), hn::Max(hn::Abs(a), hn::Abs(b)));
 }
 
 struct Points {
-    const double *half, *first, *third;
+    const float *half, *first, *third;
 };
 
-void raiseLevels(const Filters& f, TruePeakLevel::Channel& channel, const double* x, int frames,
-                 double* const* level)
+/// level[0 .. lanes) becomes the larger of itself and v.
+HWY_INLINE void raise(double* level, V v)
 {
-    using Chain = TruePeakLevel::Chain;
-    const D d;
+    const hn::CappedTag<double, 4> wide;
+    const hn::Rebind<float, decltype(wide)> narrow;
+    HWY_ALIGN float here[kLanes];
+    hn::Store(v, D(), here);
+    for (int i = 0; i < kLanes; i += static_cast<int>(hn::MaxLanes(wide))) {
+        const auto raised = hn::PromoteTo(wide, hn::LoadU(narrow, here + i));
+        hn::StoreU(hn::Max(hn::LoadU(wide, level + i), raised), wide, level + i);
+    }
+}
+
+void raiseLevels(const Filters& f, TruePeakLevel::Channel& channel, const double* samples,
+                 int frames, double* const* level)
+{
+    using Level = TruePeakLevel;
+    using Chain = Level::Chain;
+    constexpr int kReach = Level::kBehind + Level::kAhead + 2 * Level::kPadding;
+    HWY_ALIGN float single[kReach + Level::kMaxFrames];
+    const float* x = single + Level::kBehind;
+    const int size = Level::kBehind + frames + Level::kAhead;
+    for (int i = 0; i < size; ++i) single[i] = static_cast<float>(samples[i - Level::kBehind]);
     // Points that the frames need and the call before did not: the midway ones end three frames
     // later than the quarters, and those one frame later than the eighths.
     const int halvesKept = channel.goesOn ? Chain::kHalves : 0;
@@ -130,8 +148,8 @@ void raiseLevels(const Filters& f, TruePeakLevel::Channel& channel, const double
     Points points[2];
     for (int c = 0; c < 2; ++c) {
         Chain& chain = channel.chains[c];
-        const double* const m = chain.half + 3;  // of frame 0
-        const double* const from = x - 3 + halvesKept;
+        const float* const m = chain.half + 3;  // of frame 0
+        const float* const from = x - 3 + halvesKept;
         if (c == 0)
             halves<40>(f.longHalf, from, chain.half + halvesKept, newHalves);
         else
@@ -143,8 +161,7 @@ void raiseLevels(const Filters& f, TruePeakLevel::Channel& channel, const double
     for (int i = 0; i < frames; i += kLanes, x += kLanes) {
         V eighth[4][2];
         for (int c = 0; c < 2; ++c) {
-            const double *m = points[c].half + i, *p = points[c].first + i,
-                         *t = points[c].third + i;
+            const float *m = points[c].half + i, *p = points[c].first + i, *t = points[c].third + i;
             const auto& h = f.eighth;
             eighth[0][c] = weigh(h, pair(x, p), pair(t - 1, m), pair(m - 1, t));
             eighth[1][c] = weigh(h, pair(p, m), pair(x, t), pair(t - 1, x + 1));
@@ -156,8 +173,7 @@ void raiseLevels(const Filters& f, TruePeakLevel::Channel& channel, const double
                           joined(at(a.half + i), at(b.half + i)),
                           joined(at(a.third + i), at(b.third + i))};
         for (int p = 0; p < 4; ++p) {
-            const V here = hn::Max(own[p], joined(eighth[p][0], eighth[p][1]));
-            hn::StoreU(hn::Max(at(level[p] + i), here), d, level[p] + i);
+            raise(level[p] + i, hn::Max(own[p], joined(eighth[p][0], eighth[p][1])));
         }
     }
     for (Chain& chain : channel.chains) {
@@ -195,14 +211,14 @@ double bessel0(double x)
 /// Kaiser-windowed sinc, a gain of 1 for a constant.
 template <int size> Midpoint<size> midpoint(double beta)
 {
-    Midpoint<size> h;
-    double sum = 0;
+    double tap[size], sum = 0;
     for (int k = 0; k < size; ++k) {
         const double t = k + 0.5, x = std::numbers::pi * t;
         const double u = t / size;
-        sum += h.tap[k] = std::sin(x) / x * bessel0(beta * std::sqrt(1 - u * u)) / bessel0(beta);
+        sum += tap[k] = std::sin(x) / x * bessel0(beta * std::sqrt(1 - u * u)) / bessel0(beta);
     }
-    for (double& v : h.tap) v /= 2 * sum;
+    Midpoint<size> h;
+    for (int k = 0; k < size; ++k) h.tap[k] = static_cast<float>(tap[k] / (2 * sum));
     return h;
 }
 

@@ -10,7 +10,8 @@ namespace quillworks {
 /// one that knows the signal almost up to half its rate, and a short one. Where they disagree, near
 /// half the rate, so do the meters of this world; the level then leans to the safe side.
 ///
-/// Windowed-sinc filters: Kaiser (1974). The audio itself is never resampled.
+/// In single precision: levels need no more. Windowed-sinc filters: Kaiser (1974). The audio itself
+/// is never resampled.
 class TruePeakLevel {
 public:
     static constexpr int kAhead = 43;   // samples needed after the one whose levels are asked for
@@ -34,10 +35,10 @@ public:
     /// Signal between the samples, 2 and 4 times the rate, of one chain; the start of each array
     /// remembers what the next call needs.
     struct Chain {
-        static constexpr int kHalves = 6, kQuarters = 1;                  // remembered
-        alignas(64) double half[2 * kHalves + kPadding + kMaxFrames];     // at i + 1/2
-        alignas(64) double first[2 * kQuarters + kPadding + kMaxFrames];  // at i + 1/4
-        alignas(64) double third[2 * kQuarters + kPadding + kMaxFrames];  // at i + 3/4
+        static constexpr int kHalves = 6, kQuarters = 1;                 // remembered
+        alignas(64) float half[2 * kHalves + kPadding + kMaxFrames];     // at i + 1/2
+        alignas(64) float first[2 * kQuarters + kPadding + kMaxFrames];  // at i + 1/4
+        alignas(64) float third[2 * kQuarters + kPadding + kMaxFrames];  // at i + 3/4
     };
     struct Channel {
         Chain chains[2];

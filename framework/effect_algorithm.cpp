@@ -266,7 +266,7 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
 }
 
 template <typename T>
-void AudioEffectAlgorithm::processPiece(AudioBlock<T> piece, Scratch<T>& scratch) noexcept
+void AudioEffectAlgorithm::processPiece(AudioBlock<T>& piece, Scratch<T>& scratch) noexcept
 {
     const auto latency = static_cast<int>(ownLatency_.load(std::memory_order_relaxed));
     if (bypass_.startsAfresh(latency)) restartCore();

@@ -128,7 +128,7 @@ private:
     void takeParameters() noexcept;
     template <typename T>
     void processAs(const VNK::ProcessData& data, Scratch<T>& scratch) noexcept;
-    template <typename T> void processPiece(AudioBlock<T> piece, Scratch<T>& scratch) noexcept;
+    template <typename T> void processPiece(AudioBlock<T>& piece, Scratch<T>& scratch) noexcept;
     template <typename T> void runCore(AudioBlock<T>& block) noexcept;
     void restartCore() noexcept;
     void tellOwner(const char* message) noexcept;

@@ -51,7 +51,9 @@ public:
 private:
     void set(std::size_t i, float value) noexcept
     {
-        slots_[i].exchange(std::bit_cast<std::uint32_t>(value), std::memory_order_relaxed);
+        const auto bits = std::bit_cast<std::uint32_t>(value);
+        if (slots_[i].load(std::memory_order_relaxed) != bits)  // exchange costs a bus lock
+            slots_[i].exchange(bits, std::memory_order_relaxed);
     }
 
     std::unique_ptr<std::atomic<std::uint32_t>[]> slots_;
