@@ -7,7 +7,6 @@
 
 #include "dsp/decibel.h"
 #include "dsp/vec.h"
-#include "dsp/vector_math.h"
 
 namespace quillworks {
 namespace {
@@ -187,18 +186,16 @@ void LimiterEngine::findGain() noexcept
     if (!isLoud && follower().isIdle()) return;
 
     follow(isLoud);
-    const double most = vec::peak(gain_, frames_);
-    if (most == 0) return;
-    isLimiting_ = true;
+    const double most = gainsFromDecibels(gain_, frames_);
+    isLimiting_ = most > 0;
     reduction_ = std::max(reduction_, most);
-    vec::gainFromDecibels(gain_, gain_, frames_);
 }
 
 /// Leaves the gain in dB.
 void LimiterEngine::follow(bool isLoud) noexcept
 {
     const int n = truePeak_ ? kPhases * frames_ : frames_;
-    const bool isHard = curve_.shape().knee == 0;
+    const bool isHard = curve_.shape().isHard();
     if (!isLoud) {
         vec::clear(wanted_, n);
         follower().process(wanted_, wanted_, gain_, n);

@@ -45,8 +45,8 @@ public:
     /// Takes the slice of a channel in, the channels in their order.
     template <typename T> void take(int channel, const T* x) noexcept
     {
-        const double most =
-            takeIn(x, inputGain_ + phase_, room(channel), levels_, channel == 0, frames_);
+        const double most = wayThrough<T>(isSteady_).takeIn(x, inputGain_ + phase_, room(channel),
+                                                            levels_, channel == 0, frames_);
         peak_ = std::max(peak_, most);
     }
     void findGain() noexcept;
@@ -57,7 +57,7 @@ public:
         if (clips_) v = clip(v);
         const double* const gain = isLimiting_ && !clips_ ? gain_ : nullptr;
         const T* const limit = std::get<Limits<T>>(limits_).values + phase_;
-        putOut(v, gain, outputGain_ + phase_, limit, x, frames_);
+        wayThrough<T>(isSteady_).putOut(v, gain, outputGain_ + phase_, limit, x, frames_);
     }
 
     /// Largest reduction in dB since the last call.

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "dsp/vector_math-inl.h"
 #include "dynamics/limiter_samples.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -16,10 +17,24 @@ namespace hn = hwy::HWY_NAMESPACE;
 using D = hn::CappedTag<double, 8>;
 using One = hn::CappedTag<double, 1>;
 
+/// What applies along a slice: a value per sample, or the first for all.
+template <bool steady, typename T> struct Along {
+    const T* values;
+    T first = *values;
+
+    template <class Lanes> HWY_INLINE hn::Vec<Lanes> at(Lanes d, int i) const
+    {
+        if constexpr (steady)
+            return hn::Set(d, first);
+        else
+            return hn::LoadU(d, values + i);
+    }
+};
+
 // Each body is a function of the lanes: whole vectors, then single samples.
 
 template <bool begins, class Lanes, typename T>
-HWY_INLINE hn::Vec<Lanes> takeLanes(Lanes d, const T* x, const double* gain, double* u,
+HWY_INLINE hn::Vec<Lanes> takeLanes(Lanes d, const T* x, hn::Vec<Lanes> gain, double* u,
                                     double* levels)
 {
     const hn::Rebind<T, Lanes> narrow;
@@ -31,83 +46,106 @@ HWY_INLINE hn::Vec<Lanes> takeLanes(Lanes d, const T* x, const double* gain, dou
         wide = v;
     else
         wide = hn::PromoteTo(d, v);
-    wide = hn::Mul(wide, hn::LoadU(d, gain));
+    wide = hn::Mul(wide, gain);
     hn::StoreU(wide, d, u);
     const auto level = hn::Abs(wide);
     hn::StoreU(begins ? level : hn::Max(hn::LoadU(d, levels), level), d, levels);
     return level;
 }
 
-template <bool begins, typename T>
-HWY_INLINE double takeAll(const T* x, const double* gain, double* u, double* levels, int n)
+template <bool begins, bool steady, typename T>
+HWY_INLINE double takeAll(const T* x, const Along<steady, double> gain, double* u, double* levels,
+                          int n)
 {
     const D d;
+    const One one;
     constexpr int lanes = static_cast<int>(hn::MaxLanes(D()));
     auto most = hn::Zero(d);
     int i = 0;
     for (; i + lanes <= n; i += lanes)
-        most = hn::Max(most, takeLanes<begins>(d, x + i, gain + i, u + i, levels + i));
+        most = hn::Max(most, takeLanes<begins>(d, x + i, gain.at(d, i), u + i, levels + i));
     double top = hn::GetLane(hn::MaxOfLanes(d, most));
     for (; i < n; ++i)
-        top = std::max(top,
-                       hn::GetLane(takeLanes<begins>(One(), x + i, gain + i, u + i, levels + i)));
+        top = std::max(
+            top, hn::GetLane(takeLanes<begins>(one, x + i, gain.at(one, i), u + i, levels + i)));
     return top;
 }
 
-template <typename T>
+template <bool steady, typename T>
 HWY_INLINE double take(const T* x, const double* gain, double* u, double* levels, bool begins,
                        int n)
 {
-    return begins ? takeAll<true>(x, gain, u, levels, n) : takeAll<false>(x, gain, u, levels, n);
+    const Along<steady, double> along{gain};
+    return begins ? takeAll<true>(x, along, u, levels, n) : takeAll<false>(x, along, u, levels, n);
+}
+
+double toLinear(double* gain, int n)
+{
+    const D d;
+    constexpr int lanes = static_cast<int>(hn::MaxLanes(D()));
+    auto least = hn::Zero(d);
+    for (int i = 0; i < n; i += lanes) {
+        auto db = hn::LoadU(d, gain + i);
+        if (n - i < lanes)
+            db = hn::IfThenElseZero(hn::FirstN(d, static_cast<std::size_t>(n - i)), db);
+        least = hn::Min(least, db);
+        hn::StoreU(vec::HWY_NAMESPACE::gainFromDecibels(d, db), d, gain + i);
+    }
+    return -hn::GetLane(hn::MinOfLanes(d, least));
 }
 
 template <class Lanes, typename T>
-HWY_INLINE void putLanes(Lanes d, const double* v, const double* gain, const double* scale,
-                         const T* limit, T* x)
+HWY_INLINE void putLanes(Lanes, hn::Vec<Lanes> v, hn::Vec<hn::Rebind<T, Lanes>> limit, T* x)
 {
     const hn::Rebind<T, Lanes> narrow;
-    auto wide = hn::LoadU(d, v);
-    if (gain) wide = hn::Mul(wide, hn::LoadU(d, gain));
-    wide = hn::Mul(wide, hn::LoadU(d, scale));
     hn::Vec<decltype(narrow)> y;
     if constexpr (std::is_same_v<T, double>)
-        y = wide;
+        y = v;
     else
-        y = hn::DemoteTo(narrow, wide);
-    const auto most = hn::LoadU(narrow, limit);
-    hn::StoreU(hn::Max(hn::Min(y, most), hn::Neg(most)), narrow, x);
+        y = hn::DemoteTo(narrow, v);
+    hn::StoreU(hn::Max(hn::Min(y, limit), hn::Neg(limit)), narrow, x);
 }
 
-template <typename T>
-HWY_INLINE void put(const double* v, const double* gain, const double* scale, const T* limit, T* x,
-                    int n)
+template <bool steady, bool hasGain, typename T>
+HWY_INLINE void putAll(const double* v, const double* gain, const Along<steady, double> scale,
+                       const Along<steady, T> limit, T* x, int n)
 {
+    const auto from = [&](auto d, int i) HWY_ATTR {
+        auto sample = hn::LoadU(d, v + i);
+        if (hasGain) sample = hn::Mul(sample, hn::LoadU(d, gain + i));
+        return hn::Mul(sample, scale.at(d, i));
+    };
+    const D d;
+    const One one;
     constexpr int lanes = static_cast<int>(hn::MaxLanes(D()));
     int i = 0;
     for (; i + lanes <= n; i += lanes)
-        putLanes(D(), v + i, gain ? gain + i : nullptr, scale + i, limit + i, x + i);
-    for (; i < n; ++i)
-        putLanes(One(), v + i, gain ? gain + i : nullptr, scale + i, limit + i, x + i);
+        putLanes(d, from(d, i), limit.at(hn::Rebind<T, D>(), i), x + i);
+    for (; i < n; ++i) putLanes(one, from(one, i), limit.at(hn::Rebind<T, One>(), i), x + i);
 }
 
-double takeFloat(const float* x, const double* gain, double* u, double* levels, bool begins, int n)
+template <bool steady, typename T>
+HWY_INLINE void put(const double* v, const double* gain, const double* scale, const T* limit, T* x,
+                    int n)
 {
-    return take(x, gain, u, levels, begins, n);
+    const Along<steady, double> scales{scale};
+    const Along<steady, T> limits{limit};
+    if (gain)
+        putAll<steady, true>(v, gain, scales, limits, x, n);
+    else
+        putAll<steady, false>(v, gain, scales, limits, x, n);
 }
-double takeDouble(const double* x, const double* gain, double* u, double* levels, bool begins,
-                  int n)
+
+template <typename T>
+constexpr WayThrough<T> kWays[] = {{take<false, T>, put<false, T>}, {take<true, T>, put<true, T>}};
+
+const WayThrough<float>* waysOfFloat()
 {
-    return take(x, gain, u, levels, begins, n);
+    return kWays<float>;
 }
-void putFloat(const double* v, const double* gain, const double* scale, const float* limit,
-              float* x, int n)
+const WayThrough<double>* waysOfDouble()
 {
-    put(v, gain, scale, limit, x, n);
-}
-void putDouble(const double* v, const double* gain, const double* scale, const double* limit,
-               double* x, int n)
-{
-    put(v, gain, scale, limit, x, n);
+    return kWays<double>;
 }
 
 }  // namespace
@@ -117,47 +155,14 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace quillworks {
 
-HWY_EXPORT(takeFloat);
-HWY_EXPORT(takeDouble);
-HWY_EXPORT(putFloat);
-HWY_EXPORT(putDouble);
-namespace {
+HWY_EXPORT(toLinear);
+HWY_EXPORT(waysOfFloat);
+HWY_EXPORT(waysOfDouble);
 
-template <typename T> using Take = double (*)(const T*, const double*, double*, double*, bool, int);
-template <typename T>
-using Put = void (*)(const double*, const double*, const double*, const T*, T*, int);
+double (*const gainsFromDecibels)(double* gain, int n) = SIMD_CHOOSE(toLinear);
 
-const Take<float> takeFloatBest = SIMD_CHOOSE(takeFloat);
-const Take<double> takeDoubleBest = SIMD_CHOOSE(takeDouble);
-const Put<float> putFloatBest = SIMD_CHOOSE(putFloat);
-const Put<double> putDoubleBest = SIMD_CHOOSE(putDouble);
-
-}  // namespace
-
-template <>
-double takeIn(const float* x, const double* gain, double* u, double* levels, bool begins,
-              int n) noexcept
-{
-    return takeFloatBest(x, gain, u, levels, begins, n);
-}
-template <>
-double takeIn(const double* x, const double* gain, double* u, double* levels, bool begins,
-              int n) noexcept
-{
-    return takeDoubleBest(x, gain, u, levels, begins, n);
-}
-template <>
-void putOut(const double* v, const double* gain, const double* scale, const float* limit, float* x,
-            int n) noexcept
-{
-    putFloatBest(v, gain, scale, limit, x, n);
-}
-template <>
-void putOut(const double* v, const double* gain, const double* scale, const double* limit,
-            double* x, int n) noexcept
-{
-    putDoubleBest(v, gain, scale, limit, x, n);
-}
+const WayThrough<float>* const floatWays = SIMD_CHOOSE(waysOfFloat)();
+const WayThrough<double>* const doubleWays = SIMD_CHOOSE(waysOfDouble)();
 
 }  // namespace quillworks
 #endif

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <type_traits>
 
 namespace quillworks {
 
@@ -15,15 +16,31 @@ template <typename T> void clean(T* x, int n) noexcept
         x[i] = x[i] == x[i] ? std::clamp(x[i], T(-kLargestInput), T(kLargestInput)) : T(0);
 }
 
-/// In: u = x * gain, of x as clean() leaves it. `levels` becomes |u|, or, unless it `begins`, the
-/// larger of that and what it was. Returns the largest |u|.
-template <typename T>
-double takeIn(const T* x, const double* gain, double* u, double* levels, bool begins,
-              int n) noexcept;
+/// Gains from dB, <= 0, to linear. Returns the largest reduction in dB, >= 0. The array is padded
+/// to whole vectors of 8.
+extern double (*const gainsFromDecibels)(double* gain, int n);
 
-/// Out: x = v * gain * scale, limited to +-limit after rounding. `gain` may be null for 1.
-template <typename T>
-void putOut(const double* v, const double* gain, const double* scale, const T* limit, T* x,
-            int n) noexcept;
+/// The two loops over the samples of a channel.
+template <typename T> struct WayThrough {
+    /// In: u = x * gain, of x as clean() leaves it. `levels` becomes |u|, or, unless it `begins`,
+    /// the larger of that and what it was. Returns the largest |u|.
+    double (*takeIn)(const T* x, const double* gain, double* u, double* levels, bool begins, int n);
+    /// Out: x = v * gain * scale, limited to +-limit after rounding. `gain` may be null for 1.
+    void (*putOut)(const double* v, const double* gain, const double* scale, const T* limit, T* x,
+                   int n);
+};
+
+extern const WayThrough<float>* const floatWays;
+extern const WayThrough<double>* const doubleWays;
+
+/// With an input gain, a scale and a limit for each sample, or, if `isSteady`, the first of each
+/// for all.
+template <typename T> const WayThrough<T>& wayThrough(bool isSteady) noexcept
+{
+    if constexpr (std::is_same_v<T, float>)
+        return floatWays[isSteady];
+    else
+        return doubleWays[isSteady];
+}
 
 }  // namespace quillworks

@@ -7,7 +7,7 @@
 #include <cmath>
 
 #include "dsp/decibel.h"
-#include "dsp/vector_math.h"
+#include "dsp/vector_math-inl.h"
 #include "dynamics/limiting_curve.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -28,14 +28,30 @@ HWY_INLINE V rounded(V x, double k, double factor)
     return hn::MulAdd(hn::Mul(z, z), hn::Set(d, factor), hn::Max(hn::Sub(x, half), zero));
 }
 
-/// `n` a multiple of the lanes or the arrays padded to it; `wanted` holds log10 of the levels.
-void reduce(const LimitingCurve::Shape& s, const double* levels, double* wanted, double* due, int n)
+/// `n` a multiple of the lanes or the arrays padded to it.
+template <bool isHard>
+HWY_INLINE void reduceAll(const LimitingCurve::Shape& s, const double* levels, double* wanted,
+                          double* due, int n)
 {
     const D d;
+    const V gate = hn::Set(d, s.gate), zero = hn::Zero(d);
     for (int i = 0; i < n; i += static_cast<int>(hn::Lanes(d))) {
-        const auto passes = hn::Gt(hn::LoadU(d, levels + i), hn::Set(d, s.gate));
-        const V level = hn::Mul(hn::LoadU(d, wanted + i), hn::Set(d, 20.0));
-        const V over = hn::Max(hn::Sub(level, hn::Set(d, s.ceiling)), hn::Zero(d));
+        const V linear = hn::LoadU(d, levels + i);
+        const auto passes = hn::Gt(linear, gate);
+        if (hn::AllFalse(d, passes)) {
+            hn::StoreU(zero, d, wanted + i);
+            hn::StoreU(zero, d, due + i);
+            continue;
+        }
+        const V level =
+            hn::Mul(vec::HWY_NAMESPACE::log10(d, hn::Max(linear, gate)), hn::Set(d, 20.0));
+        const V over = hn::Max(hn::Sub(level, hn::Set(d, s.ceiling)), zero);
+        if (isHard) {
+            const V all = hn::IfThenElseZero(passes, over);
+            hn::StoreU(all, d, wanted + i);
+            hn::StoreU(all, d, due + i);
+            continue;
+        }
         const V low = rounded(hn::Sub(level, hn::Set(d, s.corner)), s.knee, s.kneeFactor);
         const V high =
             rounded(hn::Sub(level, hn::Set(d, s.wallCorner)), s.wallKnee, s.wallKneeFactor);
@@ -43,6 +59,14 @@ void reduce(const LimitingCurve::Shape& s, const double* levels, double* wanted,
         hn::StoreU(hn::IfThenElseZero(passes, hn::Max(sum, over)), d, wanted + i);
         hn::StoreU(hn::IfThenElseZero(passes, over), d, due + i);
     }
+}
+
+void reduce(const LimitingCurve::Shape& s, const double* levels, double* wanted, double* due, int n)
+{
+    if (s.isHard())
+        reduceAll<true>(s, levels, wanted, due, n);
+    else
+        reduceAll<false>(s, levels, wanted, due, n);
 }
 
 }  // namespace
@@ -112,7 +136,6 @@ bool LimitingCurve::advance() noexcept
 void LimitingCurve::reductions(const double* levels, double* wanted, double* due,
                                int n) const noexcept
 {
-    vec::log10(wanted, levels, n);
     reduceBest(shape_, levels, wanted, due, n);
 }
 

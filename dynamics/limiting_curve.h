@@ -18,6 +18,9 @@ public:
         double below = 0.5, above = 0.5;            // share of the reduction: 1 - 1/ratio, 1/ratio
         double kneeFactor = 0, wallKneeFactor = 0;  // 1 / (4 half-width), 0 for a hard corner
         double gate = 1;                            // linear level up to which nothing happens
+
+        /// Without a knee the curve is the wall itself: wanted and due reductions are the same.
+        bool isHard() const noexcept { return knee == 0; }
     };
 
     /// Steps in which a change takes place.
@@ -36,7 +39,8 @@ public:
     static Shape shapeOf(double threshold, double ratio) noexcept;
 
     /// From linear levels to reductions in dB, both >= 0: the one that
-    /// the curve wants and the one without which the level would pass the working ceiling.
+    /// the curve wants and the one without which the level would pass the working ceiling. Arrays
+    /// padded to whole vectors of 8.
     void reductions(const double* levels, double* wanted, double* due, int n) const noexcept;
 
 private:
