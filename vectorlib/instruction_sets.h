@@ -26,10 +26,12 @@ namespace DSP::VectorLib {
 inline std::int64_t availableTargets(int permitted)
 {
     std::int64_t allowed = 0;
+    if (permitted & kPermitScalar) allowed |= HWY_SCALAR;
     if (permitted & kPermitSse2) allowed |= HWY_SSSE3 | HWY_SCALAR;
     if (permitted & kPermitAvx2) allowed |= HWY_AVX2;
     if (permitted & kPermitAvx512) allowed |= HWY_AVX3;
-    return allowed & (hwy::SupportedTargets() | HWY_SCALAR);
+    static const std::int64_t present = hwy::SupportedTargets();  // slow: asks the processor anew
+    return allowed & (present | HWY_SCALAR);
 }
 
 /// The best permitted build of the function whose table HWY_EXPORT made, or null if the processor
@@ -38,7 +40,7 @@ template <class Function, std::size_t size>
 Function chooseBuild(Function const (&builds)[size], int permitted = kPermitAll)
 {
     if constexpr (size == 1) {  // a build for the plainest processor alone
-        return (permitted & kPermitSse2) != 0 ? builds[0] : nullptr;
+        return (permitted & (kPermitScalar | kPermitSse2)) != 0 ? builds[0] : nullptr;
     } else {
         const std::int64_t targets = availableTargets(permitted);
         if (targets == 0) return nullptr;

@@ -30,6 +30,7 @@ enum Permitted : int {
     kPermitSse2 = 1,  // SSE2 class: the code that runs on every x86-64 processor
     kPermitAvx2 = 2,
     kPermitAvx512 = 4,
+    kPermitScalar = 8,  // part of the SSE2 class too: for processors without SSSE3
     kPermitAll = -1,
 };
 
