@@ -334,7 +334,7 @@ void LevelMeterAlgorithm::setParameter(Tag tag, float value) noexcept
 }
 
 LevelMeterComponent::LevelMeterComponent(LevelMeterAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters,
+    : AudioEffectComponent(algorithm,
                            {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1"})
 {
     // Kept with songs and presets.

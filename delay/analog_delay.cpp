@@ -194,7 +194,7 @@ template class AnalogDelayCore<double>;
 AnalogDelayAlgorithm::AnalogDelayAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 AnalogDelayComponent::AnalogDelayComponent(AudioEffectAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters, {.viewPrefix = "AnalogDelay"})
+    : AudioEffectComponent(algorithm, {.viewPrefix = "AnalogDelay"})
 {}
 
 void AnalogDelayComponent::changed(const AlgorithmParameter& parameter, float before) noexcept

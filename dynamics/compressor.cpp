@@ -304,7 +304,7 @@ template class CompressorCore<double>;
 CompressorAlgorithm::CompressorAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 CompressorComponent::CompressorComponent(CompressorAlgorithm& algorithm)
-    : SwapComponent(algorithm, kParameters,
+    : SwapComponent(algorithm,
                     {.viewPrefix = "Compressor", .algorithmVersion = 2, .kind = "compressor"},
                     "sidechainfreqlow", "sidechainfreqhigh")
 {}

@@ -247,7 +247,7 @@ template class ExpanderCore<double>;
 ExpanderAlgorithm::ExpanderAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 ExpanderComponent::ExpanderComponent(ExpanderAlgorithm& algorithm)
-    : SwapComponent(algorithm, kParameters,
+    : SwapComponent(algorithm,
                     {.viewPrefix = "Expander", .views = {"Editor", "Compact"}, .kind = "expander"},
                     "filterlow", "filterhigh")
 {}

@@ -145,10 +145,9 @@ template class LimiterCore<double>;
 LimiterAlgorithm::LimiterAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 LimiterComponent::LimiterComponent(LimiterAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters,
-                           {.viewPrefix = "Limiter",
-                            .views = {"Editor", "Compact", "InplaceEditor"},
-                            .kind = "limiter"})
+    : AudioEffectComponent(algorithm, {.viewPrefix = "Limiter",
+                                       .views = {"Editor", "Compact", "InplaceEditor"},
+                                       .kind = "limiter"})
 {}
 
 Delays LimiterComponent::delays(double sampleRate) const noexcept

@@ -10,10 +10,9 @@ namespace quillworks {
 /// already shows what they are, and it lights while the high-cut lies below the low-cut.
 class SwapComponent : public AudioEffectComponent {
 protected:
-    template <class S, std::size_t N>
-    SwapComponent(AudioEffectAlgorithm& algorithm, const Parameter<S> (&rows)[N],
-                  EffectTraits traits, const char* lowCutKey, const char* highCutKey)
-        : AudioEffectComponent(algorithm, rows, std::move(traits)),
+    SwapComponent(AudioEffectAlgorithm& algorithm, EffectTraits traits, const char* lowCutKey,
+                  const char* highCutKey)
+        : AudioEffectComponent(algorithm, std::move(traits)),
           lowCut_(list().find(lowCutKey)),
           highCut_(list().find(highCutKey)),
           swap_(list().find("swapfreqs"))

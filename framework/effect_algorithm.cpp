@@ -11,6 +11,20 @@ namespace {
 
 constexpr Tag kBypassTag = "Bypa"_tag;
 
+std::vector<bool> triggersOf(const AlgorithmParameterList& list)
+{
+    std::vector<bool> isTrigger;
+    for (const auto& slot : list.slots()) isTrigger.push_back(slot.isTrigger);
+    return isTrigger;
+}
+
+std::vector<std::pair<Tag, float>> startsOf(const AlgorithmParameterList& list)
+{
+    std::vector<std::pair<Tag, float>> starts;
+    for (const auto& meter : list.meters()) starts.emplace_back(meter.tag, meter.start);
+    return starts;
+}
+
 /// A bypassed effect neither delays nor rings on.
 std::uint32_t reported(std::uint32_t samples, bool bypassed)
 {
@@ -36,8 +50,8 @@ template <typename T> struct AudioEffectAlgorithm::Scratch {
     std::vector<T> dry, spare, silence;
 };
 
-AudioEffectAlgorithm::AudioEffectAlgorithm(const SlotLayout& layout)
-    : crossing_(layout.isTrigger), tags_(layout.parameterTags), meters_(layout.meters)
+AudioEffectAlgorithm::AudioEffectAlgorithm(AlgorithmParameterList list)
+    : list_(std::move(list)), crossing_(triggersOf(list_)), meters_(startsOf(list_))
 {}
 
 AudioEffectAlgorithm::~AudioEffectAlgorithm() = default;
@@ -181,10 +195,11 @@ std::uint32_t AudioEffectAlgorithm::getTailLength() const noexcept
 void AudioEffectAlgorithm::takeParameters() noexcept
 {
     crossing_.drain([this](std::size_t slot, float value) {
-        if (tags_[slot] == kBypassTag)
+        const Tag tag = list_.slots()[slot].tag;
+        if (tag == kBypassTag)
             bypass_.set(value != 0);
         else
-            setParameter(tags_[slot], value);
+            setParameter(tag, value);
     });
 }
 

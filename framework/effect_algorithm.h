@@ -9,34 +9,11 @@
 #include "framework/audio_block.h"
 #include "framework/bypass.h"
 #include "framework/meter_slots.h"
-#include "framework/parameter.h"
 #include "framework/parameter_crossing.h"
+#include "framework/parameter_list.h"
 #include "vnk/effect.h"
 
 namespace quillworks {
-
-/// One entry per parameter, command or meter of a table, families expanded, in declaration order.
-struct SlotLayout {
-    std::vector<Tag> parameterTags;  // of the crossing's slots
-    std::vector<bool> isTrigger;
-    std::vector<std::pair<Tag, float>> meters;
-
-    template <class S> static SlotLayout of(std::span<const Parameter<S>> rows)
-    {
-        SlotLayout layout;
-        for (const auto& row : rows)
-            for (int i = 0; i < row.count(); ++i) {
-                const Tag tag = row.tag + static_cast<Tag>(i);
-                if (row.isMeter()) {
-                    layout.meters.emplace_back(tag, row.defaultAt(i));
-                } else {
-                    layout.parameterTags.push_back(tag);
-                    layout.isTrigger.push_back(row.kind == Kind::Trigger);
-                }
-            }
-        return layout;
-    }
-};
 
 /// The component, as its algorithm sees it. [main thread, where nothing else is said]
 class AlgorithmOwner {
@@ -80,6 +57,7 @@ public:
 
     // The component's side. [main thread]
     void setOwner(AlgorithmOwner* owner) noexcept { owner_ = owner; }
+    const AlgorithmParameterList& parameterList() const noexcept { return list_; }
     ParameterCrossing& crossing() noexcept { return crossing_; }
     const MeterSlots& meters() const noexcept { return meters_; }
     const ProcessSpec& spec() const noexcept { return spec_; }
@@ -104,7 +82,7 @@ public:
     virtual void setParameter(Tag tag, float value) noexcept = 0;
 
 protected:
-    explicit AudioEffectAlgorithm(const SlotLayout& layout);
+    explicit AudioEffectAlgorithm(AlgorithmParameterList list);
 
     // What PrecisionAlgorithm implements. prepareCore may throw std::bad_alloc.
     virtual void prepareCore(const ProcessSpec& spec, VNK::Precision precision) = 0;
@@ -133,9 +111,9 @@ private:
     void restartCore() noexcept;
     void tellOwner(const char* message) noexcept;
 
-    ParameterCrossing crossing_;
-    std::vector<Tag> tags_;  // of the crossing's slots
-    MeterSlots meters_;
+    const AlgorithmParameterList list_;
+    ParameterCrossing crossing_;  // list_.slots()
+    MeterSlots meters_;           // list_.meters()
     ProcessSpec spec_;
     VNK::SpeakerArrangement input_ = VNK::SpeakerArrangement::withChannels(2);
     VNK::SpeakerArrangement output_ = VNK::SpeakerArrangement::withChannels(2);

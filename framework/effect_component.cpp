@@ -24,10 +24,9 @@ template <class V> const V* find(const auto& attributes, const char* key) noexce
 
 }  // namespace
 
-AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm,
-                                           AlgorithmParameterList list, EffectTraits traits)
+AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm, EffectTraits traits)
     : algorithm_(VNK::Ref<AudioEffectAlgorithm>::share(&algorithm)),
-      list_(std::move(list)),
+      list_(algorithm.parameterList()),
       traits_(std::move(traits)),
       values_(std::make_unique<Value[]>(list_.parameters().size()))
 {
@@ -138,7 +137,7 @@ void AudioEffectComponent::setAt(int index, float value) noexcept
 
 void AudioEffectComponent::command(Tag tag, float value) noexcept
 {
-    if (const int slot = list_.commandSlot(tag); slot >= 0)
+    if (const int slot = list_.findSlot(tag); slot >= 0)
         algorithm_->crossing().write(static_cast<std::size_t>(slot), value);
 }
 
@@ -241,8 +240,8 @@ bool AudioEffectComponent::getMeter(std::int32_t index, VNK::MeterInfo& info) co
 float AudioEffectComponent::readMeter(std::int32_t index) const noexcept
 {
     if (index < 0 || index >= countMeters()) return 0;
-    const auto shown = static_cast<std::size_t>(shownMeters_[static_cast<std::size_t>(index)]);
-    return algorithm_->meters().read(static_cast<std::size_t>(list_.meters()[shown].meter));
+    const int shown = shownMeters_[static_cast<std::size_t>(index)];
+    return algorithm_->meters().read(static_cast<std::size_t>(shown));
 }
 
 void AudioEffectComponent::setEditorOpen(bool open) noexcept

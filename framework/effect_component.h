@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "framework/effect_algorithm.h"
-#include "framework/parameter_list.h"
 #include "framework/stored_state.h"
 #include "vnk/effect.h"
 
@@ -36,14 +35,8 @@ struct Delays {
 
 class AudioEffectComponent : public VNK::Object<VNK::IEffectComponent>, private AlgorithmOwner {
 public:
-    /// Publishes the rows of the table in their order and owns the algorithm from now on.
-    template <class S, std::size_t N>
-    AudioEffectComponent(AudioEffectAlgorithm& algorithm, const Parameter<S> (&rows)[N],
-                         EffectTraits traits)
-        : AudioEffectComponent(algorithm,
-                               AlgorithmParameterList(std::span<const Parameter<S>>(rows)),
-                               std::move(traits))
-    {}
+    /// Owns the algorithm from now on and publishes the parameters of its table in their order.
+    AudioEffectComponent(AudioEffectAlgorithm& algorithm, EffectTraits traits);
     ~AudioEffectComponent() override;
 
     /// Class ID and display name, which presets carry. Called once by the create function.
@@ -141,8 +134,6 @@ private:
         std::int64_t defaultValue = 0;
     };
 
-    AudioEffectComponent(AudioEffectAlgorithm& algorithm, AlgorithmParameterList list,
-                         EffectTraits traits);
     bool has(std::int32_t index) const noexcept { return index >= 0 && index < countParameters(); }
     const AlgorithmParameter& at(std::int32_t index) const noexcept
     {
@@ -163,7 +154,7 @@ private:
     void scanPrograms() const;
 
     VNK::Ref<AudioEffectAlgorithm> algorithm_;
-    AlgorithmParameterList list_;
+    const AlgorithmParameterList& list_;  // the algorithm's
     EffectTraits traits_;
     std::vector<std::string> viewNames_;
     std::unique_ptr<Value[]> values_;

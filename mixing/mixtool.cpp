@@ -280,8 +280,7 @@ void MixToolAlgorithm::applyChanges() noexcept
 }
 
 MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters,
-                           {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1"})
+    : AudioEffectComponent(algorithm, {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1"})
 {}
 
 /// Panel and sound agree when the last channel has been soloed: all solos and mutes go out.

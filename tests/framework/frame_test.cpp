@@ -144,7 +144,7 @@ public:
 class ProbeComponent final : public AudioEffectComponent {
 public:
     explicit ProbeComponent(ProbeAlgorithm& a)
-        : AudioEffectComponent(a, kProbe, {.viewPrefix = "Probe", .algorithmVersion = 3})
+        : AudioEffectComponent(a, {.viewPrefix = "Probe", .algorithmVersion = 3})
     {
         declareAttribute("mode", 7);
     }
