@@ -7,7 +7,6 @@
 
 #include "dsp/fast_log.h"
 #include "dsp/sanitise.h"
-#include "dynamics/editor_levels.h"
 #include "dynamics/sidechain_source.h"
 
 namespace quillworks {
@@ -65,10 +64,10 @@ constexpr Parameter<S> kParameters[] = {
         {.group = "Gain / Envelope", .help = "Share of the compressed signal; below 1 the untouched signal is added."}},
     {"bypass",            "Bypa"_tag, "Bypass",            Kind::Bypass},
     {"editor",            "Edit"_tag, "Editor",            Kind::Command,    0,     1,     0, "",                   &S::editorOpen, Core::Editor},
-    levelRow<S>("inlevel", kInputFast, "InLevels"),
-    levelRow<S>("inlevelslow", kInputSlow, "InLevels Slow"),
-    levelRow<S>("outlevel", kOutputFast, "OutLevels"),
-    levelRow<S>("outlevelslow", kOutputSlow, "OutLevels Slow"),
+    levelRow<S>(kInputFast),
+    levelRow<S>(kInputSlow),
+    levelRow<S>(kOutputFast),
+    levelRow<S>(kOutputSlow),
 };
 // clang-format on
 
@@ -98,10 +97,9 @@ template <typename T> void CompressorCore<T>::prepare(const ProcessSpec& spec)
         ch.computer.prepare(hold);
         ch.dry.prepare(lookAhead);
         ch.lookAhead.prepare(lookAhead);
-        ch.inputMeter.prepare(sampleRate_);
-        ch.outputMeter.prepare(sampleRate_);
     }
     filter_.prepare(sampleRate_, spec.channels);
+    levels_.prepare(spec);
     inputGain_.prepareHalfLife(50 * std::max(1.0, std::trunc(sampleRate_ * 0.00009375 + 0.5)));
     mixer_.prepare(sampleRate_, 0.03);
 }
@@ -111,6 +109,7 @@ template <typename T> void CompressorCore<T>::reset() noexcept
     inputGain_.snap();
     mixer_.reset();
     filter_.reset();
+    levels_.reset();
     autoSpeedNow_ = k_.autoSpeed;
     isFading_ = false;
     for (auto& ch : channels_) {
@@ -120,8 +119,6 @@ template <typename T> void CompressorCore<T>::reset() noexcept
         ch.inputGain.snap(inputGain_.current());
         ch.dry.reset();
         ch.lookAhead.reset();
-        ch.inputMeter.reset();
-        ch.outputMeter.reset();
     }
 }
 
@@ -158,13 +155,7 @@ template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned 
             ch.computer.setHold(k_.lookAhead);
         }
     }
-    if (dirty & Editor) {
-        k_.editorOpen = s.editorOpen != 0;
-        for (auto& ch : channels_) {
-            ch.inputMeter.reset();
-            ch.outputMeter.reset();
-        }
-    }
+    if (dirty & Editor) levels_.setOpen(s.editorOpen != 0);
     if (dirty & ResetMinimum) {
         minimum_ = 0;
         for (auto& ch : channels_) ch.computer.takeLargest();
@@ -201,7 +192,7 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
             vec::copy(dryCopy[c], part[c], n);
             dry[c] = dryCopy[c];
         }
-        if (k_.editorOpen) ch.inputMeter.run(part[c], n);
+        levels_.measureInput(c, part[c], n);
     }
     applyInputGain(part);
 
@@ -233,7 +224,7 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
     }
     for (int c = 0; c < part.channels; ++c) {
         if (!mixer_.isWet()) mixer_.mix(part[c], dry[c], n);
-        if (k_.editorOpen) channels_[static_cast<std::size_t>(c)].outputMeter.run(part[c], n);
+        levels_.measureOutput(c, part[c], n);
     }
 }
 
@@ -290,12 +281,7 @@ template <typename T> void CompressorCore<T>::publish(MeterSlots& meters) noexce
     meters.publish("Redu"_tag, reductionReading(reduction));
     meters.publish("MnRd"_tag, reductionReading(minimum_));
     meters.publish("ILvA"_tag, fastDecibels(std::max(static_cast<float>(std::sqrt(level)), 1e-6f)));
-    if (!k_.editorOpen) return;
-    for (std::size_t c = 0; c < channels_.size(); ++c) {
-        const auto& ch = channels_[c];
-        publishLevel(meters, kInputFast, kInputSlow, c, ch.inputMeter);
-        publishLevel(meters, kOutputFast, kOutputSlow, c, ch.outputMeter);
-    }
+    levels_.publish(meters);
 }
 
 template class CompressorCore<float>;

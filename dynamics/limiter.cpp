@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "dynamics/editor_levels.h"
-
 namespace quillworks {
 namespace {
 
@@ -54,10 +52,10 @@ constexpr Parameter<S> kParameters[] = {
     {"thresholdabs", "ThrA"_tag, "Absolute Threshold",  Kind::Reading,  -24,    0,    0, "dB"},
     {"ratio",        "Rati"_tag, "Ratio",               Kind::Command,    1,   20,    2, "",                   &S::ratio,          Core::Curve},
     {"editor",       "Edit"_tag, "Editor",              Kind::Command,    0,    1,    0, "",                   &S::editorOpen,     Core::Editor},
-    levelRow<S>("inlevel", kInputFast, "InLevels"),
-    levelRow<S>("inlevelslow", kInputSlow, "InLevels Slow"),
-    levelRow<S>("outlevel", kOutputFast, "OutLevels"),
-    levelRow<S>("outlevelslow", kOutputSlow, "OutLevels Slow"),
+    levelRow<S>(kInputFast),
+    levelRow<S>(kInputSlow),
+    levelRow<S>(kOutputFast),
+    levelRow<S>(kOutputSlow),
 };
 // clang-format on
 
@@ -66,20 +64,13 @@ constexpr Parameter<S> kParameters[] = {
 template <typename T> void LimiterCore<T>::prepare(const ProcessSpec& spec)
 {
     engine_.prepare(spec.sampleRate, spec.channels);
-    meters_.resize(static_cast<std::size_t>(spec.channels));
-    for (auto& m : meters_) {
-        m.input.prepare(spec.sampleRate);
-        m.output.prepare(spec.sampleRate);
-    }
+    levels_.prepare(spec);
 }
 
 template <typename T> void LimiterCore<T>::reset() noexcept
 {
     engine_.reset();
-    for (auto& m : meters_) {
-        m.input.reset();
-        m.output.reset();
-    }
+    levels_.reset();
     most_ = 0;
 }
 
@@ -95,13 +86,7 @@ template <typename T> void LimiterCore<T>::apply(const Settings& s, unsigned dir
     if (dirty & Mode) engine_.setProgrammeRelease(s.programme != 0);
     if (dirty & Detector) engine_.setTruePeak(isTruePeak);
     if (dirty & (ResetHold | Detector)) most_ = 0;
-    if (dirty & Editor) {
-        editorOpen_ = s.editorOpen != 0;
-        for (auto& m : meters_) {
-            m.input.reset();
-            m.output.reset();
-        }
-    }
+    if (dirty & Editor) levels_.setOpen(s.editorOpen != 0);
     absoluteThreshold_ = s.ceiling + s.threshold;
 }
 
@@ -112,14 +97,14 @@ template <typename T> void LimiterCore<T>::process(const AudioBlock<T>& block) n
         part.frames = engine_.begin(part);
         for (int c = 0; c < part.channels; ++c) {
             engine_.take(c, part[c]);
-            if (!editorOpen_) continue;
+            if (!levels_.isOpen()) continue;
             clean(part[c], part.frames);
-            meters_[static_cast<std::size_t>(c)].input.run(part[c], part.frames);
+            levels_.measureInput(c, part[c], part.frames);
         }
         engine_.findGain();
         for (int c = 0; c < part.channels; ++c) {
             engine_.put(c, part[c]);
-            if (editorOpen_) meters_[static_cast<std::size_t>(c)].output.run(part[c], part.frames);
+            levels_.measureOutput(c, part[c], part.frames);
         }
         done += part.frames;
     }
@@ -132,11 +117,7 @@ template <typename T> void LimiterCore<T>::publish(MeterSlots& meters) noexcept
     meters.publish("Redu"_tag, static_cast<float>(0 - std::min(reduction, 24.0)));
     meters.publish("MnRd"_tag, static_cast<float>(0 - std::min(most_, 144.0)));
     meters.publish("ThrA"_tag, absoluteThreshold_);
-    if (!editorOpen_) return;
-    for (std::size_t c = 0; c < meters_.size(); ++c) {
-        publishLevel(meters, kInputFast, kInputSlow, c, meters_[c].input);
-        publishLevel(meters, kOutputFast, kOutputSlow, c, meters_[c].output);
-    }
+    levels_.publish(meters);
 }
 
 template class LimiterCore<float>;
