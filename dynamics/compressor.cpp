@@ -290,14 +290,13 @@ template class CompressorCore<double>;
 CompressorAlgorithm::CompressorAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 CompressorComponent::CompressorComponent(CompressorAlgorithm& algorithm)
-    : SwapComponent(algorithm,
-                    {.viewPrefix = "Compressor", .algorithmVersion = 2, .kind = "compressor"},
-                    "sidechainfreqlow", "sidechainfreqhigh")
+    : SidechainComponent(
+          algorithm, {.viewPrefix = "Compressor", .algorithmVersion = 2, .kind = "compressor"},
+          {.lowCut = "sidechainfreqlow", .highCut = "sidechainfreqhigh", .lookAhead = "lookAhead"})
 {}
 
 void CompressorComponent::migrate(StoredState& state) const
 {
-    SwapComponent::migrate(state);
     if (state.algorithmVersion.value_or(1) >= 2) return;
     // Auto Gain once worked on the ratio where it now works on the slope, and at twice the amount:
     // what such a preset was mixed with is kept as a gain of its own.
@@ -307,13 +306,6 @@ void CompressorComponent::migrate(StoredState& state) const
     if (!on || *on == 0 || !ratio || !threshold || !state.find("gain")) return;
     state.set("gain", autoMakeUp(*ratio, *threshold) * 0.5f);
     state.set("auto", 0);
-}
-
-Delays CompressorComponent::delays(double sampleRate) const noexcept
-{
-    const auto frames =
-        static_cast<std::uint32_t>(isOn("lookAhead") ? lookAheadFrames(sampleRate) : 0);
-    return {.latency = frames, .tail = frames};
 }
 
 }  // namespace quillworks

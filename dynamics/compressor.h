@@ -11,8 +11,8 @@
 #include "dynamics/gain_computer.h"
 #include "dynamics/level_detector.h"
 #include "dynamics/lookahead.h"
+#include "dynamics/sidechain_component.h"
 #include "dynamics/sidechain_filter.h"
-#include "dynamics/swap_component.h"
 #include "framework/precision_algorithm.h"
 
 namespace quillworks {
@@ -102,13 +102,12 @@ public:
     CompressorAlgorithm();
 };
 
-class CompressorComponent final : public SwapComponent {
+class CompressorComponent final : public SidechainComponent {
 public:
     explicit CompressorComponent(CompressorAlgorithm& algorithm);
 
 private:
     void migrate(StoredState& state) const override;
-    Delays delays(double sampleRate) const noexcept override;
 };
 
 }  // namespace quillworks

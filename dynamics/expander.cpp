@@ -236,16 +236,9 @@ template class ExpanderCore<double>;
 ExpanderAlgorithm::ExpanderAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 ExpanderComponent::ExpanderComponent(ExpanderAlgorithm& algorithm)
-    : SwapComponent(algorithm,
-                    {.viewPrefix = "Expander", .views = {"Editor", "Compact"}, .kind = "expander"},
-                    "filterlow", "filterhigh")
+    : SidechainComponent(
+          algorithm, {.viewPrefix = "Expander", .views = {"Editor", "Compact"}, .kind = "expander"},
+          {.lowCut = "filterlow", .highCut = "filterhigh", .lookAhead = "lookahead"})
 {}
-
-Delays ExpanderComponent::delays(double sampleRate) const noexcept
-{
-    const auto frames =
-        static_cast<std::uint32_t>(isOn("lookahead") ? lookAheadFrames(sampleRate) : 0);
-    return {.latency = frames, .tail = frames};
-}
 
 }  // namespace quillworks

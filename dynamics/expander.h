@@ -10,8 +10,8 @@
 #include "dynamics/editor_levels.h"
 #include "dynamics/expander_gain.h"
 #include "dynamics/lookahead.h"
+#include "dynamics/sidechain_component.h"
 #include "dynamics/sidechain_filter.h"
-#include "dynamics/swap_component.h"
 #include "framework/precision_algorithm.h"
 
 namespace quillworks {
@@ -74,12 +74,9 @@ public:
     ExpanderAlgorithm();
 };
 
-class ExpanderComponent final : public SwapComponent {
+class ExpanderComponent final : public SidechainComponent {
 public:
     explicit ExpanderComponent(ExpanderAlgorithm& algorithm);
-
-private:
-    Delays delays(double sampleRate) const noexcept override;
 };
 
 }  // namespace quillworks

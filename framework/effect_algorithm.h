@@ -61,6 +61,7 @@ public:
     ParameterCrossing& crossing() noexcept { return crossing_; }
     const MeterSlots& meters() const noexcept { return meters_; }
     const ProcessSpec& spec() const noexcept { return spec_; }
+    bool isPrepared() const noexcept { return isPrepared_; }
     const VNK::SpeakerArrangement& inputLayout() const noexcept { return input_; }
     const VNK::SpeakerArrangement& outputLayout() const noexcept { return output_; }
     bool isSideChainActive() const noexcept { return sideChainActive_; }

@@ -266,6 +266,7 @@ void AudioEffectComponent::setupChanged(const char* message) noexcept
                 shownMeters_.push_back(static_cast<int>(i));
     } catch (...) {  // out of memory: the old attributes stay
     }
+    if (isPrepared()) reconcile();
     updateDelays();
     if (message) tell(message);
 }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,9 @@ protected:
     /// For parameters that move others. Not called while a state is restored. Must not allocate:
     /// automation comes from the audio thread.
     virtual void changed(const AlgorithmParameter&, float /*before*/) noexcept {}
+    /// A state has been restored as it was stored, or the algorithm prepared for a layout. For
+    /// parameters that follow others or what is there.
+    virtual void reconcile() noexcept {}
     /// Brings a stored state up to date before it is applied. `state.algorithmVersion` is what the
     /// state was stored with, if anything.
     virtual void migrate(StoredState&) const {}
@@ -115,6 +119,7 @@ protected:
     const AudioEffectAlgorithm& effectAlgorithm() const noexcept { return *algorithm_; }
     /// Tempo in force, in beats per minute.
     float tempo() const noexcept { return static_cast<float>(algorithm_->tempo()); }
+    bool isPrepared() const noexcept { return algorithm_->isPrepared(); }
     double sampleRate() const noexcept { return algorithm_->spec().sampleRate; }
     int channels() const noexcept { return channels_; }
     const AlgorithmParameterList& list() const noexcept { return list_; }
@@ -126,6 +131,9 @@ private:
         std::atomic<std::uint32_t> changes{0};
         int holds = 0;         // nested beginEdit
         bool inGroup = false;  // touched by the open group edit
+    };
+    struct Program {
+        std::string title, file;
     };
     struct Attribute {
         AttributeValue value;
@@ -163,8 +171,7 @@ private:
     VNK::UID classId_;
     std::string name_, programName_;
     mutable std::string refusal_;
-    mutable std::vector<std::pair<std::string, std::string>> programs_;  // title, file
-    mutable bool programsScanned_ = false;
+    mutable std::optional<std::vector<Program>> programs_;  // once they have been looked for
     VNK::IEffectListener* listener_ = nullptr;
     int groupEdits_ = 0;
     int bypassIndex_ = -1;

@@ -283,10 +283,21 @@ MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
     : AudioEffectComponent(algorithm, {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1"})
 {}
 
-/// Panel and sound agree when the last channel has been soloed: all solos and mutes go out.
 void MixToolComponent::changed(const AlgorithmParameter& parameter, float) noexcept
 {
-    if (parameter.tag - kSolo >= kChannels) return;
+    if (parameter.tag - kSolo < kChannels) clearFullSolo();
+}
+
+/// Before the layout is known, a state's solos are kept: of how many channels they are is not
+/// known.
+void MixToolComponent::reconcile() noexcept
+{
+    if (isPrepared()) clearFullSolo();
+}
+
+/// Panel and sound agree when the last channel has been soloed: all solos and mutes go out.
+void MixToolComponent::clearFullSolo() noexcept
+{
     const auto indexOf = [&](Tag base, int c) {
         return list().findTag(base + static_cast<Tag>(c));
     };

@@ -84,6 +84,8 @@ public:
 
 private:
     void changed(const AlgorithmParameter& parameter, float before) noexcept override;
+    void reconcile() noexcept override;
+    void clearFullSolo() noexcept;
 };
 
 }  // namespace quillworks
