@@ -197,23 +197,24 @@ AnalogDelayComponent::AnalogDelayComponent(AudioEffectAlgorithm& algorithm)
     : AudioEffectComponent(algorithm, {.viewPrefix = "AnalogDelay"})
 {}
 
-void AnalogDelayComponent::changed(const AlgorithmParameter& parameter, float before) noexcept
+void AnalogDelayComponent::changed(const AlgorithmParameter& parameter, float before,
+                                   Setter by) noexcept
 {
     const float now = value(parameter.key.c_str());
-    if (parameter.key == "beats") set("beatsnu", oldNoteValue(now));
-    if (parameter.key == "lfobeats") set("lfobeatsnu", oldNoteValue(now));
+    if (parameter.key == "beats") set("beatsnu", oldNoteValue(now), by);
+    if (parameter.key == "lfobeats") set("lfobeatsnu", oldNoteValue(now), by);
     if (now == before) return;
     if (parameter.key == "sync") {
         if (now != 0)
-            set("beatsnu", snapNoteValue(msToNoteValue(value("time"), tempo())));
+            set("beatsnu", snapNoteValue(msToNoteValue(value("time"), tempo())), by);
         else
-            set("time", noteValueToMs(soundingNoteValue(value("beatsnu")), tempo()));
+            set("time", noteValueToMs(soundingNoteValue(value("beatsnu")), tempo()), by);
     }
     if (parameter.key == "lfosync") {
         if (now != 0)
-            set("lfobeatsnu", snapNoteValue(hertzToNoteValue(value("lfotime"), tempo())));
+            set("lfobeatsnu", snapNoteValue(hertzToNoteValue(value("lfotime"), tempo())), by);
         else
-            set("lfotime", noteValueToHertz(soundingNoteValue(value("lfobeatsnu")), tempo()));
+            set("lfotime", noteValueToHertz(soundingNoteValue(value("lfobeatsnu")), tempo()), by);
     }
 }
 

@@ -46,7 +46,7 @@ public:
     explicit AnalogDelayComponent(AudioEffectAlgorithm& algorithm);
 
 protected:
-    void changed(const AlgorithmParameter& parameter, float before) noexcept override;
+    void changed(const AlgorithmParameter& parameter, float before, Setter by) noexcept override;
     void migrate(StoredState& state) const override;
     Delays delays(double sampleRate) const noexcept override;
 };

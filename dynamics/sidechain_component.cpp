@@ -14,21 +14,21 @@ SidechainComponent::SidechainComponent(AudioEffectAlgorithm& algorithm, EffectTr
       lookAhead_(list().find(keys.lookAhead))
 {}
 
-void SidechainComponent::changed(const AlgorithmParameter& parameter, float) noexcept
+void SidechainComponent::changed(const AlgorithmParameter& parameter, float, Setter by) noexcept
 {
     const int index = list().findTag(parameter.tag);
     if (index == swap_ && (getValue(swap_) != 0) != isSwapped()) {
         const float low = getValue(lowCut_), high = getValue(highCut_);
-        setAt(lowCut_, high);
-        setAt(highCut_, low);
+        setAt(lowCut_, high, by);
+        setAt(highCut_, low, by);
     }
-    if (index == swap_ || index == lowCut_ || index == highCut_) showLamp();
+    if (index == swap_ || index == lowCut_ || index == highCut_) showLamp(by);
 }
 
-void SidechainComponent::showLamp() noexcept
+void SidechainComponent::showLamp(Setter by) noexcept
 {
     const float lamp = isSwapped() ? 1.0f : 0.0f;
-    if (getValue(swap_) != lamp) setAt(swap_, lamp);
+    if (getValue(swap_) != lamp) setAt(swap_, lamp, by);
 }
 
 Delays SidechainComponent::delays(double sampleRate) const noexcept

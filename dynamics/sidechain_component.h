@@ -22,14 +22,14 @@ protected:
     SidechainComponent(AudioEffectAlgorithm& algorithm, EffectTraits traits,
                        const SidechainKeys& keys);
 
-    void changed(const AlgorithmParameter& parameter, float before) noexcept override;
-    void reconcile() noexcept override { showLamp(); }
+    void changed(const AlgorithmParameter& parameter, float before, Setter by) noexcept override;
+    void reconcile() noexcept override { showLamp(Setter::Host); }
     /// 2 ms while the look-ahead is on.
     Delays delays(double sampleRate) const noexcept override;
 
 private:
     bool isSwapped() const noexcept { return getValue(highCut_) < getValue(lowCut_); }
-    void showLamp() noexcept;
+    void showLamp(Setter by) noexcept;
 
     int lowCut_, highCut_, swap_, lookAhead_;
 };

@@ -62,7 +62,7 @@ bool AudioEffectComponent::restore(StoredState state)
     refusal_ = std::move(remark);
     programName_ = std::move(state.name);
     reconcile();
-    updateDelays();
+    announceDelays();
     tell("processStateChanged");
     if (listener_)
         for (std::int32_t i = 0; i < countParameters(); ++i)

@@ -25,12 +25,6 @@ std::vector<std::pair<Tag, float>> startsOf(const AlgorithmParameterList& list)
     return starts;
 }
 
-/// A bypassed effect neither delays nor rings on.
-std::uint32_t reported(std::uint32_t samples, bool bypassed)
-{
-    return bypassed ? 0 : samples;
-}
-
 }  // namespace
 
 /// Buffers of one precision: what the input was, for bypass and for channels that change places,
@@ -140,8 +134,7 @@ void AudioEffectAlgorithm::restartCore() noexcept
 void AudioEffectAlgorithm::setSideChainActive(bool active) noexcept
 {
     active = active && hasSideChain();
-    if (active == sideChainActive_) return;
-    sideChainActive_ = active;
+    if (sideChainActive_.exchange(active, std::memory_order_relaxed) == active) return;
     if (owner_) owner_->sideChainChanged();
 }
 
@@ -170,26 +163,23 @@ void AudioEffectAlgorithm::setTransport(const VNK::Transport& transport) noexcep
     setTempo(transport.tempo);
 }
 
-bool AudioEffectAlgorithm::setDelays(std::uint32_t latency, std::uint32_t tail,
+void AudioEffectAlgorithm::setDelays(std::uint32_t stamp, std::uint32_t latency, std::uint32_t tail,
                                      bool bypassed) noexcept
 {
-    const auto latencyBefore = getLatency(), tailBefore = getTailLength();
-    ownLatency_.store(latency, std::memory_order_relaxed);
-    ownTail_.store(tail, std::memory_order_relaxed);
-    reportsBypassed_.store(bypassed, std::memory_order_relaxed);
-    return getLatency() != latencyBefore || getTailLength() != tailBefore;
+    ownLatency_.publish(stamp, latency);
+    ownTail_.publish(stamp, tail);
+    reportsBypassed_.publish(stamp, bypassed ? 1 : 0);
 }
 
+// A bypassed effect neither delays nor rings on.
 std::uint32_t AudioEffectAlgorithm::getLatency() const noexcept
 {
-    return reported(ownLatency_.load(std::memory_order_relaxed),
-                    reportsBypassed_.load(std::memory_order_relaxed));
+    return reportsBypassed_.read() ? 0 : ownLatency_.read();
 }
 
 std::uint32_t AudioEffectAlgorithm::getTailLength() const noexcept
 {
-    return reported(ownTail_.load(std::memory_order_relaxed),
-                    reportsBypassed_.load(std::memory_order_relaxed));
+    return reportsBypassed_.read() ? 0 : ownTail_.read();
 }
 
 void AudioEffectAlgorithm::takeParameters() noexcept
@@ -265,7 +255,7 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
             else if (channel[c] != input(c))
                 vec::copy(channel[c], input(c), piece.frames);
         }
-        if (sideChainActive_) {
+        if (isSideChainActive()) {
             const bool isFed = data.sideChain && data.sideChainChannels > 0;
             piece.sideChainChannels =
                 isFed ? std::min(data.sideChainChannels, VNK::kMaxChannels) : 1;
@@ -283,7 +273,7 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
 template <typename T>
 void AudioEffectAlgorithm::processPiece(AudioBlock<T>& piece, Scratch<T>& scratch) noexcept
 {
-    const auto latency = static_cast<int>(ownLatency_.load(std::memory_order_relaxed));
+    const auto latency = static_cast<int>(ownLatency_.read());
     if (bypass_.startsAfresh(latency)) restartCore();
     if (bypass_.isOn()) return runCore(piece);
     if (bypass_.isOff()) return;

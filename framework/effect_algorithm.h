@@ -8,6 +8,7 @@
 
 #include "framework/audio_block.h"
 #include "framework/bypass.h"
+#include "framework/latest_word.h"
 #include "framework/meter_slots.h"
 #include "framework/parameter_crossing.h"
 #include "framework/parameter_list.h"
@@ -64,7 +65,10 @@ public:
     bool isPrepared() const noexcept { return isPrepared_; }
     const VNK::SpeakerArrangement& inputLayout() const noexcept { return input_; }
     const VNK::SpeakerArrangement& outputLayout() const noexcept { return output_; }
-    bool isSideChainActive() const noexcept { return sideChainActive_; }
+    bool isSideChainActive() const noexcept
+    {
+        return sideChainActive_.load(std::memory_order_relaxed);
+    }
     /// Tempo in force: the last one that host or user gave, 120 before. [any thread]
     double tempo() const noexcept
     {
@@ -73,9 +77,11 @@ public:
     }
     bool isTempoKnown() const noexcept { return tempo_.load(std::memory_order_relaxed) > 0; }
     bool isWetOnly() const noexcept { return wetOnly_.load(std::memory_order_relaxed); }
-    /// Delay and tail in samples at the prepared rate, worked out from the parameters; `bypassed`
-    /// as the user sees it. True if what the host is told has changed.
-    bool setDelays(std::uint32_t latency, std::uint32_t tail, bool bypassed) noexcept;
+    /// Delay and tail in samples at the prepared rate, worked out from the parameters after `stamp`
+    /// was drawn; `bypassed` as the user sees it. [any thread]
+    void setDelays(std::uint32_t stamp, std::uint32_t latency, std::uint32_t tail,
+                   bool bypassed) noexcept;
+    std::uint32_t drawDelayStamp() noexcept { return delayStamps_.draw(); }
 
     /// Stores a value and marks its group of derived coefficients. Called for each changed
     /// parameter at the start of a block, in declaration order; a trigger gives 1. An effect
@@ -121,7 +127,7 @@ private:
     VNK::Precision precision_ = VNK::Precision::Float;
     bool isPrepared_ = false;
     bool isFresh_ = true;  // nothing processed since reset
-    bool sideChainActive_ = false;
+    std::atomic<bool> sideChainActive_{false};
     std::atomic<bool> wetOnly_{false};
     bool wetOnlySeen_ = false;
     std::atomic<double> tempo_{0};  // 0: nobody has told
@@ -129,8 +135,8 @@ private:
     VNK::Transport transport_;
     int gridPhase_ = 0;
     BypassFade bypass_;
-    std::atomic<std::uint32_t> ownLatency_{0}, ownTail_{0};
-    std::atomic<bool> reportsBypassed_{false};
+    LatestWord::Stamps delayStamps_;
+    LatestWord ownLatency_, ownTail_, reportsBypassed_;
 
     std::unique_ptr<Scratch<float>> floatScratch_;
     std::unique_ptr<Scratch<double>> doubleScratch_;

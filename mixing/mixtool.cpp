@@ -283,20 +283,20 @@ MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
     : AudioEffectComponent(algorithm, {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1"})
 {}
 
-void MixToolComponent::changed(const AlgorithmParameter& parameter, float) noexcept
+void MixToolComponent::changed(const AlgorithmParameter& parameter, float, Setter by) noexcept
 {
-    if (parameter.tag - kSolo < kChannels) clearFullSolo();
+    if (parameter.tag - kSolo < kChannels) clearFullSolo(by);
 }
 
 /// Before the layout is known, a state's solos are kept: of how many channels they are is not
 /// known.
 void MixToolComponent::reconcile() noexcept
 {
-    if (isPrepared()) clearFullSolo();
+    if (isPrepared()) clearFullSolo(Setter::Host);
 }
 
 /// Panel and sound agree when the last channel has been soloed: all solos and mutes go out.
-void MixToolComponent::clearFullSolo() noexcept
+void MixToolComponent::clearFullSolo(Setter by) noexcept
 {
     const auto indexOf = [&](Tag base, int c) {
         return list().findTag(base + static_cast<Tag>(c));
@@ -305,8 +305,8 @@ void MixToolComponent::clearFullSolo() noexcept
     for (int c = 0; c < count; ++c)
         if (getValue(indexOf(kSolo, c)) == 0) return;
     for (int c = 0; c < count; ++c) {
-        setAt(indexOf(kSolo, c), 0);
-        setAt(indexOf(kMute, c), 0);
+        setAt(indexOf(kSolo, c), 0, by);
+        setAt(indexOf(kMute, c), 0, by);
     }
 }
 

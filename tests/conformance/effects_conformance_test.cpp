@@ -271,8 +271,9 @@ template <typename T> void sweep(const std::string& name, double rate, int chann
         VNK::ParameterInfo p;
         fx.component().getParameter(i, p);
         const float position = std::uniform_real_distribution<float>(0, 1)(random);
+        const AudioThreadGuard guard;
         if (p.isAutomatable())
-            fx.component().setValue(i, fx.component().fromNormalized(i, position));
+            fx.component().automate(i, fx.component().fromNormalized(i, position));
     }
     const auto second = static_cast<std::size_t>(rate);
     const Channels<T> clean(static_cast<std::size_t>(channels), noise<T>(second / 4, 9, 0.25));
