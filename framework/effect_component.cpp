@@ -272,17 +272,17 @@ void AudioEffectComponent::setEditorOpen(bool open) noexcept
 
 void AudioEffectComponent::setupChanged(const char* message) noexcept
 {
-    const auto& spec = algorithm_->outputLayout();
-    channels_ = spec.channels;
+    const auto& output = algorithm_->outputLayout();
+    const auto& input = algorithm_->inputLayout();
     try {
-        publishAttribute("speakerchannels", static_cast<std::int64_t>(spec.bits()));
-        publishAttribute("speakernames", spec.names());
-        publishAttribute("channelcount", std::int64_t{spec.channels});
-        publishAttribute("inputchannelcount", std::int64_t{algorithm_->inputLayout().channels});
-        publishAttribute("inputspeakernames", algorithm_->inputLayout().names());
+        publishAttribute("speakerchannels", static_cast<std::int64_t>(output.bits()));
+        publishAttribute("speakernames", output.names());
+        publishAttribute("channelcount", std::int64_t{output.channels});
+        publishAttribute("inputchannelcount", std::int64_t{input.channels});
+        publishAttribute("inputspeakernames", input.names());
         shownMeters_.clear();
         for (std::size_t i = 0; i < list_.meters().size(); ++i)
-            if (const auto& m = list_.meters()[i]; !m.perChannel || m.index < channels_)
+            if (const auto& m = list_.meters()[i]; !m.perChannel || m.index < channels())
                 shownMeters_.push_back(static_cast<int>(i));
     } catch (...) {  // out of memory: the old attributes stay
     }

@@ -132,7 +132,7 @@ protected:
     float tempo() const noexcept { return static_cast<float>(algorithm_->tempo()); }
     bool isPrepared() const noexcept { return algorithm_->isPrepared(); }
     double sampleRate() const noexcept { return algorithm_->spec().sampleRate; }
-    int channels() const noexcept { return channels_; }
+    int channels() const noexcept { return algorithm_->outputLayout().channels; }
     const AlgorithmParameterList& list() const noexcept { return list_; }
     void tell(const char* message) noexcept;
 
@@ -190,7 +190,6 @@ private:
     int groupEdits_ = 0;
     int bypassIndex_ = -1;
     int tempoIndex_ = -1;
-    int channels_ = 2;
 };
 
 }  // namespace quillworks
