@@ -17,7 +17,6 @@ using S = CompressorSettings;
 using namespace conversion;
 
 constexpr int kMaxChannels = VNK::kMaxChannels;
-constexpr auto kGain = VNK::isDecibel | VNK::isBipolar;
 
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
@@ -31,9 +30,9 @@ constexpr Parameter<S> kParameters[] = {
     {"auto",              "AutG"_tag, "Auto Gain",         Kind::Toggle,     0,     1,     0, "",                   &S::autoGain,   Core::Curve,           asIs,
         {.group = "Gain / Envelope", .help = "Makes up for the reduction by ratio and threshold instead of Gain.", .shortTitle = "Auto"}},
     {"gain",              "Gain"_tag, "Gain",              Kind::Float,      0,    48,     0, "Media.DB",           &S::gain,       Core::Curve,           asIs,
-        {.group = "Gain / Envelope", .help = "Make-up gain after the compression.", .curve = &curve::decibel, .drivenBy = "auto", .flags = kGain}},
+        {.group = "Gain / Envelope", .help = "Make-up gain after the compression.", .curve = &curve::decibel, .drivenBy = "auto", .flags = kGainFlags}},
     {"ingain",            "Inpt"_tag, "Input",             Kind::Float,    -12,    24,     0, "Media.DB",           &S::inputGain,  Core::Gains,           decibels,
-        {.group = "Gain / Envelope", .help = "Gain in front of the compression.", .curve = &curve::decibel, .flags = kGain}},
+        {.group = "Gain / Envelope", .help = "Gain in front of the compression.", .curve = &curve::decibel, .flags = kGainFlags}},
     {"autospeed",         "AutS"_tag, "Auto Speed",        Kind::Toggle,     0,     1,     0, "",                   &S::autoSpeed,  Core::Times,           asIs,
         {.group = "Gain / Envelope", .help = "Follows the programme slowly by itself instead of Attack and Release."}},
     {"attack",            "Atck"_tag, "Attack",            Kind::Float,   0.1f,   400,    15, "Media.Milliseconds", &S::attack,     Core::Times,           milliseconds,

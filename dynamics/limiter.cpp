@@ -9,7 +9,7 @@ namespace {
 
 using Core = LimiterCore<float>;
 using S = LimiterSettings;
-namespace to = conversion;
+using namespace conversion;
 
 /// Attack step to seconds.
 float attackTime(float step)
@@ -19,34 +19,33 @@ float attackTime(float step)
 
 constexpr const char* kAttackTexts[] = {"Fast", "Medium", "Slow"};
 constexpr const char* kModeTexts[] = {"A", "B"};
-constexpr auto kGainFlags = VNK::isDecibel | VNK::isBipolar;
 
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
     // key            tag         title                 kind             min   max   def  unit                  field               dirty           forward
-    {"ingain",       "InGn"_tag, "Input",               Kind::Float,      0,   18,    0, "Media.DB",           &S::inputGain,      Core::Gains,    to::decibels,
+    {"ingain",       "InGn"_tag, "Input",               Kind::Float,      0,   18,    0, "Media.DB",           &S::inputGain,      Core::Gains,    decibels,
      {.group = "Level", .help = "Gain before the limiter: drive the signal into the ceiling.", .curve = &curve::decibel, .flags = kGainFlags}},
-    {"ceiling",      "Ceil"_tag, "Ceiling",             Kind::Float,    -12,    0,    0, "Media.DB",           &S::ceiling,        Core::Gains,    to::asIs,
+    {"ceiling",      "Ceil"_tag, "Ceiling",             Kind::Float,    -12,    0,    0, "Media.DB",           &S::ceiling,        Core::Gains,    asIs,
      {.group = "Level", .help = "Level that the output never passes.", .curve = &curve::decibel, .flags = VNK::isDecibel}},
-    {"thresholdrel", "Thrs"_tag, "Threshold",           Kind::Float,    -12,    0,    0, "Media.DB",           &S::threshold,      Core::Curve,    to::asIs,
+    {"thresholdrel", "Thrs"_tag, "Threshold",           Kind::Float,    -12,    0,    0, "Media.DB",           &S::threshold,      Core::Curve,    asIs,
      {.group = "Level", .help = "How far below the ceiling the gain begins to be reduced, with a soft knee.", .curve = &curve::decibel, .flags = VNK::isDecibel}},
-    {"release",      "Rele"_tag, "Release",             Kind::Float,      1, 3000,  180, "Media.Milliseconds", &S::releaseSeconds, Core::Times,    to::milliseconds,
+    {"release",      "Rele"_tag, "Release",             Kind::Float,      1, 3000,  180, "Media.Milliseconds", &S::releaseSeconds, Core::Times,    milliseconds,
      {.group = "Envelope", .help = "Time in which the gain recovers.", .curve = &curve::logarithmic}},
     {"attack",       "Attk"_tag, "Attack",              Kind::List,       0,    2,    1, "",                   &S::attackSeconds,  Core::Times,    attackTime,
      {.group = "Envelope", .help = "How soon the gain stays down: fast is dense, slow leaves short peaks to a dip of their own.", .texts = kAttackTexts}},
-    {"clipper",      "ClMd"_tag, "SoftClipper",         Kind::Toggle,     0,    1,    0, "",                   &S::fastFall,       Core::Hold,     to::asIs,
+    {"clipper",      "ClMd"_tag, "SoftClipper",         Kind::Toggle,     0,    1,    0, "",                   &S::fastFall,       Core::Hold,     asIs,
      {.group = "Envelope", .help = "Lets the gain recover between the peaks of low tones: louder, with the sound of a clipper.", .shortTitle = "Clipper"}},
-    {"reduction",    "Redu"_tag, "Reduction",           Kind::Meter,    -24,    0,  -24, "dB",                 nullptr,            0,              to::asIs,
+    {"reduction",    "Redu"_tag, "Reduction",           Kind::Meter,    -24,    0,  -24, "dB",                 nullptr,            0,              asIs,
      {.group = "Meters", .help = "Gain reduction, its deepest since the last block."}},
-    {"minreduction", "MnRd"_tag, "Min Reduction",       Kind::Meter,   -144,    0,    0, "dB",                 nullptr,            0,              to::asIs,
+    {"minreduction", "MnRd"_tag, "Min Reduction",       Kind::Meter,   -144,    0,    0, "dB",                 nullptr,            0,              asIs,
      {.group = "Meters", .help = "Deepest gain reduction since it was reset."}},
-    {"softclip",     "Wall"_tag, "Soft Clip",           Kind::Toggle,     0,    1,    0, "",                   &S::wall,           Core::Clip,     to::asIs,
+    {"softclip",     "Wall"_tag, "Soft Clip",           Kind::Toggle,     0,    1,    0, "",                   &S::wall,           Core::Clip,     asIs,
      {.group = "Envelope", .help = "Rounds off the peaks that the attack lets through instead of dipping the gain; not with true-peak limiting."}},
-    {"highqual",     "OvrS"_tag, "True Peak Limiting",  Kind::Toggle,     0,    1,    0, "",                   &S::truePeak,       Core::Detector, to::asIs,
+    {"highqual",     "OvrS"_tag, "True Peak Limiting",  Kind::Toggle,     0,    1,    0, "",                   &S::truePeak,       Core::Detector, asIs,
      {.group = "Level", .help = "Keeps the signal below the ceiling between its samples too, with a longer latency.", .shortTitle = "True Peak"}},
-    {"resetmin",     "RsMR"_tag, "Reset Min",           Kind::Trigger,    0,    1,    0, "",                   nullptr,            Core::ResetHold, to::asIs,
+    {"resetmin",     "RsMR"_tag, "Reset Min",           Kind::Trigger,    0,    1,    0, "",                   nullptr,            Core::ResetHold, asIs,
      {.group = "Meters", .help = "Resets the deepest gain reduction."}},
-    {"abmode",       "MMod"_tag, "Mode ",               Kind::Toggle,     0,    1,    0, "",                   &S::programme,      Core::Mode,     to::asIs,
+    {"abmode",       "MMod"_tag, "Mode ",               Kind::Toggle,     0,    1,    0, "",                   &S::programme,      Core::Mode,     asIs,
      {.group = "Envelope", .help = "A: one release time. B: fast after short peaks, slow after long passages.", .texts = kModeTexts}},
     {"bypass",       "Bypa"_tag, "Bypass",              Kind::Bypass},
     {"thresholdabs", "ThrA"_tag, "Absolute Threshold",  Kind::Reading,  -24,    0,    0, "dB"},

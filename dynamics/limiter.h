@@ -60,7 +60,7 @@ class LimiterComponent final : public AudioEffectComponent {
 public:
     explicit LimiterComponent(LimiterAlgorithm& algorithm);
 
-protected:
+private:
     Delays delays(double sampleRate) const noexcept override;
 };
 
