@@ -13,6 +13,7 @@ namespace {
 
 using Core = LevelMeterCore<float>;
 using S = LevelMeterSettings;
+using namespace conversion;
 
 constexpr float kNothing = std::numeric_limits<float>::quiet_NaN();
 
@@ -30,24 +31,24 @@ constexpr ParameterNotes notes(const char* group, const char* help)
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
     // key               tag         title                kind             min  max def   unit  field                 dirty                forward            notes
-    {"correlation",      "Corr"_tag, "Phase Correlation", Kind::Meter,      -1,   1,  0,    "",   nullptr,              0,                   conversion::asIs, notes("Correlation", "Correlation of the two channels of a stereo bus: 1 equal, -1 inverted.")},
-    {"usecorr",          "UCor"_tag, "Show Correlation",  Kind::Toggle,      0,   1,  0,    "",   &S::showCorrelation,  Core::Correlation,   conversion::asIs, notes("Correlation", "Measures and shows the phase correlation.")},
-    {"resethold",        "RstH"_tag, "Reset Hold",        Kind::Trigger,     0,   1,  0,    "",   nullptr,              Core::ResetHold,     conversion::asIs, notes("Levels", "Clears held levels, clip counts and the error lamp.")},
-    {"togglesize",       "TgSz"_tag, "Toggle Size",       Kind::Toggle,      0,   1,  0,    "",   nullptr,              0,                   conversion::asIs, notes("View", "Switches between the large and the compact view.")},
-    {"resetloudness",    "RstL"_tag, "Reset Loudness",    Kind::Trigger,     0,   1,  0,    "",   nullptr,              Core::ResetLoudness, conversion::asIs, notes("Loudness", "Starts the loudness measurement anew.")},
-    {"showvalues",       "Sval"_tag, "Show Values",       Kind::Toggle,      0,   1,  0,    "",   nullptr,              0,                   conversion::asIs, notes("View", "Shows the readings as numbers.")},
-    {"bypass",           "Bypa"_tag, "Bypass",            Kind::Bypass,      0,   1,  0,    "",   nullptr,              0,                   conversion::asIs, notes("", "Stops measuring; the readings stand.")},
+    {"correlation",      "Corr"_tag, "Phase Correlation", Kind::Meter,      -1,   1,  0,    "",   nullptr,              0,                   asIs, notes("Correlation", "Correlation of the two channels of a stereo bus: 1 equal, -1 inverted.")},
+    {"usecorr",          "UCor"_tag, "Show Correlation",  Kind::Toggle,      0,   1,  0,    "",   &S::showCorrelation,  Core::Correlation,   asIs, notes("Correlation", "Measures and shows the phase correlation.")},
+    {"resethold",        "RstH"_tag, "Reset Hold",        Kind::Trigger,     0,   1,  0,    "",   nullptr,              Core::ResetHold,     asIs, notes("Levels", "Clears held levels, clip counts and the error lamp.")},
+    {"togglesize",       "TgSz"_tag, "Toggle Size",       Kind::Toggle,      0,   1,  0,    "",   nullptr,              0,                   asIs, notes("View", "Switches between the large and the compact view.")},
+    {"resetloudness",    "RstL"_tag, "Reset Loudness",    Kind::Trigger,     0,   1,  0,    "",   nullptr,              Core::ResetLoudness, asIs, notes("Loudness", "Starts the loudness measurement anew.")},
+    {"showvalues",       "Sval"_tag, "Show Values",       Kind::Toggle,      0,   1,  0,    "",   nullptr,              0,                   asIs, notes("View", "Shows the readings as numbers.")},
+    {"bypass",           "Bypa"_tag, "Bypass",            Kind::Bypass,      0,   1,  0,    "",   nullptr,              0,                   asIs, notes("", "Stops measuring; the readings stand.")},
 
     {"holdlength",       "HldL"_tag, "Hold Length",       Kind::Command,    -1,  60,  1,    "s",  &S::holdSeconds,      Core::Hold},
     {"rmslength",        "RmsL"_tag, "RMS Length",        Kind::Command,     0, 1.8f, 0.6f, "s",  &S::rmsSeconds,       Core::RmsLength},
     {"measurement",      "Strc"_tag, "Measurement",       Kind::Command,     0,   2,  0,    "",   &S::measurement,      Core::Law},
     {"layoutweights",    "LayW"_tag, "Layout Weights",    Kind::Command,     0,   1,  1,    "",   &S::useLayoutWeights, Core::Weights},
 
-    {"level",             kLevel,      "Level",             Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"levelHold",         kLevelHold,  "Peak Hold",         Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"rms",               kRms,        "RMS",               Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"rmsHold",           kRmsHold,    "RMS Hold",          Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"clipRun",           kClipRun,    "Clip Run",          Kind::Reading,     0, 100, 0,     "",   nullptr, 0, conversion::asIs, {}, kPerChannel},
+    {"level",             kLevel,      "Level",             Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, asIs, {}, kPerChannel},
+    {"levelHold",         kLevelHold,  "Peak Hold",         Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, asIs, {}, kPerChannel},
+    {"rms",               kRms,        "RMS",               Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, asIs, {}, kPerChannel},
+    {"rmsHold",           kRmsHold,    "RMS Hold",          Kind::Reading,  -144,  24, -144,  "dB", nullptr, 0, asIs, {}, kPerChannel},
+    {"clipRun",           kClipRun,    "Clip Run",          Kind::Reading,     0, 100, 0,     "",   nullptr, 0, asIs, {}, kPerChannel},
     {"speakerCount",      "SpkC"_tag, "Speakers",         Kind::Reading,     0,  32, 0,     ""},
     {"processingError",   "PErr"_tag, "Invalid Input",    Kind::Reading,     0,   1, 0,     ""},
     // The first two keys have always been spelt this way.
@@ -65,8 +66,8 @@ constexpr Parameter<S> kParameters[] = {
     {"rangeLow",          "PRLo"_tag, "Range Low",          Kind::Reading, -144, 10, kNothing, "LUFS"},
     {"rangeHigh",         "PRHi"_tag, "Range High",         Kind::Reading, -144, 10, kNothing, "LUFS"},
     {"truePeak",          "PTPk"_tag, "Maximum True Peak",  Kind::Reading, -144, 24, kNothing, "dB"},
-    {"samplePeak",        kSamplePeak,   "Sample Peak",        Kind::Reading, -144, 24, kNothing, "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
-    {"programmeRms",      kProgrammeRms, "Programme RMS",      Kind::Reading, -144, 24, kNothing, "dB", nullptr, 0, conversion::asIs, {}, kPerChannel},
+    {"samplePeak",        kSamplePeak,   "Sample Peak",        Kind::Reading, -144, 24, kNothing, "dB", nullptr, 0, asIs, {}, kPerChannel},
+    {"programmeRms",      kProgrammeRms, "Programme RMS",      Kind::Reading, -144, 24, kNothing, "dB", nullptr, 0, asIs, {}, kPerChannel},
 };
 
 // Choices of the menus, by the attribute's value.
@@ -105,15 +106,16 @@ constexpr Text kTexts[] = {
 };
 // clang-format on
 
-float decibels(double linear)
+/// A linear level as its meter shows it, in dB.
+float reading(double linear)
 {
     return static_cast<float>(gainToDb(linear));
 }
 
 /// The same for a programme: silence has nothing to report.
-float decibelsOrNothing(double linear)
+float readingOrNothing(double linear)
 {
-    return linear >= kSilence ? decibels(linear) : kNothing;
+    return linear >= kSilence ? reading(linear) : kNothing;
 }
 
 }  // namespace
@@ -208,7 +210,7 @@ template <typename T> void LevelMeterCore<T>::process(const AudioBlock<T>& block
         c.meter.endBlock(block.frames);
         truePeak = std::max(truePeak, c.truePeak);
     }
-    truePeakDb_ = std::max(truePeakDb_, decibels(truePeak));
+    truePeakDb_ = std::max(truePeakDb_, reading(truePeak));
     frames_ += block.frames;
     if (measurement_ == Measurement::Own) {
         loudness_.own().evaluate();
@@ -249,7 +251,7 @@ template <typename T> void LevelMeterCore<T>::endProgramme() noexcept
     for (auto& c : channels_) {
         vec::clear(c.interpolator.input(), TruePeakFilter::kTaps);
         c.truePeak = std::max(c.truePeak, c.interpolator.advance(TruePeakFilter::kTaps));
-        truePeakDb_ = std::max(truePeakDb_, decibels(c.truePeak));
+        truePeakDb_ = std::max(truePeakDb_, reading(c.truePeak));
     }
 }
 
@@ -259,10 +261,10 @@ template <typename T> void LevelMeterCore<T>::publish(MeterSlots& meters) noexce
     const auto at = [this](int c) -> const Channel& {
         return channels_[static_cast<std::size_t>(c)];
     };
-    meters.publishFamily(kLevel, n, [&](int c) { return decibels(at(c).meter.level()); });
-    meters.publishFamily(kLevelHold, n, [&](int c) { return decibels(at(c).meter.levelHold()); });
-    meters.publishFamily(kRms, n, [&](int c) { return decibels(at(c).meter.rms()); });
-    meters.publishFamily(kRmsHold, n, [&](int c) { return decibels(at(c).meter.rmsHold()); });
+    meters.publishFamily(kLevel, n, [&](int c) { return reading(at(c).meter.level()); });
+    meters.publishFamily(kLevelHold, n, [&](int c) { return reading(at(c).meter.levelHold()); });
+    meters.publishFamily(kRms, n, [&](int c) { return reading(at(c).meter.rms()); });
+    meters.publishFamily(kRmsHold, n, [&](int c) { return reading(at(c).meter.rmsHold()); });
     meters.publishFamily(kClipRun, n, [&](int c) { return float(at(c).meter.clipRun()); });
     const bool isInvalid =
         std::any_of(channels_.begin(), channels_.end(), [](const auto& c) { return c.isInvalid; });
@@ -296,7 +298,7 @@ template <typename T> void LevelMeterCore<T>::publishProgramme(MeterSlots& meter
 
     const bool isStrict = measurement_ != Measurement::Own;
     const auto shown = [&](double linear) {
-        return isStrict ? decibelsOrNothing(linear) : kNothing;
+        return isStrict ? readingOrNothing(linear) : kNothing;
     };
     const double scale = 2 / PowerQuanta::kPerUnit / double(std::max<std::int64_t>(frames_, 1));
     double truePeak = 0;
@@ -334,7 +336,7 @@ void LevelMeterAlgorithm::setParameter(Tag tag, float value) noexcept
 }
 
 LevelMeterComponent::LevelMeterComponent(LevelMeterAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters,
+    : AudioEffectComponent(algorithm,
                            {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1"})
 {
     // Kept with songs and presets.

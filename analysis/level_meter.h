@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 // Level meter: peak, RMS and holds per channel, loudness and true peak of the bus, correlation.
 #pragma once
+
 #include <vector>
 
 #include "analysis/channel_meter.h"

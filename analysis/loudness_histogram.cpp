@@ -27,14 +27,9 @@ const BlockBins kBlockBins;
 constexpr double kRangeFrom = -72, kRangeTo = 10, kRangeWidth = kRangeTo - kRangeFrom;
 constexpr double kPercentile10 = 0.099999994, kPercentile5 = 0.049999997;
 
-constexpr double centre(int bin)
+constexpr double centre(std::size_t bin)
 {
-    return (bin + 0.5) * kRangeWidth / RangeHistogram::kBins + kRangeFrom;
-}
-
-std::size_t at(int bin)
-{
-    return static_cast<std::size_t>(bin);
+    return (double(bin) + 0.5) * kRangeWidth / RangeHistogram::kBins + kRangeFrom;
 }
 
 }  // namespace
@@ -44,41 +39,28 @@ double loudnessOf(double power) noexcept
     return power > 0 ? 10 * std::log10(power) + kCalibration : kNoLoudness;
 }
 
-void BlockHistogram::clear() noexcept
-{
-    counts_.fill(0);
-    blocks_ = 0;
-}
-
 void BlockHistogram::add(double power) noexcept
 {
     int bin = 0;
     if (power > kHighestPower)
         bin = kBins - 1;
     else if (power >= kLowestPower)
-        bin = std::min(static_cast<int>((20 * std::log10(power) + 90) * 20), kBins - 1);
-    ++counts_[at(bin)];
-    ++blocks_;
+        bin = static_cast<int>((20 * std::log10(power) + 90) * 20);
+    counts_.add(bin);
 }
 
 double BlockHistogram::integrated() const noexcept
 {
-    if (blocks_ == 0) return kNoLoudness;
+    if (counts_.total() == 0) return kNoLoudness;
     double sum = 0;
     for (std::size_t i = 0; i < kBins; ++i) sum += counts_[i] * kBlockBins.power[i];
-    const double gate = loudnessOf(sum / blocks_) - 10;
+    const double gate = loudnessOf(sum / counts_.total()) - 10;
     double gated = 0, n = 0;
     for (std::size_t i = kBins; i-- > 0 && kBlockBins.lufs[i] > gate;) {
         n += counts_[i];
         gated += counts_[i] * kBlockBins.power[i];
     }
     return n >= 1 ? loudnessOf(gated / n) : kNoLoudness;
-}
-
-void RangeHistogram::clear() noexcept
-{
-    counts_.fill(0);
-    blocks_ = 0;
 }
 
 void RangeHistogram::add(double lufs) noexcept
@@ -88,31 +70,30 @@ void RangeHistogram::add(double lufs) noexcept
         bin = kBins - 1;
     else if (lufs >= kRangeFrom)
         bin = static_cast<int>((lufs - kRangeFrom) * kBins / kRangeWidth + 0.5);
-    ++counts_[at(std::min(bin, kBins - 1))];
-    ++blocks_;
+    counts_.add(bin);
 }
 
 RangeHistogram::Range RangeHistogram::range() const noexcept
 {
-    if (blocks_ < kFewest) return {};
+    if (counts_.total() < kFewest) return {};
     double sum = 0;
-    for (int i = 0; i < kBins; ++i) sum += counts_[at(i)] * centre(i);
-    const double gate = sum / blocks_ - 20;
-    int first = 0;
-    std::uint32_t n = blocks_;
-    while (first < kBins - 1 && centre(first) < gate) n -= counts_[at(first++)];
+    for (std::size_t i = 0; i < kBins; ++i) sum += counts_[i] * centre(i);
+    const double gate = sum / counts_.total() - 20;
+    std::size_t first = 0;
+    std::uint32_t n = counts_.total();
+    while (first < kBins - 1 && centre(first) < gate) n -= counts_[first++];
 
     const auto least = [n](double fraction) { return static_cast<std::uint32_t>(n * fraction); };
     Range range{centre(0), centre(0), 0};
     std::uint32_t passed = 0;
-    for (int i = first; i < kBins; ++i)
-        if ((passed += counts_[at(i)]) > least(kPercentile10)) {
+    for (std::size_t i = first; i < kBins; ++i)
+        if ((passed += counts_[i]) > least(kPercentile10)) {
             range.low = centre(i);
             break;
         }
     passed = 0;
-    for (int i = kBins; i-- > 0;)
-        if ((passed += counts_[at(i)]) > least(kPercentile5)) {
+    for (std::size_t i = kBins; i-- > 0;)
+        if ((passed += counts_[i]) > least(kPercentile5)) {
             range.high = centre(i);
             break;
         }

@@ -11,11 +11,10 @@
 namespace quillworks {
 namespace {
 
-using C = AnalogDelayCore<float>;
+using Core = AnalogDelayCore<float>;
 using L = EchoLoop;
 using S = AnalogDelaySettings;
-using conversion::milliseconds;
-using conversion::percent;
+using namespace conversion;
 
 /// Deliberately more than unity: an echo at half mix stands up to the dry signal.
 constexpr float kWetGain = 1.78f;
@@ -64,53 +63,53 @@ constexpr const char* kOutput = "Output";
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
     // key            tag         title              kind           min         max    def    unit                 field             dirty          forward
-    {"sync",          "Sync"_tag, "Delay Sync",      Kind::Toggle,  0,          1,     1,     "",                  &S::sync,         L::Length,     conversion::asIs,
+    {"sync",          "Sync"_tag, "Delay Sync",      Kind::Toggle,  0,          1,     1,     "",                  &S::sync,         L::Length,     asIs,
         {.group = kTime, .help = "Follows the song's tempo: the delay is a note value instead of a time.", .shortTitle = "Sync"}},
     {"beatsnu",       "BtNu"_tag, "Delay Beats",     Kind::Float,   0.0208333f, 8,     0.5f,  "",                  &S::beats,        L::Length,     soundingNoteValue,
         {.group = kTime, .help = "Delay as a note value; the nearest straight, triplet or dotted note sounds.", .shortTitle = "Beats", .curve = &curve::logarithmic, .toText = noteText, .fromText = parseNoteValue}},
-    {"beats",         "Beat"_tag, "Old Delay Beats", Kind::List,    0,          22,    3,     "",                  nullptr,          0,             conversion::asIs,
+    {"beats",         "Beat"_tag, "Old Delay Beats", Kind::List,    0,          22,    3,     "",                  nullptr,          0,             asIs,
         {.group = kTime, .help = "Note of songs made with earlier versions.", .texts = kOldNotes, .flags = kLegacy}},
     {"time",          "Time"_tag, "Delay Time",      Kind::Float,   1,          3000,  250,   "Media.Milliseconds", &S::time,        L::Length,     milliseconds,
         {.group = kTime, .help = "Delay while it does not follow the tempo.", .shortTitle = "Time", .curve = &curve::logarithmic, .drivenBy = "sync"}},
-    {"speed",         "Rati"_tag, "Delay Speed",     Kind::Float,   0.5f,       2,     1,     "",                  &S::speed,        L::Length,     conversion::asIs,
+    {"speed",         "Rati"_tag, "Delay Speed",     Kind::Float,   0.5f,       2,     1,     "",                  &S::speed,        L::Length,     asIs,
         {.group = kTime, .help = "Speed of the motor: faster is shorter, and bends the pitch while it changes.", .shortTitle = "Speed", .curve = &curve::logarithmic}},
-    {"inertia",       "Inrt"_tag, "Delay Inertia",   Kind::Float,   0.001f,     5,     0.004f, "s",                &S::inertia,      L::Inertia,    conversion::asIs,
+    {"inertia",       "Inrt"_tag, "Delay Inertia",   Kind::Float,   0.001f,     5,     0.004f, "s",                &S::inertia,      L::Inertia,    asIs,
         {.group = kTime, .help = "Time in which the motor covers half the way to a new speed.", .shortTitle = "Inertia", .curve = &curve::logarithmic}},
     {"feedback",      "FBLv"_tag, "Feedback Level",  Kind::Float,   0,          100,   40,    "%",                 &S::feedback,     L::Feedback,   percent,
         {.group = kFeedback, .help = "How much of each echo comes back as the next.", .shortTitle = "Level", .toText = wholePercent}},
-    {"feedbackboost", "FBBo"_tag, "Feedback Boost",  Kind::Toggle,  0,          1,     0,     "",                  &S::boost,        L::Feedback,   conversion::asIs,
+    {"feedbackboost", "FBBo"_tag, "Feedback Boost",  Kind::Toggle,  0,          1,     0,     "",                  &S::boost,        L::Feedback,   asIs,
         {.group = kFeedback, .help = "Half as much feedback again, into a clipper: the echoes may sing on for ever.", .shortTitle = "Boost"}},
     {"width",         "FBWd"_tag, "Feedback Width",  Kind::Float,   0,          100,   20,    "%",                 &S::width,        L::Feedback,   percent,
         {.group = kFeedback, .help = "How far apart the echoes of left and right stay.", .shortTitle = "Width"}},
-    {"pingpongmode",  "FBPM"_tag, "Ping-Pong Mode",  Kind::List,    0,          2,     1,     "",                  &S::pingPongMode, L::Mode,       conversion::asIs,
+    {"pingpongmode",  "FBPM"_tag, "Ping-Pong Mode",  Kind::List,    0,          2,     1,     "",                  &S::pingPongMode, L::Mode,       asIs,
         {.group = kFeedback, .help = "Echoes of the sum, echoes that change sides, or echoes of both channels.", .shortTitle = "Mode", .texts = kModes}},
-    {"pingpongswap",  "FBPS"_tag, "Ping-Pong Swap",  Kind::Toggle,  0,          1,     0,     "",                  &S::pingPongSwap, L::Feedback,   conversion::asIs,
+    {"pingpongswap",  "FBPS"_tag, "Ping-Pong Swap",  Kind::Toggle,  0,          1,     0,     "",                  &S::pingPongSwap, L::Feedback,   asIs,
         {.group = kFeedback, .help = "Starts the ping-pong on the other side.", .shortTitle = "Swap"}},
     {"saturation",    "Sat "_tag, "Saturation",      Kind::Float,   0,          100,   0,     "%",                 &S::saturation,   L::Saturation, percent,
         {.group = kDamping, .help = "Drives the echoes into a diode circuit, warmer with every repeat."}},
-    {"filterreso",    "Reso"_tag, "Reso",            Kind::Float,   0.3f,       3,     1,     "",                  &S::resonance,    L::Filters,    conversion::asIs,
+    {"filterreso",    "Reso"_tag, "Reso",            Kind::Float,   0.3f,       3,     1,     "",                  &S::resonance,    L::Filters,    asIs,
         {.group = kDamping, .help = "Resonance of low cut and high cut."}},
-    {"lfosync",       "LFOS"_tag, "LFO Sync",        Kind::Toggle,  0,          1,     0,     "",                  &S::lfoSync,      L::Lfo,        conversion::asIs,
+    {"lfosync",       "LFOS"_tag, "LFO Sync",        Kind::Toggle,  0,          1,     0,     "",                  &S::lfoSync,      L::Lfo,        asIs,
         {.group = kLfo, .help = "The modulation follows the song's tempo.", .shortTitle = "Sync"}},
     {"lfobeatsnu",    "LFBN"_tag, "LFO Beats",       Kind::Float,   0.0208333f, 8,     0.5f,  "",                  &S::lfoBeats,     L::Lfo,        soundingNoteValue,
         {.group = kLfo, .help = "Period of the modulation as a note value.", .shortTitle = "Beats", .curve = &curve::logarithmic, .toText = noteText, .fromText = parseNoteValue}},
-    {"lfobeats",      "LFOB"_tag, "Old LFO Beats",   Kind::List,    0,          22,    3,     "",                  nullptr,          0,             conversion::asIs,
+    {"lfobeats",      "LFOB"_tag, "Old LFO Beats",   Kind::List,    0,          22,    3,     "",                  nullptr,          0,             asIs,
         {.group = kLfo, .help = "Note of songs made with earlier versions.", .texts = kOldNotes, .flags = kLegacy}},
-    {"lfotime",       "LFSp"_tag, "LFO Speed",       Kind::Float,   0.01f,      15,    1.2f,  "Hz",                &S::lfoRate,      L::Lfo,        conversion::asIs,
+    {"lfotime",       "LFSp"_tag, "LFO Speed",       Kind::Float,   0.01f,      15,    1.2f,  "Hz",                &S::lfoRate,      L::Lfo,        asIs,
         {.group = kLfo, .help = "Rate of the modulation while it does not follow the tempo.", .shortTitle = "Speed", .curve = &curve::logarithmic, .drivenBy = "lfosync"}},
-    {"wave",          "LFWv"_tag, "LFO Waveform",    Kind::List,    0,          3,     0,     "",                  &S::lfoWave,      L::Lfo,        conversion::asIs,
+    {"wave",          "LFWv"_tag, "LFO Waveform",    Kind::List,    0,          3,     0,     "",                  &S::lfoWave,      L::Lfo,        asIs,
         {.group = kLfo, .help = "Course of the motor's speed over one period.", .shortTitle = "Wave", .texts = kWaves}},
     {"lfowidth",      "LFWd"_tag, "LFO Width",       Kind::Float,   -50,        50,    0,     "%",                 &S::lfoDepth,     L::Lfo,        percent,
         {.group = kLfo, .help = "How far the modulation changes the motor's speed; negative values turn the wave over.", .shortTitle = "Width", .flags = VNK::isBipolar}},
-    {"locut",         "Loct"_tag, "Low Cut",         Kind::Float,   20,         3200,  20,    "Hz",                &S::lowCut,       L::Filters,    conversion::asIs,
+    {"locut",         "Loct"_tag, "Low Cut",         Kind::Float,   20,         3200,  20,    "Hz",                &S::lowCut,       L::Filters,    asIs,
         {.group = kDamping, .help = "Takes the lows from the echoes, more with every repeat.", .curve = &curve::logarithmic, .minText = "Off"}},
-    {"hicut",         "Hict"_tag, "High Cut",        Kind::Float,   400,        16000, 16000, "Hz",                &S::highCut,      L::Filters,    conversion::asIs,
+    {"hicut",         "Hict"_tag, "High Cut",        Kind::Float,   400,        16000, 16000, "Hz",                &S::highCut,      L::Filters,    asIs,
         {.group = kDamping, .help = "Takes the highs from the echoes, more with every repeat.", .curve = &curve::logarithmic, .maxText = "Off"}},
-    {"mix",           "Mix "_tag, "Mix",             Kind::Float,   0,          100,   30,    "%",                 &S::mix,          C::Mix,        percent,
+    {"mix",           "Mix "_tag, "Mix",             Kind::Float,   0,          100,   30,    "%",                 &S::mix,          Core::Mix,     percent,
         {.group = kOutput, .help = "From the dry signal to the echoes alone."}},
-    {"tempo",         "Tmpo"_tag, "Tempo",           Kind::Tempo,   10,         400,   30,    "bpm",               nullptr,          0,             conversion::asIs,
+    {"tempo",         "Tmpo"_tag, "Tempo",           Kind::Tempo,   10,         400,   30,    "bpm",               nullptr,          0,             asIs,
         {.group = kTime, .help = "Tempo of the song."}},
-    {"bypass",        "Bypa"_tag, "Bypass",          Kind::Bypass,  0,          1,     0,     "",                  nullptr,          0,             conversion::asIs,
+    {"bypass",        "Bypa"_tag, "Bypass",          Kind::Bypass,  0,          1,     0,     "",                  nullptr,          0,             asIs,
         {.group = kOutput, .help = "Passes the input as it is."}},
 };
 // clang-format on
@@ -193,27 +192,28 @@ template class AnalogDelayCore<double>;
 
 AnalogDelayAlgorithm::AnalogDelayAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
-AnalogDelayComponent::AnalogDelayComponent(AudioEffectAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters, {.viewPrefix = "AnalogDelay"})
+AnalogDelayComponent::AnalogDelayComponent(AnalogDelayAlgorithm& algorithm)
+    : AudioEffectComponent(algorithm, {.viewPrefix = "AnalogDelay"})
 {}
 
-void AnalogDelayComponent::changed(const AlgorithmParameter& parameter, float before) noexcept
+void AnalogDelayComponent::changed(const AlgorithmParameter& parameter, float before,
+                                   Setter by) noexcept
 {
     const float now = value(parameter.key.c_str());
-    if (parameter.key == "beats") set("beatsnu", oldNoteValue(now));
-    if (parameter.key == "lfobeats") set("lfobeatsnu", oldNoteValue(now));
+    if (parameter.key == "beats") set("beatsnu", oldNoteValue(now), by);
+    if (parameter.key == "lfobeats") set("lfobeatsnu", oldNoteValue(now), by);
     if (now == before) return;
     if (parameter.key == "sync") {
         if (now != 0)
-            set("beatsnu", snapNoteValue(msToNoteValue(value("time"), tempo())));
+            set("beatsnu", snapNoteValue(msToNoteValue(value("time"), tempo())), by);
         else
-            set("time", noteValueToMs(soundingNoteValue(value("beatsnu")), tempo()));
+            set("time", noteValueToMs(soundingNoteValue(value("beatsnu")), tempo()), by);
     }
     if (parameter.key == "lfosync") {
         if (now != 0)
-            set("lfobeatsnu", snapNoteValue(hertzToNoteValue(value("lfotime"), tempo())));
+            set("lfobeatsnu", snapNoteValue(hertzToNoteValue(value("lfotime"), tempo())), by);
         else
-            set("lfotime", noteValueToHertz(soundingNoteValue(value("lfobeatsnu")), tempo()));
+            set("lfotime", noteValueToHertz(soundingNoteValue(value("lfobeatsnu")), tempo()), by);
     }
 }
 

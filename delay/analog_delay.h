@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 // Analog delay: an echo from a tape or bucket brigade, bent by its motor, in time with the song.
 #pragma once
+
 #include "delay/echo_loop.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
@@ -43,10 +44,10 @@ public:
 /// stored as indices of notes.
 class AnalogDelayComponent final : public AudioEffectComponent {
 public:
-    explicit AnalogDelayComponent(AudioEffectAlgorithm& algorithm);
+    explicit AnalogDelayComponent(AnalogDelayAlgorithm& algorithm);
 
-protected:
-    void changed(const AlgorithmParameter& parameter, float before) noexcept override;
+private:
+    void changed(const AlgorithmParameter& parameter, float before, Setter by) noexcept override;
     void migrate(StoredState& state) const override;
     Delays delays(double sampleRate) const noexcept override;
 };

@@ -23,7 +23,10 @@ public:
     void run(T* x, T gain, GridSlice slice) noexcept
     {
         const int n = slice.frames;
-        if (applied_ != gain && slice.begins() && ++waited_ > kPatience) take(gain);
+        if (applied_ == gain)
+            waited_ = 0;
+        else if (slice.begins() && ++waited_ > kPatience)
+            take(gain);
         const bool last = x[n - 1] > 0;
         int done = 0;
         if (applied_ != gain) {

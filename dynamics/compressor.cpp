@@ -7,7 +7,6 @@
 
 #include "dsp/fast_log.h"
 #include "dsp/sanitise.h"
-#include "dynamics/editor_levels.h"
 #include "dynamics/sidechain_source.h"
 
 namespace quillworks {
@@ -18,7 +17,6 @@ using S = CompressorSettings;
 using namespace conversion;
 
 constexpr int kMaxChannels = VNK::kMaxChannels;
-constexpr auto kGain = VNK::isDecibel | VNK::isBipolar;
 
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
@@ -32,9 +30,9 @@ constexpr Parameter<S> kParameters[] = {
     {"auto",              "AutG"_tag, "Auto Gain",         Kind::Toggle,     0,     1,     0, "",                   &S::autoGain,   Core::Curve,           asIs,
         {.group = "Gain / Envelope", .help = "Makes up for the reduction by ratio and threshold instead of Gain.", .shortTitle = "Auto"}},
     {"gain",              "Gain"_tag, "Gain",              Kind::Float,      0,    48,     0, "Media.DB",           &S::gain,       Core::Curve,           asIs,
-        {.group = "Gain / Envelope", .help = "Make-up gain after the compression.", .curve = &curve::decibel, .drivenBy = "auto", .flags = kGain}},
+        {.group = "Gain / Envelope", .help = "Make-up gain after the compression.", .curve = &curve::decibel, .drivenBy = "auto", .flags = kGainFlags}},
     {"ingain",            "Inpt"_tag, "Input",             Kind::Float,    -12,    24,     0, "Media.DB",           &S::inputGain,  Core::Gains,           decibels,
-        {.group = "Gain / Envelope", .help = "Gain in front of the compression.", .curve = &curve::decibel, .flags = kGain}},
+        {.group = "Gain / Envelope", .help = "Gain in front of the compression.", .curve = &curve::decibel, .flags = kGainFlags}},
     {"autospeed",         "AutS"_tag, "Auto Speed",        Kind::Toggle,     0,     1,     0, "",                   &S::autoSpeed,  Core::Times,           asIs,
         {.group = "Gain / Envelope", .help = "Follows the programme slowly by itself instead of Attack and Release."}},
     {"attack",            "Atck"_tag, "Attack",            Kind::Float,   0.1f,   400,    15, "Media.Milliseconds", &S::attack,     Core::Times,           milliseconds,
@@ -65,10 +63,10 @@ constexpr Parameter<S> kParameters[] = {
         {.group = "Gain / Envelope", .help = "Share of the compressed signal; below 1 the untouched signal is added."}},
     {"bypass",            "Bypa"_tag, "Bypass",            Kind::Bypass},
     {"editor",            "Edit"_tag, "Editor",            Kind::Command,    0,     1,     0, "",                   &S::editorOpen, Core::Editor},
-    levelRow<S>("inlevel", kInputFast, "InLevels"),
-    levelRow<S>("inlevelslow", kInputSlow, "InLevels Slow"),
-    levelRow<S>("outlevel", kOutputFast, "OutLevels"),
-    levelRow<S>("outlevelslow", kOutputSlow, "OutLevels Slow"),
+    levelRow<S>(kInputFast),
+    levelRow<S>(kInputSlow),
+    levelRow<S>(kOutputFast),
+    levelRow<S>(kOutputSlow),
 };
 // clang-format on
 
@@ -98,10 +96,9 @@ template <typename T> void CompressorCore<T>::prepare(const ProcessSpec& spec)
         ch.computer.prepare(hold);
         ch.dry.prepare(lookAhead);
         ch.lookAhead.prepare(lookAhead);
-        ch.inputMeter.prepare(sampleRate_);
-        ch.outputMeter.prepare(sampleRate_);
     }
     filter_.prepare(sampleRate_, spec.channels);
+    levels_.prepare(spec);
     inputGain_.prepareHalfLife(50 * std::max(1.0, std::trunc(sampleRate_ * 0.00009375 + 0.5)));
     mixer_.prepare(sampleRate_, 0.03);
 }
@@ -111,6 +108,7 @@ template <typename T> void CompressorCore<T>::reset() noexcept
     inputGain_.snap();
     mixer_.reset();
     filter_.reset();
+    levels_.reset();
     autoSpeedNow_ = k_.autoSpeed;
     isFading_ = false;
     for (auto& ch : channels_) {
@@ -120,8 +118,6 @@ template <typename T> void CompressorCore<T>::reset() noexcept
         ch.inputGain.snap(inputGain_.current());
         ch.dry.reset();
         ch.lookAhead.reset();
-        ch.inputMeter.reset();
-        ch.outputMeter.reset();
     }
 }
 
@@ -158,13 +154,7 @@ template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned 
             ch.computer.setHold(k_.lookAhead);
         }
     }
-    if (dirty & Editor) {
-        k_.editorOpen = s.editorOpen != 0;
-        for (auto& ch : channels_) {
-            ch.inputMeter.reset();
-            ch.outputMeter.reset();
-        }
-    }
+    if (dirty & Editor) levels_.setOpen(s.editorOpen != 0);
     if (dirty & ResetMinimum) {
         minimum_ = 0;
         for (auto& ch : channels_) ch.computer.takeLargest();
@@ -201,7 +191,7 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
             vec::copy(dryCopy[c], part[c], n);
             dry[c] = dryCopy[c];
         }
-        if (k_.editorOpen) ch.inputMeter.run(part[c], n);
+        levels_.measureInput(c, part[c], n);
     }
     applyInputGain(part);
 
@@ -233,7 +223,7 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
     }
     for (int c = 0; c < part.channels; ++c) {
         if (!mixer_.isWet()) mixer_.mix(part[c], dry[c], n);
-        if (k_.editorOpen) channels_[static_cast<std::size_t>(c)].outputMeter.run(part[c], n);
+        levels_.measureOutput(c, part[c], n);
     }
 }
 
@@ -290,12 +280,7 @@ template <typename T> void CompressorCore<T>::publish(MeterSlots& meters) noexce
     meters.publish("Redu"_tag, reductionReading(reduction));
     meters.publish("MnRd"_tag, reductionReading(minimum_));
     meters.publish("ILvA"_tag, fastDecibels(std::max(static_cast<float>(std::sqrt(level)), 1e-6f)));
-    if (!k_.editorOpen) return;
-    for (std::size_t c = 0; c < channels_.size(); ++c) {
-        const auto& ch = channels_[c];
-        publishLevel(meters, kInputFast, kInputSlow, c, ch.inputMeter);
-        publishLevel(meters, kOutputFast, kOutputSlow, c, ch.outputMeter);
-    }
+    levels_.publish(meters);
 }
 
 template class CompressorCore<float>;
@@ -304,14 +289,13 @@ template class CompressorCore<double>;
 CompressorAlgorithm::CompressorAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 CompressorComponent::CompressorComponent(CompressorAlgorithm& algorithm)
-    : SwapComponent(algorithm, kParameters,
-                    {.viewPrefix = "Compressor", .algorithmVersion = 2, .kind = "compressor"},
-                    "sidechainfreqlow", "sidechainfreqhigh")
+    : SidechainComponent(
+          algorithm, {.viewPrefix = "Compressor", .algorithmVersion = 2, .kind = "compressor"},
+          {.lowCut = "sidechainfreqlow", .highCut = "sidechainfreqhigh", .lookAhead = "lookAhead"})
 {}
 
 void CompressorComponent::migrate(StoredState& state) const
 {
-    SwapComponent::migrate(state);
     if (state.algorithmVersion.value_or(1) >= 2) return;
     // Auto Gain once worked on the ratio where it now works on the slope, and at twice the amount:
     // what such a preset was mixed with is kept as a gain of its own.
@@ -321,13 +305,6 @@ void CompressorComponent::migrate(StoredState& state) const
     if (!on || *on == 0 || !ratio || !threshold || !state.find("gain")) return;
     state.set("gain", autoMakeUp(*ratio, *threshold) * 0.5f);
     state.set("auto", 0);
-}
-
-Delays CompressorComponent::delays(double sampleRate) const noexcept
-{
-    const auto frames =
-        static_cast<std::uint32_t>(isOn("lookAhead") ? lookAheadFrames(sampleRate) : 0);
-    return {.latency = frames, .tail = frames};
 }
 
 }  // namespace quillworks

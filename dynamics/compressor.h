@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "dsp/dry_wet.h"
-#include "dsp/follower.h"
 #include "dsp/zero_crossing_gain.h"
+#include "dynamics/editor_levels.h"
 #include "dynamics/gain_computer.h"
 #include "dynamics/level_detector.h"
 #include "dynamics/lookahead.h"
+#include "dynamics/sidechain_component.h"
 #include "dynamics/sidechain_filter.h"
-#include "dynamics/swap_component.h"
 #include "framework/precision_algorithm.h"
 
 namespace quillworks {
@@ -64,12 +64,11 @@ private:
     struct Coefficients {  // one set for all channels
         CompressionCurve curve;
         double makeUpDb = 0;
-        double attack = 0, release = 0;  // seconds
-        double gainRelease = 0;          // per sample, of the gain computer
+        double gainRelease = 0;  // per sample, of the gain computer
         T mix = 1;
         bool adaptive = true, autoSpeed = false;
         bool filter = false, listen = false;
-        bool linked = true, lookAhead = false, editorOpen = false;
+        bool linked = true, lookAhead = false;
     };
     struct Channel {
         LevelDetector detector;
@@ -77,7 +76,6 @@ private:
         ZeroCrossingGain<T> inputGain;
         DelayLine<T> dry;
         LookAhead<T> lookAhead;
-        LevelMeterPair inputMeter, outputMeter;
     };
 
     void processSlice(const AudioBlock<T>& part) noexcept;
@@ -91,6 +89,7 @@ private:
     Smoothed<T> inputGain_;
     DryWet<T> mixer_;
     SidechainFilter filter_;
+    EditorLevels levels_;
     std::vector<Channel> channels_;
     bool autoSpeedNow_ = false, isFading_ = false;  // from one smoother to the other
     bool wetOnly_ = false;
@@ -103,13 +102,12 @@ public:
     CompressorAlgorithm();
 };
 
-class CompressorComponent final : public SwapComponent {
+class CompressorComponent final : public SidechainComponent {
 public:
     explicit CompressorComponent(CompressorAlgorithm& algorithm);
 
 private:
     void migrate(StoredState& state) const override;
-    Delays delays(double sampleRate) const noexcept override;
 };
 
 }  // namespace quillworks

@@ -7,7 +7,6 @@
 #include "dsp/sanitise.h"
 #include "dsp/vec.h"
 #include "dsp/vector_math.h"
-#include "dynamics/editor_levels.h"
 #include "dynamics/sidechain_source.h"
 
 namespace quillworks {
@@ -50,8 +49,8 @@ constexpr Parameter<S> kParameters[] = {
     {"reduction",    "Redu"_tag, "Reduction",         Kind::Meter,    -96,     0,     0, "dB"},
     {"bypass",       "Bypa"_tag, "Bypass",            Kind::Bypass},
     {"editor",       "Edit"_tag, "Editor",            Kind::Command,    0,     1,     0, "",                   &S::editorOpen, Core::Editor},
-    levelRow<S>("inlevel", kInputFast, "InLevels"),
-    levelRow<S>("inlevelslow", kInputSlow, "InLevels Slow"),
+    levelRow<S>(kInputFast),
+    levelRow<S>(kInputSlow),
 };
 // clang-format on
 
@@ -60,14 +59,12 @@ constexpr Parameter<S> kParameters[] = {
 template <typename T> void ExpanderCore<T>::prepare(const ProcessSpec& spec)
 {
     sampleRate_ = spec.sampleRate;
-    channels_.resize(static_cast<std::size_t>(spec.channels));
-    for (auto& ch : channels_) {
-        ch.delay.prepare(lookAheadFrames(sampleRate_));
-        ch.inputMeter.prepare(sampleRate_);
-    }
+    delays_.resize(static_cast<std::size_t>(spec.channels));
+    for (auto& delay : delays_) delay.prepare(lookAheadFrames(sampleRate_));
     gain_.setSampleRate(sampleRate_);
     k_.gainPole = std::exp(-2 * std::numbers::pi * kGainCorner / sampleRate_);
     filter_.prepare(sampleRate_, spec.channels);
+    levels_.prepare(spec);
     const double subBlocks = std::trunc(sampleRate_ * 0.00009375 + 0.5);
     lowCut_.prepareHalfLife(subBlocks);
     highCut_.prepareHalfLife(subBlocks);
@@ -81,10 +78,8 @@ template <typename T> void ExpanderCore<T>::reset() noexcept
     highCut_.snap();
     filter_.tune(lowCut_.target(), highCut_.target());
     filter_.reset();
-    for (auto& ch : channels_) {
-        ch.delay.reset();
-        ch.inputMeter.reset();
-    }
+    for (auto& delay : delays_) delay.reset();
+    levels_.reset();
 }
 
 template <typename T> void ExpanderCore<T>::apply(const Settings& s, unsigned dirty) noexcept
@@ -112,12 +107,9 @@ template <typename T> void ExpanderCore<T>::apply(const Settings& s, unsigned di
     if (dirty & LookAheadSwitch) {
         k_.lookAhead = s.lookAhead != 0;
         gain_.setHold(k_.lookAhead ? 0.002 : 0);
-        for (auto& ch : channels_) ch.delay.reset();
+        for (auto& delay : delays_) delay.reset();
     }
-    if (dirty & Editor) {
-        k_.editorOpen = s.editorOpen != 0;
-        for (auto& ch : channels_) ch.inputMeter.reset();
-    }
+    if (dirty & Editor) levels_.setOpen(s.editorOpen != 0);
 }
 
 template <typename T> void ExpanderCore<T>::process(const AudioBlock<T>& block) noexcept
@@ -131,7 +123,7 @@ template <typename T> void ExpanderCore<T>::processSlice(const AudioBlock<T>& pa
     const int n = part.frames;
     for (int c = 0; c < part.channels; ++c) {
         sanitise(part[c], n);
-        if (k_.editorOpen) channels_[static_cast<std::size_t>(c)].inputMeter.run(part[c], n);
+        levels_.measureInput(c, part[c], n);
     }
     glideFilter(part);
 
@@ -150,8 +142,7 @@ template <typename T> void ExpanderCore<T>::processSlice(const AudioBlock<T>& pa
     for (int c = 0; c < part.channels; ++c) {
         T* const x = part[c];
         if (listens) vec::copy(x, heard[c], n);
-        const T* const delayed =
-            k_.lookAhead ? channels_[static_cast<std::size_t>(c)].delay.push(x, n) : x;
+        const T* const delayed = k_.lookAhead ? delays_[static_cast<std::size_t>(c)].push(x, n) : x;
         if (listens || (isConstant && gain[0] == 1)) {
             if (delayed != x) vec::copy(x, delayed, n);
         } else {
@@ -236,9 +227,7 @@ template <typename T> bool ExpanderCore<T>::smooth(T* gain, bool isConstant, int
 template <typename T> void ExpanderCore<T>::publish(MeterSlots& meters) noexcept
 {
     meters.publish("Redu"_tag, static_cast<float>(lowest_));
-    if (!k_.editorOpen) return;
-    for (std::size_t c = 0; c < channels_.size(); ++c)
-        publishLevel(meters, kInputFast, kInputSlow, c, channels_[c].inputMeter);
+    levels_.publish(meters);
 }
 
 template class ExpanderCore<float>;
@@ -247,16 +236,9 @@ template class ExpanderCore<double>;
 ExpanderAlgorithm::ExpanderAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 ExpanderComponent::ExpanderComponent(ExpanderAlgorithm& algorithm)
-    : SwapComponent(algorithm, kParameters,
-                    {.viewPrefix = "Expander", .views = {"Editor", "Compact"}, .kind = "expander"},
-                    "filterlow", "filterhigh")
+    : SidechainComponent(
+          algorithm, {.viewPrefix = "Expander", .views = {"Editor", "Compact"}, .kind = "expander"},
+          {.lowCut = "filterlow", .highCut = "filterhigh", .lookAhead = "lookahead"})
 {}
-
-Delays ExpanderComponent::delays(double sampleRate) const noexcept
-{
-    const auto frames =
-        static_cast<std::uint32_t>(isOn("lookahead") ? lookAheadFrames(sampleRate) : 0);
-    return {.latency = frames, .tail = frames};
-}
 
 }  // namespace quillworks

@@ -6,12 +6,12 @@
 #include <vector>
 
 #include "dsp/delay_line.h"
-#include "dsp/follower.h"
 #include "dsp/smoothed.h"
+#include "dynamics/editor_levels.h"
 #include "dynamics/expander_gain.h"
 #include "dynamics/lookahead.h"
+#include "dynamics/sidechain_component.h"
 #include "dynamics/sidechain_filter.h"
-#include "dynamics/swap_component.h"
 #include "framework/precision_algorithm.h"
 
 namespace quillworks {
@@ -48,14 +48,9 @@ public:
 
 private:
     struct Coefficients {
-        bool filter = false, listen = false, duck = true, lookAhead = true, editorOpen = false;
+        bool filter = false, listen = false, duck = true, lookAhead = true;
         double gainPole = 0;  // of the smoothing of the gain, per sample
     };
-    struct Channel {
-        DelayLine<T> delay;
-        LevelMeterPair inputMeter;
-    };
-
     void processSlice(const AudioBlock<T>& part) noexcept;
     void glideFilter(GridSlice slice) noexcept;
     void takeLevel(double* level, const AudioBlock<T>& part, T (*heard)[kSubBlock]) noexcept;
@@ -65,11 +60,12 @@ private:
     Coefficients k_;
     ExpanderGain<T> gain_;  // one for all channels: they are always linked
     SidechainFilter filter_;
+    EditorLevels levels_;
     Smoothed<double> lowCut_, highCut_;
-    std::vector<Channel> channels_;
-    double factor_ = 1;    // linear gain, smoothed
-    bool isFresh_ = true;  // no gain computed since reset
-    double lowest_ = 0;    // gain of the last call, dB
+    std::vector<DelayLine<T>> delays_;  // of the channels
+    double factor_ = 1;                 // linear gain, smoothed
+    bool isFresh_ = true;               // no gain computed since reset
+    double lowest_ = 0;                 // gain of the last call, dB
 };
 
 class ExpanderAlgorithm final
@@ -78,12 +74,9 @@ public:
     ExpanderAlgorithm();
 };
 
-class ExpanderComponent final : public SwapComponent {
+class ExpanderComponent final : public SidechainComponent {
 public:
     explicit ExpanderComponent(ExpanderAlgorithm& algorithm);
-
-private:
-    Delays delays(double sampleRate) const noexcept override;
 };
 
 }  // namespace quillworks

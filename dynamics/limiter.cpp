@@ -4,14 +4,12 @@
 #include <algorithm>
 #include <cmath>
 
-#include "dynamics/editor_levels.h"
-
 namespace quillworks {
 namespace {
 
 using Core = LimiterCore<float>;
 using S = LimiterSettings;
-namespace to = conversion;
+using namespace conversion;
 
 /// Attack step to seconds.
 float attackTime(float step)
@@ -21,43 +19,42 @@ float attackTime(float step)
 
 constexpr const char* kAttackTexts[] = {"Fast", "Medium", "Slow"};
 constexpr const char* kModeTexts[] = {"A", "B"};
-constexpr auto kGainFlags = VNK::isDecibel | VNK::isBipolar;
 
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
     // key            tag         title                 kind             min   max   def  unit                  field               dirty           forward
-    {"ingain",       "InGn"_tag, "Input",               Kind::Float,      0,   18,    0, "Media.DB",           &S::inputGain,      Core::Gains,    to::decibels,
+    {"ingain",       "InGn"_tag, "Input",               Kind::Float,      0,   18,    0, "Media.DB",           &S::inputGain,      Core::Gains,    decibels,
      {.group = "Level", .help = "Gain before the limiter: drive the signal into the ceiling.", .curve = &curve::decibel, .flags = kGainFlags}},
-    {"ceiling",      "Ceil"_tag, "Ceiling",             Kind::Float,    -12,    0,    0, "Media.DB",           &S::ceiling,        Core::Gains,    to::asIs,
+    {"ceiling",      "Ceil"_tag, "Ceiling",             Kind::Float,    -12,    0,    0, "Media.DB",           &S::ceiling,        Core::Gains,    asIs,
      {.group = "Level", .help = "Level that the output never passes.", .curve = &curve::decibel, .flags = VNK::isDecibel}},
-    {"thresholdrel", "Thrs"_tag, "Threshold",           Kind::Float,    -12,    0,    0, "Media.DB",           &S::threshold,      Core::Curve,    to::asIs,
+    {"thresholdrel", "Thrs"_tag, "Threshold",           Kind::Float,    -12,    0,    0, "Media.DB",           &S::threshold,      Core::Curve,    asIs,
      {.group = "Level", .help = "How far below the ceiling the gain begins to be reduced, with a soft knee.", .curve = &curve::decibel, .flags = VNK::isDecibel}},
-    {"release",      "Rele"_tag, "Release",             Kind::Float,      1, 3000,  180, "Media.Milliseconds", &S::releaseSeconds, Core::Times,    to::milliseconds,
+    {"release",      "Rele"_tag, "Release",             Kind::Float,      1, 3000,  180, "Media.Milliseconds", &S::releaseSeconds, Core::Times,    milliseconds,
      {.group = "Envelope", .help = "Time in which the gain recovers.", .curve = &curve::logarithmic}},
     {"attack",       "Attk"_tag, "Attack",              Kind::List,       0,    2,    1, "",                   &S::attackSeconds,  Core::Times,    attackTime,
      {.group = "Envelope", .help = "How soon the gain stays down: fast is dense, slow leaves short peaks to a dip of their own.", .texts = kAttackTexts}},
-    {"clipper",      "ClMd"_tag, "SoftClipper",         Kind::Toggle,     0,    1,    0, "",                   &S::fastFall,       Core::Hold,     to::asIs,
+    {"clipper",      "ClMd"_tag, "SoftClipper",         Kind::Toggle,     0,    1,    0, "",                   &S::fastFall,       Core::Hold,     asIs,
      {.group = "Envelope", .help = "Lets the gain recover between the peaks of low tones: louder, with the sound of a clipper.", .shortTitle = "Clipper"}},
-    {"reduction",    "Redu"_tag, "Reduction",           Kind::Meter,    -24,    0,  -24, "dB",                 nullptr,            0,              to::asIs,
+    {"reduction",    "Redu"_tag, "Reduction",           Kind::Meter,    -24,    0,  -24, "dB",                 nullptr,            0,              asIs,
      {.group = "Meters", .help = "Gain reduction, its deepest since the last block."}},
-    {"minreduction", "MnRd"_tag, "Min Reduction",       Kind::Meter,   -144,    0,    0, "dB",                 nullptr,            0,              to::asIs,
+    {"minreduction", "MnRd"_tag, "Min Reduction",       Kind::Meter,   -144,    0,    0, "dB",                 nullptr,            0,              asIs,
      {.group = "Meters", .help = "Deepest gain reduction since it was reset."}},
-    {"softclip",     "Wall"_tag, "Soft Clip",           Kind::Toggle,     0,    1,    0, "",                   &S::wall,           Core::Clip,     to::asIs,
+    {"softclip",     "Wall"_tag, "Soft Clip",           Kind::Toggle,     0,    1,    0, "",                   &S::wall,           Core::Clip,     asIs,
      {.group = "Envelope", .help = "Rounds off the peaks that the attack lets through instead of dipping the gain; not with true-peak limiting."}},
-    {"highqual",     "OvrS"_tag, "True Peak Limiting",  Kind::Toggle,     0,    1,    0, "",                   &S::truePeak,       Core::Detector, to::asIs,
+    {"highqual",     "OvrS"_tag, "True Peak Limiting",  Kind::Toggle,     0,    1,    0, "",                   &S::truePeak,       Core::Detector, asIs,
      {.group = "Level", .help = "Keeps the signal below the ceiling between its samples too, with a longer latency.", .shortTitle = "True Peak"}},
-    {"resetmin",     "RsMR"_tag, "Reset Min",           Kind::Trigger,    0,    1,    0, "",                   nullptr,            Core::ResetHold, to::asIs,
+    {"resetmin",     "RsMR"_tag, "Reset Min",           Kind::Trigger,    0,    1,    0, "",                   nullptr,            Core::ResetHold, asIs,
      {.group = "Meters", .help = "Resets the deepest gain reduction."}},
-    {"abmode",       "MMod"_tag, "Mode ",               Kind::Toggle,     0,    1,    0, "",                   &S::programme,      Core::Mode,     to::asIs,
+    {"abmode",       "MMod"_tag, "Mode ",               Kind::Toggle,     0,    1,    0, "",                   &S::programme,      Core::Mode,     asIs,
      {.group = "Envelope", .help = "A: one release time. B: fast after short peaks, slow after long passages.", .texts = kModeTexts}},
     {"bypass",       "Bypa"_tag, "Bypass",              Kind::Bypass},
     {"thresholdabs", "ThrA"_tag, "Absolute Threshold",  Kind::Reading,  -24,    0,    0, "dB"},
     {"ratio",        "Rati"_tag, "Ratio",               Kind::Command,    1,   20,    2, "",                   &S::ratio,          Core::Curve},
     {"editor",       "Edit"_tag, "Editor",              Kind::Command,    0,    1,    0, "",                   &S::editorOpen,     Core::Editor},
-    levelRow<S>("inlevel", kInputFast, "InLevels"),
-    levelRow<S>("inlevelslow", kInputSlow, "InLevels Slow"),
-    levelRow<S>("outlevel", kOutputFast, "OutLevels"),
-    levelRow<S>("outlevelslow", kOutputSlow, "OutLevels Slow"),
+    levelRow<S>(kInputFast),
+    levelRow<S>(kInputSlow),
+    levelRow<S>(kOutputFast),
+    levelRow<S>(kOutputSlow),
 };
 // clang-format on
 
@@ -66,20 +63,13 @@ constexpr Parameter<S> kParameters[] = {
 template <typename T> void LimiterCore<T>::prepare(const ProcessSpec& spec)
 {
     engine_.prepare(spec.sampleRate, spec.channels);
-    meters_.resize(static_cast<std::size_t>(spec.channels));
-    for (auto& m : meters_) {
-        m.input.prepare(spec.sampleRate);
-        m.output.prepare(spec.sampleRate);
-    }
+    levels_.prepare(spec);
 }
 
 template <typename T> void LimiterCore<T>::reset() noexcept
 {
     engine_.reset();
-    for (auto& m : meters_) {
-        m.input.reset();
-        m.output.reset();
-    }
+    levels_.reset();
     most_ = 0;
 }
 
@@ -95,13 +85,7 @@ template <typename T> void LimiterCore<T>::apply(const Settings& s, unsigned dir
     if (dirty & Mode) engine_.setProgrammeRelease(s.programme != 0);
     if (dirty & Detector) engine_.setTruePeak(isTruePeak);
     if (dirty & (ResetHold | Detector)) most_ = 0;
-    if (dirty & Editor) {
-        editorOpen_ = s.editorOpen != 0;
-        for (auto& m : meters_) {
-            m.input.reset();
-            m.output.reset();
-        }
-    }
+    if (dirty & Editor) levels_.setOpen(s.editorOpen != 0);
     absoluteThreshold_ = s.ceiling + s.threshold;
 }
 
@@ -112,14 +96,14 @@ template <typename T> void LimiterCore<T>::process(const AudioBlock<T>& block) n
         part.frames = engine_.begin(part);
         for (int c = 0; c < part.channels; ++c) {
             engine_.take(c, part[c]);
-            if (!editorOpen_) continue;
+            if (!levels_.isOpen()) continue;
             clean(part[c], part.frames);
-            meters_[static_cast<std::size_t>(c)].input.run(part[c], part.frames);
+            levels_.measureInput(c, part[c], part.frames);
         }
         engine_.findGain();
         for (int c = 0; c < part.channels; ++c) {
             engine_.put(c, part[c]);
-            if (editorOpen_) meters_[static_cast<std::size_t>(c)].output.run(part[c], part.frames);
+            levels_.measureOutput(c, part[c], part.frames);
         }
         done += part.frames;
     }
@@ -132,11 +116,7 @@ template <typename T> void LimiterCore<T>::publish(MeterSlots& meters) noexcept
     meters.publish("Redu"_tag, static_cast<float>(0 - std::min(reduction, 24.0)));
     meters.publish("MnRd"_tag, static_cast<float>(0 - std::min(most_, 144.0)));
     meters.publish("ThrA"_tag, absoluteThreshold_);
-    if (!editorOpen_) return;
-    for (std::size_t c = 0; c < meters_.size(); ++c) {
-        publishLevel(meters, kInputFast, kInputSlow, c, meters_[c].input);
-        publishLevel(meters, kOutputFast, kOutputSlow, c, meters_[c].output);
-    }
+    levels_.publish(meters);
 }
 
 template class LimiterCore<float>;
@@ -145,10 +125,9 @@ template class LimiterCore<double>;
 LimiterAlgorithm::LimiterAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 LimiterComponent::LimiterComponent(LimiterAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters,
-                           {.viewPrefix = "Limiter",
-                            .views = {"Editor", "Compact", "InplaceEditor"},
-                            .kind = "limiter"})
+    : AudioEffectComponent(algorithm, {.viewPrefix = "Limiter",
+                                       .views = {"Editor", "Compact", "InplaceEditor"},
+                                       .kind = "limiter"})
 {}
 
 Delays LimiterComponent::delays(double sampleRate) const noexcept

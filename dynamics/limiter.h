@@ -2,7 +2,7 @@
 // Limiter: look-ahead peak or true-peak limiting below a ceiling, with a soft clipper.
 #pragma once
 
-#include "dsp/follower.h"
+#include "dynamics/editor_levels.h"
 #include "dynamics/limiter_engine.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
@@ -45,13 +45,8 @@ public:
     void publish(MeterSlots& meters) noexcept;
 
 private:
-    struct Meters {  // of one channel
-        LevelMeterPair input, output;
-    };
-
     LimiterEngine engine_;
-    std::vector<Meters> meters_;
-    bool editorOpen_ = false;
+    EditorLevels levels_;
     double most_ = 0;              // dB, largest reduction since the hold was reset
     float absoluteThreshold_ = 0;  // dB
 };
@@ -65,7 +60,7 @@ class LimiterComponent final : public AudioEffectComponent {
 public:
     explicit LimiterComponent(LimiterAlgorithm& algorithm);
 
-protected:
+private:
     Delays delays(double sampleRate) const noexcept override;
 };
 

@@ -2,12 +2,18 @@
 // State, presets and programs of a component.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "framework/effect_component.h"
 #include "framework/resources.h"
 #include "vnk/file.h"
 
 namespace quillworks {
+namespace {
+
+constexpr const char* kExtension = ".fxpreset";
+
+}  // namespace
 
 StoredState AudioEffectComponent::storedState() const
 {
@@ -55,7 +61,8 @@ bool AudioEffectComponent::restore(StoredState state)
     }
     refusal_ = std::move(remark);
     programName_ = std::move(state.name);
-    updateDelays();
+    reconcile();
+    announceDelays();
     tell("processStateChanged");
     if (listener_)
         for (std::int32_t i = 0; i < countParameters(); ++i)
@@ -107,16 +114,19 @@ bool AudioEffectComponent::loadPreset(const void* data, std::size_t bytes) noexc
     }
 }
 
-/// Factory presets: resources/presets/PREFIX/*.fxpreset, by file name.
+/// Factory presets: resources/presets/PREFIX/*.fxpreset, by file name. Looked for when first asked,
+/// and again if that failed.
 void AudioEffectComponent::scanPrograms() const
 {
-    if (programsScanned_) return;
-    programsScanned_ = true;
+    if (programs_) return;
+    std::vector<Program> found;
     const auto folder = resourcesFolder() + "/presets/" + traits_.viewPrefix;
-    for (const auto& file : VNK::listFiles(folder.c_str(), ".fxpreset")) {
+    for (const auto& file : VNK::listFiles(folder.c_str(), kExtension)) {
         const auto slash = file.find_last_of('/') + 1;
-        programs_.emplace_back(file.substr(slash, file.size() - slash - 9), file);
+        const auto length = file.size() - slash - std::strlen(kExtension);
+        found.push_back({file.substr(slash, length), file});
     }
+    programs_ = std::move(found);
 }
 
 std::int32_t AudioEffectComponent::countPrograms() const noexcept
@@ -126,13 +136,13 @@ std::int32_t AudioEffectComponent::countPrograms() const noexcept
     } catch (...) {
         return 0;
     }
-    return static_cast<std::int32_t>(programs_.size());
+    return static_cast<std::int32_t>(programs_->size());
 }
 
 const char* AudioEffectComponent::programTitle(std::int32_t index) const noexcept
 {
     if (index < 0 || index >= countPrograms()) return nullptr;
-    return programs_[static_cast<std::size_t>(index)].first.c_str();
+    return (*programs_)[static_cast<std::size_t>(index)].title.c_str();
 }
 
 bool AudioEffectComponent::loadProgram(std::int32_t index) noexcept
@@ -140,8 +150,8 @@ bool AudioEffectComponent::loadProgram(std::int32_t index) noexcept
     if (!programTitle(index)) return false;
     try {
         std::string text;
-        return VNK::readFile(programs_[static_cast<std::size_t>(index)].second.c_str(),
-                             kLargestPreset, text, refusal_) &&
+        const auto& file = (*programs_)[static_cast<std::size_t>(index)].file;
+        return VNK::readFile(file.c_str(), kLargestPreset, text, refusal_) &&
                loadPreset(text.data(), text.size());
     } catch (...) {
         return false;

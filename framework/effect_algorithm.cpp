@@ -11,10 +11,18 @@ namespace {
 
 constexpr Tag kBypassTag = "Bypa"_tag;
 
-/// A bypassed effect neither delays nor rings on.
-std::uint32_t reported(std::uint32_t samples, bool bypassed)
+std::vector<bool> triggersOf(const AlgorithmParameterList& list)
 {
-    return bypassed ? 0 : samples;
+    std::vector<bool> isTrigger;
+    for (const auto& slot : list.slots()) isTrigger.push_back(slot.isTrigger);
+    return isTrigger;
+}
+
+std::vector<std::pair<Tag, float>> startsOf(const AlgorithmParameterList& list)
+{
+    std::vector<std::pair<Tag, float>> starts;
+    for (const auto& meter : list.meters()) starts.emplace_back(meter.tag, meter.start);
+    return starts;
 }
 
 }  // namespace
@@ -36,8 +44,8 @@ template <typename T> struct AudioEffectAlgorithm::Scratch {
     std::vector<T> dry, spare, silence;
 };
 
-AudioEffectAlgorithm::AudioEffectAlgorithm(const SlotLayout& layout)
-    : crossing_(layout.isTrigger), tags_(layout.parameterTags), meters_(layout.meters)
+AudioEffectAlgorithm::AudioEffectAlgorithm(AlgorithmParameterList list)
+    : list_(std::move(list)), crossing_(triggersOf(list_)), meters_(startsOf(list_))
 {}
 
 AudioEffectAlgorithm::~AudioEffectAlgorithm() = default;
@@ -126,8 +134,7 @@ void AudioEffectAlgorithm::restartCore() noexcept
 void AudioEffectAlgorithm::setSideChainActive(bool active) noexcept
 {
     active = active && hasSideChain();
-    if (active == sideChainActive_) return;
-    sideChainActive_ = active;
+    if (sideChainActive_.exchange(active, std::memory_order_relaxed) == active) return;
     if (owner_) owner_->sideChainChanged();
 }
 
@@ -156,35 +163,33 @@ void AudioEffectAlgorithm::setTransport(const VNK::Transport& transport) noexcep
     setTempo(transport.tempo);
 }
 
-bool AudioEffectAlgorithm::setDelays(std::uint32_t latency, std::uint32_t tail,
+void AudioEffectAlgorithm::setDelays(std::uint32_t stamp, std::uint32_t latency, std::uint32_t tail,
                                      bool bypassed) noexcept
 {
-    const auto latencyBefore = getLatency(), tailBefore = getTailLength();
-    ownLatency_.store(latency, std::memory_order_relaxed);
-    ownTail_.store(tail, std::memory_order_relaxed);
-    reportsBypassed_.store(bypassed, std::memory_order_relaxed);
-    return getLatency() != latencyBefore || getTailLength() != tailBefore;
+    ownLatency_.publish(stamp, latency);
+    ownTail_.publish(stamp, tail);
+    reportsBypassed_.publish(stamp, bypassed ? 1 : 0);
 }
 
+// A bypassed effect neither delays nor rings on.
 std::uint32_t AudioEffectAlgorithm::getLatency() const noexcept
 {
-    return reported(ownLatency_.load(std::memory_order_relaxed),
-                    reportsBypassed_.load(std::memory_order_relaxed));
+    return reportsBypassed_.read() ? 0 : ownLatency_.read();
 }
 
 std::uint32_t AudioEffectAlgorithm::getTailLength() const noexcept
 {
-    return reported(ownTail_.load(std::memory_order_relaxed),
-                    reportsBypassed_.load(std::memory_order_relaxed));
+    return reportsBypassed_.read() ? 0 : ownTail_.read();
 }
 
 void AudioEffectAlgorithm::takeParameters() noexcept
 {
     crossing_.drain([this](std::size_t slot, float value) {
-        if (tags_[slot] == kBypassTag)
+        const Tag tag = list_.slots()[slot].tag;
+        if (tag == kBypassTag)
             bypass_.set(value != 0);
         else
-            setParameter(tags_[slot], value);
+            setParameter(tag, value);
     });
 }
 
@@ -250,7 +255,7 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
             else if (channel[c] != input(c))
                 vec::copy(channel[c], input(c), piece.frames);
         }
-        if (sideChainActive_) {
+        if (isSideChainActive()) {
             const bool isFed = data.sideChain && data.sideChainChannels > 0;
             piece.sideChainChannels =
                 isFed ? std::min(data.sideChainChannels, VNK::kMaxChannels) : 1;
@@ -268,7 +273,7 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
 template <typename T>
 void AudioEffectAlgorithm::processPiece(AudioBlock<T>& piece, Scratch<T>& scratch) noexcept
 {
-    const auto latency = static_cast<int>(ownLatency_.load(std::memory_order_relaxed));
+    const auto latency = static_cast<int>(ownLatency_.read());
     if (bypass_.startsAfresh(latency)) restartCore();
     if (bypass_.isOn()) return runCore(piece);
     if (bypass_.isOff()) return;

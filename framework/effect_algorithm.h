@@ -8,35 +8,13 @@
 
 #include "framework/audio_block.h"
 #include "framework/bypass.h"
+#include "framework/latest_word.h"
 #include "framework/meter_slots.h"
-#include "framework/parameter.h"
 #include "framework/parameter_crossing.h"
+#include "framework/parameter_list.h"
 #include "vnk/effect.h"
 
 namespace quillworks {
-
-/// One entry per parameter, command or meter of a table, families expanded, in declaration order.
-struct SlotLayout {
-    std::vector<Tag> parameterTags;  // of the crossing's slots
-    std::vector<bool> isTrigger;
-    std::vector<std::pair<Tag, float>> meters;
-
-    template <class S> static SlotLayout of(std::span<const Parameter<S>> rows)
-    {
-        SlotLayout layout;
-        for (const auto& row : rows)
-            for (int i = 0; i < row.count(); ++i) {
-                const Tag tag = row.tag + static_cast<Tag>(i);
-                if (row.isMeter()) {
-                    layout.meters.emplace_back(tag, row.defaultAt(i));
-                } else {
-                    layout.parameterTags.push_back(tag);
-                    layout.isTrigger.push_back(row.kind == Kind::Trigger);
-                }
-            }
-        return layout;
-    }
-};
 
 /// The component, as its algorithm sees it. [main thread, where nothing else is said]
 class AlgorithmOwner {
@@ -80,12 +58,17 @@ public:
 
     // The component's side. [main thread]
     void setOwner(AlgorithmOwner* owner) noexcept { owner_ = owner; }
+    const AlgorithmParameterList& parameterList() const noexcept { return list_; }
     ParameterCrossing& crossing() noexcept { return crossing_; }
     const MeterSlots& meters() const noexcept { return meters_; }
     const ProcessSpec& spec() const noexcept { return spec_; }
+    bool isPrepared() const noexcept { return isPrepared_; }
     const VNK::SpeakerArrangement& inputLayout() const noexcept { return input_; }
     const VNK::SpeakerArrangement& outputLayout() const noexcept { return output_; }
-    bool isSideChainActive() const noexcept { return sideChainActive_; }
+    bool isSideChainActive() const noexcept
+    {
+        return sideChainActive_.load(std::memory_order_relaxed);
+    }
     /// Tempo in force: the last one that host or user gave, 120 before. [any thread]
     double tempo() const noexcept
     {
@@ -94,9 +77,11 @@ public:
     }
     bool isTempoKnown() const noexcept { return tempo_.load(std::memory_order_relaxed) > 0; }
     bool isWetOnly() const noexcept { return wetOnly_.load(std::memory_order_relaxed); }
-    /// Delay and tail in samples at the prepared rate, worked out from the parameters; `bypassed`
-    /// as the user sees it. True if what the host is told has changed.
-    bool setDelays(std::uint32_t latency, std::uint32_t tail, bool bypassed) noexcept;
+    /// Delay and tail in samples at the prepared rate, worked out from the parameters after `stamp`
+    /// was drawn; `bypassed` as the user sees it. [any thread]
+    void setDelays(std::uint32_t stamp, std::uint32_t latency, std::uint32_t tail,
+                   bool bypassed) noexcept;
+    std::uint32_t drawDelayStamp() noexcept { return delayStamps_.draw(); }
 
     /// Stores a value and marks its group of derived coefficients. Called for each changed
     /// parameter at the start of a block, in declaration order; a trigger gives 1. An effect
@@ -104,7 +89,7 @@ public:
     virtual void setParameter(Tag tag, float value) noexcept = 0;
 
 protected:
-    explicit AudioEffectAlgorithm(const SlotLayout& layout);
+    explicit AudioEffectAlgorithm(AlgorithmParameterList list);
 
     // What PrecisionAlgorithm implements. prepareCore may throw std::bad_alloc.
     virtual void prepareCore(const ProcessSpec& spec, VNK::Precision precision) = 0;
@@ -133,16 +118,16 @@ private:
     void restartCore() noexcept;
     void tellOwner(const char* message) noexcept;
 
-    ParameterCrossing crossing_;
-    std::vector<Tag> tags_;  // of the crossing's slots
-    MeterSlots meters_;
+    const AlgorithmParameterList list_;
+    ParameterCrossing crossing_;  // list_.slots()
+    MeterSlots meters_;           // list_.meters()
     ProcessSpec spec_;
     VNK::SpeakerArrangement input_ = VNK::SpeakerArrangement::withChannels(2);
     VNK::SpeakerArrangement output_ = VNK::SpeakerArrangement::withChannels(2);
     VNK::Precision precision_ = VNK::Precision::Float;
     bool isPrepared_ = false;
     bool isFresh_ = true;  // nothing processed since reset
-    bool sideChainActive_ = false;
+    std::atomic<bool> sideChainActive_{false};
     std::atomic<bool> wetOnly_{false};
     bool wetOnlySeen_ = false;
     std::atomic<double> tempo_{0};  // 0: nobody has told
@@ -150,8 +135,8 @@ private:
     VNK::Transport transport_;
     int gridPhase_ = 0;
     BypassFade bypass_;
-    std::atomic<std::uint32_t> ownLatency_{0}, ownTail_{0};
-    std::atomic<bool> reportsBypassed_{false};
+    LatestWord::Stamps delayStamps_;
+    LatestWord ownLatency_, ownTail_, reportsBypassed_;
 
     std::unique_ptr<Scratch<float>> floatScratch_;
     std::unique_ptr<Scratch<double>> doubleScratch_;

@@ -24,10 +24,9 @@ template <class V> const V* find(const auto& attributes, const char* key) noexce
 
 }  // namespace
 
-AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm,
-                                           AlgorithmParameterList list, EffectTraits traits)
+AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm, EffectTraits traits)
     : algorithm_(VNK::Ref<AudioEffectAlgorithm>::share(&algorithm)),
-      list_(std::move(list)),
+      list_(algorithm.parameterList()),
       traits_(std::move(traits)),
       values_(std::make_unique<Value[]>(list_.parameters().size()))
 {
@@ -54,7 +53,7 @@ void AudioEffectComponent::identify(const VNK::UID& classId, const char* name)
 {
     classId_ = classId;
     name_ = name;
-    updateDelays();  // the effect is complete now and can say what its delays are
+    announceDelays();  // the effect is complete now and can say what its delays are
 }
 
 std::int32_t AudioEffectComponent::countParameters() const noexcept
@@ -117,28 +116,49 @@ void AudioEffectComponent::store(std::int32_t index, float value) noexcept
     algorithm_->crossing().write(static_cast<std::size_t>(p.slot), forwarded(p, value));
 }
 
+void AudioEffectComponent::assign(std::int32_t index, float value, Setter by) noexcept
+{
+    const float before = getValue(index);
+    store(index, at(index).limited(value));
+    changed(at(index), before, by);
+}
+
+bool AudioEffectComponent::isSettable(std::int32_t index, float value) const noexcept
+{
+    return has(index) && std::isfinite(value) && !at(index).has(VNK::isReadOnly);
+}
+
 bool AudioEffectComponent::setValue(std::int32_t index, float value) noexcept
 {
-    if (!has(index) || !std::isfinite(value) || at(index).has(VNK::isReadOnly)) return false;
+    if (!isSettable(index, value)) return false;
     if (groupEdits_ > 0 && !valueAt(index).inGroup) {
         valueAt(index).inGroup = true;
         beginEdit(at(index).tag);
     }
-    const float before = getValue(index);
-    store(index, at(index).limited(value));
-    changed(at(index), before);
-    updateDelays();
+    assign(index, value, Setter::Host);
+    announceDelays();
     return true;
 }
 
-void AudioEffectComponent::setAt(int index, float value) noexcept
+bool AudioEffectComponent::automate(std::int32_t index, float value) noexcept
 {
-    if (setValue(index, value) && listener_) listener_->parameterChanged(index);
+    if (!isSettable(index, value)) return false;
+    assign(index, value, Setter::Automation);
+    calculateDelays();
+    return true;
+}
+
+void AudioEffectComponent::setAt(int index, float value, Setter by) noexcept
+{
+    if (by == Setter::Automation)
+        automate(index, value);
+    else if (setValue(index, value) && listener_)
+        listener_->parameterChanged(index);
 }
 
 void AudioEffectComponent::command(Tag tag, float value) noexcept
 {
-    if (const int slot = list_.commandSlot(tag); slot >= 0)
+    if (const int slot = list_.findSlot(tag); slot >= 0)
         algorithm_->crossing().write(static_cast<std::size_t>(slot), value);
 }
 
@@ -241,8 +261,8 @@ bool AudioEffectComponent::getMeter(std::int32_t index, VNK::MeterInfo& info) co
 float AudioEffectComponent::readMeter(std::int32_t index) const noexcept
 {
     if (index < 0 || index >= countMeters()) return 0;
-    const auto shown = static_cast<std::size_t>(shownMeters_[static_cast<std::size_t>(index)]);
-    return algorithm_->meters().read(static_cast<std::size_t>(list_.meters()[shown].meter));
+    const int shown = shownMeters_[static_cast<std::size_t>(index)];
+    return algorithm_->meters().read(static_cast<std::size_t>(shown));
 }
 
 void AudioEffectComponent::setEditorOpen(bool open) noexcept
@@ -252,31 +272,27 @@ void AudioEffectComponent::setEditorOpen(bool open) noexcept
 
 void AudioEffectComponent::setupChanged(const char* message) noexcept
 {
-    const auto& spec = algorithm_->outputLayout();
-    channels_ = spec.channels;
+    const auto& output = algorithm_->outputLayout();
+    const auto& input = algorithm_->inputLayout();
     try {
-        publishAttribute("speakerchannels", static_cast<std::int64_t>(spec.bits()));
-        publishAttribute("speakernames", spec.names());
-        publishAttribute("channelcount", std::int64_t{spec.channels});
-        publishAttribute("inputchannelcount", std::int64_t{algorithm_->inputLayout().channels});
-        publishAttribute("inputspeakernames", algorithm_->inputLayout().names());
-        publishAttribute("sideChainActive", std::int64_t{algorithm_->isSideChainActive()});
+        publishAttribute("speakerchannels", static_cast<std::int64_t>(output.bits()));
+        publishAttribute("speakernames", output.names());
+        publishAttribute("channelcount", std::int64_t{output.channels});
+        publishAttribute("inputchannelcount", std::int64_t{input.channels});
+        publishAttribute("inputspeakernames", input.names());
         shownMeters_.clear();
         for (std::size_t i = 0; i < list_.meters().size(); ++i)
-            if (const auto& m = list_.meters()[i]; !m.perChannel || m.index < channels_)
+            if (const auto& m = list_.meters()[i]; !m.perChannel || m.index < channels())
                 shownMeters_.push_back(static_cast<int>(i));
     } catch (...) {  // out of memory: the old attributes stay
     }
-    updateDelays();
+    if (isPrepared()) reconcile();
+    announceDelays();
     if (message) tell(message);
 }
 
 void AudioEffectComponent::sideChainChanged() noexcept
 {
-    // The attribute is there since construction: nothing is allocated.
-    if (const auto at = attributes_.find(std::string_view("sideChainActive"));
-        at != attributes_.end())
-        at->second.value = std::int64_t{algorithm_->isSideChainActive()};
     tell("sideChainActivated");
 }
 
@@ -286,16 +302,20 @@ void AudioEffectComponent::tempoChanged() noexcept
     if (tempoIndex_ >= 0) calculateDelays();
 }
 
-void AudioEffectComponent::updateDelays() noexcept
+void AudioEffectComponent::calculateDelays() noexcept
 {
-    if (calculateDelays()) tell("processSetupChanged");
-}
-
-bool AudioEffectComponent::calculateDelays() noexcept
-{
+    const auto stamp = algorithm_->drawDelayStamp();
     const Delays d = delays(sampleRate());
     const bool bypassed = bypassIndex_ >= 0 && getValue(bypassIndex_) != 0;
-    return algorithm_->setDelays(d.latency, d.tail, bypassed);
+    algorithm_->setDelays(stamp, d.latency, d.tail, bypassed);
+}
+
+/// What automation or the tempo has changed since the last time is announced too.
+void AudioEffectComponent::announceDelays() noexcept
+{
+    calculateDelays();
+    const Delays now{algorithm_->getLatency(), algorithm_->getTailLength()};
+    if (!(std::exchange(announced_, now) == now)) tell("processSetupChanged");
 }
 
 void AudioEffectComponent::tell(const char* message) noexcept
@@ -315,6 +335,9 @@ void AudioEffectComponent::publishAttribute(const char* key, AttributeValue valu
 
 bool AudioEffectComponent::getInteger(const char* key, std::int64_t& value) const noexcept
 {
+    // Changes on the audio thread, which does not touch the attributes.
+    if (std::string_view(key) == "sideChainActive")
+        return value = algorithm_->isSideChainActive(), true;
     const auto* found = find<std::int64_t>(attributes_, key);
     if (found) value = *found;
     return found != nullptr;

@@ -5,11 +5,11 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "framework/effect_algorithm.h"
-#include "framework/parameter_list.h"
 #include "framework/stored_state.h"
 #include "vnk/effect.h"
 
@@ -32,18 +32,14 @@ struct EffectTraits {
 struct Delays {
     std::uint32_t latency = 0;
     std::uint32_t tail = 0;
+
+    bool operator==(const Delays&) const = default;
 };
 
 class AudioEffectComponent : public VNK::Object<VNK::IEffectComponent>, private AlgorithmOwner {
 public:
-    /// Publishes the rows of the table in their order and owns the algorithm from now on.
-    template <class S, std::size_t N>
-    AudioEffectComponent(AudioEffectAlgorithm& algorithm, const Parameter<S> (&rows)[N],
-                         EffectTraits traits)
-        : AudioEffectComponent(algorithm,
-                               AlgorithmParameterList(std::span<const Parameter<S>>(rows)),
-                               std::move(traits))
-    {}
+    /// Owns the algorithm from now on and publishes the parameters of its table in their order.
+    AudioEffectComponent(AudioEffectAlgorithm& algorithm, EffectTraits traits);
     ~AudioEffectComponent() override;
 
     /// Class ID and display name, which presets carry. Called once by the create function.
@@ -56,6 +52,7 @@ public:
     std::int32_t findParameter(const char* key) const noexcept final;
     float getValue(std::int32_t index) const noexcept final;
     bool setValue(std::int32_t index, float value) noexcept final;
+    bool automate(std::int32_t index, float value) noexcept final;
     float toNormalized(std::int32_t index, float value) const noexcept final;
     float fromNormalized(std::int32_t index, float position) const noexcept final;
     std::int32_t valueToText(std::int32_t index, float value, char* text,
@@ -90,16 +87,24 @@ public:
     void setListener(VNK::IEffectListener* listener) noexcept final { listener_ = listener; }
 
 protected:
-    /// A value has been set, by the host or through set(), and forwarded; `before` is what it was.
-    /// For parameters that move others. Not called while a state is restored. Must not allocate:
-    /// automation comes from the audio thread.
-    virtual void changed(const AlgorithmParameter&, float /*before*/) noexcept {}
+    /// Who sets a value: the host on the main thread, which is told what else moves, or automation
+    /// on the audio thread, where nobody is told.
+    enum class Setter { Host, Automation };
+
+    /// A value has been set and forwarded; `before` is what it was. For parameters that move
+    /// others, with set(..., by). Not called while a state is restored. No allocation, and no state
+    /// of the component's own: host and automation may come at once. [any thread]
+    virtual void changed(const AlgorithmParameter&, float /*before*/, Setter /*by*/) noexcept {}
+    /// A state has been restored as it was stored, or the algorithm prepared for a layout. For
+    /// parameters that follow others or what is there. [main thread]
+    virtual void reconcile() noexcept {}
     /// Brings a stored state up to date before it is applied. `state.algorithmVersion` is what the
     /// state was stored with, if anything.
     virtual void migrate(StoredState&) const {}
-    /// Delay and tail with the present values at a rate; asked after every change.
+    /// Delay and tail with the present values at a rate; asked after every change. [any thread]
     virtual Delays delays(double /*sampleRate*/) const noexcept { return {}; }
     /// What the algorithm receives for a value; the row's conversion unless an effect has its own.
+    /// [any thread]
     virtual float forwarded(const AlgorithmParameter& p, float value) const noexcept
     {
         return p.forward(value);
@@ -110,9 +115,12 @@ protected:
     /// Present value of a parameter by key. The key must exist.
     float value(const char* key) const noexcept;
     bool isOn(const char* key) const noexcept { return value(key) != 0; }
-    /// Sets another parameter as the host would and tells the host.
-    void set(const char* key, float value) noexcept { setAt(list_.find(key), value); }
-    void setAt(int index, float value) noexcept;
+    /// Sets another parameter, and tells the host unless it is automation that does.
+    void set(const char* key, float value, Setter by) noexcept
+    {
+        setAt(list_.find(key), value, by);
+    }
+    void setAt(int index, float value, Setter by) noexcept;
     /// Sends a command row's value to the algorithm.
     void command(Tag tag, float value) noexcept;
     /// Declares an attribute of ComponentData with its default; `isStored` in state and presets.
@@ -122,8 +130,9 @@ protected:
     const AudioEffectAlgorithm& effectAlgorithm() const noexcept { return *algorithm_; }
     /// Tempo in force, in beats per minute.
     float tempo() const noexcept { return static_cast<float>(algorithm_->tempo()); }
+    bool isPrepared() const noexcept { return algorithm_->isPrepared(); }
     double sampleRate() const noexcept { return algorithm_->spec().sampleRate; }
-    int channels() const noexcept { return channels_; }
+    int channels() const noexcept { return algorithm_->outputLayout().channels; }
     const AlgorithmParameterList& list() const noexcept { return list_; }
     void tell(const char* message) noexcept;
 
@@ -134,6 +143,9 @@ private:
         int holds = 0;         // nested beginEdit
         bool inGroup = false;  // touched by the open group edit
     };
+    struct Program {
+        std::string title, file;
+    };
     struct Attribute {
         AttributeValue value;
         bool isSettable = false;
@@ -141,8 +153,6 @@ private:
         std::int64_t defaultValue = 0;
     };
 
-    AudioEffectComponent(AudioEffectAlgorithm& algorithm, AlgorithmParameterList list,
-                         EffectTraits traits);
     bool has(std::int32_t index) const noexcept { return index >= 0 && index < countParameters(); }
     const AlgorithmParameter& at(std::int32_t index) const noexcept
     {
@@ -152,18 +162,20 @@ private:
     {
         return values_[static_cast<std::size_t>(index)];
     }
+    bool isSettable(std::int32_t index, float value) const noexcept;
     void store(std::int32_t index, float value) noexcept;
+    void assign(std::int32_t index, float value, Setter by) noexcept;
     void setupChanged(const char* message) noexcept override;
     void tempoChanged() noexcept override;
-    bool calculateDelays() noexcept;
     void sideChainChanged() noexcept override;
-    void updateDelays() noexcept;
+    void calculateDelays() noexcept;
+    void announceDelays() noexcept;
     StoredState storedState() const;
     bool restore(StoredState state);
     void scanPrograms() const;
 
     VNK::Ref<AudioEffectAlgorithm> algorithm_;
-    AlgorithmParameterList list_;
+    const AlgorithmParameterList& list_;  // the algorithm's
     EffectTraits traits_;
     std::vector<std::string> viewNames_;
     std::unique_ptr<Value[]> values_;
@@ -172,13 +184,12 @@ private:
     VNK::UID classId_;
     std::string name_, programName_;
     mutable std::string refusal_;
-    mutable std::vector<std::pair<std::string, std::string>> programs_;  // title, file
-    mutable bool programsScanned_ = false;
+    mutable std::optional<std::vector<Program>> programs_;  // once they have been looked for
     VNK::IEffectListener* listener_ = nullptr;
+    Delays announced_;  // as the host was told last
     int groupEdits_ = 0;
     int bypassIndex_ = -1;
     int tempoIndex_ = -1;
-    int channels_ = 2;
 };
 
 }  // namespace quillworks

@@ -27,6 +27,9 @@ constexpr Tag operator""_tag(const char* s, std::size_t n)
     return tag;
 }
 
+/// ParameterNotes::flags of a gain in dB.
+inline constexpr std::uint32_t kGainFlags = VNK::isDecibel | VNK::isBipolar;
+
 enum class Kind : std::uint8_t {
     Float,    // continuous
     List,     // whole-number steps from min to max

@@ -73,22 +73,20 @@ float AlgorithmParameter::limited(float value) const noexcept
     return std::clamp(value, minimum, maximum);
 }
 
-void AlgorithmParameterList::add(AlgorithmParameter p, Kind kind, int slot, bool perChannel)
+void AlgorithmParameterList::add(AlgorithmParameter p, Kind kind)
 {
-    const bool isMeter = kind == Kind::Meter || kind == Kind::Reading;
-    if (isMeter) {
-        p.meter = slot;
-        meters_.push_back(
-            {p.key, p.tag, p.title, p.unit, p.minimum, p.maximum, p.index, slot, perChannel});
+    if (kind == Kind::Meter || kind == Kind::Reading) {
+        p.meter = static_cast<int>(meters_.size());
+        meters_.push_back({p.key, p.tag, p.title, p.unit, p.minimum, p.maximum, p.defaultValue,
+                           p.index, p.perChannel});
     } else {
-        p.slot = slot;
+        p.slot = static_cast<int>(slots_.size());
+        slots_.push_back({p.tag, kind == Kind::Trigger});
     }
     switch (kind) {
     case Kind::Command:
-        commands_.push_back({p.tag, slot});
-        return;
     case Kind::Reading:
-        return;
+        return;  // no parameter
     case Kind::Meter:
         p.flags |= VNK::isReadOnly;
         break;
@@ -132,10 +130,10 @@ int AlgorithmParameterList::findTag(Tag tag) const noexcept
     return -1;
 }
 
-int AlgorithmParameterList::commandSlot(Tag tag) const noexcept
+int AlgorithmParameterList::findSlot(Tag tag) const noexcept
 {
-    for (const auto& c : commands_)
-        if (c.tag == tag) return c.slot;
+    for (std::size_t i = 0; i < slots_.size(); ++i)
+        if (slots_[i].tag == tag) return static_cast<int>(i);
     return -1;
 }
 

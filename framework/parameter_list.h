@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: ISC
-// The parameters of one effect instance as its component holds them, built from the effect's table.
+// The parameters and meters of an effect, built once from its table for component and algorithm.
 #pragma once
 
-#include <atomic>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,7 +10,7 @@
 
 namespace quillworks {
 
-/// One parameter: what it is (constant after construction) and its value.
+/// One parameter, constant after construction.
 struct AlgorithmParameter {
     std::string key;
     Tag tag = 0;
@@ -29,8 +28,8 @@ struct AlgorithmParameter {
     ParameterNotes notes;
     Conversion forward = conversion::asIs;
     bool isTempo = false;
-    int slot = -1;   // of the crossing; -1 for meters
-    int meter = -1;  // of the meter slots; -1 for what is set
+    int slot = -1;   // in slots(); -1 for meters
+    int meter = -1;  // in meters(); -1 for what is set
 
     bool has(VNK::ParameterFlag flag) const noexcept { return (flags & flag) != 0; }
     bool isStored() const noexcept
@@ -48,37 +47,34 @@ struct AlgorithmMeter {
     const char* title = "";
     const char* unit = "";
     float minimum = 0, maximum = 1;
+    float start = 0;  // until something is measured
     std::int32_t index = -1;
-    int meter = -1;           // slot
     bool perChannel = false;  // shown only for channels that are present
 };
 
-/// A slot of the crossing that is no parameter.
-struct AlgorithmCommand {
+/// What crosses to the audio thread: a parameter that is set, or a command.
+struct AlgorithmSlot {
     Tag tag = 0;
-    int slot = -1;
+    bool isTrigger = false;
 };
 
 class AlgorithmParameterList {
 public:
-    AlgorithmParameterList() = default;
-
     template <class S> explicit AlgorithmParameterList(std::span<const Parameter<S>> rows)
     {
-        int slot = 0, meter = 0;
         for (const auto& row : rows)
-            for (int i = 0; i < row.count(); ++i)
-                add(described(row, i), row.kind, row.isMeter() ? meter++ : slot++,
-                    row.family.perChannel);
+            for (int i = 0; i < row.count(); ++i) add(described(row, i), row.kind);
     }
 
+    // All in declaration order, families expanded.
     const std::vector<AlgorithmParameter>& parameters() const noexcept { return parameters_; }
     const std::vector<AlgorithmMeter>& meters() const noexcept { return meters_; }
-    /// Index of a key or tag, or -1.
+    const std::vector<AlgorithmSlot>& slots() const noexcept { return slots_; }
+    /// Index of a parameter by key or tag, or -1.
     int find(std::string_view key) const noexcept;
     int findTag(Tag tag) const noexcept;
-    /// Slot of a command, or -1.
-    int commandSlot(Tag tag) const noexcept;
+    /// Index in slots(), or -1.
+    int findSlot(Tag tag) const noexcept;
 
 private:
     template <class S> static AlgorithmParameter described(const Parameter<S>& row, int i)
@@ -100,11 +96,11 @@ private:
         p.forward = row.forward;
         return p;
     }
-    void add(AlgorithmParameter parameter, Kind kind, int slot, bool perChannel);
+    void add(AlgorithmParameter parameter, Kind kind);
 
     std::vector<AlgorithmParameter> parameters_;
     std::vector<AlgorithmMeter> meters_;
-    std::vector<AlgorithmCommand> commands_;
+    std::vector<AlgorithmSlot> slots_;
 };
 
 /// Values as text and back, independent of the locale.

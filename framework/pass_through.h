@@ -39,7 +39,7 @@ public:
 template <FixedString ViewPrefix> class PassThroughComponent : public AudioEffectComponent {
 public:
     explicit PassThroughComponent(AudioEffectAlgorithm& algorithm)
-        : AudioEffectComponent(algorithm, kPassThroughParameters, {.viewPrefix = ViewPrefix.text})
+        : AudioEffectComponent(algorithm, {.viewPrefix = ViewPrefix.text})
     {
         publishAttribute("passThrough", std::int64_t{1});
     }

@@ -37,7 +37,7 @@ public:
     static_assert(Core<CoreOf<float>> && Core<CoreOf<double>>);
 
     explicit PrecisionAlgorithm(std::span<const Parameter<Settings>> rows)
-        : Base(SlotLayout::of(rows))
+        : Base(AlgorithmParameterList(rows))
     {
         for (const auto& row : rows)
             for (int i = 0; i < row.count(); ++i) {

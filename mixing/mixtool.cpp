@@ -11,12 +11,12 @@ namespace {
 
 using Core = MixToolCore<float>;
 using S = MixToolSettings;
+using namespace conversion;
 
 constexpr int kStep = 16;  // samples
 constexpr int kChannels = kMixToolChannels;
 constexpr Tag kPhaseFlip = 100, kLevel = 200, kMute = 300, kSolo = 400;
 
-constexpr std::uint32_t kBipolarDb = VNK::isDecibel | VNK::isBipolar;
 constexpr Family<S> kPerChannel{.count = kChannels, .perChannel = true};
 constexpr Family<S> kLevels{.count = kChannels,
                             .element = [](S& s, int i) -> float& { return s.levels[i]; },
@@ -25,27 +25,27 @@ constexpr Family<S> kLevels{.count = kChannels,
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
     // key             tag         title                  kind         min max def unit  field        dirty          forward
-    {"gain",           "Gain"_tag, "Gain",                Kind::Float, -24, 24, 0, "dB", &S::gain,    Core::Gain,    conversion::decibels,
-     {.group = "Gain", .help = "Level of all channels.", .curve = &curve::decibel, .flags = kBipolarDb}},
-    {"dcblock",        "DCBl"_tag, "DC Block",            Kind::Toggle, 0, 1, 0,   "",   &S::dcBlock, Core::Routing, conversion::asIs,
+    {"gain",           "Gain"_tag, "Gain",                Kind::Float, -24, 24, 0, "dB", &S::gain,    Core::Gain,    decibels,
+     {.group = "Gain", .help = "Level of all channels.", .curve = &curve::decibel, .flags = kGainFlags}},
+    {"dcblock",        "DCBl"_tag, "DC Block",            Kind::Toggle, 0, 1, 0,   "",   &S::dcBlock, Core::Routing, asIs,
      {.group = "Gain", .help = "Takes a constant offset out of every channel."}},
-    {"channelflip",    "FlCh"_tag, "Swap Channels",       Kind::Toggle, 0, 1, 0,   "",   &S::swap,    Core::Routing, conversion::asIs,
+    {"channelflip",    "FlCh"_tag, "Swap Channels",       Kind::Toggle, 0, 1, 0,   "",   &S::swap,    Core::Routing, asIs,
      {.group = "Routing", .help = "Left and right trade places, in surround each pair.", .shortTitle = "Swap"}},
-    {"phaseflipleft",  "FlPL"_tag, "Left Phase Invert",   Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Routing, conversion::asIs,
+    {"phaseflipleft",  "FlPL"_tag, "Left Phase Invert",   Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Routing, asIs,
      {.group = "Routing", .help = "Inverts the polarity of the first channel at its next zero crossing.", .shortTitle = "Invert L"}},
-    {"phaseflipright", "FlPR"_tag, "Right Phase Invert",  Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Routing, conversion::asIs,
+    {"phaseflipright", "FlPR"_tag, "Right Phase Invert",  Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Routing, asIs,
      {.group = "Routing", .help = "Inverts the polarity of the second channel at its next zero crossing.", .shortTitle = "Invert R"}},
-    {"mstransform",    "MSCd"_tag, "MS Transform",        Kind::Toggle, 0, 1, 0,   "",   &S::midSide, Core::Routing, conversion::asIs,
+    {"mstransform",    "MSCd"_tag, "MS Transform",        Kind::Toggle, 0, 1, 0,   "",   &S::midSide, Core::Routing, asIs,
      {.group = "Routing", .help = "Turns left and right into mid and side.", .shortTitle = "M/S"}},
-    {"stereo",         "Ster"_tag, "Stereo",              Kind::Toggle, 0, 1, 1,   "",   nullptr,     0,             conversion::asIs,
+    {"stereo",         "Ster"_tag, "Stereo",              Kind::Toggle, 0, 1, 1,   "",   nullptr,     0,             asIs,
      {.group = "Routing", .help = "Shows the controls of two channels, or of each channel."}},
-    {"phaseflip",      kPhaseFlip, "Phase Invert",        Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Routing, conversion::asIs,
+    {"phaseflip",      kPhaseFlip, "Phase Invert",        Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Routing, asIs,
      {.group = "Channels", .help = "Inverts this channel's polarity, with more than two channels."}, kPerChannel},
-    {"channellevel",   kLevel,     "Channel Level",       Kind::Float, -96, 12, 0, "dB", nullptr,     Core::Levels,  conversion::decibels,
-     {.group = "Channels", .help = "Level of this channel.", .curve = &curve::decibel, .flags = kBipolarDb}, kLevels},
-    {"channelmute",    kMute,      "Channel Mute",        Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Levels,  conversion::asIs,
+    {"channellevel",   kLevel,     "Channel Level",       Kind::Float, -96, 12, 0, "dB", nullptr,     Core::Levels,  decibels,
+     {.group = "Channels", .help = "Level of this channel.", .curve = &curve::decibel, .flags = kGainFlags}, kLevels},
+    {"channelmute",    kMute,      "Channel Mute",        Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Levels,  asIs,
      {.group = "Channels", .help = "Fades this channel out."}, kPerChannel},
-    {"channelsolo",    kSolo,      "Channel Solo",        Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Levels,  conversion::asIs,
+    {"channelsolo",    kSolo,      "Channel Solo",        Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Levels,  asIs,
      {.group = "Channels", .help = "Fades out every channel that is not soloed."}, kPerChannel},
     {"bypass",         "Bypa"_tag, "Bypass",              Kind::Bypass},
 };
@@ -280,14 +280,24 @@ void MixToolAlgorithm::applyChanges() noexcept
 }
 
 MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, kParameters,
-                           {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1"})
+    : AudioEffectComponent(algorithm, {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1"})
 {}
 
-/// Panel and sound agree when the last channel has been soloed: all solos and mutes go out.
-void MixToolComponent::changed(const AlgorithmParameter& parameter, float) noexcept
+void MixToolComponent::changed(const AlgorithmParameter& parameter, float, Setter by) noexcept
 {
-    if (parameter.tag - kSolo >= kChannels) return;
+    if (parameter.tag - kSolo < kChannels) clearFullSolo(by);
+}
+
+/// Before the layout is known, a state's solos are kept: of how many channels they are is not
+/// known.
+void MixToolComponent::reconcile() noexcept
+{
+    if (isPrepared()) clearFullSolo(Setter::Host);
+}
+
+/// Panel and sound agree when the last channel has been soloed: all solos and mutes go out.
+void MixToolComponent::clearFullSolo(Setter by) noexcept
+{
     const auto indexOf = [&](Tag base, int c) {
         return list().findTag(base + static_cast<Tag>(c));
     };
@@ -295,8 +305,8 @@ void MixToolComponent::changed(const AlgorithmParameter& parameter, float) noexc
     for (int c = 0; c < count; ++c)
         if (getValue(indexOf(kSolo, c)) == 0) return;
     for (int c = 0; c < count; ++c) {
-        setAt(indexOf(kSolo, c), 0);
-        setAt(indexOf(kMute, c), 0);
+        setAt(indexOf(kSolo, c), 0, by);
+        setAt(indexOf(kMute, c), 0, by);
     }
 }
 

@@ -83,7 +83,9 @@ public:
     explicit MixToolComponent(MixToolAlgorithm& algorithm);
 
 private:
-    void changed(const AlgorithmParameter& parameter, float before) noexcept override;
+    void changed(const AlgorithmParameter& parameter, float before, Setter by) noexcept override;
+    void reconcile() noexcept override;
+    void clearFullSolo(Setter by) noexcept;
 };
 
 }  // namespace quillworks

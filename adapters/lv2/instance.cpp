@@ -141,7 +141,7 @@ void Instance::readControls() noexcept
         if (value == seen_[i].load(std::memory_order_relaxed) || !std::isfinite(value)) continue;
         seen_[i].store(value, std::memory_order_relaxed);
         if (effect_->getValue(control.parameter) != value)
-            effect_->setValue(control.parameter, value);
+            effect_->automate(control.parameter, value);
     }
     effect_->algorithm()->setSideChainActive(isOn(sideChainOn_, false));
 }

@@ -97,7 +97,7 @@ void Chain::applyEvents()
 {
     for (; nextEvent_ < events_.size() && events_[nextEvent_].frame <= frame_; ++nextEvent_) {
         const auto& event = events_[nextEvent_];
-        links_[event.effect].effect.component().setValue(event.parameter, event.value);
+        links_[event.effect].effect.component().automate(event.parameter, event.value);
     }
 }
 

@@ -17,6 +17,13 @@ protected:
     {
         return EffectUnderTest<T>(GetParam(), rate, channels);
     }
+    /// At its defaults for seed 0, else with settings drawn from the seed.
+    EffectUnderTest<float> effectSet(std::uint32_t seed)
+    {
+        auto fx = effect<float>();
+        if (seed != 0) fx.randomise(seed);
+        return fx;
+    }
     /// The mix tool's steps of 16 samples start afresh with each call, so that a change of routing
     /// acts at its very frame.
     bool stepsAreCutPerCall() const { return GetParam() == "Mixtool"; }
@@ -100,56 +107,88 @@ TEST_P(EveryEffect, BypassIsTheInputAndSwitchesWithoutAClick)
 TEST_P(EveryEffect, RecoversFromBadSamplesWithinASecond)
 {
     const std::size_t second = 48000;
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float infinity = std::numeric_limits<float>::infinity();
     const auto clean = Channels<float>(2, noise<float>(5 * second, 7, 0.17));
-    const auto expected = effect<float>().play(clean);
-    for (float bad :
-         {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 1e30f}) {
-        auto x = clean;
-        x[0][second / 4] = bad;
-        const auto y = effect<float>().play(x);
-        for (std::size_t c = 0; c < 2; ++c) {
-            ASSERT_TRUE(isFinite(y[c], second / 4 + second)) << bad;
-            EXPECT_NEAR(db(rms(y[c], 4 * second)), db(rms(expected[c], 4 * second)), 1) << bad;
+    const auto recovers = [&](std::uint32_t seed, std::initializer_list<float> badSamples) {
+        const auto expected = effectSet(seed).play(clean);
+        for (float bad : badSamples) {
+            auto x = clean;
+            x[0][second / 4] = bad;
+            const auto y = effectSet(seed).play(x);
+            for (std::size_t c = 0; c < 2; ++c) {
+                ASSERT_TRUE(isFinite(y[c], second / 4 + second)) << bad << ", seed " << seed;
+                EXPECT_NEAR(db(rms(y[c], 4 * second)), db(rms(expected[c], 4 * second)), 1)
+                    << bad << ", seed " << seed;
+            }
         }
-    }
+    };
+    recovers(0, {nan, infinity, 1e30f});
+    recovers(1, {nan});
+    recovers(2, {infinity});
+    recovers(3, {1e30f});
 }
 
 TEST_P(EveryEffect, FallsSilentWithinItsTailWithoutDenormals)
 {
-    auto fx = effect<float>();
-    fx.play(stereoNoise(48000));
-    const auto tail = fx.algorithm().getTailLength();
-    const Channels<float> silence(2, constant<float>(4800, 0));
-    if (tail != VNK::kEndlessTail)
-        for (std::size_t done = 0; done < std::min(tail, 48000u * 60) + 4800u; done += 4800)
-            fx.play(silence);
-    // Denormal operands would slow the effect down a hundred times: the processor counts them.
-    const unsigned before = denormalsSeen();
-    EXPECT_EQ(before, 0u);
-    const auto y = fx.play(silence);
-    EXPECT_EQ(denormalsSeen(), 0u);
-    if (tail == VNK::kEndlessTail) return;
-    for (const auto& s : y) EXPECT_LT(db(peak(s)), -55) << "tail of " << tail;
+    for (std::uint32_t seed : {0u, 1u, 2u, 3u}) {
+        auto fx = effectSet(seed);
+        const auto heard = fx.play(stereoNoise(48000));
+        const double loudest = db(std::max({1.0, peak(heard[0]), peak(heard[1])}));
+        const auto tail = fx.algorithm().getTailLength();
+        const Channels<float> silence(2, constant<float>(4800, 0));
+        if (tail != VNK::kEndlessTail)
+            for (std::size_t done = 0; done < std::min(tail, 48000u * 60) + 4800u; done += 4800)
+                fx.play(silence);
+        // Denormal operands would slow the effect down a hundred times: the processor counts them.
+        const unsigned before = denormalsSeen();
+        EXPECT_EQ(before, 0u) << "seed " << seed;
+        const auto y = fx.play(silence);
+        EXPECT_EQ(denormalsSeen(), 0u) << "seed " << seed;
+        if (tail == VNK::kEndlessTail) continue;
+        for (const auto& s : y)
+            EXPECT_LT(db(peak(s)), loudest - 55) << "tail of " << tail << ", seed " << seed;
+    }
 }
 
-TEST_P(EveryEffect, DelaysByTheLatencyItReports)
+/// Lag at which y resembles x most, up to `most` frames, and the correlation coefficient there.
+std::pair<std::size_t, double> lagOf(const Signal<float>& y, const Signal<float>& x,
+                                     std::size_t most)
 {
-    auto fx = effect<float>();
-    const auto x = Channels<float>(2, noise<float>(9600, 5, 0.05));
-    const auto y = fx.play(x);
-    const auto latency = static_cast<std::size_t>(fx.algorithm().getLatency());
-    double best = 0;
-    std::size_t at = 0;
-    for (std::size_t lag = 0; lag < 2 * latency + 64; ++lag) {
-        double sum = 0;
-        for (std::size_t i = lag; i < x[0].size(); ++i) sum += double(x[0][i - lag]) * y[0][i];
-        if (sum > best) {
-            best = sum;
-            at = lag;
+    std::pair<std::size_t, double> best{0, 0};
+    for (std::size_t lag = 0; lag <= most; ++lag) {
+        double xy = 0, xx = 0, yy = 1e-30;
+        for (std::size_t i = lag; i < x.size(); ++i) {
+            xy += double(x[i - lag]) * y[i];
+            xx += double(x[i - lag]) * x[i - lag];
+            yy += double(y[i]) * y[i];
         }
+        if (const double r = std::abs(xy) / std::sqrt(xx * yy); r > best.second) best = {lag, r};
     }
-    if (best > 0) {
-        EXPECT_EQ(at, latency);
+    return best;
+}
+
+TEST_P(EveryEffect, DelaysByTheLatencyItReportsWhateverIsSwitched)
+{
+    const auto x = Channels<float>(2, noise<float>(4800, 5, 0.05));
+    const auto check = [&](EffectUnderTest<float>& fx, double clear, const char* what) {
+        const auto y = fx.play(x);
+        const auto latency = std::size_t{fx.algorithm().getLatency()};
+        const auto [lag, coefficient] = lagOf(y[0], x[0], 2 * latency + 160);
+        if (coefficient > clear) {
+            EXPECT_EQ(lag, latency) << what;
+        }
+    };
+    auto asItComes = effect<float>();
+    check(asItComes, 0.1, "as it comes");
+    VNK::ParameterInfo p;
+    for (int i = 0; asItComes.component().getParameter(i, p); ++i) {
+        if (p.kind == VNK::ValueKind::Continuous || !p.isAutomatable() || p.index > 0) continue;
+        for (float v = p.minimum; v <= std::min(p.maximum, p.minimum + 7); ++v) {
+            if (v == p.defaultValue) continue;
+            auto fx = effect<float>();
+            check(fx.set(p.key, v), 0.8, p.key);  // what is mainly the input, only later
+        }
     }
 }
 
@@ -271,8 +310,9 @@ template <typename T> void sweep(const std::string& name, double rate, int chann
         VNK::ParameterInfo p;
         fx.component().getParameter(i, p);
         const float position = std::uniform_real_distribution<float>(0, 1)(random);
+        const AudioThreadGuard guard;
         if (p.isAutomatable())
-            fx.component().setValue(i, fx.component().fromNormalized(i, position));
+            fx.component().automate(i, fx.component().fromNormalized(i, position));
     }
     const auto second = static_cast<std::size_t>(rate);
     const Channels<T> clean(static_cast<std::size_t>(channels), noise<T>(second / 4, 9, 0.25));

@@ -210,7 +210,14 @@ TYPED_TEST(Compressor, SwapExchangesTheFrequenciesAndFadesOverOneSubBlock)
     double step = 0;
     for (std::size_t i = 1; i < 200; ++i) step = std::max(step, std::abs(double(y[i] - y[i - 1])));
     EXPECT_LT(step, 0.2);  // a full sine at 1 kHz moves by 0.13
+    VNK::StringSink preset;
+    fx.component().savePreset("x", preset);
     fx.set("sidechainfreqhigh", 8000);
+    EXPECT_EQ(fx.get("swapfreqs"), 0);
+    std::string equal = preset.text();  // what is stored are the frequencies, the lamp follows
+    equal.replace(equal.find("value=\"300\""), 11, "value=\"3000\"");
+    ASSERT_TRUE(fx.component().loadPreset(equal.data(), equal.size()));
+    EXPECT_EQ(fx.get("sidechainfreqhigh"), 3000);
     EXPECT_EQ(fx.get("swapfreqs"), 0);
 }
 

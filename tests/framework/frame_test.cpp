@@ -2,6 +2,7 @@
 // The frame around an effect, tried on a small effect of its own.
 #include <atomic>
 #include <cstdio>
+#include <functional>
 #include <iostream>
 #include <thread>
 
@@ -144,13 +145,20 @@ public:
 class ProbeComponent final : public AudioEffectComponent {
 public:
     explicit ProbeComponent(ProbeAlgorithm& a)
-        : AudioEffectComponent(a, kProbe, {.viewPrefix = "Probe", .algorithmVersion = 3})
+        : AudioEffectComponent(a, {.viewPrefix = "Probe", .algorithmVersion = 3})
     {
         declareAttribute("mode", 7);
     }
     Delays delays(double rate) const noexcept override
     {
-        return isOn("late") ? Delays{static_cast<std::uint32_t>(rate / 100), 2000} : Delays{};
+        const bool isLate = isOn("late");
+        if (meanwhile) std::exchange(meanwhile, {})();
+        return isLate ? Delays{static_cast<std::uint32_t>(rate / 100), 2000} : Delays{};
+    }
+    mutable std::function<void()> meanwhile;
+    void changed(const AlgorithmParameter& p, float, Setter by) noexcept override
+    {
+        if (p.key == "late") set("undeclared", value("late"), by);
     }
     void migrate(StoredState& state) const override
     {
@@ -382,6 +390,41 @@ TEST_F(Frame, LatencyAndTailFollowParametersAndRateAndAreAnnounced)
     set("bypass", 0);
     ASSERT_TRUE(algorithm->setSampleRate(64, 96000));
     EXPECT_EQ(algorithm->getLatency(), 960u);
+}
+
+TEST_F(Frame, AutomationBelongsToNoGestureAndTellsNobody)
+{
+    Listener listener;
+    component->setListener(&listener);
+    prepare();
+    const int late = component->findParameter("late"), follower = late + 1;
+    set("late", 1);
+    EXPECT_EQ(listener.changed, std::vector<int>{follower});
+    set("late", 0);
+    listener = {};
+    component->beginGroupEdit();
+    {
+        const AudioThreadGuard guard;
+        EXPECT_TRUE(component->automate(late, 1));
+        EXPECT_FALSE(component->automate(late, std::nanf("")));
+        EXPECT_FALSE(component->automate(component->findParameter("level"), 1));
+    }
+    component->endGroupEdit();
+    EXPECT_EQ(component->getValue(follower), 1);
+    EXPECT_EQ(algorithm->getLatency(), 480u);
+    EXPECT_TRUE(listener.messages.empty() && listener.changed.empty() && listener.edits.empty());
+    set("gain", 1);
+    EXPECT_EQ(listener.messages, std::vector<std::string>{"processSetupChanged"}) << "late is told";
+}
+
+TEST_F(Frame, LatencyIsThatOfTheLatestValueThoughAThreadIsOvertaken)
+{
+    prepare();
+    // While one thread works the delays out, another changes what they depend on.
+    component->meanwhile = [this] { set("late", 1); };
+    component->automate(component->findParameter("gain"), -1);
+    EXPECT_EQ(algorithm->getLatency(), 480u);
+    EXPECT_EQ(algorithm->getTailLength(), 2000u);
 }
 
 TEST_F(Frame, PreparationThatFailsIsToldAndTheEffectCanBePreparedAgain)

@@ -129,6 +129,31 @@ TYPED_TEST(MixTool, SoloFadesTheOthersAndSoloingAllStartsOver)
     EXPECT_EQ(y[1][9000], 1);
 }
 
+TYPED_TEST(MixTool, PanelFollowsAStateWhoseSolosMeetTheLayout)
+{
+    EffectUnderTest<TypeParam> six("Mixtool");
+    six.prepare(6).set("channelsolo0", 1).set("channelsolo1", 1).set("channelmute1", 1);
+    VNK::StringSink state;
+    ASSERT_TRUE(six.component().saveState(state));
+    const auto load = [&](auto& fx) {
+        ASSERT_TRUE(fx.component().loadState(state.text().data(), state.text().size()));
+    };
+    const auto x = Channels<TypeParam>(2, constant<TypeParam>(480, 1));
+    EffectUnderTest<TypeParam> before("Mixtool"), after("Mixtool");
+    load(before);
+    EXPECT_EQ(before.get("channelsolo1"), 1) << "nobody knows the layout yet";
+    before.prepare(2);
+    after.prepare(2);
+    load(after);
+    for (auto* fx : {&before, &after}) {
+        for (const char* key : {"channelsolo0", "channelsolo1", "channelmute1"})
+            EXPECT_EQ(fx->get(key), 0) << key;
+        EXPECT_EQ(fx->play(x), x);
+    }
+    load(six);
+    EXPECT_EQ(six.get("channelsolo1"), 1);
+}
+
 TYPED_TEST(MixTool, SoloMovesFromOneChannelToAnotherWithinABlock)
 {
     const Channels<TypeParam> ones(2, constant<TypeParam>(9600, 1));

@@ -41,6 +41,14 @@ struct ResourcesAt {
     std::string before;
 };
 
+/// FNV-1a.
+std::uint64_t checksum(const std::string& text)
+{
+    std::uint64_t sum = 0xcbf29ce484222325;
+    for (const unsigned char c : text) sum = (sum ^ c) * 0x100000001b3;
+    return sum;
+}
+
 VNK::Ref<VNK::IClassFactory> factory()
 {
     return VNK::Ref<VNK::IClassFactory>::adopt(VNKGetClassFactory());
@@ -103,11 +111,11 @@ TEST(Factory, OffersThirtyOneClassesOnce)
     EXPECT_STREQ(first->moduleId(), "quillworks");
     const std::set<std::string> groups{"Distortion", "Dynamics",   "Mixing",   "Tool",   "Delay",
                                        "Reverb",     "Modulation", "Analysis", "Spatial"};
-    std::set<VNK::UID> ids;
+    std::string ids;
     for (int i = 0; i < 31; ++i) {
         const auto& c = *first->getClass(i);
         const std::string name = c.name->text();
-        EXPECT_TRUE(ids.insert(c.classId).second) << name;
+        ids += name + "=" + c.classId.text() + "\n";
         EXPECT_TRUE(groups.contains(c.subCategory->text())) << name;
         EXPECT_STREQ(c.category->text(), name == "Surround Panner" ? "AudioPanner" : "AudioEffect");
         EXPECT_EQ(c.flags, 0u);
@@ -119,8 +127,8 @@ TEST(Factory, OffersThirtyOneClassesOnce)
         EXPECT_EQ(first->getAttribute(i, 0) != nullptr, name == "Vaulter" || name == "Scope")
             << name;
     }
-    EXPECT_STREQ(first->getClass(0)->name->text(), "Channel Strip");
-    EXPECT_EQ(first->getClass(4)->classId.text(), "{F5E10250-E10F-4447-AC90-5B8001BE5158}");
+    // Songs and presets hold these: a change of name, order or ID is a song that no longer opens.
+    EXPECT_EQ(checksum(ids), 0x64c3b617ea657fu) << ids;
     EXPECT_EQ(first->getClass(31), nullptr);
     EXPECT_EQ(first->createInstance({}), nullptr);
     for (const char* withheld : {"Overdrive", "Multiband Distortion"})

@@ -37,7 +37,11 @@ TEST_P(EveryEffectOnTwoThreads, ParametersMetersAndStateWhileProcessing)
     });
     const Channels<float> x(2, noise<float>(64));
     Channels<float> y = x;
-    for (int block = 0; block < 1500; ++block) fx.processBlock(x, y, 0, 64);
+    for (int block = 0; block < 1500; ++block) {
+        const int i = block % component.countParameters();
+        component.automate(i, component.fromNormalized(i, float(block % 7) / 6));
+        fx.processBlock(x, y, 0, 64);
+    }
     stop = true;
     mainThread.join();
     EXPECT_TRUE(isFinite(y[0]));

@@ -80,7 +80,8 @@ public:
     virtual void process(const ProcessData& data) noexcept = 0;
 
     /// Delay of the processed signal in samples, 0 while bypassed. Asked again after the message
-    /// "processSetupChanged". [any thread]
+    /// "processSetupChanged", and after a block that automation has changed parameters of.
+    /// [any thread]
     virtual std::uint32_t getLatency() const noexcept = 0;
     /// Samples that the output may last beyond the input, latency included; kEndlessTail if for
     /// ever. [any thread]
@@ -90,8 +91,8 @@ protected:
     ~IEffectAlgorithm() = default;
 };
 
-/// Told by the component on the thread that made the change: the main thread, or the audio thread
-/// for values that automation sets between two blocks. An implementation must not block.
+/// Told by the component, on the main thread save for the message "sideChainActivated", which comes
+/// on the thread that called setSideChainActive. An implementation must not block.
 class IEffectListener {
 public:
     /// "processSetupChanged", "processStateChanged", "speakerTypeChanged", "sideChainActivated",
@@ -119,12 +120,16 @@ public:
     virtual bool getParameter(std::int32_t index, ParameterInfo& info) const noexcept = 0;
     /// Index of a key, or -1.
     virtual std::int32_t findParameter(const char* key) const noexcept = 0;
-    /// Value in the parameter's own unit; a meter's latest reading.
+    /// Value in the parameter's own unit; a meter's latest reading. [any thread]
     virtual float getValue(std::int32_t index) const noexcept = 0;
     /// Limits the value to the range and, for lists and toggles, to whole steps. Values that are
     /// not finite, and read-only parameters, are refused. A trigger acts for each value other
-    /// than 0. May also be called from the audio thread between two blocks, for automation.
+    /// than 0. While a group edit is open the value belongs to that gesture.
     virtual bool setValue(std::int32_t index, float value) noexcept = 0;
+    /// The same for automation, between two blocks: no gesture, and the listener is not called.
+    /// What else it has moved is told by changeCount, and by the algorithm's latency and tail.
+    /// [audio thread]
+    virtual bool automate(std::int32_t index, float value) noexcept = 0;
     /// Position of the control, 0 .. 1, for a value, and back.
     virtual float toNormalized(std::int32_t index, float value) const noexcept = 0;
     virtual float fromNormalized(std::int32_t index, float position) const noexcept = 0;
@@ -136,7 +141,7 @@ public:
     virtual bool textToValue(std::int32_t index, const char* text, float& value) const noexcept = 0;
     /// Text of a list's step, counted from the minimum; null beyond the end.
     virtual const char* choiceText(std::int32_t index, std::int32_t step) const noexcept = 0;
-    /// Counts every change of the value, by whomever.
+    /// Counts every change of the value, by whomever. [any thread]
     virtual std::uint32_t changeCount(std::int32_t index) const noexcept = 0;
 
     // Gestures: a person holds a control. Nested calls count.
