@@ -21,20 +21,12 @@ protected:
 
     void changed(const AlgorithmParameter& parameter, float) noexcept override
     {
-        if (isFollowing_) return;
-        isFollowing_ = true;
+        if (parameter.tag == tagOf(lowCut_) || parameter.tag == tagOf(highCut_)) return light();
+        if (parameter.tag != tagOf(swap_) || isLit() == isSwapped()) return;
         const float low = getValue(lowCut_), high = getValue(highCut_);
-        const bool isSwapped = high < low;
-        if (parameter.tag == tagOf(swap_)) {
-            if ((getValue(swap_) != 0) != isSwapped) {
-                setAt(lowCut_, high);
-                setAt(highCut_, low);
-                show(low < high);
-            }
-        } else if (parameter.tag == tagOf(lowCut_) || parameter.tag == tagOf(highCut_)) {
-            show(isSwapped);
-        }
-        isFollowing_ = false;
+        showAt(lowCut_, high);
+        showAt(highCut_, low);
+        light();
     }
 
     /// What is stored are the frequencies; the lamp follows them.
@@ -49,19 +41,25 @@ protected:
         if (low != high) state.set("swapfreqs", high < low ? 1.0f : 0.0f);
     }
 
+    void reconcile() noexcept override
+    {
+        if (getValue(lowCut_) != getValue(highCut_)) light();
+    }
+
 private:
     Tag tagOf(int index) const noexcept
     {
         return list().parameters()[static_cast<std::size_t>(index)].tag;
     }
-    void show(bool isSwapped) noexcept
+    bool isLit() const noexcept { return getValue(swap_) != 0; }
+    bool isSwapped() const noexcept { return getValue(highCut_) < getValue(lowCut_); }
+    /// Until they agree: the other thread may set a frequency meanwhile.
+    void light() noexcept
     {
-        const float lamp = isSwapped ? 1.0f : 0.0f;
-        if (getValue(swap_) != lamp) setAt(swap_, lamp);
+        while (isLit() != isSwapped()) showAt(swap_, isSwapped() ? 1.0f : 0.0f);
     }
 
     int lowCut_, highCut_, swap_;
-    bool isFollowing_ = false;
 };
 
 }  // namespace quillworks

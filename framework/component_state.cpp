@@ -55,6 +55,7 @@ bool AudioEffectComponent::restore(StoredState state)
     }
     refusal_ = std::move(remark);
     programName_ = std::move(state.name);
+    reconcile();
     updateDelays();
     tell("processStateChanged");
     if (listener_)

@@ -126,15 +126,14 @@ void AudioEffectAlgorithm::restartCore() noexcept
 void AudioEffectAlgorithm::setSideChainActive(bool active) noexcept
 {
     active = active && hasSideChain();
-    if (active == sideChainActive_) return;
-    sideChainActive_ = active;
+    if (sideChainActive_.exchange(active, std::memory_order_relaxed) == active) return;
     if (owner_) owner_->sideChainChanged();
 }
 
 void AudioEffectAlgorithm::setWetOnly(bool wetOnly) noexcept
 {
-    if (wetOnly_.exchange(wetOnly, std::memory_order_relaxed) != wetOnly)
-        tellOwner("wetLockChanged");
+    if (wetOnly_.exchange(wetOnly, std::memory_order_relaxed) != wetOnly && owner_)
+        owner_->wetOnlyChanged();
 }
 
 void AudioEffectAlgorithm::tellOwner(const char* message) noexcept
@@ -159,11 +158,9 @@ void AudioEffectAlgorithm::setTransport(const VNK::Transport& transport) noexcep
 bool AudioEffectAlgorithm::setDelays(std::uint32_t latency, std::uint32_t tail,
                                      bool bypassed) noexcept
 {
-    const auto latencyBefore = getLatency(), tailBefore = getTailLength();
-    ownLatency_.store(latency, std::memory_order_relaxed);
-    ownTail_.store(tail, std::memory_order_relaxed);
-    reportsBypassed_.store(bypassed, std::memory_order_relaxed);
-    return getLatency() != latencyBefore || getTailLength() != tailBefore;
+    const bool isNewLatency = ownLatency_.exchange(latency) != latency;
+    const bool isNewTail = ownTail_.exchange(tail) != tail;
+    return (reportsBypassed_.exchange(bypassed) != bypassed) | isNewLatency | isNewTail;
 }
 
 std::uint32_t AudioEffectAlgorithm::getLatency() const noexcept
@@ -250,7 +247,7 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
             else if (channel[c] != input(c))
                 vec::copy(channel[c], input(c), piece.frames);
         }
-        if (sideChainActive_) {
+        if (isSideChainActive()) {
             const bool isFed = data.sideChain && data.sideChainChannels > 0;
             piece.sideChainChannels =
                 isFed ? std::min(data.sideChainChannels, VNK::kMaxChannels) : 1;

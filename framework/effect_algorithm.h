@@ -41,9 +41,11 @@ struct SlotLayout {
 /// The component, as its algorithm sees it. [main thread, where nothing else is said]
 class AlgorithmOwner {
 public:
-    /// Rate, layout, side-chain connection or wet-only mode has changed; `message` is what hosts
-    /// are to be told, or null.
+    /// Rate or layout has changed; `message` is what hosts are to be told, or null.
+    /// [not processing]
     virtual void setupChanged(const char* message) noexcept = 0;
+    /// May come while the audio thread processes.
+    virtual void wetOnlyChanged() noexcept = 0;
     /// [the thread of setTempo]
     virtual void tempoChanged() noexcept = 0;
     /// The host has connected or disconnected the side-chain bus; may come between two blocks on
@@ -85,7 +87,11 @@ public:
     const ProcessSpec& spec() const noexcept { return spec_; }
     const VNK::SpeakerArrangement& inputLayout() const noexcept { return input_; }
     const VNK::SpeakerArrangement& outputLayout() const noexcept { return output_; }
-    bool isSideChainActive() const noexcept { return sideChainActive_; }
+    /// [any thread]
+    bool isSideChainActive() const noexcept
+    {
+        return sideChainActive_.load(std::memory_order_relaxed);
+    }
     /// Tempo in force: the last one that host or user gave, 120 before. [any thread]
     double tempo() const noexcept
     {
@@ -95,7 +101,7 @@ public:
     bool isTempoKnown() const noexcept { return tempo_.load(std::memory_order_relaxed) > 0; }
     bool isWetOnly() const noexcept { return wetOnly_.load(std::memory_order_relaxed); }
     /// Delay and tail in samples at the prepared rate, worked out from the parameters; `bypassed`
-    /// as the user sees it. True if what the host is told has changed.
+    /// as the user sees it. True if any of them is new. [any thread]
     bool setDelays(std::uint32_t latency, std::uint32_t tail, bool bypassed) noexcept;
 
     /// Stores a value and marks its group of derived coefficients. Called for each changed
@@ -142,7 +148,7 @@ private:
     VNK::Precision precision_ = VNK::Precision::Float;
     bool isPrepared_ = false;
     bool isFresh_ = true;  // nothing processed since reset
-    bool sideChainActive_ = false;
+    std::atomic<bool> sideChainActive_{false};
     std::atomic<bool> wetOnly_{false};
     bool wetOnlySeen_ = false;
     std::atomic<double> tempo_{0};  // 0: nobody has told

@@ -111,19 +111,22 @@ void AudioEffectComponent::store(std::int32_t index, float value) noexcept
 {
     const auto& p = at(index);
     auto& v = valueAt(index);
-    if (!p.has(VNK::isTrigger)) v.value.store(value, std::memory_order_relaxed);
+    const bool isTrigger = p.has(VNK::isTrigger);
+    if (!isTrigger) v.value.store(value);
     v.changes.fetch_add(1, std::memory_order_relaxed);
     if (index == tempoIndex_) algorithm_->setTempo(double(value));
-    algorithm_->crossing().write(static_cast<std::size_t>(p.slot), forwarded(p, value));
+    // Main and audio thread may set one parameter at once: the one that writes last has seen what
+    // is to be in force.
+    for (float written = value;; value = written) {
+        algorithm_->crossing().write(static_cast<std::size_t>(p.slot), forwarded(p, value));
+        if (isTrigger || (written = v.value.load()) == value) return;
+    }
 }
 
 bool AudioEffectComponent::setValue(std::int32_t index, float value) noexcept
 {
     if (!has(index) || !std::isfinite(value) || at(index).has(VNK::isReadOnly)) return false;
-    if (groupEdits_ > 0 && !valueAt(index).inGroup) {
-        valueAt(index).inGroup = true;
-        beginEdit(at(index).tag);
-    }
+    joinGroupEdit(index);
     const float before = getValue(index);
     store(index, at(index).limited(value));
     changed(at(index), before);
@@ -131,9 +134,23 @@ bool AudioEffectComponent::setValue(std::int32_t index, float value) noexcept
     return true;
 }
 
+/// Automation on the audio thread is no part of a group that a person holds.
+void AudioEffectComponent::joinGroupEdit(std::int32_t index) noexcept
+{
+    if (groupThread_.load(std::memory_order_relaxed) != std::this_thread::get_id()) return;
+    if (!std::exchange(valueAt(index).inGroup, true)) beginEdit(at(index).tag);
+}
+
 void AudioEffectComponent::setAt(int index, float value) noexcept
 {
     if (setValue(index, value) && listener_) listener_->parameterChanged(index);
+}
+
+void AudioEffectComponent::showAt(int index, float value) noexcept
+{
+    joinGroupEdit(index);
+    store(index, at(index).limited(value));
+    if (listener_) listener_->parameterChanged(index);
 }
 
 void AudioEffectComponent::command(Tag tag, float value) noexcept
@@ -208,12 +225,14 @@ void AudioEffectComponent::endEdit(Tag tag) noexcept
 
 void AudioEffectComponent::beginGroupEdit() noexcept
 {
-    ++groupEdits_;
+    if (groupEdits_++ == 0)
+        groupThread_.store(std::this_thread::get_id(), std::memory_order_relaxed);
 }
 
 void AudioEffectComponent::endGroupEdit() noexcept
 {
     if (groupEdits_ == 0 || --groupEdits_ > 0) return;
+    groupThread_.store({}, std::memory_order_relaxed);
     for (std::int32_t i = 0; i < countParameters(); ++i)
         if (std::exchange(valueAt(i).inGroup, false)) endEdit(at(i).tag);
 }
@@ -260,24 +279,26 @@ void AudioEffectComponent::setupChanged(const char* message) noexcept
         publishAttribute("channelcount", std::int64_t{spec.channels});
         publishAttribute("inputchannelcount", std::int64_t{algorithm_->inputLayout().channels});
         publishAttribute("inputspeakernames", algorithm_->inputLayout().names());
-        publishAttribute("sideChainActive", std::int64_t{algorithm_->isSideChainActive()});
         shownMeters_.clear();
         for (std::size_t i = 0; i < list_.meters().size(); ++i)
             if (const auto& m = list_.meters()[i]; !m.perChannel || m.index < channels_)
                 shownMeters_.push_back(static_cast<int>(i));
     } catch (...) {  // out of memory: the old attributes stay
     }
+    reconcile();
     updateDelays();
     if (message) tell(message);
 }
 
 void AudioEffectComponent::sideChainChanged() noexcept
 {
-    // The attribute is there since construction: nothing is allocated.
-    if (const auto at = attributes_.find(std::string_view("sideChainActive"));
-        at != attributes_.end())
-        at->second.value = std::int64_t{algorithm_->isSideChainActive()};
     tell("sideChainActivated");
+}
+
+void AudioEffectComponent::wetOnlyChanged() noexcept
+{
+    updateDelays();
+    tell("wetLockChanged");
 }
 
 /// Tempo comes from the audio thread: nobody is told, a host that asks again gets the new tail.
@@ -288,14 +309,22 @@ void AudioEffectComponent::tempoChanged() noexcept
 
 void AudioEffectComponent::updateDelays() noexcept
 {
-    if (calculateDelays()) tell("processSetupChanged");
+    const bool isNew = calculateDelays();
+    const auto latency = algorithm_->getLatency();
+    if (toldLatency_.exchange(latency) != latency || isNew) tell("processSetupChanged");
 }
 
 bool AudioEffectComponent::calculateDelays() noexcept
 {
-    const Delays d = delays(sampleRate());
-    const bool bypassed = bypassIndex_ >= 0 && getValue(bypassIndex_) != 0;
-    return algorithm_->setDelays(d.latency, d.tail, bypassed);
+    const auto latency = algorithm_->getLatency(), tail = algorithm_->getTailLength();
+    const auto store = [this] {
+        const Delays d = delays(sampleRate());
+        const bool bypassed = bypassIndex_ >= 0 && getValue(bypassIndex_) != 0;
+        return algorithm_->setDelays(d.latency, d.tail, bypassed);
+    };
+    // Main and audio thread may set parameters at once: the one that stores last has seen both.
+    while (store()) {}
+    return algorithm_->getLatency() != latency || algorithm_->getTailLength() != tail;
 }
 
 void AudioEffectComponent::tell(const char* message) noexcept
@@ -315,6 +344,9 @@ void AudioEffectComponent::publishAttribute(const char* key, AttributeValue valu
 
 bool AudioEffectComponent::getInteger(const char* key, std::int64_t& value) const noexcept
 {
+    // Not kept with the others, since it may change on the audio thread.
+    if (std::string_view(key) == "sideChainActive")
+        return value = algorithm_->isSideChainActive(), true;
     const auto* found = find<std::int64_t>(attributes_, key);
     if (found) value = *found;
     return found != nullptr;

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "framework/effect_algorithm.h"
@@ -92,8 +93,11 @@ public:
 protected:
     /// A value has been set, by the host or through set(), and forwarded; `before` is what it was.
     /// For parameters that move others. Not called while a state is restored. Must not allocate:
-    /// automation comes from the audio thread.
+    /// automation comes from the audio thread, maybe while the main thread is in here as well.
     virtual void changed(const AlgorithmParameter&, float /*before*/) noexcept {}
+    /// A state has been restored, or the layout has changed: for parameters that mirror others,
+    /// which automation may have set meanwhile. [main thread]
+    virtual void reconcile() noexcept {}
     /// Brings a stored state up to date before it is applied. `state.algorithmVersion` is what the
     /// state was stored with, if anything.
     virtual void migrate(StoredState&) const {}
@@ -113,6 +117,8 @@ protected:
     /// Sets another parameter as the host would and tells the host.
     void set(const char* key, float value) noexcept { setAt(list_.find(key), value); }
     void setAt(int index, float value) noexcept;
+    /// The same without changed(): what this parameter moves is dealt with.
+    void showAt(int index, float value) noexcept;
     /// Sends a command row's value to the algorithm.
     void command(Tag tag, float value) noexcept;
     /// Declares an attribute of ComponentData with its default; `isStored` in state and presets.
@@ -153,7 +159,9 @@ private:
         return values_[static_cast<std::size_t>(index)];
     }
     void store(std::int32_t index, float value) noexcept;
+    void joinGroupEdit(std::int32_t index) noexcept;
     void setupChanged(const char* message) noexcept override;
+    void wetOnlyChanged() noexcept override;
     void tempoChanged() noexcept override;
     bool calculateDelays() noexcept;
     void sideChainChanged() noexcept override;
@@ -176,6 +184,8 @@ private:
     mutable bool programsScanned_ = false;
     VNK::IEffectListener* listener_ = nullptr;
     int groupEdits_ = 0;
+    std::atomic<std::thread::id> groupThread_{};  // of the open group edit
+    std::atomic<std::uint32_t> toldLatency_{0};
     int bypassIndex_ = -1;
     int tempoIndex_ = -1;
     int channels_ = 2;
