@@ -140,8 +140,8 @@ void AudioEffectAlgorithm::setSideChainActive(bool active) noexcept
 
 void AudioEffectAlgorithm::setWetOnly(bool wetOnly) noexcept
 {
-    if (wetOnly_.exchange(wetOnly, std::memory_order_relaxed) != wetOnly)
-        tellOwner("wetLockChanged");
+    if (wetOnly_.exchange(wetOnly, std::memory_order_relaxed) != wetOnly && owner_)
+        owner_->wetOnlyChanged();
 }
 
 void AudioEffectAlgorithm::tellOwner(const char* message) noexcept

@@ -19,9 +19,11 @@ namespace quillworks {
 /// The component, as its algorithm sees it. [main thread, where nothing else is said]
 class AlgorithmOwner {
 public:
-    /// Rate, layout, side-chain connection or wet-only mode has changed; `message` is what hosts
-    /// are to be told, or null.
+    /// Rate or layout has changed; `message` is what hosts are to be told, or null.
+    /// [not processing]
     virtual void setupChanged(const char* message) noexcept = 0;
+    /// May come while the audio thread processes.
+    virtual void wetOnlyChanged() noexcept = 0;
     /// [the thread of setTempo]
     virtual void tempoChanged() noexcept = 0;
     /// The host has connected or disconnected the side-chain bus; may come between two blocks on

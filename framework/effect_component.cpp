@@ -110,10 +110,16 @@ void AudioEffectComponent::store(std::int32_t index, float value) noexcept
 {
     const auto& p = at(index);
     auto& v = valueAt(index);
-    if (!p.has(VNK::isTrigger)) v.value.store(value, std::memory_order_relaxed);
+    const bool isTrigger = p.has(VNK::isTrigger);
+    if (!isTrigger) v.value.store(value);
     v.changes.fetch_add(1, std::memory_order_relaxed);
     if (index == tempoIndex_) algorithm_->setTempo(double(value));
-    algorithm_->crossing().write(static_cast<std::size_t>(p.slot), forwarded(p, value));
+    // Host and automation may set one parameter at once: whoever writes last has seen what is to be
+    // in force.
+    for (float written = value;; value = written) {
+        algorithm_->crossing().write(static_cast<std::size_t>(p.slot), forwarded(p, value));
+        if (isTrigger || (written = v.value.load()) == value) return;
+    }
 }
 
 void AudioEffectComponent::assign(std::int32_t index, float value, Setter by) noexcept
@@ -294,6 +300,12 @@ void AudioEffectComponent::setupChanged(const char* message) noexcept
 void AudioEffectComponent::sideChainChanged() noexcept
 {
     tell("sideChainActivated");
+}
+
+void AudioEffectComponent::wetOnlyChanged() noexcept
+{
+    announceDelays();
+    tell("wetLockChanged");
 }
 
 /// Tempo comes from the audio thread: nobody is told, a host that asks again gets the new tail.

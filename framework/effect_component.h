@@ -166,6 +166,7 @@ private:
     void store(std::int32_t index, float value) noexcept;
     void assign(std::int32_t index, float value, Setter by) noexcept;
     void setupChanged(const char* message) noexcept override;
+    void wetOnlyChanged() noexcept override;
     void tempoChanged() noexcept override;
     void sideChainChanged() noexcept override;
     void calculateDelays() noexcept;

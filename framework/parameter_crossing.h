@@ -25,8 +25,8 @@ public:
           isTrigger_(isTrigger)
     {}
 
-    /// Values that are not finite are ignored; a trigger counts each value other than 0.
-    /// [any one thread at a time per slot]
+    /// Values that are not finite are ignored; a trigger counts each value other than 0. Full
+    /// barrier. [any thread]
     void write(std::size_t slot, float value) noexcept
     {
         if (slot >= size_ || !std::isfinite(value)) return;
@@ -36,7 +36,7 @@ public:
         } else {
             values_[slot].store(std::bit_cast<std::uint32_t>(value), std::memory_order_relaxed);
         }
-        dirty_[slot / 64].fetch_or(std::uint64_t{1} << slot % 64, std::memory_order_release);
+        dirty_[slot / 64].fetch_or(std::uint64_t{1} << slot % 64, std::memory_order_seq_cst);
     }
 
     /// Calls apply(slot, value) for every slot written since the last call, in declaration order;

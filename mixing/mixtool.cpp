@@ -2,7 +2,6 @@
 #include "mixing/mixtool.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "dsp/vec.h"
 
@@ -50,6 +49,9 @@ constexpr Parameter<S> kParameters[] = {
     {"bypass",         "Bypa"_tag, "Bypass",              Kind::Bypass},
 };
 // clang-format on
+
+/// Switches of the same thing with more than two channels.
+constexpr Tag kPolarityTwins[][2] = {{"FlPL"_tag, kPhaseFlip}, {"FlPR"_tag, kPhaseFlip + 1}};
 
 constexpr std::uint32_t present(int channels)
 {
@@ -103,14 +105,17 @@ template <typename T> void MixToolCore<T>::apply(const Settings& s, unsigned dir
                 : isMidSide_ ? Mode::MidSide
                 : isSwapped_ ? Mode::Swap
                              : Mode::Plain;
-        polarity_ = (count > 2 ? s.polarity : s.sidePolarity) & present(count);
+        polarity_ = (s.sidePolarity | (count > 2 ? s.channelPolarity : 0)) & present(count);
         if (s.dcBlock != 0 && !blocksDc_)
             for (auto& channel : channels_) channel.dcBlocker.reset();
         blocksDc_ = s.dcBlock != 0;
     }
     if (dirty & Levels) {
+        // With every channel soloed nothing is left to fade out, muted or not. Judged once all
+        // changes of a block are in, for a solo that moves from one channel to another may arrive
+        // at its new place first.
         const auto soloed = s.soloed & present(count);
-        const auto muted = soloed != 0 ? ~soloed : s.muted;
+        const auto muted = soloed == present(count) ? 0 : soloed != 0 ? ~soloed : s.muted;
         for (int c = 0; c < count; ++c)
             channels_[static_cast<std::size_t>(c)].level.setTarget(
                 muted & std::uint32_t{1} << c ? 0.0 : double(s.levels[c]));
@@ -246,37 +251,16 @@ void MixToolAlgorithm::setParameter(Tag tag, float value) noexcept
 {
     auto& s = settings();
     const bool on = value != 0;
-    // The first two channels have two switches each, and the one that moved last counts. A restored
-    // state sets all of them, so one that stays where it was must not undo the other.
-    const auto invert = [&](std::uint32_t& switches, Tag channel) {
-        const auto before = std::exchange(switches, withBit(switches, channel, on));
-        if (switches != before) s.polarity = withBit(s.polarity, channel, on);
-    };
     if (tag == "FlPL"_tag || tag == "FlPR"_tag) {
-        invert(s.sidePolarity, tag == "FlPL"_tag ? 0 : 1);
+        s.sidePolarity = withBit(s.sidePolarity, tag == "FlPL"_tag ? 0 : 1, on);
     } else if (tag - kPhaseFlip < kChannels) {
-        invert(s.channelPolarity, tag - kPhaseFlip);
+        s.channelPolarity = withBit(s.channelPolarity, tag - kPhaseFlip, on);
     } else if (tag - kMute < kChannels) {
         s.muted = withBit(s.muted, tag - kMute, on);
     } else if (tag - kSolo < kChannels) {
         s.soloed = withBit(s.soloed, tag - kSolo, on);
     }
     PrecisionAlgorithm::setParameter(tag, value);
-}
-
-/// With every channel soloed nothing is left to fade out: solos and mutes start over. Judged once
-/// all changes of a block are in, for a solo that moves from one channel to another may arrive at
-/// its new place first.
-void MixToolAlgorithm::applyChanges() noexcept
-{
-    auto& s = settings();
-    const auto all = present(outputLayout().channels);
-    if ((s.soloed & all) == all) {
-        s.soloed &= ~all;
-        s.muted &= ~all;
-        markDirty(Core::Levels);
-    }
-    PrecisionAlgorithm::applyChanges();
 }
 
 MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
@@ -286,13 +270,30 @@ MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
 void MixToolComponent::changed(const AlgorithmParameter& parameter, float, Setter by) noexcept
 {
     if (parameter.tag - kSolo < kChannels) clearFullSolo(by);
+    joinPolarity(parameter.tag, by);
 }
 
-/// Before the layout is known, a state's solos are kept: of how many channels they are is not
-/// known.
+/// What was set or stored for another layout may not fit this one. Before the layout is known, a
+/// state is kept as it is.
 void MixToolComponent::reconcile() noexcept
 {
-    if (isPrepared()) clearFullSolo(Setter::Host);
+    if (!isPrepared()) return;
+    clearFullSolo(Setter::Host);
+    for (const auto& twins : kPolarityTwins)
+        for (const Tag tag : twins)
+            if (getValue(list().findTag(tag)) != 0) joinPolarity(tag, Setter::Host);
+}
+
+/// In surround the first two channels have two switches each, which go together.
+void MixToolComponent::joinPolarity(Tag moved, Setter by) noexcept
+{
+    if (channels() <= 2) return;
+    for (const auto& [side, channel] : kPolarityTwins) {
+        if (moved != side && moved != channel) continue;
+        const float now = getValue(list().findTag(moved));
+        const int other = list().findTag(moved == side ? channel : side);
+        if (getValue(other) != now) setAt(other, now, by);
+    }
 }
 
 /// Panel and sound agree when the last channel has been soloed: all solos and mutes go out.

@@ -24,8 +24,7 @@ struct MixToolSettings {
     float midSide;
     float levels[kMixToolChannels];  // linear
     // Bit c stands for channel c.
-    std::uint32_t polarity;      // inverted, with more than two channels
-    std::uint32_t sidePolarity;  // inverted by the switches of left and right, up to two channels
+    std::uint32_t sidePolarity;     // inverted by the switches of left and right
     std::uint32_t channelPolarity;  // inverted by the channels' own switches
     std::uint32_t muted;            // by the user
     std::uint32_t soloed;
@@ -73,9 +72,6 @@ public:
     bool acceptsArrangement(const VNK::SpeakerArrangement& input,
                             const VNK::SpeakerArrangement& output) const noexcept override;
     void setParameter(Tag tag, float value) noexcept override;
-
-private:
-    void applyChanges() noexcept override;
 };
 
 class MixToolComponent final : public AudioEffectComponent {
@@ -86,6 +82,7 @@ private:
     void changed(const AlgorithmParameter& parameter, float before, Setter by) noexcept override;
     void reconcile() noexcept override;
     void clearFullSolo(Setter by) noexcept;
+    void joinPolarity(Tag moved, Setter by) noexcept;
 };
 
 }  // namespace quillworks

@@ -7,6 +7,7 @@
 
 #include "tests/support/effect_under_test.h"
 #include "tests/support/every_effect.h"
+#include "tests/support/random_transport.h"
 
 namespace quillworks::test {
 namespace {
@@ -264,20 +265,6 @@ TEST_P(EveryEffect, StaysFiniteAtTheEndsOfEveryRange)
             EXPECT_FALSE(std::isinf(value)) << m.key;
         }
     }
-}
-
-/// A song position as hosts tell it: some fields unknown, some nonsense, now and then a jump.
-VNK::Transport randomTransport(std::mt19937& random)
-{
-    constexpr double nonsense[] = {std::numeric_limits<double>::quiet_NaN(), -1e300, 1e300};
-    const bool isOdd = random() % 8 == 0;
-    const double beat = isOdd ? nonsense[random() % 3] : double(random() % 4000) / 16;
-    return {.playing = random() % 2 == 0,
-            .positionKnown = random() % 4 != 0,
-            .quarterNotes = beat,
-            .frameKnown = random() % 4 != 0,
-            .frame = static_cast<std::int64_t>(random()) - (isOdd ? (std::int64_t{1} << 40) : 0),
-            .tempo = isOdd ? nonsense[random() % 3] : double(40 + random() % 440)};
 }
 
 /// Rates, layouts, precisions, irregular blocks, automation, transport and bad input at once.

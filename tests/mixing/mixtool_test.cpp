@@ -178,6 +178,20 @@ TYPED_TEST(MixTool, RestoredSurroundStateKeepsThePolarityOfLeftAndRight)
     EXPECT_EQ(y[2], x);
 }
 
+TYPED_TEST(MixTool, BothSwitchesOfASurroundChannelsPolarityGoTogether)
+{
+    const auto x = noise<TypeParam>(500);
+    EffectUnderTest<TypeParam> fx("Mixtool");
+    fx.prepare(3).set("phaseflipleft", 1);
+    EXPECT_EQ(fx.get("phaseflip0"), 1);
+    EXPECT_EQ(fx.set("phaseflip0", 0).get("phaseflipleft"), 0);
+    EXPECT_EQ(fx.set("phaseflip1", 1).get("phaseflipright"), 1);
+    EXPECT_EQ(fx.get("phaseflipleft"), 0);
+    const auto y = fx.play({x, x, x});
+    EXPECT_EQ(y[0], x);
+    EXPECT_EQ(y[1][200], -x[200]);
+}
+
 TYPED_TEST(MixTool, SwappedPolarityHoldsWhileTheGainGlidesThroughUnity)
 {
     const auto ones = constant<TypeParam>(160, 1);

@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: ISC
+// One effect of a chain under soak: driven as hosts drive it, and watched all the time.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/support/audio_thread_guard.h"
+#include "tests/support/random_transport.h"
+#include "tests/support/signals.h"
+#include "vnk/effect.h"
+
+namespace quillworks::test {
+
+/// Tells of a fault and counts it. [any thread]
+void found(const std::string& what);
+
+inline std::atomic<std::uint64_t> gParameterChanges{0};
+
+struct Setup {
+    double rate = 48000;  // Hz
+    int maxFrames = 512;
+    VNK::Precision precision = VNK::Precision::Float;
+    VNK::SpeakerArrangement input, output;
+};
+
+class Stage final : public VNK::IEffectListener {
+public:
+    /// The output may exceed 0 dBFS, or the loudest sample of input and side-chain since the last
+    /// reset if that is louder, by 80 dB. The largest gain that can be set is 72 dB, the
+    /// compressor's at its input and its output; what runs away goes far beyond.
+    static constexpr double kAbsurdGain = 10000;
+    /// A sample beyond it counts as bad, as NaN does: its square leaves the range of a float.
+    static constexpr double kAbsurdLevel = 1e15;
+
+    explicit Stage(VNK::IObject* adopted)
+        : component_(VNK::queryInterface<VNK::IEffectComponent>(
+              VNK::Ref<VNK::IObject>::adopt(adopted).get())),
+          algorithm_(*component_->algorithm()),
+          remembered_(state())
+    {
+        component_->setListener(this);
+    }
+    ~Stage() { component_->setListener(nullptr); }
+    Stage(const Stage&) = delete;
+    Stage& operator=(const Stage&) = delete;
+
+    VNK::IEffectAlgorithm& algorithm() const { return algorithm_; }
+    const Setup& setup() const { return setup_; }
+
+    void prepare(const Setup& setup)
+    {
+        setup_ = setup;
+        check(algorithm_.setSpeakerArrangement(setup.input, setup.output), "refuses its layout");
+        algorithm_.setPrecision(setup.precision);
+        check(algorithm_.setSampleRate(setup.maxFrames, setup.rate), "refuses a rate");
+        reset();
+    }
+
+    /// The latency may only have changed with a message, and is a second at most.
+    void checkLatency()
+    {
+        const auto now = algorithm_.getLatency();
+        check(now <= setup_.rate, "announces an absurd latency");
+        check(now == latency_ || announced_, "changes its latency without a word");
+        latency_ = now;
+        announced_ = false;
+    }
+
+    /// `fresh`, a new instance, takes the state of this one: it must announce the same and, after a
+    /// reset of both, sound the same bit by bit. [not processing]
+    template <typename T> void compareWith(Stage& fresh)
+    {
+        algorithm_.setTempo(120);
+        fresh.prepare(setup_);
+        fresh.algorithm_.setTempo(120);
+        for (int i = 0; i < component_->countParameters(); ++i)  // what no state carries
+            if (const auto p = parameter(i);
+                !p.isStored() && p.isAutomatable() && !p.has(VNK::isTrigger))
+                fresh.component_->setValue(i, component_->getValue(i));
+        const auto saved = state();
+        fresh.load(saved);
+        check(fresh.state() == saved, "does not come back from its state");
+        fresh.algorithm_.setWetOnly(wetOnly_);
+        fresh.algorithm_.setSideChainActive(sideChainActive_);
+        check(algorithm_.getLatency() == fresh.algorithm_.getLatency() &&
+                  algorithm_.getTailLength() == fresh.algorithm_.getTailLength(),
+              "announces other delays than a new instance");
+        reset();
+        fresh.reset();
+        const auto frames = static_cast<std::size_t>(std::min(2048, setup_.maxFrames));
+        const auto channels =
+            static_cast<std::size_t>(std::max(setup_.input.channels, setup_.output.channels));
+        for (std::uint32_t block = 0; block < 3; ++block) {
+            Channels<T> x, y(channels, Signal<T>(frames)), z = y;
+            std::vector<T*> in, out, other;
+            for (std::size_t c = 0; c < channels; ++c) {
+                x.push_back(noise<T>(frames, 100 * block + static_cast<std::uint32_t>(c), 2));
+                in.push_back(x[c].data());
+                out.push_back(y[c].data());
+                other.push_back(z[c].data());
+            }
+            const auto n = static_cast<int>(frames);
+            process<T>(in.data(), out.data(), nullptr, 0, n, {});
+            fresh.process<T>(in.data(), other.data(), nullptr, 0, n, {});
+            check(y == z, "sounds other than a new instance with its state");
+        }
+        reset();
+    }
+
+    /// What people and hosts do beside the audio. [main thread]
+    void fiddle(std::mt19937& random)
+    {
+        const auto i = static_cast<int>(random() % unsigned(component_->countParameters()));
+        const auto tag = parameter(i).tag;
+        switch (random() % 12) {
+        case 0:
+            return component_->setEditorOpen(random() % 2 == 0);
+        case 1:
+            return algorithm_.setWetOnly(wetOnly_ = random() % 4 == 0);
+        case 2:
+            return algorithm_.setTempo(double(random() % 500));
+        case 3:
+            return readTextsAndMeters(i);
+        case 4:
+            return exchangeStates(random);
+        case 5:
+            component_->beginEdit(tag);
+            setRandom(random);
+            return component_->endEdit(tag);
+        case 6:
+            component_->beginGroupEdit();
+            for (int n = 0; n < 3; ++n) setRandom(random);
+            return component_->endGroupEdit();
+        default:
+            return setRandom(random);
+        }
+    }
+
+    // [audio thread]
+    void automate(std::mt19937& random)
+    {
+        checkGuarded([&] { setRandom(random, &VNK::IEffectComponent::automate); });
+    }
+    void toggleSideChain()
+    {
+        sideChainActive_ = !sideChainActive_ && algorithm_.hasSideChain();
+        algorithm_.setSideChainActive(sideChainActive_);
+    }
+    void reset()
+    {
+        algorithm_.reset();
+        cleanFrames_ = 1e9;
+        loudest_ = 1;
+    }
+    /// One block. `out` may be `in`, in any order.
+    template <typename T>
+    void process(const T* const* in, T* const* out, const T* const* side, int sideChannels,
+                 int frames, const VNK::Transport& transport)
+    {
+        const double heard =
+            std::max(peakOf(in, setup_.input.channels, frames), peakOf(side, sideChannels, frames));
+        const void *inputs[VNK::kMaxChannels], *sides[VNK::kMaxChannels];
+        void* outputs[VNK::kMaxChannels];
+        VNK::ProcessData data;
+        std::copy_n(in, data.inputChannels = setup_.input.channels, inputs);
+        std::copy_n(out, data.outputChannels = setup_.output.channels, outputs);
+        std::copy_n(side, data.sideChainChannels = sideChannels, sides);
+        data.inputs = inputs;
+        data.outputs = outputs;
+        data.sideChain = sideChannels > 0 ? sides : nullptr;
+        data.frames = frames;
+        checkGuarded([&] {
+            algorithm_.setTransport(transport);
+            algorithm_.process(data);
+        });
+        if (heard > kAbsurdLevel)
+            cleanFrames_ = -frames;
+        else
+            loudest_ = std::max(loudest_, heard);
+        if (cleanFrames_ >= setup_.rate) {
+            const double level = peakOf<T>(out, setup_.output.channels, frames);
+            check(level <= kAbsurdLevel, "puts out what is no audio");
+            check(!std::isfinite(level) || level <= kAbsurdGain * loudest_, "runs away");
+            if (!(level <= kAbsurdGain * loudest_)) cleanFrames_ = 0;  // told once a second
+        }
+        cleanFrames_ += frames;
+    }
+
+private:
+    void message(const char* name) noexcept override
+    {
+        if (std::string_view(name) == "processSetupChanged") announced_ = true;
+    }
+    void parameterChanged(std::int32_t) noexcept override {}
+    void editBegun(std::int32_t) noexcept override {}
+    void editEnded(std::int32_t) noexcept override {}
+
+    void check(bool isGood, const char* what) const
+    {
+        if (isGood) return;
+        VNK::StringSink preset;
+        component_->savePreset(what, preset);
+        found(setup_.input.names() + " -> " + setup_.output.names() + " at " +
+              std::to_string(setup_.rate) + " Hz: " + what + "\n" + preset.text());
+    }
+    template <class F> void checkGuarded(F call) const
+    {
+        const char* violation = nullptr;
+        {
+            const AudioThreadGuard guard;
+            call();
+            violation = AudioThreadGuard::takeViolation();
+        }
+        check(!violation, violation);
+    }
+    VNK::ParameterInfo parameter(int index) const
+    {
+        VNK::ParameterInfo p;
+        component_->getParameter(index, p);
+        return p;
+    }
+    std::string state() const
+    {
+        VNK::StringSink sink;
+        check(component_->saveState(sink), "does not save its state");
+        return sink.text();
+    }
+    void load(const std::string& state)
+    {
+        check(component_->loadState(state.data(), state.size()), "refuses its own state");
+    }
+
+    using Set = bool (VNK::IEffectComponent::*)(std::int32_t, float) noexcept;
+    void setRandom(std::mt19937& random, Set set = &VNK::IEffectComponent::setValue)
+    {
+        const auto i = static_cast<int>(random() % unsigned(component_->countParameters()));
+        const auto p = parameter(i);
+        // Else every effect would be bypassed half the time.
+        if (!p.isAutomatable() || (p.has(VNK::isBypass) && random() % 4 != 0)) return;
+        const float ends[] = {p.minimum, p.maximum, p.defaultValue};
+        const auto end = random() % 16;
+        const float position = float(random() >> 8) / float(1 << 24);
+        (*component_.*set)(i, end < 3 ? ends[end] : component_->fromNormalized(i, position));
+        ++gParameterChanges;
+    }
+
+    void readTextsAndMeters(int index)
+    {
+        char text[64];
+        float value = 0;
+        std::int64_t n = 0;
+        component_->valueToText(index, component_->getValue(index), text, sizeof text);
+        component_->textToValue(index, text, value);
+        component_->getInteger("sideChainActive", n);
+        check(component_->getInteger("channelcount", n) && n == setup_.output.channels,
+              "has the attributes of another layout");
+        check(algorithm_.getLatency() <= setup_.rate, "announces an absurd latency");
+        algorithm_.getTailLength();
+        for (int i = 0; i < component_->countMeters(); ++i)
+            check(!std::isinf(component_->readMeter(i)), "has an infinite meter");
+    }
+
+    void exchangeStates(std::mt19937& random)
+    {
+        VNK::StringSink preset;
+        auto now = state();
+        switch (random() % 5) {
+        case 0:
+            remembered_ = now;
+            return;
+        case 1:
+            return load(remembered_);
+        case 2:  // a damaged one, refused or put right
+            now[random() % now.size()] ^= static_cast<char>(1 << random() % 7);
+            component_->loadState(now.data(), now.size());
+            return;
+        case 3:
+            component_->savePreset("Soak", preset);
+            return check(component_->loadPreset(preset.text().data(), preset.text().size()),
+                         "refuses its own preset");
+        default:
+            if (const int count = component_->countPrograms(); count > 0)
+                check(component_->loadProgram(static_cast<int>(random() % unsigned(count))),
+                      "refuses a program");
+        }
+    }
+
+    /// Infinite if any sample is not finite.
+    template <typename T> static double peakOf(const T* const* x, int channels, int frames)
+    {
+        double peak = 0;
+        for (int c = 0; c < channels; ++c)
+            for (int i = 0; i < frames; ++i) {
+                const double level = std::abs(double(x[c][i]));
+                if (!(level <= peak)) peak = std::isnan(level) ? INFINITY : level;
+            }
+        return peak;
+    }
+
+    VNK::Ref<VNK::IEffectComponent> component_;
+    VNK::IEffectAlgorithm& algorithm_;
+    Setup setup_;
+    bool wetOnly_ = false;
+    std::string remembered_;  // a state of before
+    std::uint32_t latency_ = 0;
+    std::atomic<bool> announced_{true};
+
+    // Of the audio thread.
+    bool sideChainActive_ = false;
+    double cleanFrames_ = 1e9;  // since the last bad input sample
+    double loudest_ = 1;        // linear
+};
+
+}  // namespace quillworks::test
