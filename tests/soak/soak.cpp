@@ -53,28 +53,6 @@ double median(std::vector<double> x)
     return x[x.size() / 2];
 }
 
-/// Channels of exactly the prepared length; a block lies at their start or at their end, so that a
-/// frame too many is beyond the allocation.
-template <typename T> class Buffers {
-public:
-    Buffers(std::size_t channels, int frames) : frames_(frames), pointers_(channels)
-    {
-        for (auto c = channels; c > 0; --c)
-            memory_.push_back(std::make_unique<T[]>(static_cast<std::size_t>(frames)));
-    }
-    T** place(int n, bool atEnd)
-    {
-        for (std::size_t c = 0; c < memory_.size(); ++c)
-            pointers_[c] = memory_[c].get() + (atEnd ? frames_ - n : 0);
-        return pointers_.data();
-    }
-
-private:
-    int frames_;
-    std::vector<std::unique_ptr<T[]>> memory_;
-    std::vector<T*> pointers_;
-};
-
 class Soak {
 public:
     explicit Soak(const Options& options) : options_(options), random_(options.seed)
@@ -96,10 +74,11 @@ public:
             atEnd = median({memory_.end() - tenth, memory_.end()});
             if (atEnd - atStart > options_.growth) found("memory has grown");
         }
-        std::printf("%.0f s of audio in %.0f s, %zu chains, %llu parameter changes, "
-                    "%.1f MB resident after the warm-up, %.1f MB at the end, %d findings\n",
-                    audioSeconds(), wallSeconds(), memory_.size(),
-                    static_cast<unsigned long long>(gParameterChanges), atStart, atEnd,
+        std::printf("%.0f s of audio in %.0f s, %zu chains, %.0f parameter changes, %.0f %% of the "
+                    "output judged, %.1f MB resident after the warm-up, %.1f MB at the end, "
+                    "%d findings\n",
+                    audioSeconds(), wallSeconds(), memory_.size(), double(gParameterChanges),
+                    100. * double(gFramesJudged) / double(gFrames), atStart, atEnd,
                     gFindings.load());
     }
 
@@ -221,8 +200,10 @@ private:
     template <typename T>
     void play(Programme& programme, long frames, int maxFrames, std::mt19937& random)
     {
-        Buffers<T> first(VNK::kMaxChannels, maxFrames), second(VNK::kMaxChannels, maxFrames);
-        Buffers<T> side(2, maxFrames);
+        // A block lies at the start or at the end of a buffer of exactly the prepared length, so
+        // that a frame too many is beyond the allocation.
+        Channels<T> first(VNK::kMaxChannels, Signal<T>(static_cast<std::size_t>(maxFrames)));
+        Channels<T> second = first, side(first.begin(), first.begin() + 2);
         const double rate = running_.front().second->setup().rate;
         Programme sideProgramme(rate, options_.seed, 2);
         for (long at = 0; at < frames;) {
@@ -230,16 +211,15 @@ private:
                                        64, 97, 127, 441, 512, 997, 1024, 4096, 8192};
             const int n = std::min(lengths[random() % std::size(lengths)], maxFrames);
             at += n;
-            const bool atEnd = random() % 2 == 0;
-            T **in = first.place(n, atEnd), **out = second.place(n, atEnd);
-            T** const key = side.place(n, atEnd);
-            programme.play(in, n);
-            sideProgramme.play(key, n);
+            const int offset = random() % 2 == 0 ? maxFrames - n : 0;
+            auto in = pointers(first, offset), out = pointers(second, offset);
+            const auto key = pointers(side, offset);
+            programme.play(in.data(), n);
+            sideProgramme.play(key.data(), n);
             for (auto& [index, stage] : running_) {
                 if (random() % 64 == 0) stage->toggleSideChain();
                 if (random() % 1024 == 0) stage->reset();
                 playBlock(*stage, in, out, key, n, random);
-                std::swap(in, out);
                 if (!options_.threads && isDue(n, rate / 100, random)) {
                     stage->fiddle(random);
                     stage->checkLatency();
@@ -249,31 +229,33 @@ private:
     }
 
     /// One block of one effect, cut where automation or transport want it. The output goes to
-    /// buffers of its own, to those of the input, or to those of the input in another order.
+    /// buffers of its own, to those of the input, or to those of the input in another order; it is
+    /// the next input.
     template <typename T>
-    static void playBlock(Stage& stage, T** in, T** out, T** key, int n, std::mt19937& random)
+    static void playBlock(Stage& stage, std::vector<T*>& in, std::vector<T*>& out,
+                          const std::vector<T*>& key, int n, std::mt19937& random)
     {
         const int inputs = stage.setup().input.channels, outputs = stage.setup().output.channels;
         const int keys = stage.algorithm().hasSideChain() ? static_cast<int>(random() % 3) : 0;
+        auto target = out;
         const auto order = inputs == outputs ? random() % 3 : 0;
-        if (order == 0) {  // a frame that is left unwritten is found as not a number
-            for (int c = 0; c < outputs; ++c)
-                std::fill_n(out[c], n, std::numeric_limits<T>::quiet_NaN());
-        } else {
-            std::swap_ranges(in, in + VNK::kMaxChannels, out);
-            std::copy_n(out, inputs, in);
-            if (order == 2) std::rotate(out, out + 1, out + outputs);
-        }
+        if (order > 0) target = in;
+        if (order == 2) std::rotate(target.begin(), target.begin() + 1, target.begin() + outputs);
+        if (order == 0)  // so that frames left unwritten are found
+            for (auto* channel : out) std::fill_n(channel, n, std::numeric_limits<T>::quiet_NaN());
         for (int done = 0, piece = 0; done < n; done += piece) {
             const int left = n - done;
             piece = random() % 2 == 0 ? 1 + static_cast<int>(random() % unsigned(left)) : left;
             T *from[VNK::kMaxChannels], *to[VNK::kMaxChannels], *steer[2];
-            for (int c = 0; c < inputs; ++c) from[c] = in[c] + done;
-            for (int c = 0; c < outputs; ++c) to[c] = out[c] + done;
-            for (int c = 0; c < keys; ++c) steer[c] = key[c] + done;
+            const auto moved = [done](T* x) { return x + done; };
+            std::transform(in.begin(), in.begin() + inputs, from, moved);
+            std::transform(target.begin(), target.begin() + outputs, to, moved);
+            std::transform(key.begin(), key.begin() + keys, steer, moved);
             stage.process<T>(from, to, steer, keys, piece, randomTransport(random));
             if (isDue(piece, stage.setup().rate / 1000, random)) stage.automate(random);
         }
+        if (order == 0) out = in;
+        in = target;
     }
 
     Options options_;
