@@ -322,12 +322,18 @@ void AudioEffectComponent::calculateDelays() noexcept
     algorithm_->setDelays(stamp, d.latency, d.tail, bypassed);
 }
 
-/// What automation or the tempo has changed since the last time is announced too.
+/// What automation or the tempo has changed since the last time is announced too, and that it is
+/// undone, for the host may have seen it.
 void AudioEffectComponent::announceDelays() noexcept
 {
+    const auto present = [this] {
+        return Delays{algorithm_->getLatency(), algorithm_->getTailLength()};
+    };
+    const Delays before = present();
     calculateDelays();
-    const Delays now{algorithm_->getLatency(), algorithm_->getTailLength()};
-    if (!(std::exchange(announced_, now) == now)) tell("processSetupChanged");
+    const Delays now = present();
+    const bool isNew = !(std::exchange(announced_, now) == now) || !(before == now);
+    if (isNew) tell("processSetupChanged");
 }
 
 void AudioEffectComponent::tell(const char* message) noexcept

@@ -145,7 +145,10 @@ public:
     // [audio thread]
     void automate(std::mt19937& random)
     {
+        const auto before = algorithm_.getLatency();
         checkGuarded([&] { setRandom(random, &VNK::IEffectComponent::automate); });
+        // Whoever automates looks himself.
+        if (algorithm_.getLatency() != before) announced_ = true;
     }
     void toggleSideChain()
     {
