@@ -122,9 +122,11 @@ private:
             const int i = draw();
             chain_.emplace_back(i, std::make_unique<Stage>(create(i)));
         }
-        // The rate with the least audio so far.
-        auto& [rate, seconds] = *std::min_element(
-            played_.begin(), played_.end(), [](auto& a, auto& b) { return a.second < b.second; });
+        // The rate with the least frames so far: each gets the same share of the work.
+        auto& [rate, seconds] =
+            *std::min_element(played_.begin(), played_.end(), [](auto& a, auto& b) {
+                return a.first * a.second < b.first * b.second;
+            });
         for (unsigned n = 1 + below(3); n > 0; --n) {
             double length = (0.5 + 0.003 * below(1000)) / (options_.threads ? 4 : 1);
             if (options_.wallSeconds == 0) length = std::min(length, options_.seconds / 20);
