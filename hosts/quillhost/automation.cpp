@@ -38,6 +38,12 @@ std::vector<AutomationEvent> readAutomation(const std::string& path,
     std::string content, reason;
     if (!VNK::readFile(path.c_str(), kLargestFile, content, reason))
         throw WorkError(path + ": " + reason);
+    return parseAutomation(content, path, effects);
+}
+
+std::vector<AutomationEvent> parseAutomation(std::string_view content, const std::string& path,
+                                             const std::vector<Effect>& effects)
+{
     const Json document = Json::parse(content, nullptr, false);
     if (!document.is_array())
         throw WorkError(path + ": is not a JSON array of {\"frame\",\"fx\",\"key\",\"value\"}");

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "session.h"
@@ -22,5 +23,8 @@ struct AutomationEvent {
 /// that cannot be read, UsageError for what does not fit the effects.
 std::vector<AutomationEvent> readAutomation(const std::string& path,
                                             const std::vector<Effect>& effects);
+/// The same from what the file holds; `path` is its name in messages.
+std::vector<AutomationEvent> parseAutomation(std::string_view content, const std::string& path,
+                                             const std::vector<Effect>& effects);
 
 }  // namespace quillhost

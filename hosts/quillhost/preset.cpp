@@ -86,12 +86,12 @@ int show(const Session& session, const Options& options)
         rows.push_back({p.key, effect.text(i, value), p.title});
         values[p.key] = asShown(value);
     }
-    if (options.json)
+    if (options.json)  // a title need not be UTF-8
         std::cout << Json{{"effect", effect.name()},
                           {"classId", effect.classId()},
                           {"name", component.programName()},
                           {"parameters", values}}
-                         .dump(1)
+                         .dump(1, ' ', false, Json::error_handler_t::replace)
                   << "\n";
     else
         std::cout << effect.name() << ": " << component.programName() << "\n\n" << columns(rows);

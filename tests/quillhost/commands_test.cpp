@@ -74,6 +74,9 @@ TEST_F(Commands, PresetsKeepWhatIsSetAndAreLoadedBeforeTheValues)
     expectFailure(
         run({"render", "in.wav", "o.wav", "--fx", "limiter", "--preset", "flip.fxpreset"}), 1,
         "flip.fxpreset: .*another effect");
+    auto odd = readBytes("flip.fxpreset");
+    writeBytes("odd.fxpreset", odd.replace(odd.find("name=\"flip"), 7, "name=\"\xFF"));
+    EXPECT_EQ(run({"preset", "show", "odd.fxpreset", "--json"}).code, 0);
     writeBytes("cut.fxpreset", readBytes("flip.fxpreset").substr(0, 300));
     expectFailure(run({"preset", "show", "cut.fxpreset"}), 1, "cut.fxpreset: is not a preset");
     expectFailure(run({"preset", "show", "none.fxpreset"}), 1, "none.fxpreset");

@@ -5,6 +5,7 @@
 #include <set>
 #include <string_view>
 
+#include "one_line.h"
 #include "vnk/effect.h"
 #include "vnk/skin.h"
 
@@ -66,7 +67,7 @@ public:
 private:
     bool fail(std::string text)
     {
-        reason_ = std::move(text);
+        reason_ = oneLine(std::move(text));
         return false;
     }
 
@@ -175,7 +176,7 @@ bool checkSkin(const Skin& skin, IClassFactory& factory, std::string& reason)
     for (const auto& effect : skin.effects) {
         const auto* description = findClass(factory, effect.className);
         if (!description || !seen.insert(effect.className).second) {
-            reason = "the effect \"" + effect.className + "\" is unknown or stands twice";
+            reason = oneLine("the effect \"" + effect.className + "\" is unknown or stands twice");
             return false;
         }
         const auto object = Ref<IObject>::adopt(factory.createInstance(description->classId));

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "one_line.h"
 #include "vnk/skin.h"
 #include "vnk/xml.h"
 
@@ -84,7 +85,7 @@ public:
 private:
     bool fail(std::string text)
     {
-        reason_ = std::move(text);
+        reason_ = oneLine(std::move(text));
         return false;
     }
     bool unknown(XmlElement e) { return fail(std::string("a skin has no element ") + e.name()); }

@@ -2,7 +2,9 @@
 #include "vnk/xml.h"
 
 #include <pugixml.hpp>
+#include <set>
 #include <sstream>
+#include <string_view>
 
 namespace VNK {
 namespace {
@@ -20,6 +22,22 @@ pugi::xml_node elementFrom(pugi::xml_node node, const char* name)
         node = node.next_sibling();
     return node;
 }
+
+/// Finds an element that has an attribute twice. No XML, but the parser lets it pass; who walks
+/// attributes by name would never arrive at the end.
+class RepeatedAttribute : public pugi::xml_tree_walker {
+public:
+    std::string name;
+
+private:
+    bool for_each(pugi::xml_node& node) override
+    {
+        std::set<std::string_view> seen;
+        for (const auto attribute : node.attributes())
+            if (!seen.insert(attribute.name()).second) return name = attribute.name(), false;
+        return true;
+    }
+};
 
 }  // namespace
 
@@ -87,6 +105,8 @@ bool XmlDocument::parse(const void* data, std::size_t bytes)
             std::string(result.description()) + " at byte " + std::to_string(result.offset);
     else if (!root())
         impl_->error = "no root element";
+    else if (RepeatedAttribute repeated; !impl_->document.traverse(repeated))
+        impl_->error = "the attribute \"" + repeated.name + "\" stands twice in an element";
     return impl_->error.empty();
 }
 

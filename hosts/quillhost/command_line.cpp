@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: ISC
+#include "command_line.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace quillhost {
+namespace {
+
+struct Entry {
+    const Command* command;
+    CLI::App* app;
+    std::function<int(Session&)> run;
+};
+
+std::string commandNames()
+{
+    std::string names;
+    for (const auto* c : commands()) names += (names.empty() ? "" : ", ") + std::string(c->name);
+    return names;
+}
+
+[[noreturn]] void refuseWord(const CLI::App& app, const std::string& word)
+{
+    std::vector<std::string> names;
+    const bool isOption = word.size() > 1 && word.front() == '-';
+    if (isOption) {
+        for (const auto* option : app.get_options())
+            for (const auto& name : option->get_lnames()) names.push_back("--" + name);
+        throw UsageError("there is no option " + inQuotes(word.substr(0, word.find('='))) + " " +
+                         nearest(word.substr(0, word.find('=')), names));
+    }
+    if (app.get_parent())
+        throw UsageError(app.get_name() + " does not take the argument " + inQuotes(word) +
+                         " (quillhost " + app.get_name() + " --help shows what it takes)");
+    for (const auto* c : commands()) names.emplace_back(c->name);
+    throw UsageError("there is no command " + inQuotes(word) + " " + nearest(word, names));
+}
+
+void refuseExtras(const CLI::App& app)
+{
+    const auto extras = app.remaining();
+    for (const auto& word : extras)
+        if (word.size() > 1 && word.front() == '-' && word != "--") refuseWord(app, word);
+    for (const auto& word : extras)
+        if (word != "--") refuseWord(app, word);
+}
+
+}  // namespace
+
+void CommandLine::addGlobals(CLI::App& app)
+{
+    app.set_help_flag("-h,--help", "show this help");
+    app.add_option("--module", module_,
+                   "module file (default: QUILLWORKS_MODULE, else the one installed)")
+        ->type_name("FILE");
+    app.add_flag("-q,--quiet", quiet_, "no progress and no remarks");
+    app.allow_extras();  // told apart below, with the nearest names
+}
+
+CommandLine::CommandLine(std::vector<std::string> words)
+    : app_("Runs audio effects on sound files.", "quillhost")
+{
+    addGlobals(app_);
+    app_.set_version_flag("--version", "quillhost " QUILLHOST_VERSION);
+    app_.footer("quillhost COMMAND --help shows a command's options and examples.\n"
+                "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 interrupted.");
+    app_.failure_message(CLI::FailureMessage::simple);
+    std::vector<Entry> entries;
+    for (const auto* command : commands()) {
+        auto* sub = app_.add_subcommand(command->name, command->summary);
+        addGlobals(*sub);
+        sub->footer(std::string("Examples:\n") + command->examples);
+        auto body = command->declare(*sub);
+        entries.push_back({command, sub, std::move(body)});
+    }
+
+    // `help` and `help COMMAND` are `--help`.
+    if (!words.empty() && words[0] == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    }
+    std::reverse(words.begin(), words.end());  // the order that the parser takes
+    try {
+        app_.parse(words);
+    } catch (const CLI::Success& asked) {  // help or version
+        if (app_.remaining_size() > 0 && app_.get_subcommands().empty()) refuseExtras(app_);
+        std::ostringstream answer;
+        app_.exit(asked, answer, answer);
+        answer_ = answer.str();
+        return;
+    } catch (const CLI::ParseError& error) {
+        throw UsageError(error.what());
+    }
+    refuseExtras(app_);
+    for (auto& entry : entries) {
+        if (!entry.app->parsed()) continue;
+        refuseExtras(*entry.app);
+        command_ = entry.command;
+        body_ = std::move(entry.run);
+        return;
+    }
+    throw UsageError("no command given (" + commandNames() + ")");
+}
+
+}  // namespace quillhost

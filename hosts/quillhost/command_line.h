@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: ISC
+// The words of the command line, understood but not yet acted upon.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "command.h"
+
+namespace quillhost {
+
+class CommandLine {
+public:
+    /// The words after the program's name. UsageError for what is no command or what the command
+    /// does not take.
+    explicit CommandLine(std::vector<std::string> words);
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
+
+    /// What to run; null where only help or the version is asked for, which answer() gives.
+    const Command* command() const noexcept { return command_; }
+    const std::string& answer() const noexcept { return answer_; }
+    const std::string& module() const noexcept { return module_; }
+    bool quiet() const noexcept { return quiet_; }
+
+    /// Runs the command; gives the exit code.
+    int run(Session& session) const { return body_(session); }
+
+private:
+    void addGlobals(CLI::App& app);
+
+    CLI::App app_;  // what commands look up in it is valid as long as this lives
+    std::string module_, answer_;
+    bool quiet_ = false;
+    const Command* command_ = nullptr;
+    std::function<int(Session&)> body_;
+};
+
+}  // namespace quillhost

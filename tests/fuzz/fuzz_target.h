@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: ISC
+// What the fuzz targets share: a fault that is no crash, and effects to load things into.
+#pragma once
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "module/module_main.h"
+#include "vnk/effect.h"
+
+/// One input through the code under test. libFuzzer calls it, and so does the regression program.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace quillworks::fuzz {
+
+/// A broken promise: ends the fuzzer like a crash does, and fails the regression test.
+inline void require(bool holds, const char* promise)
+{
+    if (!holds) throw std::logic_error(promise);
+}
+
+inline std::string_view textOf(const std::uint8_t* data, std::size_t size)
+{
+    return {reinterpret_cast<const char*>(data), size};
+}
+
+inline VNK::IClassFactory& factory()
+{
+    static const auto shared = VNK::Ref<VNK::IClassFactory>::adopt(VNKGetClassFactory());
+    return *shared;
+}
+
+inline VNK::Ref<VNK::IEffectComponent> create(const VNK::UID& classId)
+{
+    const auto object = VNK::Ref<VNK::IObject>::adopt(factory().createInstance(classId));
+    return VNK::queryInterface<VNK::IEffectComponent>(object.get());
+}
+
+/// The effect of a class, the same one at each call, ready for loadedOrUntouched(); without such a
+/// class the compressor.
+inline VNK::IEffectComponent& effectOf(VNK::UID classId)
+{
+    static std::map<VNK::UID, VNK::Ref<VNK::IEffectComponent>> effects;
+    auto& effect = effects[classId];
+    if (!effect) effect = create(classId);
+    if (!effect) {
+        effects.erase(classId);
+        return effectOf(VNK::UID::constant("{F5E10250-E10F-4447-AC90-5B8001BE5158}"));
+    }
+    return *effect;
+}
+
+inline constexpr int kFrames = 32;
+
+/// One block of a square wave in mono at a low rate, where the delay lines that reset() clears are
+/// short: nothing that a state may hold makes the output other than finite.
+inline void processes(VNK::IEffectComponent& effect)
+{
+    auto& algorithm = *effect.algorithm();
+    const auto mono = VNK::SpeakerArrangement::withChannels(1);
+    const auto layout =
+        algorithm.acceptsArrangement(mono, mono) ? mono : VNK::SpeakerArrangement::withChannels(2);
+    static std::map<const void*, bool> prepared;
+    if (!std::exchange(prepared[&effect], true)) {
+        algorithm.setSpeakerArrangement(layout, layout);
+        algorithm.setSampleRate(kFrames, 8000);
+    }
+    algorithm.reset();
+    float left[kFrames], right[kFrames];
+    for (int i = 0; i < kFrames; ++i) left[i] = right[i] = i % 8 < 4 ? 0.5f : -0.5f;
+    void* channels[] = {left, right};
+    VNK::ProcessData data;
+    data.inputs = channels;
+    data.outputs = channels;
+    data.inputChannels = data.outputChannels = layout.channels;
+    data.frames = kFrames;
+    algorithm.process(data);
+    for (const float y : left) require(std::isfinite(y), "the output is finite");
+}
+
+inline std::string savedState(const VNK::IEffectComponent& effect)
+{
+    VNK::StringSink sink;
+    require(effect.saveState(sink), "a state can be saved");
+    return sink.text();
+}
+
+/// Loads a state or preset. What is refused leaves the effect alone and has a reason; what is
+/// accepted leaves values within their ranges, comes back bit for bit, and processes.
+inline void loadedOrUntouched(VNK::IEffectComponent& effect,
+                              bool (VNK::IEffectComponent::*load)(const void*, std::size_t),
+                              std::string_view data)
+{
+    const auto before = savedState(effect);
+    const bool isLoaded = (effect.*load)(data.data(), data.size());
+    const std::string_view reason = effect.refusalReason();
+    const auto after = savedState(effect);
+    if (!isLoaded) {
+        require(!reason.empty(), "a refusal has a reason");
+        require(after == before, "a refusal changes nothing");
+        return;
+    }
+    for (int i = 0; i < effect.countParameters(); ++i) {
+        VNK::ParameterInfo p{};
+        effect.getParameter(i, p);
+        const float value = effect.getValue(i);
+        if (p.isStored())
+            require(value >= p.minimum && value <= p.maximum, "values are within their ranges");
+        char text[64];
+        effect.valueToText(i, value, text, sizeof text);
+    }
+    processes(effect);
+    VNK::StringSink preset;
+    const std::string name = effect.programName();
+    require(effect.savePreset(name.c_str(), preset), "a preset can be saved");
+    require(effect.loadState(after.data(), after.size()), "a saved state loads");
+    require(*effect.refusalReason() == 0, "a saved state needs no mending");
+    require(savedState(effect) == after, "a saved state comes back bit for bit");
+    require(effect.loadPreset(preset.text().data(), preset.text().size()), "a saved preset loads");
+    require(*effect.refusalReason() == 0, "a saved preset needs no mending");
+    require(savedState(effect) == after, "a saved preset comes back bit for bit");
+    require(effect.programName() == name, "a preset keeps its name");
+}
+
+}  // namespace quillworks::fuzz

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: ISC
+// Binary states, each into the effect whose class it names.
+#include <algorithm>
+
+#include "tests/fuzz/fuzz_target.h"
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    using namespace quillworks::fuzz;
+    constexpr std::size_t kClassAt = 8;  // after magic and version
+    VNK::UID id;
+    if (size >= kClassAt + id.bytes.size())
+        std::copy_n(data + kClassAt, id.bytes.size(), id.bytes.begin());
+    loadedOrUntouched(effectOf(id), &VNK::IEffectComponent::loadState, textOf(data, size));
+    return 0;
+}
