@@ -12,6 +12,7 @@
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
 #include "tests/support/audio_thread_guard.h"
+#include "tests/support/listener.h"
 #include "tests/support/signals.h"
 
 namespace quillworks::test {
@@ -164,15 +165,6 @@ public:
     {
         if (state.algorithmVersion.value_or(1) < 3) state.set("gain", -3);
     }
-};
-
-struct Listener final : VNK::IEffectListener {
-    void message(const char* name) noexcept override { messages.emplace_back(name); }
-    void parameterChanged(std::int32_t i) noexcept override { changed.push_back(i); }
-    void editBegun(std::int32_t i) noexcept override { edits.push_back(i); }
-    void editEnded(std::int32_t i) noexcept override { edits.push_back(-i); }
-    std::vector<std::string> messages;
-    std::vector<int> changed, edits;
 };
 
 class Frame : public ::testing::Test {

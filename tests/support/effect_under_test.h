@@ -117,6 +117,20 @@ public:
     /// One channel.
     Signal<T> run(const Signal<T>& in, int block = 512) { return play({in}, block).front(); }
 
+    /// Plays a signal six times on every channel, a parameter at its two ends by turns.
+    Signal<T> runWhileSwitching(const std::string& key, const Signal<T>& in)
+    {
+        VNK::ParameterInfo info;
+        component_->getParameter(indexOf(key), info);
+        Signal<T> out;
+        for (int turn = 0; turn < 6; ++turn) {
+            set(key, turn % 2 ? info.minimum : info.maximum);
+            const auto y = play(Channels<T>(static_cast<std::size_t>(channels_), in), 37).front();
+            out.insert(out.end(), y.begin(), y.end());
+        }
+        return out;
+    }
+
     /// Frames at .. at + n of `in` to `out`, which may be `in`.
     void processBlock(const Channels<T>& in, Channels<T>& out, int at, int n)
     {

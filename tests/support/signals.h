@@ -98,6 +98,16 @@ double peakDifferenceDb(const Channels<A>& a, const Channels<B>& b)
     return worst;
 }
 
+/// Largest change from one sample to the next: what a click is told by.
+template <typename T>
+double largestStep(const Signal<T>& x, std::size_t from = 0, std::size_t to = std::size_t(-1))
+{
+    double largest = 0;
+    for (std::size_t i = from + 1; i < std::min(to, x.size()); ++i)
+        largest = std::max(largest, std::abs(double(x[i]) - double(x[i - 1])));
+    return largest;
+}
+
 template <typename T> bool isFinite(const Signal<T>& x, std::size_t from = 0)
 {
     return std::all_of(x.begin() + static_cast<std::ptrdiff_t>(from), x.end(),
