@@ -127,7 +127,6 @@ protected:
     void declareAttribute(const char* key, std::int64_t value, bool isStored = true);
     /// An attribute that hosts may read but not set.
     void publishAttribute(const char* key, AttributeValue value);
-    const AudioEffectAlgorithm& effectAlgorithm() const noexcept { return *algorithm_; }
     /// Tempo in force, in beats per minute.
     float tempo() const noexcept { return static_cast<float>(algorithm_->tempo()); }
     bool isPrepared() const noexcept { return algorithm_->isPrepared(); }

@@ -45,7 +45,7 @@ struct ResourcesAt {
 std::uint64_t checksum(const std::string& text)
 {
     std::uint64_t sum = 0xcbf29ce484222325;
-    for (const unsigned char c : text) sum = (sum ^ c) * 0x100000001b3;
+    for (const char c : text) sum = (sum ^ static_cast<unsigned char>(c)) * 0x100000001b3;
     return sum;
 }
 
