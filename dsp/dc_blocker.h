@@ -5,6 +5,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "dsp/sanitise.h"
+
 namespace quillworks {
 
 /// y = g (x - x1) + rho y1 with a corner of 3 Hz. Pole and states are doubles in both precisions:
@@ -26,7 +28,7 @@ public:
             const double in = x[i];
             y1 = gain_ * (in - x1) + rho_ * y1;
             x1 = in;
-            if (!std::isfinite(y1)) x1 = y1 = 0;  // the filter is not poisoned by a bad sample
+            if (!(std::abs(y1) <= kLargestSample)) x1 = y1 = 0;  // a bad sample would ring for long
             x[i] = static_cast<T>(y1);
         }
         if (std::abs(y1) < 1e-20) y1 = 0;

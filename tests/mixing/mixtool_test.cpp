@@ -214,6 +214,12 @@ TYPED_TEST(MixTool, DcBlockerTakesTheOffsetAndLeavesTheBass)
     EXPECT_NEAR(db(amplitudeAt(y, 20, 48000, 48000, 96000)), -0.10, 0.01);
     y = fx.run(sine<TypeParam>(96000, 1000, 48000));
     EXPECT_NEAR(db(amplitudeAt(y, 1000, 48000, 48000, 96000)), 0, 0.001);
+
+    auto x = constant<TypeParam>(48000, 0);
+    x[100] = TypeParam(1e30);
+    y = fx.run(x);
+    y.erase(y.begin(), y.begin() + 101);
+    EXPECT_LT(peak(y), 1) << "an absurd sample rings";
 }
 
 TEST(ChannelPairs, LeftTradesWithRightOfItsKind)
