@@ -74,7 +74,7 @@ public:
         }
         // The first tenth warms the allocator up; medians, as chains differ in what they leave.
         double atStart = memory_.front(), atEnd = memory_.back();
-        if (const auto tenth = static_cast<std::ptrdiff_t>(memory_.size() / 10); tenth >= 3) {
+        if (const auto tenth = static_cast<std::ptrdiff_t>(memory_.size() / 10); tenth >= 10) {
             atStart = median({memory_.begin() + tenth, memory_.begin() + 2 * tenth});
             atEnd = median({memory_.end() - tenth, memory_.end()});
             if (atEnd - atStart > options_.growth) found("memory has grown");
