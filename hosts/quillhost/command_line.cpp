@@ -69,6 +69,8 @@ CommandLine::CommandLine(std::vector<std::string> words)
     std::vector<Entry> entries;
     for (const auto* command : commands()) {
         auto* sub = app_.add_subcommand(command->name, command->summary);
+        // The options of a command that is not named are not asked for.
+        if (std::find(words.begin(), words.end(), command->name) == words.end()) continue;
         addGlobals(*sub);
         sub->footer(std::string("Examples:\n") + command->examples);
         auto body = command->declare(*sub);
