@@ -3,7 +3,7 @@
 #define HWY_TARGET_INCLUDE "dsp/moving_sum.cpp"
 #include "dsp/simd.h"
 //
-#include <algorithm>
+#include <cstdint>
 
 #include "dsp/moving_sum.h"
 #include "dsp/scan-inl.h"
@@ -16,8 +16,9 @@ namespace hn = hwy::HWY_NAMESPACE;
 using I = hn::CappedTag<std::int64_t, 8>;
 constexpr int kLanes = static_cast<int>(hn::MaxLanes(I()));
 
-/// x becomes the sums, from `sum` on, of what comes, x, less what goes. Returns the last one.
-std::int64_t addUp(std::int64_t* x, const std::int64_t* goes, int n, std::int64_t sum)
+/// The sums, from `sum` on, of what comes less what goes. Returns the last one.
+std::int64_t addUp(const std::int64_t* comes, const std::int64_t* goes, std::int64_t* sums, int n,
+                   std::int64_t sum)
 {
     const I d;
     int i = 0;
@@ -26,13 +27,14 @@ std::int64_t addUp(std::int64_t* x, const std::int64_t* goes, int n, std::int64_
         const auto add = [](auto a, auto b) HWY_ATTR { return hn::Add(a, b); };
         auto before = hn::Set(d, sum);
         for (; i + kLanes <= n; i += kLanes) {
-            const auto sums = scan.of(hn::Sub(hn::LoadU(d, x + i), hn::LoadU(d, goes + i)), add);
-            hn::StoreU(hn::Add(sums, before), d, x + i);
-            before = hn::Add(before, scan.last(sums));
+            const auto change = hn::Sub(hn::LoadU(d, comes + i), hn::LoadU(d, goes + i));
+            const auto since = scan.of(change, add);
+            hn::StoreU(hn::Add(since, before), d, sums + i);
+            before = hn::Add(before, scan.last(since));
         }
         sum = hn::GetLane(before);
     }
-    for (; i < n; ++i) x[i] = sum += x[i] - goes[i];
+    for (; i < n; ++i) sums[i] = sum += comes[i] - goes[i];
     return sum;
 }
 
@@ -46,20 +48,15 @@ namespace quillworks {
 HWY_EXPORT(addUp);
 namespace {
 
-std::int64_t (*const addUpBest)(std::int64_t*, const std::int64_t*, int,
+std::int64_t (*const addUpBest)(const std::int64_t*, const std::int64_t*, std::int64_t*, int,
                                 std::int64_t) = SIMD_CHOOSE(addUp);
 
 }  // namespace
 
-void MovingSum::process(std::int64_t* x, int n) noexcept
+void MovingSum::sums(std::int64_t* out, int n) noexcept
 {
-    for (int done = 0; done < n;) {
-        const int run = std::min(n - done, kRun);
-        std::int64_t* const room = past_.append(run);
-        std::copy_n(x + done, run, room);
-        sum_ = addUpBest(x + done, room - length_, run, sum_);
-        done += run;
-    }
+    const std::int64_t* const comes = past_.end() - n;
+    sum_ = addUpBest(comes, comes - length_, out, n, sum_);
 }
 
 }  // namespace quillworks

@@ -10,11 +10,14 @@ namespace quillworks {
 
 class MovingSum {
 public:
-    /// Sums over `length` >= 1 samples. Allocates.
-    void prepare(int length)
+    /// Padding behind the room that append() gives: it may be filled in whole vectors.
+    static constexpr int kPadding = 7;
+
+    /// Sums over `length` >= 1 samples, up to `longest` at once. Allocates.
+    void prepare(int length, int longest)
     {
         length_ = length;
-        past_.prepare(length, kRun);
+        past_.prepare(length, longest, kPadding);
         reset();
     }
     void reset() noexcept
@@ -24,12 +27,12 @@ public:
     }
     int length() const noexcept { return length_; }
 
-    /// Replaces each sample by the sum of it and the length - 1 before it.
-    void process(std::int64_t* x, int n) noexcept;
+    /// Room for the next `n` samples, to be filled by the caller.
+    std::int64_t* append(int n) noexcept { return past_.append(n); }
+    /// For each of the `n` samples of the latest append(), the sum of it and the length - 1 before.
+    void sums(std::int64_t* out, int n) noexcept;
 
 private:
-    static constexpr int kRun = 256;  // samples taken at once
-
     RecentSamples<std::int64_t> past_;
     int length_ = 1;
     std::int64_t sum_ = 0;

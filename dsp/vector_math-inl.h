@@ -155,8 +155,8 @@ template <class D> struct Split {
     }
 };
 
-/// 2^(x / octave)
-template <class D, class V> HWY_INLINE V exponential(D d, V x, long double octave)
+/// 2^(x / octave), where that is a normal number.
+template <class D, class V> HWY_INLINE V ordinaryExponential(D d, V x, long double octave)
 {
     using F = FormatOf<D>;
     using T = hn::TFromD<D>;
@@ -177,8 +177,15 @@ template <class D, class V> HWY_INLINE V exponential(D d, V x, long double octav
         f = hn::Mul(f, hn::Set(d, T(1 / octave)));
     }
     const auto mantissa = hn::MulAdd(polynomial(d, F::kExp2, f), f, hn::Set(d, T(1)));
-    V result = y.scale(d, mantissa);
+    return y.scale(d, mantissa);
+}
 
+/// 2^(x / octave)
+template <class D, class V> HWY_INLINE V exponential(D d, V x, long double octave)
+{
+    using F = FormatOf<D>;
+    using T = hn::TFromD<D>;
+    V result = ordinaryExponential(d, x, octave);
     const auto least = hn::Set(d, T((1 - F::kBias) * octave));
     const auto beyond = hn::Set(d, T((1 + F::kBias) * octave));
     const auto ordinary = hn::And(hn::Ge(x, least), hn::Lt(x, beyond));

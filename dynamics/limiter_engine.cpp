@@ -185,34 +185,33 @@ void LimiterEngine::findGain() noexcept
     isLimiting_ = false;
     if (!isLoud && follower().isIdle()) return;
 
-    follow(isLoud);
-    const double most = gainsFromDecibels(gain_, frames_);
+    const double most = follow(isLoud);
     isLimiting_ = most > 0;
     reduction_ = std::max(reduction_, most);
 }
 
-/// Leaves the gain in dB.
-void LimiterEngine::follow(bool isLoud) noexcept
+/// Leaves the gain and returns the largest reduction in dB.
+double LimiterEngine::follow(bool isLoud) noexcept
 {
     const int n = truePeak_ ? kPhases * frames_ : frames_;
     const bool isHard = curve_.shape().isHard();
     if (!isLoud) {
         vec::clear(wanted_, n);
-        follower().process(wanted_, wanted_, gain_, n);
-    } else if (!truePeak_) {
-        curve_.reductions(levels_, wanted_, due_, n);
-        follower().process(wanted_, isHard ? wanted_ : due_, gain_, n);
-    } else {
-        // The levels lie phase by phase.
-        alignas(64) double wanted[kMost], due[kMost];
-        curve_.reductions(levels_, wanted_, due_, kMost);
-        for (int i = 0; i < frames_; ++i)
-            for (int p = 0; p < kPhases; ++p) wanted[kPhases * i + p] = wanted_[p * kStride + i];
-        if (!isHard)
-            for (int i = 0; i < frames_; ++i)
-                for (int p = 0; p < kPhases; ++p) due[kPhases * i + p] = due_[p * kStride + i];
-        follower().process(wanted, isHard ? wanted : due, gain_, n);
+        return follower().process(wanted_, wanted_, gain_, n);
     }
+    if (!truePeak_) {
+        curve_.reductions(levels_, wanted_, due_, n);
+        return follower().process(wanted_, isHard ? wanted_ : due_, gain_, n);
+    }
+    // The levels lie phase by phase.
+    alignas(64) double wanted[kMost], due[kMost];
+    curve_.reductions(levels_, wanted_, due_, kMost);
+    for (int i = 0; i < frames_; ++i)
+        for (int p = 0; p < kPhases; ++p) wanted[kPhases * i + p] = wanted_[p * kStride + i];
+    if (!isHard)
+        for (int i = 0; i < frames_; ++i)
+            for (int p = 0; p < kPhases; ++p) due[kPhases * i + p] = due_[p * kStride + i];
+    return follower().process(wanted, isHard ? wanted : due, gain_, n);
 }
 
 bool LimiterEngine::findTruePeakLevels() noexcept

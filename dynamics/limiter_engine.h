@@ -64,7 +64,7 @@ public:
     double takeReduction() noexcept;
 
 private:
-    static constexpr int kLongest = 128;   // frames of a slice
+    static constexpr int kLongest = 256;   // frames of a slice
     template <typename T> struct Limits {  // the largest values not above the working ceiling
         alignas(64) T values[kLongest];
     };
@@ -84,7 +84,7 @@ private:
     void curveChanged() noexcept;
     void clipStageChanged() noexcept;
     bool findTruePeakLevels() noexcept;
-    void follow(bool isLoud) noexcept;
+    double follow(bool isLoud) noexcept;
     double* room(int channel) noexcept;
     const double* delayed(int channel) const noexcept;
     const double* clip(const double* x) noexcept;

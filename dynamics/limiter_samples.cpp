@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <type_traits>
 
-#include "dsp/vector_math-inl.h"
 #include "dynamics/limiter_samples.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -79,21 +78,6 @@ HWY_INLINE double take(const T* x, const double* gain, double* u, double* levels
     return begins ? takeAll<true>(x, along, u, levels, n) : takeAll<false>(x, along, u, levels, n);
 }
 
-double toLinear(double* gain, int n)
-{
-    const D d;
-    constexpr int lanes = static_cast<int>(hn::MaxLanes(D()));
-    auto least = hn::Zero(d);
-    for (int i = 0; i < n; i += lanes) {
-        auto db = hn::LoadU(d, gain + i);
-        if (n - i < lanes)
-            db = hn::IfThenElseZero(hn::FirstN(d, static_cast<std::size_t>(n - i)), db);
-        least = hn::Min(least, db);
-        hn::StoreU(vec::HWY_NAMESPACE::gainFromDecibels(d, db), d, gain + i);
-    }
-    return -hn::GetLane(hn::MinOfLanes(d, least));
-}
-
 template <class Lanes, typename T>
 HWY_INLINE void putLanes(Lanes, hn::Vec<Lanes> v, hn::Vec<hn::Rebind<T, Lanes>> limit, T* x)
 {
@@ -155,11 +139,8 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace quillworks {
 
-HWY_EXPORT(toLinear);
 HWY_EXPORT(waysOfFloat);
 HWY_EXPORT(waysOfDouble);
-
-double (*const gainsFromDecibels)(double* gain, int n) = SIMD_CHOOSE(toLinear);
 
 const WayThrough<float>* const floatWays = SIMD_CHOOSE(waysOfFloat)();
 const WayThrough<double>* const doubleWays = SIMD_CHOOSE(waysOfDouble)();

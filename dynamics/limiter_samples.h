@@ -16,10 +16,6 @@ template <typename T> void clean(T* x, int n) noexcept
         x[i] = x[i] == x[i] ? std::clamp(x[i], T(-kLargestInput), T(kLargestInput)) : T(0);
 }
 
-/// Gains from dB, <= 0, to linear. Returns the largest reduction in dB, >= 0. The array is padded
-/// to whole vectors of 8.
-extern double (*const gainsFromDecibels)(double* gain, int n);
-
 /// The two loops over the samples of a channel.
 template <typename T> struct WayThrough {
     /// In: u = x * gain, of x as clean() leaves it. `levels` becomes |u|, or, unless it `begins`,

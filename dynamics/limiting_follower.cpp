@@ -4,10 +4,12 @@
 #include "dsp/simd.h"
 //
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 #include "dsp/decibel.h"
 #include "dsp/vec.h"
+#include "dsp/vector_math-inl.h"
 #include "dynamics/limiting_follower.h"
 
 #ifndef QUILLWORKS_LIMITING_FOLLOWER_CONSTANTS
@@ -19,6 +21,7 @@ constexpr double kStepsPerDb = 16777216;            // 2^24: the running sums st
 constexpr double kWhole = 4503599627370496.0;       // 2^52: doubles from here on are whole numbers,
 constexpr std::int64_t kWholeBits = 0x433LL << 52;  // in their low bits
 constexpr double kSmallest = 1e-5;                  // dB: a release ends here
+constexpr double kDbPerOctave = 6.0205999132796239;  // 20 log10(2)
 
 }  // namespace
 }  // namespace quillworks
@@ -41,10 +44,7 @@ void roundUp(const double* a, const double* b, std::int64_t* steps, int n)
     const auto whole = hn::Set(d, kWhole);
     for (int i = 0; i < n; i += kLanes) {
         const auto db = hn::Max(hn::LoadU(d, a + i), hn::LoadU(d, b + i));
-        const auto exact = hn::Mul(db, hn::Set(d, kStepsPerDb));
-        const auto nearest = hn::Add(exact, whole);  // rounds
-        const auto below = hn::Lt(hn::Sub(nearest, whole), exact);
-        const auto up = hn::Add(nearest, hn::IfThenElseZero(below, hn::Set(d, 1.0)));
+        const auto up = hn::Add(hn::Ceil(hn::Mul(db, hn::Set(d, kStepsPerDb))), whole);
         hn::StoreU(hn::Sub(hn::BitCast(i64, up), hn::Set(i64, kWholeBits)), i64, steps + i);
     }
 }
@@ -123,16 +123,23 @@ void move(LimitingFollower::Body& body, const double* soon, const double* recent
     body.steps = steps;
 }
 
-/// gain[i] = -steps[i] * unit, padded likewise. The steps are below 2^52.
-void toGain(const std::int64_t* steps, double unit, double* gain, int n)
+/// gain[i] = 2^(-steps[i] * unit), padded likewise. The steps are below 2^52. Returns the largest
+/// exponent without its sign.
+double toGain(const std::int64_t* steps, double unit, double* gain, int n)
 {
     const D d;
     const I i64;
+    auto least = hn::Zero(d);
     for (int i = 0; i < n; i += kLanes) {
         const auto bits = hn::Add(hn::LoadU(i64, steps + i), hn::Set(i64, kWholeBits));
         const auto minus = hn::Sub(hn::Set(d, kWhole), hn::BitCast(d, bits));
-        hn::StoreU(hn::Mul(minus, hn::Set(d, unit)), d, gain + i);
+        auto octaves = hn::Mul(minus, hn::Set(d, unit));
+        if (n - i < kLanes)
+            octaves = hn::IfThenElseZero(hn::FirstN(d, static_cast<std::size_t>(n - i)), octaves);
+        least = hn::Min(least, octaves);
+        hn::StoreU(vec::HWY_NAMESPACE::ordinaryExponential(d, octaves, 1), d, gain + i);
     }
+    return -hn::GetLane(hn::MinOfLanes(d, least));
 }
 
 }  // namespace
@@ -149,7 +156,7 @@ namespace {
 
 void (*const roundUpBest)(const double*, const double*, std::int64_t*, int) = SIMD_CHOOSE(roundUp);
 
-void (*const toGainBest)(const std::int64_t*, double, double*, int) = SIMD_CHOOSE(toGain);
+double (*const toGainBest)(const std::int64_t*, double, double*, int) = SIMD_CHOOSE(toGain);
 
 void (*const moveBest)(LimitingFollower::Body&, const double*, const double*, double*,
                        int) = SIMD_CHOOSE(move);
@@ -167,9 +174,9 @@ void LimitingFollower::prepare(double rate, int maxSamples)
     wanted_.prepare(support, support + span_);
     due_.prepare(support, support + span_);  // alike, so that one can take over from the other
     // Two lengths that give one mean of `support` samples together.
-    inner_.prepare(lookAhead_ / 2 + 1);
-    outer_.prepare(support + 1 - inner_.length());
-    unit_ = 1 / (kStepsPerDb * inner_.length() * outer_.length());
+    inner_.prepare(lookAhead_ / 2 + 1, maxSamples);
+    outer_.prepare(support + 1 - inner_.length(), maxSamples);
+    unit_ = 1 / (kDbPerOctave * kStepsPerDb * inner_.length() * outer_.length());
     quietEnough_ = support + span_ + support;
     const auto size = static_cast<std::size_t>(maxSamples + kPadding);
     for (auto* buffer : {&soon_, &recent_, &body_, &other_}) buffer->resize(size);
@@ -230,10 +237,10 @@ void LimitingFollower::Body::setPaces(double attackCoefficient, double releaseCo
     release.set(releaseCoefficient);
 }
 
-void LimitingFollower::process(const double* wanted, const double* due, double* gain,
-                               int n) noexcept
+double LimitingFollower::process(const double* wanted, const double* due, double* gain,
+                                 int n) noexcept
 {
-    if (n <= 0) return;
+    if (n <= 0) return 0;
     double* const soon = soon_.data();
     double* const body = body_.data();
     const double* recent = soon;
@@ -260,20 +267,20 @@ void LimitingFollower::process(const double* wanted, const double* due, double* 
         due_.process(due, n, other_.data());
         dip = other_.data();
     }
-    std::int64_t* const steps = steps_.data();
-    roundUpBest(body, catches_ ? dip : body, steps, n);
+    roundUpBest(body, catches_ ? dip : body, inner_.append(n), n);
 
     // The look-ahead still holds what was wanted in this call, and the body can only have fallen.
     const bool isQuiet = body[0] == 0 && vec::peak(soon, n) == 0;
     quiet_ = isQuiet ? std::min(quiet_ + n, quietEnough_) : 0;
-    inner_.process(steps, n);
-    outer_.process(steps, n);
+    inner_.sums(outer_.append(n), n);
+    std::int64_t* const steps = steps_.data();
+    outer_.sums(steps, n);
     int count = n;
     if (every_ > 1) {
         count = 0;
         for (int i = first_; i < n; i += every_) steps[count++] = steps[i];
     }
-    toGainBest(steps, unit_, gain, count);
+    return kDbPerOctave * toGainBest(steps, unit_, gain, count);
 }
 
 }  // namespace quillworks

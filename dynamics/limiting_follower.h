@@ -52,9 +52,10 @@ public:
         every_ = every;
     }
 
-    /// From the wanted and the due reductions, in dB and >= 0, to the smooth gain in dB, <= 0.
-    /// `due` may be `wanted` itself. `gain` is written in whole vectors, up to 7 more values.
-    void process(const double* wanted, const double* due, double* gain, int n) noexcept;
+    /// From the wanted and the due reductions, in dB and >= 0, to the smooth gain, linear. `due` may
+    /// be `wanted` itself. `gain` is written in whole vectors, up to 7 more values. Returns the
+    /// largest reduction given out, in dB and >= 0.
+    double process(const double* wanted, const double* due, double* gain, int n) noexcept;
 
     /// One-pole towards a goal that stays for a while: the distance to it shrinks by powers of the
     /// coefficient, which lie ready, so that whole vectors can be taken at once. Counted from where
@@ -86,7 +87,7 @@ private:
     bool lags_ = false;  // due_ has missed samples, all alike
     MovingSum inner_, outer_;
     int first_ = 0, every_ = 1;
-    double unit_ = 1;                  // dB per step of the second sum
+    double unit_ = 1;                  // octaves of gain per step of the second sum
     int quiet_ = 0, quietEnough_ = 0;  // samples
     std::vector<double> soon_, recent_, body_, other_;
     std::vector<std::int64_t> steps_;
