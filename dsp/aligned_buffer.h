@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -101,6 +102,11 @@ public:
             return false;
         }
         return bytes_.resize(count * sizeof(T));
+    }
+    /// The same, but throws std::bad_alloc.
+    void require(std::size_t count)
+    {
+        if (!resize(count)) throw std::bad_alloc();
     }
     void clear() noexcept { bytes_.clear(); }
     void fill(T value) noexcept

@@ -59,7 +59,7 @@ public:
     {
         clear();
         length_ = 1;
-        if (!ring_.resize(static_cast<std::size_t>(std::max(length, 1)))) throw std::bad_alloc();
+        ring_.require(static_cast<std::size_t>(std::max(length, 1)));
     }
 
     /// Makes the window `length` samples long (0: as 1) and empties it. False, and nothing changed,

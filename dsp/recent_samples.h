@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <vector>
+
+#include "dsp/aligned_buffer.h"
 
 namespace quillworks {
 
@@ -17,22 +18,24 @@ public:
     void prepare(int past, int longest, int padding = 0)
     {
         past_ = past;
+        // Pieces of whole vectors lie on their boundaries.
+        start_ = (past + kVector - 1) / kVector * kVector;
         // Moves are rare, and the buffer stays small enough for the nearest cache.
-        usable_ = past + std::max({past, 2 * longest, 512});
-        samples_.resize(static_cast<std::size_t>(usable_ + padding));
+        usable_ = start_ + std::max({past, 2 * longest, 512});
+        samples_.require(static_cast<std::size_t>(usable_ + padding));
         reset();
     }
     void reset() noexcept
     {
-        std::fill(samples_.begin(), samples_.end(), T(0));
-        end_ = past_;
+        samples_.fill(0);
+        end_ = start_;
     }
     /// Room for the next `n` samples, to be filled by the caller.
     T* append(int n) noexcept
     {
         if (end_ + n > usable_) {
-            std::copy_n(samples_.data() + end_ - past_, past_, samples_.data());
-            end_ = past_;
+            std::copy_n(samples_.data() + end_ - past_, past_, samples_.data() + start_ - past_);
+            end_ = start_;
         }
         T* const room = samples_.data() + end_;
         end_ += n;
@@ -42,8 +45,10 @@ public:
     const T* end() const noexcept { return samples_.data() + end_; }
 
 private:
-    std::vector<T> samples_;
-    int past_ = 0, usable_ = 0, end_ = 0;
+    static constexpr int kVector = 16;  // samples
+
+    AlignedBuffer<T> samples_;
+    int past_ = 0, start_ = 0, usable_ = 0, end_ = 0;
 };
 
 }  // namespace quillworks

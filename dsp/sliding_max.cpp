@@ -92,21 +92,32 @@ void SlidingMax::prepare(int shortest, int longest)
     block_ = 1;
     while (2 * block_ < shortest && block_ * block_ < longest) block_ *= 2;
     slots_ = (longest - 1) / block_ + 2;
-    fromEnd_.resize(static_cast<std::size_t>(slots_ * block_));
-    tops_.resize(static_cast<std::size_t>(slots_));
-    open_.resize(static_cast<std::size_t>(block_));
+    fromEnd_.require(static_cast<std::size_t>(slots_ * block_));
+    tops_.require(static_cast<std::size_t>(slots_));
+    open_.require(static_cast<std::size_t>(block_));
     for (auto& w : windows_) w.length = shortest;
     reset();
 }
 
 void SlidingMax::reset() noexcept
 {
-    std::fill(fromEnd_.begin(), fromEnd_.end(), 0.0);
-    std::fill(tops_.begin(), tops_.end(), 0.0);
-    std::fill(open_.begin(), open_.end(), 0.0);
+    fromEnd_.fill(0);
+    tops_.fill(0);
+    open_.fill(0);
     present_ = at_ = 0;
     top_ = 0;
     for (auto& w : windows_) setLength(w, w.length);
+}
+
+void SlidingMax::takeOver(const SlidingMax& other) noexcept
+{
+    std::copy(other.fromEnd_.begin(), other.fromEnd_.end(), fromEnd_.begin());
+    std::copy(other.tops_.begin(), other.tops_.end(), tops_.begin());
+    std::copy(other.open_.begin(), other.open_.end(), open_.begin());
+    present_ = other.present_;
+    at_ = other.at_;
+    top_ = other.top_;
+    std::copy(std::begin(other.windows_), std::end(other.windows_), windows_);
 }
 
 void SlidingMax::setLength(Window& w, int length) noexcept

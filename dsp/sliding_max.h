@@ -3,7 +3,8 @@
 #pragma once
 
 #include <cstddef>
-#include <vector>
+
+#include "dsp/aligned_buffer.h"
 
 namespace quillworks {
 
@@ -21,6 +22,8 @@ public:
     void prepare(int shortest, int longest);
     /// As after a signal of zeros.
     void reset() noexcept;
+    /// As after the signal that `other`, prepared alike, has had.
+    void takeOver(const SlidingMax& other) noexcept;
     /// Length of the second window; what has been heard so far counts.
     void setSecondWindow(int length) noexcept { setLength(windows_[1], length); }
 
@@ -53,12 +56,12 @@ private:
     void closeBlock() noexcept;
 
     int block_ = 1, slots_ = 2;
-    std::vector<double> fromEnd_;  // of each slot, maxima from sample i to the block's end
-    std::vector<double> tops_;     // of each slot, the block's maximum
-    std::vector<double> open_;     // samples of the open block
-    int present_ = 0;              // slot that the open block will take
-    int at_ = 0;                   // samples in the open block
-    double top_ = 0;               // their maximum
+    AlignedBuffer<double> fromEnd_;  // of each slot, maxima from sample i to the block's end
+    AlignedBuffer<double> tops_;     // of each slot, the block's maximum
+    AlignedBuffer<double> open_;     // samples of the open block
+    int present_ = 0;                // slot that the open block will take
+    int at_ = 0;                     // samples in the open block
+    double top_ = 0;                 // their maximum
     Window windows_[2];
 };
 

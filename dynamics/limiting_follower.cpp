@@ -179,8 +179,8 @@ void LimitingFollower::prepare(double rate, int maxSamples)
     unit_ = 1 / (kDbPerOctave * kStepsPerDb * inner_.length() * outer_.length());
     quietEnough_ = support + span_ + support;
     const auto size = static_cast<std::size_t>(maxSamples + kPadding);
-    for (auto* buffer : {&soon_, &recent_, &body_, &other_}) buffer->resize(size);
-    steps_.resize(size);
+    for (auto* buffer : {&soon_, &recent_, &body_, &other_}) buffer->require(size);
+    steps_.require(size);
     setHold(holds_);
     setTimes(attackSeconds_, releaseSeconds_);
     reset();
@@ -247,7 +247,7 @@ double LimitingFollower::process(const double* wanted, const double* due, double
     // While both reductions are the same, so are their maxima.
     const bool isSame = due == wanted && alike_ >= lookAhead_;
     alike_ = due == wanted ? std::min(alike_ + n, lookAhead_) : 0;
-    if (!isSame && lags_) due_ = wanted_;
+    if (!isSame && lags_) due_.takeOver(wanted_);
     lags_ = isSame;
 
     if (holds_) {

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
+#include "dsp/aligned_buffer.h"
 #include "dsp/moving_sum.h"
 #include "dsp/sliding_max.h"
 
@@ -52,8 +52,8 @@ public:
         every_ = every;
     }
 
-    /// From the wanted and the due reductions, in dB and >= 0, to the smooth gain, linear. `due` may
-    /// be `wanted` itself. `gain` is written in whole vectors, up to 7 more values. Returns the
+    /// From the wanted and the due reductions, in dB and >= 0, to the smooth gain, linear. `due`
+    /// may be `wanted` itself. `gain` is written in whole vectors, up to 7 more values. Returns the
     /// largest reduction given out, in dB and >= 0.
     double process(const double* wanted, const double* due, double* gain, int n) noexcept;
 
@@ -89,8 +89,8 @@ private:
     int first_ = 0, every_ = 1;
     double unit_ = 1;                  // octaves of gain per step of the second sum
     int quiet_ = 0, quietEnough_ = 0;  // samples
-    std::vector<double> soon_, recent_, body_, other_;
-    std::vector<std::int64_t> steps_;
+    AlignedBuffer<double> soon_, recent_, body_, other_;
+    AlignedBuffer<std::int64_t> steps_;
 };
 
 }  // namespace quillworks
