@@ -48,15 +48,15 @@ namespace quillworks {
 HWY_EXPORT(addUp);
 namespace {
 
-std::int64_t (*const addUpBest)(const std::int64_t*, const std::int64_t*, std::int64_t*, int,
-                                std::int64_t) = SIMD_CHOOSE(addUp);
+std::int64_t (*const chosenAddUp)(const std::int64_t*, const std::int64_t*, std::int64_t*, int,
+                                  std::int64_t) = SIMD_CHOOSE(addUp);
 
 }  // namespace
 
 void MovingSum::sums(std::int64_t* out, int n) noexcept
 {
     const std::int64_t* const comes = past_.end() - n;
-    sum_ = addUpBest(comes, comes - length_, out, n, sum_);
+    sum_ = chosenAddUp(comes, comes - length_, out, n, sum_);
 }
 
 }  // namespace quillworks

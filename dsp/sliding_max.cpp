@@ -82,8 +82,8 @@ HWY_EXPORT(slide);
 HWY_EXPORT(runBack);
 namespace {
 
-double (*const slideBest)(const SlidingMax::Run&) = SIMD_CHOOSE(slide);
-void (*const runBackBest)(const double*, int, double*) = SIMD_CHOOSE(runBack);
+double (*const chosenSlide)(const SlidingMax::Run&) = SIMD_CHOOSE(slide);
+void (*const chosenRunBack)(const double*, int, double*) = SIMD_CHOOSE(runBack);
 
 }  // namespace
 
@@ -173,7 +173,7 @@ void SlidingMax::process(const double* x, int n, double* first, double* second) 
             r.old[k] = isEarly ? fromEnd(w.blocks + 1) + block_ - w.rest + at_
                                : fromEnd(w.blocks) + at_ - w.rest;
         }
-        top_ = slideBest(r);
+        top_ = chosenSlide(r);
         for (int k = 0; k < 2; ++k)  // a window of one sample reaches into no block
             if (r.out[k] && windows_[k].length == 1) vec::copy(r.out[k], r.x, run);
         done += run;
@@ -185,7 +185,7 @@ void SlidingMax::process(const double* x, int n, double* first, double* second) 
 void SlidingMax::closeBlock() noexcept
 {
     double* const kept = fromEnd_.data() + present_ * block_;
-    runBackBest(open_.data(), block_, kept);
+    chosenRunBack(open_.data(), block_, kept);
     tops_[static_cast<std::size_t>(present_)] = *kept;
     present_ = present_ + 1 == slots_ ? 0 : present_ + 1;
     at_ = 0;

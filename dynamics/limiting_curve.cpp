@@ -78,8 +78,8 @@ namespace quillworks {
 
 HWY_EXPORT(reduce);
 namespace {
-void (*const reduceBest)(const LimitingCurve::Shape&, const double*, double*, double*,
-                         int) = SIMD_CHOOSE(reduce);
+void (*const chosenReduce)(const LimitingCurve::Shape&, const double*, double*, double*,
+                           int) = SIMD_CHOOSE(reduce);
 }
 
 double LimitingCurve::kneeOf(double threshold) noexcept
@@ -136,7 +136,7 @@ bool LimitingCurve::advance() noexcept
 void LimitingCurve::reductions(const double* levels, double* wanted, double* due,
                                int n) const noexcept
 {
-    reduceBest(shape_, levels, wanted, due, n);
+    chosenReduce(shape_, levels, wanted, due, n);
 }
 
 }  // namespace quillworks

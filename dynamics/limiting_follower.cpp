@@ -154,12 +154,13 @@ HWY_EXPORT(toGain);
 HWY_EXPORT(move);
 namespace {
 
-void (*const roundUpBest)(const double*, const double*, std::int64_t*, int) = SIMD_CHOOSE(roundUp);
+void (*const chosenRoundUp)(const double*, const double*, std::int64_t*,
+                            int) = SIMD_CHOOSE(roundUp);
 
-double (*const toGainBest)(const std::int64_t*, double, double*, int) = SIMD_CHOOSE(toGain);
+double (*const chosenToGain)(const std::int64_t*, double, double*, int) = SIMD_CHOOSE(toGain);
 
-void (*const moveBest)(LimitingFollower::Body&, const double*, const double*, double*,
-                       int) = SIMD_CHOOSE(move);
+void (*const chosenMove)(LimitingFollower::Body&, const double*, const double*, double*,
+                         int) = SIMD_CHOOSE(move);
 
 constexpr int kPadding = 8;  // of the arrays that kernels take by whole vectors
 
@@ -256,9 +257,9 @@ double LimitingFollower::process(const double* wanted, const double* due, double
     } else {
         wanted_.process(wanted, n, soon);
     }
-    moveBest(fast_, soon, recent, body, n);
+    chosenMove(fast_, soon, recent, body, n);
     if (programme_) {
-        moveBest(slow_, soon, recent, other_.data(), n);
+        chosenMove(slow_, soon, recent, other_.data(), n);
         vec::max(body, other_.data(), n);
     }
     present_ = body[n - 1];
@@ -267,7 +268,7 @@ double LimitingFollower::process(const double* wanted, const double* due, double
         due_.process(due, n, other_.data());
         dip = other_.data();
     }
-    roundUpBest(body, catches_ ? dip : body, inner_.append(n), n);
+    chosenRoundUp(body, catches_ ? dip : body, inner_.append(n), n);
 
     // The look-ahead still holds what was wanted in this call, and the body can only have fallen.
     const bool isQuiet = body[0] == 0 && vec::peak(soon, n) == 0;
@@ -280,7 +281,7 @@ double LimitingFollower::process(const double* wanted, const double* due, double
         count = 0;
         for (int i = first_; i < n; i += every_) steps[count++] = steps[i];
     }
-    return kDbPerOctave * toGainBest(steps, unit_, gain, count);
+    return kDbPerOctave * chosenToGain(steps, unit_, gain, count);
 }
 
 }  // namespace quillworks

@@ -194,8 +194,8 @@ namespace quillworks {
 HWY_EXPORT(raiseLevels);
 namespace {
 
-void (*const raiseBest)(const Filters&, TruePeakLevel::Channel&, const double*, int,
-                        double* const*) = SIMD_CHOOSE(raiseLevels);
+void (*const chosenRaise)(const Filters&, TruePeakLevel::Channel&, const double*, int,
+                          double* const*) = SIMD_CHOOSE(raiseLevels);
 
 /// Modified Bessel function of order 0, by its series.
 double bessel0(double x)
@@ -239,7 +239,7 @@ void TruePeakLevel::reset() noexcept
 
 void TruePeakLevel::raise(int channel, const double* x, int frames, double* const* level) noexcept
 {
-    raiseBest(kFilters, channels_[static_cast<std::size_t>(channel)], x, frames, level);
+    chosenRaise(kFilters, channels_[static_cast<std::size_t>(channel)], x, frames, level);
 }
 
 void TruePeakLevel::pass() noexcept

@@ -65,9 +65,10 @@ TEST(ModuleMain, LoadsAndUnloadsAnyNumberOfTimes)
         EXPECT_TRUE(VNKModuleMain(&handle, 2));
     }
     const auto kept = factory();
+    const int count = kept->countClasses();
     VNKModuleMain(&handle, 1);
     VNKModuleMain(&handle, 2);
-    EXPECT_EQ(kept->countClasses(), 31) << "a factory that the host holds stays valid";
+    EXPECT_EQ(kept->countClasses(), count) << "a factory that the host holds stays valid";
 }
 
 TEST(ModuleMain, FailsWithoutItsTheme)
@@ -101,21 +102,23 @@ TEST(Initialisers, RunInOrderStopAtTheFirstFailureAndAreUndoneBackwards)
     EXPECT_EQ(log, "abc-b-a");
 }
 
-TEST(Factory, OffersThirtyOneClassesOnce)
+TEST(Factory, OffersEveryClassOnce)
 {
     const auto first = factory(), second = factory();
     EXPECT_EQ(first.get(), second.get());
-    ASSERT_EQ(second->countClasses(), 31);
+    const int count = second->countClasses();
+    constexpr int published = 31;
+    ASSERT_GE(count, published);
     EXPECT_STREQ(first->moduleInformation().title, "Quillworks Pack");
     EXPECT_STREQ(first->moduleInformation().version, "5.0.0");
     EXPECT_STREQ(first->moduleId(), "quillworks");
     const std::set<std::string> groups{"Distortion", "Dynamics",   "Mixing",   "Tool",   "Delay",
                                        "Reverb",     "Modulation", "Analysis", "Spatial"};
     std::string ids;
-    for (int i = 0; i < 31; ++i) {
+    for (int i = 0; i < count; ++i) {
         const auto& c = *first->getClass(i);
         const std::string name = c.name->text();
-        ids += name + "=" + c.classId.text() + "\n";
+        if (i < published) ids += name + "=" + c.classId.text() + "\n";
         EXPECT_TRUE(groups.contains(c.subCategory->text())) << name;
         EXPECT_STREQ(c.category->text(), name == "Surround Panner" ? "AudioPanner" : "AudioEffect");
         EXPECT_EQ(c.flags, 0u);
@@ -128,8 +131,9 @@ TEST(Factory, OffersThirtyOneClassesOnce)
             << name;
     }
     // Songs and presets hold these: a change of name, order or ID is a song that no longer opens.
+    // New classes come behind them.
     EXPECT_EQ(checksum(ids), 0x64c3b617ea657fu) << ids;
-    EXPECT_EQ(first->getClass(31), nullptr);
+    EXPECT_EQ(first->getClass(count), nullptr);
     EXPECT_EQ(first->createInstance({}), nullptr);
     for (const char* withheld : {"Overdrive", "Multiband Distortion"})
         EXPECT_TRUE(VNK::Ref<VNK::IObject>::adopt(createEffect(withheld))) << withheld;
@@ -138,10 +142,11 @@ TEST(Factory, OffersThirtyOneClassesOnce)
 TEST(Factory, ManyInstancesComeAndGoInAnyOrder)
 {
     const auto f = factory();
+    const int count = f->countClasses();
     std::vector<VNK::Ref<VNK::IObject>> all;
     for (int i = 0; i < 200; ++i)
         all.push_back(
-            VNK::Ref<VNK::IObject>::adopt(f->createInstance(f->getClass(i % 31)->classId)));
+            VNK::Ref<VNK::IObject>::adopt(f->createInstance(f->getClass(i % count)->classId)));
     for (std::size_t i = 0; i < all.size(); i += 2) all[i] = {};
     all.clear();
 }
@@ -152,7 +157,7 @@ TEST(PluginManager, LoadsTheModuleAndSaysWhyOthersAreNone)
     for (int i = 0; i < 20; ++i) {
         const auto module = VNK::LoadedModule::load(QUILLWORKS_MODULE, reason);
         ASSERT_TRUE(module) << reason;
-        EXPECT_EQ(module->factory().countClasses(), 31);
+        EXPECT_EQ(module->factory().countClasses(), factory()->countClasses());
     }
     const Messages messages;
     const std::pair<const char*, const char*> cases[] = {

@@ -13,7 +13,7 @@ class Commands : public InFolder {};
 TEST_F(Commands, ListAndInfoDescribeEveryClass)
 {
     const auto list = Json::parse(run({"list", "--json"}).out);
-    ASSERT_EQ(list.size(), 31u);
+    ASSERT_GE(list.size(), 31u);
     for (std::size_t i = 0; i < list.size(); ++i) {
         const auto& row = list[i];
         const std::string name = row["name"];
