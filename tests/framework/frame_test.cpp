@@ -1,171 +1,20 @@
 // SPDX-License-Identifier: ISC
 // The frame around an effect, tried on a small effect of its own.
-#include <atomic>
-#include <cstdio>
-#include <functional>
-#include <iostream>
-#include <thread>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "dsp/smoothed.h"
-#include "framework/effect_component.h"
-#include "framework/precision_algorithm.h"
+#include "tests/framework/probe_effect.h"
 #include "tests/support/audio_thread_guard.h"
 #include "tests/support/listener.h"
 #include "tests/support/signals.h"
 
 namespace quillworks::test {
 namespace {
-
-struct ProbeSettings {
-    float gain;
-    float steps[3];
-    float late;
-};
-
-/// Multiplies by a glided gain, adds the side-chain, and remembers what it was told.
-template <typename T> struct ProbeCore {
-    using Settings = ProbeSettings;
-    enum Group : unsigned { Gain = 1, Steps = 2 };
-    void prepare(const ProcessSpec& spec)
-    {
-        if (spec.sampleRate == 666) throw std::bad_alloc();
-        gain.prepareHalfLife(4);
-    }
-    void reset() noexcept
-    {
-        gain.snap();
-        ++resets;
-    }
-    void apply(const Settings& s, unsigned dirty) noexcept
-    {
-        if (dirty & Gain) gain.target(T(s.gain));
-        if (dirty & Steps) sum = s.steps[0] + s.steps[1] + s.steps[2];
-    }
-    void process(const AudioBlock<T>& block) noexcept
-    {
-        transport = *block.transport;
-        side = block.sideChainChannels;
-        forEachSubBlock(block, [this](const AudioBlock<T>& part) {
-            const auto g = gain.next(part);
-            for (int c = 0; c < part.channels; ++c)
-                for (int i = 0; i < part.frames; ++i)
-                    part[c][i] *= g.from + (g.to - g.from) * T(i + 1) / T(part.frames);
-            for (int c = 0; c < part.sideChainChannels; ++c)
-                for (int i = 0; i < part.frames; ++i) part[0][i] += part.side(c)[i];
-        });
-    }
-    void setTempo(double t) noexcept { tempo = t; }
-    void setWetOnly(bool w) noexcept { wetOnly = w; }
-    void publish(MeterSlots& meters) noexcept
-    {
-        meters.publish("Gain"_tag + 1, float(gain.current()));
-        for (Tag c = 0; c < 4; ++c) meters.publish(700 + c, float(c));
-    }
-
-    Smoothed<T> gain;
-    float sum = 0;
-    int resets = 0, side = 0;
-    double tempo = 0;
-    bool wetOnly = false;
-    VNK::Transport transport;
-};
-
-constexpr const char* kTexts[] = {"Low", "Middle", "High"};
-constexpr Parameter<ProbeSettings> kProbe[] = {
-    {"gain",
-     "Gain"_tag,
-     "Gain",
-     Kind::Float,
-     -60,
-     12,
-     0,
-     "Media.DB",
-     &ProbeSettings::gain,
-     ProbeCore<float>::Gain,
-     conversion::decibels,
-     {.minText = "Off"}},
-    {"step",
-     500,
-     "Step",
-     Kind::List,
-     2,
-     4,
-     2,
-     "",
-     nullptr,
-     ProbeCore<float>::Steps,
-     conversion::asIs,
-     {.texts = kTexts},
-     {.count = 3,
-      .element = [](ProbeSettings& s, int i) -> float& { return s.steps[i]; },
-      .defaultAt = [](int i) { return float(2 + i); }}},
-    {"late", "Late"_tag, "Late", Kind::Toggle, 0, 1, 0, "", &ProbeSettings::late},
-    {"undeclared", "Unde"_tag, "Undeclared"},
-    {"level", "Gain"_tag + 1, "Level", Kind::Meter, 0, 2, 0.5},
-    {"reset", "Rset"_tag, "Reset", Kind::Trigger},
-    {"bypass", "Bypa"_tag, "Bypass", Kind::Bypass},
-    {"", "Edit"_tag, "", Kind::Command},
-    {"channel",
-     700,
-     "Channel",
-     Kind::Reading,
-     0,
-     9,
-     0,
-     "",
-     nullptr,
-     0,
-     conversion::asIs,
-     {},
-     {.count = 4, .perChannel = true}},
-};
-
-class ProbeAlgorithm final : public PrecisionAlgorithm<ProbeCore, AudioSideChainInsertAlgorithm> {
-public:
-    ProbeAlgorithm() : PrecisionAlgorithm(kProbe) {}
-    bool acceptsArrangement(const VNK::SpeakerArrangement& in,
-                            const VNK::SpeakerArrangement& out) const noexcept override
-    {
-        return in.channels <= out.channels;  // one channel to many
-    }
-    void setParameter(Tag tag, float value) noexcept override
-    {
-        seen.emplace_back(tag, value);
-        PrecisionAlgorithm::setParameter(tag, value);
-    }
-    template <class F> void core(F&& f) { withCore(f); }
-    std::vector<std::pair<Tag, float>> seen = [] {
-        std::vector<std::pair<Tag, float>> v;
-        v.reserve(1000);
-        return v;
-    }();
-};
-
-class ProbeComponent final : public AudioEffectComponent {
-public:
-    explicit ProbeComponent(ProbeAlgorithm& a)
-        : AudioEffectComponent(a, {.viewPrefix = "Probe", .algorithmVersion = 3})
-    {
-        declareAttribute("mode", 7);
-    }
-    Delays delays(double rate) const noexcept override
-    {
-        const bool isLate = isOn("late");
-        if (meanwhile) std::exchange(meanwhile, {})();
-        return isLate ? Delays{static_cast<std::uint32_t>(rate / 100), 2000} : Delays{};
-    }
-    mutable std::function<void()> meanwhile;
-    void changed(const AlgorithmParameter& p, float, Setter by) noexcept override
-    {
-        if (p.key == "late") set("undeclared", value("late"), by);
-    }
-    void migrate(StoredState& state) const override
-    {
-        if (state.algorithmVersion.value_or(1) < 3) state.set("gain", -3);
-    }
-};
 
 class Frame : public ::testing::Test {
 protected:
@@ -467,61 +316,6 @@ TEST_F(Frame, OldStatesAreMigratedAndAttributesStored)
     text.replace(text.find("algorithmVersion=\"3\""), 20, "algorithmVersion=\"2\"");
     ASSERT_TRUE(component->loadPreset(text.data(), text.size()));
     EXPECT_EQ(component->getValue(0), -3);
-}
-
-TEST(AudioThreadGuard, SeesAllocationsAndLogs)
-{
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    const AudioThreadGuard guard;
-    void* volatile p = ::operator new(1000);
-    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "malloc");
-    ::operator delete(p);
-    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "free");
-    std::cerr << "a stream\n";
-    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "fwrite");
-    std::fprintf(stderr, "%d\n", 1);
-    EXPECT_STREQ(AudioThreadGuard::takeViolation(), "vfprintf");
-#endif
-}
-
-TEST(Curves, MeetTheirEndsAndTheirMiddle)
-{
-    EXPECT_FLOAT_EQ(curve::logarithmic.toValue(0.5f, 20, 20000), std::sqrt(20.f * 20000));
-    EXPECT_FLOAT_EQ(curve::middleAt<2000>.toValue(0.5f, 1, 20), 2);
-    EXPECT_FLOAT_EQ(curve::middleAt<2000>.toPosition(2, 1, 20), 0.5f);
-    for (const Curve& c : {curve::linear, curve::logarithmic, curve::middleAt<2000>}) {
-        EXPECT_EQ(c.toValue(0, 1, 20), 1);
-        EXPECT_EQ(c.toValue(1, 1, 20), 20);
-        EXPECT_EQ(c.toValue(std::nanf(""), 1, 20), 1);
-    }
-}
-
-TEST(Crossing, LosesNoChangeBetweenThreads)
-{
-    constexpr std::size_t slots = 100;
-    constexpr int rounds = 10000;  // times `slots`: a million sets
-    std::vector<bool> triggers(slots, false);
-    triggers[7] = true;
-    ParameterCrossing crossing(triggers);
-    std::vector<float> latest(slots, -1);
-    std::atomic<bool> done{false};
-    std::thread audio([&] {
-        for (bool last = false; !last;) {
-            last = done.load();
-            crossing.drain([&](std::size_t slot, float value) {
-                if (slot != 7) {
-                    EXPECT_GE(value, latest[slot]) << "values go back in time";
-                }
-                latest[slot] = value;
-            });
-        }
-    });
-    for (int i = 0; i < rounds; ++i)
-        for (std::size_t slot = 0; slot < slots; ++slot) crossing.write(slot, float(i));
-    done = true;
-    audio.join();
-    for (std::size_t slot = 0; slot < slots; ++slot)
-        EXPECT_EQ(latest[slot], slot == 7 ? 1 : float(rounds - 1)) << slot;
 }
 
 }  // namespace
