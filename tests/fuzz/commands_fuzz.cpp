@@ -20,7 +20,7 @@ std::vector<std::string> linesOf(std::string_view text)
     std::vector<std::string> lines;
     while (!text.empty()) {
         const auto end = std::min(text.find('\n'), text.size());
-        lines.emplace_back(text.substr(0, end));
+        lines.emplace_back(text.substr(0, std::min(end, text.find('\0'))));  // as arguments do
         text.remove_prefix(std::min(end + 1, text.size()));
     }
     return lines;
