@@ -258,6 +258,7 @@ template <class Op, class Ty, Result result, std::size_t bytes, class... Operand
         hn::Vec<D> peaks[kVectors];
         for (auto& peak : peaks) peak = hn::Zero(D());
         const std::size_t whole = count - tail;
+        if (tail == 0 && whole == 0) __builtin_unreachable();  // counts begin at 1
         auto clock = Countdown<D>::from(count);
         for (std::size_t at = 0; at < whole; at += kGroup) {
             group(f, at, clock, peaks, std::make_index_sequence<kVectors>());
@@ -288,15 +289,19 @@ struct Kernel<Op, Ty, result, tail, std::index_sequence<s...>, std::index_sequen
         using Short = Loop<Op, Ty, result, 64, Operands...>;
         constexpr bool converts = sizeof(typename Ty::D) != sizeof(typename Ty::S);
         constexpr bool same = Long::kLanes == Short::kLanes;
-        Frame<Ty> f{d, {sources...}, {static_cast<typename Ty::Work>(*constants)...}};
-        if constexpr (Long::ramps)
-            f.c[0] = (f.c[1] - f.c[0]) / static_cast<typename Ty::Work>(count);
         const auto n = static_cast<std::size_t>(count);
+        // Each loop loads the constants itself: straight into all lanes.
+        const auto through = [&](auto loop) HWY_ATTR {
+            Frame<Ty> f{d, {sources...}, {static_cast<typename Ty::Work>(*constants)...}};
+            if constexpr (Long::ramps)
+                f.c[0] = (f.c[1] - f.c[0]) / static_cast<typename Ty::Work>(count);
+            return decltype(loop)::template run<tail>(f, n);
+        };
         [[maybe_unused]] typename Ty::Work peak;
         if (converts || (!same && n <= kShortBlock))
-            peak = Short::template run<tail>(f, n);
+            peak = through(Short());
         else
-            peak = Long::template run<tail>(f, n);
+            peak = through(Long());
         ((*output = peak), ...);
     }
 };
