@@ -19,9 +19,12 @@ void SidechainComponent::changed(const AlgorithmParameter& parameter, float, Set
     const int index = list().findTag(parameter.tag);
     if (index == swap_ && (getValue(swap_) != 0) != isSwapped()) {
         const float low = getValue(lowCut_), high = getValue(highCut_);
+        isExchanging_ = true;
         setAt(lowCut_, high, by);
         setAt(highCut_, low, by);
+        isExchanging_ = false;
     }
+    if (isExchanging_) return;
     if (index == swap_ || index == lowCut_ || index == highCut_) showLamp(by);
 }
 

@@ -3,6 +3,8 @@
 // frequencies, and a switch for the look-ahead.
 #pragma once
 
+#include <atomic>
+
 #include "framework/effect_component.h"
 
 namespace quillworks {
@@ -32,6 +34,8 @@ private:
     void showLamp(Setter by) noexcept;
 
     int lowCut_, highCut_, swap_, lookAhead_;
+    std::atomic<bool> isExchanging_{
+        false};  // half-way the two are equal, and the lamp would go out
 };
 
 }  // namespace quillworks

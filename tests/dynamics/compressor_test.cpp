@@ -5,6 +5,7 @@
 #include "framework/stored_state.h"
 #include "tests/dynamics/compressor_model.h"
 #include "tests/support/effect_under_test.h"
+#include "tests/support/listener.h"
 
 namespace quillworks::test {
 namespace {
@@ -180,7 +181,12 @@ TYPED_TEST(Compressor, SwapExchangesTheFrequenciesAndFadesOverOneSubBlock)
     EXPECT_EQ(fx.get("swapfreqs"), 0);
     const auto x = sine<T>(4800, 1000, kRate);
     fx.run(x, 100);
+    Listener listener;
+    fx.component().setListener(&listener);
     fx.set("swapfreqs", 1);
+    fx.component().setListener(nullptr);
+    const int low = fx.component().findParameter("sidechainfreqlow");
+    EXPECT_EQ(listener.changed, (std::vector<int>{low, low + 1})) << "the lamp does not flicker";
     EXPECT_EQ(fx.get("sidechainfreqlow"), 3000);
     EXPECT_EQ(fx.get("sidechainfreqhigh"), 300);
     fx.set("swapfreqs", 1);  // shows this already
