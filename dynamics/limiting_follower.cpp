@@ -21,7 +21,6 @@ constexpr double kStepsPerDb = 16777216;            // 2^24: the running sums st
 constexpr double kWhole = 4503599627370496.0;       // 2^52: doubles from here on are whole numbers,
 constexpr std::int64_t kWholeBits = 0x433LL << 52;  // in their low bits
 constexpr double kSmallest = 1e-5;                  // dB: a release ends here
-constexpr double kDbPerOctave = 6.0205999132796239;  // 20 log10(2)
 
 }  // namespace
 }  // namespace quillworks
@@ -123,23 +122,25 @@ void move(LimitingFollower::Body& body, const double* soon, const double* recent
     body.steps = steps;
 }
 
-/// gain[i] = 2^(-steps[i] * unit), padded likewise. The steps are below 2^52. Returns the largest
-/// exponent without its sign.
+/// gain[i] is steps[i] * unit dB of reduction, padded likewise. The steps are below 2^52. Returns
+/// the largest reduction in dB.
 double toGain(const std::int64_t* steps, double unit, double* gain, int n)
 {
     const D d;
     const I i64;
+    constexpr auto dbPerOctave = static_cast<double>(20 * vec::HWY_NAMESPACE::kLog10Of2);
+    const auto octavesPerStep = hn::Set(d, unit / dbPerOctave);
     auto least = hn::Zero(d);
     for (int i = 0; i < n; i += kLanes) {
         const auto bits = hn::Add(hn::LoadU(i64, steps + i), hn::Set(i64, kWholeBits));
         const auto minus = hn::Sub(hn::Set(d, kWhole), hn::BitCast(d, bits));
-        auto octaves = hn::Mul(minus, hn::Set(d, unit));
+        auto octaves = hn::Mul(minus, octavesPerStep);
         if (n - i < kLanes)
             octaves = hn::IfThenElseZero(hn::FirstN(d, static_cast<std::size_t>(n - i)), octaves);
         least = hn::Min(least, octaves);
         hn::StoreU(vec::HWY_NAMESPACE::ordinaryExponential(d, octaves, 1), d, gain + i);
     }
-    return -hn::GetLane(hn::MinOfLanes(d, least));
+    return -hn::GetLane(hn::MinOfLanes(d, least)) * dbPerOctave;
 }
 
 }  // namespace
@@ -177,7 +178,7 @@ void LimitingFollower::prepare(double rate, int maxSamples)
     // Two lengths that give one mean of `support` samples together.
     inner_.prepare(lookAhead_ / 2 + 1, maxSamples);
     outer_.prepare(support + 1 - inner_.length(), maxSamples);
-    unit_ = 1 / (kDbPerOctave * kStepsPerDb * inner_.length() * outer_.length());
+    unit_ = 1 / (kStepsPerDb * inner_.length() * outer_.length());
     quietEnough_ = support + span_ + support;
     const auto size = static_cast<std::size_t>(maxSamples + kPadding);
     for (auto* buffer : {&soon_, &recent_, &body_, &other_}) buffer->require(size);
@@ -281,7 +282,7 @@ double LimitingFollower::process(const double* wanted, const double* due, double
         count = 0;
         for (int i = first_; i < n; i += every_) steps[count++] = steps[i];
     }
-    return kDbPerOctave * chosenToGain(steps, unit_, gain, count);
+    return chosenToGain(steps, unit_, gain, count);
 }
 
 }  // namespace quillworks
