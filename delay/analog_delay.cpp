@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <iterator>
 
-#include "dsp/note_value.h"
 #include "dsp/vec.h"
+#include "framework/note_sync.h"
 
 namespace quillworks {
 namespace {
@@ -37,21 +37,15 @@ float oldNoteValue(float index)
     return NoteValue{isTriplet ? NoteKind::Triplet : NoteKind::Dotted, base}.value();
 }
 
-/// A note's name where the value is one; otherwise what is set, though the nearest note sounds.
-std::string noteText(float value)
-{
-    if (std::abs(soundingNoteValue(value) - value) <= 1e-5f * value) return noteValueText(value);
-    char text[32];
-    std::snprintf(text, sizeof text, "%.4g", double(value));
-    return text;
-}
-
 std::string wholePercent(float value)
 {
     char text[32];
     std::snprintf(text, sizeof text, "%02.0f %%", double(value));
     return text;
 }
+
+/// Both pairs of a note value and its free counterpart.
+constexpr NoteSync kSyncs[] = {{"sync", "beatsnu", "time"}, kLfoSync};
 
 constexpr std::uint32_t kLegacy = VNK::isHidden | VNK::isNotStored | VNK::isNotAutomatable;
 constexpr const char* kTime = "Time / Speed";
@@ -65,8 +59,8 @@ constexpr Parameter<S> kParameters[] = {
     // key            tag         title              kind           min         max    def    unit                 field             dirty          forward
     {"sync",          "Sync"_tag, "Delay Sync",      Kind::Toggle,  0,          1,     1,     "",                  &S::sync,         L::Length,     asIs,
         {.group = kTime, .help = "Follows the song's tempo: the delay is a note value instead of a time.", .shortTitle = "Sync"}},
-    {"beatsnu",       "BtNu"_tag, "Delay Beats",     Kind::Float,   0.0208333f, 8,     0.5f,  "",                  &S::beats,        L::Length,     soundingNoteValue,
-        {.group = kTime, .help = "Delay as a note value; the nearest straight, triplet or dotted note sounds.", .shortTitle = "Beats", .curve = &curve::logarithmic, .toText = noteText, .fromText = parseNoteValue}},
+    noteRow("beatsnu", "BtNu"_tag, "Delay Beats", 0.5f, &S::beats, L::Length,
+        {.group = kTime, .help = "Delay as a note value; the nearest straight, triplet or dotted note sounds.", .shortTitle = "Beats"}),
     {"beats",         "Beat"_tag, "Old Delay Beats", Kind::List,    0,          22,    3,     "",                  nullptr,          0,             asIs,
         {.group = kTime, .help = "Note of songs made with earlier versions.", .texts = kOldNotes, .flags = kLegacy}},
     {"time",          "Time"_tag, "Delay Time",      Kind::Float,   1,          3000,  250,   "Media.Milliseconds", &S::time,        L::Length,     milliseconds,
@@ -91,8 +85,8 @@ constexpr Parameter<S> kParameters[] = {
         {.group = kDamping, .help = "Resonance of low cut and high cut."}},
     {"lfosync",       "LFOS"_tag, "LFO Sync",        Kind::Toggle,  0,          1,     0,     "",                  &S::lfoSync,      L::Lfo,        asIs,
         {.group = kLfo, .help = "The modulation follows the song's tempo.", .shortTitle = "Sync"}},
-    {"lfobeatsnu",    "LFBN"_tag, "LFO Beats",       Kind::Float,   0.0208333f, 8,     0.5f,  "",                  &S::lfoBeats,     L::Lfo,        soundingNoteValue,
-        {.group = kLfo, .help = "Period of the modulation as a note value.", .shortTitle = "Beats", .curve = &curve::logarithmic, .toText = noteText, .fromText = parseNoteValue}},
+    noteRow("lfobeatsnu", "LFBN"_tag, "LFO Beats", 0.5f, &S::lfoBeats, L::Lfo,
+        {.group = kLfo, .help = "Period of the modulation as a note value.", .shortTitle = "Beats"}),
     {"lfobeats",      "LFOB"_tag, "Old LFO Beats",   Kind::List,    0,          22,    3,     "",                  nullptr,          0,             asIs,
         {.group = kLfo, .help = "Note of songs made with earlier versions.", .texts = kOldNotes, .flags = kLegacy}},
     {"lfotime",       "LFSp"_tag, "LFO Speed",       Kind::Float,   0.01f,      15,    1.2f,  "Hz",                &S::lfoRate,      L::Lfo,        asIs,
@@ -202,19 +196,10 @@ void AnalogDelayComponent::changed(const AlgorithmParameter& parameter, float be
     const float now = value(parameter.key.c_str());
     if (parameter.key == "beats") set("beatsnu", oldNoteValue(now), by);
     if (parameter.key == "lfobeats") set("lfobeatsnu", oldNoteValue(now), by);
-    if (now == before) return;
-    if (parameter.key == "sync") {
-        if (now != 0)
-            set("beatsnu", snapNoteValue(msToNoteValue(value("time"), tempo())), by);
-        else
-            set("time", noteValueToMs(soundingNoteValue(value("beatsnu")), tempo()), by);
-    }
-    if (parameter.key == "lfosync") {
-        if (now != 0)
-            set("lfobeatsnu", snapNoteValue(hertzToNoteValue(value("lfotime"), tempo())), by);
-        else
-            set("lfotime", noteValueToHertz(soundingNoteValue(value("lfobeatsnu")), tempo()), by);
-    }
+    const auto read = [this](const char* key) { return value(key); };
+    for (const auto& pair : kSyncs)
+        if (const auto move = pair.moved(parameter.key, now, before, read, tempo()))
+            set(move->key, move->value, by);
 }
 
 void AnalogDelayComponent::migrate(StoredState& state) const
