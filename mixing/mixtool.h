@@ -10,7 +10,7 @@
 #include "dsp/dc_blocker.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
-#include "mixing/channel_pairs.h"
+#include "framework/speakers.h"
 #include "mixing/decibel_glide.h"
 
 namespace quillworks {

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: ISC
 // The mix tool against the matrix it stands for.
-#include "mixing/channel_pairs.h"
 #include "tests/support/effect_under_test.h"
 
 namespace quillworks::test {
@@ -220,37 +219,6 @@ TYPED_TEST(MixTool, DcBlockerTakesTheOffsetAndLeavesTheBass)
     y = fx.run(x);
     y.erase(y.begin(), y.begin() + 101);
     EXPECT_LT(peak(y), 1) << "an absurd sample rings";
-}
-
-TEST(ChannelPairs, LeftTradesWithRightOfItsKind)
-{
-    struct Case {
-        const char* layout;
-        std::vector<std::pair<int, int>> pairs;
-    };
-    const Case cases[] = {
-        {"mono", {}},
-        {"stereo", {{0, 1}}},
-        {"lcr", {{0, 1}}},
-        {"quad", {{0, 1}, {2, 3}}},
-        {"5.0", {{0, 1}, {3, 4}}},
-        {"5.1", {{0, 1}, {4, 5}}},
-        {"7.0", {{0, 1}, {3, 4}, {5, 6}}},
-        {"7.1", {{0, 1}, {4, 5}, {6, 7}}},
-        {"5.1.4", {{0, 1}, {4, 5}, {6, 7}, {8, 9}}},
-        {"7.1.2", {{0, 1}, {4, 5}, {6, 7}, {8, 9}}},
-        {"7.1.4", {{0, 1}, {4, 5}, {6, 7}, {8, 9}, {10, 11}}},
-        {"9.1.6", {{0, 1}, {4, 5}, {6, 7}, {8, 9}, {10, 11}, {12, 13}, {14, 15}}},
-        {"16", {{0, 1}, {2, 3}, {4, 5}, {6, 7}, {8, 9}, {10, 11}, {12, 13}, {14, 15}}},
-    };
-    for (const auto& c : cases) {
-        VNK::SpeakerArrangement layout;
-        ASSERT_TRUE(VNK::SpeakerArrangement::named(c.layout, layout)) << c.layout;
-        const auto found = ChannelPairs::of(layout);
-        const std::vector<std::pair<int, int>> pairs(found.pairs.begin(),
-                                                     found.pairs.begin() + found.count);
-        EXPECT_EQ(pairs, c.pairs) << c.layout;
-    }
 }
 
 }  // namespace
