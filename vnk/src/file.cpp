@@ -2,6 +2,7 @@
 #include "vnk/file.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -23,6 +24,7 @@ std::string systemReason()
 
 bool readFile(const char* path, std::size_t limit, std::string& content, std::string& reason)
 {
+    if (!path) return reason = "there is no such file", false;
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
     if (!std::filesystem::exists(status)) return reason = "there is no such file", false;
@@ -43,19 +45,20 @@ bool readFile(const char* path, std::size_t limit, std::string& content, std::st
 
 bool writeFile(const char* path, const void* data, std::size_t bytes, std::string& reason)
 {
-    const std::string temporary = std::string(path) + ".part-" + std::to_string(::getpid());
-    {
-        FileHandle file(std::fopen(temporary.c_str(), "wb"), std::fclose);
-        if (!file) return reason = systemReason(), false;
-        bool good = std::fwrite(data, 1, bytes, file.get()) == bytes;
-        if (!good) reason = systemReason();
-        if (std::fclose(file.release()) != 0 && good) {
-            reason = systemReason();
-            good = false;
-        }
-        if (good && std::rename(temporary.c_str(), path) == 0) return true;
-        if (good) reason = systemReason();
-    }
+    if (!path || (!data && bytes > 0)) return reason = "there is nothing to write", false;
+    // No two writers of the system share a name: what is left of a dead one is written over.
+    static std::atomic<unsigned> count{0};
+    const std::string temporary = std::string(path) + ".part-" + std::to_string(::getpid()) + "-" +
+                                  std::to_string(count.fetch_add(1, std::memory_order_relaxed));
+    FileHandle file(std::fopen(temporary.c_str(), "wb"), std::fclose);
+    if (!file) return reason = systemReason(), false;
+    // Without the sync a file system may keep the new name and lose the bytes.
+    const bool isWritten = (bytes == 0 || std::fwrite(data, 1, bytes, file.get()) == bytes) &&
+                           std::fflush(file.get()) == 0 && ::fsync(::fileno(file.get())) == 0 &&
+                           std::fclose(file.release()) == 0;
+    if (isWritten && std::rename(temporary.c_str(), path) == 0) return true;
+    reason = systemReason();
+    file.reset();
     std::remove(temporary.c_str());
     return false;
 }
@@ -64,6 +67,7 @@ std::vector<std::string> listFiles(const char* folder, const char* suffix)
 {
     namespace fs = std::filesystem;
     std::vector<std::string> paths;
+    if (!folder || !suffix) return paths;
     std::error_code error;
     for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
         const std::string path = at->path().string();
