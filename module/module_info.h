@@ -10,7 +10,7 @@ inline constexpr const char* kModuleId = "quillworks";
 
 inline constexpr VNK::ModuleInformation kModuleInformation{
     .title = "Quillworks Pack",
-    .version = "5.0.0",
+    .version = QUILLWORKS_VERSION,  // of the project in CMakeLists.txt
     .vendor = "Quillworks Audio",
     .legalNotice = "Copyright (c) Quillworks Audio. All rights reserved.",
     .webAddress = "https://quillworks.example",

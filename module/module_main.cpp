@@ -2,6 +2,7 @@
 #include "module/module_main.h"
 
 #include <memory>
+#include <optional>
 
 #include "framework/resources.h"
 #include "module/class_registry.h"
@@ -12,7 +13,7 @@
 namespace quillworks {
 namespace {
 
-void* gModule = nullptr;
+std::optional<void*> gModule;  // the handle, which may be null, while the module is loaded
 VNK::Ref<VNK::IClassFactory> gFactory;
 std::unique_ptr<VNK::ModuleComponent> gComponent;
 
@@ -41,7 +42,7 @@ void shutDown() noexcept
     moduleInitialisers().tearDown();
     gComponent.reset();
     gFactory = {};
-    gModule = nullptr;
+    gModule.reset();
 }
 
 bool load(void* module)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <set>
 
@@ -71,6 +72,21 @@ TEST(ModuleMain, LoadsAndUnloadsAnyNumberOfTimes)
     EXPECT_EQ(kept->countClasses(), count) << "a factory that the host holds stays valid";
 }
 
+TEST(ModuleMain, ANullHandleCountsAsLoaded)
+{
+    {
+        const ResourcesAt nowhere("no/such/folder");
+        const Messages messages;
+        EXPECT_FALSE(VNKModuleMain(nullptr, 1));
+    }
+    EXPECT_TRUE(VNKModuleMain(nullptr, 1));
+    const ResourcesAt nowhere("no/such/folder");
+    const Messages messages;
+    EXPECT_TRUE(VNKModuleMain(nullptr, 1)) << "loaded already: nothing is looked for again";
+    EXPECT_TRUE(VNKModuleMain(nullptr, 2));
+    EXPECT_FALSE(VNKModuleMain(nullptr, 1)) << "it had been unloaded";
+}
+
 TEST(ModuleMain, FailsWithoutItsTheme)
 {
     const Messages messages;
@@ -110,7 +126,11 @@ TEST(Factory, OffersEveryClassOnce)
     constexpr int published = 31;
     ASSERT_GE(count, published);
     EXPECT_STREQ(first->moduleInformation().title, "Quillworks Pack");
-    EXPECT_STREQ(first->moduleInformation().version, "5.0.0");
+    std::string changes, reason;
+    ASSERT_TRUE(VNK::readFile(QUILLWORKS_RESOURCES "/../CHANGELOG.md", 1 << 20, changes, reason));
+    const std::string version = first->moduleInformation().version;
+    EXPECT_EQ(changes.find("\n## " + version + "\n"), changes.find("\n## "))
+        << version << " is not the latest of the changelog";
     EXPECT_STREQ(first->moduleId(), "quillworks");
     const std::set<std::string> groups{"Distortion", "Dynamics",   "Mixing",   "Tool",   "Delay",
                                        "Reverb",     "Modulation", "Analysis", "Spatial"};
@@ -154,11 +174,18 @@ TEST(Factory, ManyInstancesComeAndGoInAnyOrder)
 TEST(PluginManager, LoadsTheModuleAndSaysWhyOthersAreNone)
 {
     std::string reason;
+    const auto isMapped = [] {
+        void* const library = dlopen(QUILLWORKS_MODULE, RTLD_NOW | RTLD_NOLOAD);
+        if (library) dlclose(library);
+        return library != nullptr;
+    };
     for (int i = 0; i < 20; ++i) {
         const auto module = VNK::LoadedModule::load(QUILLWORKS_MODULE, reason);
         ASSERT_TRUE(module) << reason;
         EXPECT_EQ(module->factory().countClasses(), factory()->countClasses());
+        EXPECT_TRUE(isMapped());
     }
+    EXPECT_FALSE(isMapped()) << "a host must be able to put another version in its place";
     const Messages messages;
     const std::pair<const char*, const char*> cases[] = {
         {"no/such/file.so", "no such file"},
@@ -240,10 +267,31 @@ TEST_F(Theme, TruncatedAndContradictoryDocumentsAreRefused)
         {mixtool("<Panel title=\"A\" x=\"1\" y=\"6\" h=\"20\"/>"), "no place"},
         {mixtool("<Display kind=\"Meters\" in=\"Redu\" x=\"5\" y=\"5\" w=\"9\" h=\"9\"/>"),
          "unknown value"},
+        {mixtool("<Display kind=\"Metres\" x=\"5\" y=\"5\" w=\"9\" h=\"9\"/>"),
+         "no display \"Metres\""},
     };
     for (const auto& [document, why] : cases)
         EXPECT_NE(refusal(document).find(why), std::string::npos)
             << why << ": " << refusal(document);
+}
+
+TEST_F(Theme, AMisspeltAttributeIsRefusedOnEveryElement)
+{
+    std::set<std::string> elements;
+    for (auto at = text.find('<'); at != std::string::npos; at = text.find('<', at + 1)) {
+        const auto end = text.find_first_of(" />\n", at + 1);
+        const auto name = text.substr(at + 1, end - at - 1);
+        if (name.empty() || !std::isalpha(static_cast<unsigned char>(name[0]))) continue;
+        if (!elements.insert(name).second) continue;
+        auto document = text;
+        document.insert(end, " nonsense=\"1\"");
+        EXPECT_NE(refusal(document).find("has no attribute \"nonsense\""), std::string::npos)
+            << name << ": " << refusal(document);
+    }
+    EXPECT_GE(elements.size(), 14u);
+    auto other = text;  // known, but not there
+    other.insert(other.find("<Toggle ") + 8, "origin=\"max\" ");
+    EXPECT_NE(refusal(other), "");
 }
 
 /// Contrast ratio of WCAG 2.2.

@@ -45,6 +45,58 @@ constexpr const char* kTypes[] = {"title",  "compactTitle", "panelTitle", "label
 constexpr const char* kControls[] = {"Knob",   "Slider", "Toggle",  "Segments",
                                      "Choice", "Button", "Readout", "File"};
 
+/// Which attributes an element may have, between blanks: one that is misspelt would silently do
+/// nothing.
+struct Attributes {
+    std::string_view owner, names;
+};
+constexpr Attributes kAttributes[] = {
+    {"Skin", "version unit"},
+    {"Tokens", "variant"},
+    {"Color", "name value"},
+    {"Type", "name font size"},
+    {"Effect", "class accent"},
+    {"View", "name title width height"},
+    {"Header", ""},
+    {"Panel", "title page x y w h"},
+    {"Display", "kind x y w h"},
+    {"Knob", "key title origin disabledBy"},
+    {"Slider", "key title origin disabledBy"},
+    {"Toggle", "key title disabledBy under"},
+    {"Segments", "key title disabledBy"},
+    {"Choice", "key title disabledBy"},
+    {"Button", "key title disabledBy under"},
+    {"Readout", "key title"},
+    {"File", "key title disabledBy"},
+};
+/// The kinds of display, and what each can be bound to.
+constexpr Attributes kDisplays[] = {
+    {"CurveDisplay", "threshold ratio knee range point"},
+    {"GainHistory", "in out reduction threshold ceiling"},
+    {"Meters", "in out reduction level rms hold rmsHold clip reset"},
+    {"Loudness", "momentary shortTerm integrated low high truePeak"},
+    {"EchoLine", "time beats feedback width mode"},
+    {"ModWave", "wave rate depth"},
+    {"FilterCurve", "low high resonance"},
+};
+
+const Attributes* find(const auto& table, std::string_view owner)
+{
+    for (const auto& row : table)
+        if (row.owner == owner) return &row;
+    return nullptr;
+}
+
+bool isAmong(std::string_view name, std::string_view names)
+{
+    while (!names.empty()) {
+        const auto word = names.substr(0, names.find(' '));
+        if (word == name) return true;
+        names.remove_prefix(std::min(names.size(), word.size() + 1));
+    }
+    return false;
+}
+
 bool isOneOf(std::string_view name, const auto& names)
 {
     return std::find(std::begin(names), std::end(names), name) != std::end(names);
@@ -69,6 +121,7 @@ public:
     bool read(XmlElement root)
     {
         if (std::string_view(root.name()) != "Skin") return fail("the root is not Skin");
+        if (!checkAttributes(root)) return false;
         int version = 0;
         if (!number(root.attribute("version"), version) || version != 1)
             return fail("the skin's version is not 1");
@@ -90,13 +143,34 @@ private:
     }
     bool unknown(XmlElement e) { return fail(std::string("a skin has no element ") + e.name()); }
 
+    /// Of a known element and, for a display, of its kind.
+    bool checkAttributes(XmlElement e)
+    {
+        const auto* own = find(kAttributes, e.name());
+        if (!own) return unknown(e);
+        std::string owner = e.name();
+        std::string_view bindings;
+        if (owner == "Display") {
+            owner = e.attribute("kind");
+            const auto* display = find(kDisplays, owner);
+            if (!display) return fail("there is no display \"" + owner + "\"");
+            bindings = display->names;
+        }
+        for (const char* name = e.firstAttribute(); name; name = e.nextAttribute(name))
+            if (!isAmong(name, own->names) && !isAmong(name, bindings))
+                return fail("a " + owner + " has no attribute \"" + name + "\"");
+        return true;
+    }
+
     bool tokens(XmlElement element)
     {
+        if (!checkAttributes(element)) return false;
         const std::string variant = element.attribute("variant");
         if (variant.empty() || skin_.variants.contains(variant))
             return fail("the token variant \"" + variant + "\" is unnamed or stands twice");
         auto& tokens = skin_.variants[variant];
         for (auto e = element.child(); e; e = e.next()) {
+            if (!checkAttributes(e)) return false;
             const std::string_view kind = e.name();
             const std::string name = e.attribute("name");
             if (kind == "Color") {
@@ -139,6 +213,7 @@ private:
 
     bool effect(XmlElement element)
     {
+        if (!checkAttributes(element)) return false;
         SkinEffect effect{element.attribute("class"), element.attribute("accent"), {}};
         for (auto e = element.child(); e; e = e.next()) {
             if (std::string_view(e.name()) != "View") return unknown(e);
@@ -154,6 +229,7 @@ private:
 
     bool readView(XmlElement element, SkinView& view)
     {
+        if (!checkAttributes(element)) return false;
         view.name = element.attribute("name");
         view.title = element.attribute("title");
         if (!number(element.attribute("width"), view.width) ||
@@ -169,6 +245,7 @@ private:
 
     bool readBox(XmlElement e, const SkinView& view, SkinBox& box)
     {
+        if (!checkAttributes(e)) return false;
         box.kind = e.name();
         box.title = e.attribute("title");
         box.page = e.attribute("page");
@@ -184,11 +261,11 @@ private:
             return fail("a " + box.kind + " of " + view.name + " has no place");
         if (box.kind == "Display") {
             box.attributes = attributesOf(e);
-            for (const char* place : {"x", "y", "w", "h", "title", "page"})
-                box.attributes.erase(place);
+            for (const char* place : {"x", "y", "w", "h"}) box.attributes.erase(place);
         }
         for (auto c = e.child(); c; c = c.next()) {
             if (box.kind == "Display" || !isOneOf(c.name(), kControls)) return unknown(c);
+            if (!checkAttributes(c)) return false;
             box.controls.push_back({c.name(), c.attribute("key"), attributesOf(c)});
         }
         return true;

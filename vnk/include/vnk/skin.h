@@ -63,7 +63,7 @@ struct Skin {
 };
 
 /// Reads a skin document. False with one line of reason when it is not well-formed, lacks a token,
-/// or holds what a skin does not know.
+/// or holds an element or attribute that a skin does not know.
 VNK_API bool readSkin(const void* data, std::size_t bytes, Skin& skin, std::string& reason);
 
 /// Holds the skin against the effects: every class, view, key and meter exists and is bound once
