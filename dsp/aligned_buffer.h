@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 // Owned sample memory on a 128-byte boundary, allocated anew only when its size changes.
 #pragma once
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -12,16 +13,28 @@
 
 namespace quillworks {
 
-/// Where the buffers' memory comes from; a host that keeps account of memory puts its own pair here
-/// before the first buffer is made. `allocate` returns null on failure. [main thread]
+/// Where the buffers' memory comes from; a host that keeps account of memory puts its own pair
+/// here. `allocate` returns null on failure. A block goes back to the pair that it came from, so
+/// that pairs may change at any time; each must live as long as a thread may be allocating.
 struct BufferMemory {
     void* (*allocate)(std::size_t bytes) noexcept;
     void (*release)(void* memory) noexcept;
 
-    static BufferMemory& service() noexcept
+    /// The pair in force. [any thread]
+    static const BufferMemory& service() noexcept { return *inForce(); }
+    /// Puts another pair in force and returns the one before. [any thread]
+    static const BufferMemory& exchangeService(const BufferMemory& memory) noexcept
     {
-        static BufferMemory memory{[](std::size_t bytes) noexcept { return std::malloc(bytes); },
-                                   [](void* p) noexcept { std::free(p); }};
+        return *inForce().exchange(&memory);
+    }
+
+private:
+    static std::atomic<const BufferMemory*>& inForce() noexcept
+    {
+        static constexpr BufferMemory own{
+            [](std::size_t bytes) noexcept { return std::malloc(bytes); },
+            [](void* p) noexcept { std::free(p); }};
+        static std::atomic<const BufferMemory*> memory{&own};
         return memory;
     }
 };
@@ -49,7 +62,7 @@ public:
         clear();
         if (bytes == 0) return true;
         if (bytes > std::numeric_limits<std::size_t>::max() - kAlignment) return false;
-        const auto memory = BufferMemory::service();
+        const auto& memory = BufferMemory::service();
         void* const block = memory.allocate(bytes + kAlignment);
         if (!block) return false;
         block_ = block;

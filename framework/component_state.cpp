@@ -64,17 +64,18 @@ bool AudioEffectComponent::restore(StoredState state)
     reconcile();
     announceDelays();
     tell("processStateChanged");
-    if (listener_)
+    if (auto* const listener = listener_.get())
         for (std::int32_t i = 0; i < countParameters(); ++i)
-            if (at(i).isStored()) listener_->parameterChanged(i);
+            if (at(i).isStored()) listener->parameterChanged(i);
     return true;
 }
 
-bool AudioEffectComponent::saveState(VNK::IByteSink& sink) const noexcept
+bool AudioEffectComponent::saveState(VNK::IByteSink* sink) const noexcept
 {
+    if (!sink) return false;
     try {
         const auto chunk = writeChunk(storedState());
-        return sink.write(chunk.data(), chunk.size());
+        return sink->write(chunk.data(), chunk.size());
     } catch (...) {
         return false;
     }
@@ -91,13 +92,14 @@ bool AudioEffectComponent::loadState(const void* data, std::size_t bytes) noexce
     }
 }
 
-bool AudioEffectComponent::savePreset(const char* name, VNK::IByteSink& sink) const noexcept
+bool AudioEffectComponent::savePreset(const char* name, VNK::IByteSink* sink) const noexcept
 {
+    if (!name || !sink) return false;
     try {
         auto state = storedState();
         state.name = name;
         const auto document = writePreset(state);
-        return sink.write(document.data(), document.size());
+        return sink->write(document.data(), document.size());
     } catch (...) {
         return false;
     }

@@ -65,7 +65,7 @@ bool AudioSynthAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement&,
 bool AudioEffectAlgorithm::setSpeakerArrangement(const VNK::SpeakerArrangement& input,
                                                  const VNK::SpeakerArrangement& output) noexcept
 {
-    if (!acceptsArrangement(input, output)) return false;
+    if (!input.isValid() || !output.isValid() || !acceptsArrangement(input, output)) return false;
     const bool changes = !(input == input_ && output == output_);
     input_ = input;
     output_ = output;
@@ -225,12 +225,13 @@ template <typename T>
 void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& scratch) noexcept
 {
     const int channels = spec_.channels;
-    const int inputs = takesInput() ? std::min(data.inputChannels, channels) : 0;
-    const int outputs = std::min(data.outputChannels, channels);
+    const int inputs = takesInput() && data.inputs ? std::min(data.inputChannels, channels) : 0;
+    const int outputs = data.outputs ? std::min(data.outputChannels, channels) : 0;
     // A host may hand the input of one channel as the output of another.
     bool crosses = false;
     for (int i = 0; i < inputs; ++i)
-        for (int o = 0; o < outputs; ++o) crosses |= i != o && data.inputs[i] == data.outputs[o];
+        for (int o = 0; o < outputs; ++o)
+            crosses |= i != o && data.inputs[i] && data.inputs[i] == data.outputs[o];
 
     T* channel[VNK::kMaxChannels];
     const T* side[VNK::kMaxChannels];
@@ -243,11 +244,15 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
     piece.transport = &transport_;
     for (int done = 0; done < data.frames; done += piece.frames) {
         piece.frames = std::min(data.frames - done, spec_.maxFrames);
-        const auto input = [&](int c) { return static_cast<const T*>(data.inputs[c]) + done; };
+        const auto input = [&](int c) {
+            const void* const given = data.inputs[c];
+            return given ? static_cast<const T*>(given) + done : scratch.silence.data();
+        };
         if (crosses)
             for (int c = 0; c < inputs; ++c) vec::copy(scratch.dryOf(c), input(c), piece.frames);
         for (int c = 0; c < channels; ++c) {
-            channel[c] = c < outputs ? static_cast<T*>(data.outputs[c]) + done : scratch.spareOf(c);
+            channel[c] = c < outputs && data.outputs[c] ? static_cast<T*>(data.outputs[c]) + done
+                                                        : scratch.spareOf(c);
             if (c >= inputs)
                 vec::clear(channel[c], piece.frames);
             else if (crosses)
@@ -260,12 +265,14 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
             piece.sideChainChannels =
                 isFed ? std::min(data.sideChainChannels, VNK::kMaxChannels) : 1;
             for (int c = 0; c < piece.sideChainChannels; ++c)
-                side[c] = isFed ? static_cast<const T*>(data.sideChain[c]) + done
-                                : scratch.silence.data();
+                side[c] = isFed && data.sideChain[c]
+                              ? static_cast<const T*>(data.sideChain[c]) + done
+                              : scratch.silence.data();
         }
         processPiece(piece, scratch);
+        if (!transport_.playing) continue;  // both clocks stand
         if (transport_.frameKnown) transport_.frame += piece.frames;
-        if (transport_.positionKnown && transport_.playing)
+        if (transport_.positionKnown)
             transport_.quarterNotes += piece.frames / spec_.sampleRate * tempoSeen_ / 60;
     }
 }

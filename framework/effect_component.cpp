@@ -18,6 +18,7 @@ constexpr Tag kEditorOpen = "Edit"_tag;
 
 template <class V> const V* find(const auto& attributes, const char* key) noexcept
 {
+    if (!key) return nullptr;
     const auto at = attributes.find(std::string_view(key));
     return at == attributes.end() ? nullptr : std::get_if<V>(&at->second.value);
 }
@@ -88,7 +89,7 @@ bool AudioEffectComponent::getParameter(std::int32_t index, VNK::ParameterInfo& 
 
 std::int32_t AudioEffectComponent::findParameter(const char* key) const noexcept
 {
-    return list_.find(key);
+    return key ? list_.find(key) : -1;
 }
 
 float AudioEffectComponent::getValue(std::int32_t index) const noexcept
@@ -148,6 +149,11 @@ bool AudioEffectComponent::setValue(std::int32_t index, float value) noexcept
 
 bool AudioEffectComponent::automate(std::int32_t index, float value) noexcept
 {
+    return has(index) && !at(index).has(VNK::isNotAutomatable) && setBetweenBlocks(index, value);
+}
+
+bool AudioEffectComponent::setBetweenBlocks(std::int32_t index, float value) noexcept
+{
     if (!isSettable(index, value)) return false;
     assign(index, value, Setter::Automation);
     calculateDelays();
@@ -157,9 +163,9 @@ bool AudioEffectComponent::automate(std::int32_t index, float value) noexcept
 void AudioEffectComponent::setAt(int index, float value, Setter by) noexcept
 {
     if (by == Setter::Automation)
-        automate(index, value);
-    else if (setValue(index, value) && listener_)
-        listener_->parameterChanged(index);
+        setBetweenBlocks(index, value);
+    else if (setValue(index, value) && listener_.get())
+        listener_.get()->parameterChanged(index);
 }
 
 void AudioEffectComponent::command(Tag tag, float value) noexcept
@@ -222,14 +228,15 @@ std::uint32_t AudioEffectComponent::changeCount(std::int32_t index) const noexce
 void AudioEffectComponent::beginEdit(Tag tag) noexcept
 {
     const int index = list_.findTag(tag);
-    if (index >= 0 && valueAt(index).holds++ == 0 && listener_) listener_->editBegun(index);
+    if (index >= 0 && valueAt(index).holds++ == 0 && listener_.get())
+        listener_.get()->editBegun(index);
 }
 
 void AudioEffectComponent::endEdit(Tag tag) noexcept
 {
     const int index = list_.findTag(tag);
     if (index < 0 || valueAt(index).holds == 0) return;
-    if (--valueAt(index).holds == 0 && listener_) listener_->editEnded(index);
+    if (--valueAt(index).holds == 0 && listener_.get()) listener_.get()->editEnded(index);
 }
 
 void AudioEffectComponent::beginGroupEdit() noexcept
@@ -299,7 +306,8 @@ void AudioEffectComponent::setupChanged(const char* message) noexcept
 
 void AudioEffectComponent::sideChainChanged() noexcept
 {
-    tell("sideChainActivated");
+    // Perhaps on the audio thread, while the main thread takes the listener away.
+    listener_.call([](VNK::IEffectListener& listener) { listener.message("sideChainActivated"); });
 }
 
 void AudioEffectComponent::wetOnlyChanged() noexcept
@@ -338,7 +346,7 @@ void AudioEffectComponent::announceDelays() noexcept
 
 void AudioEffectComponent::tell(const char* message) noexcept
 {
-    if (listener_) listener_->message(message);
+    if (auto* const listener = listener_.get()) listener->message(message);
 }
 
 void AudioEffectComponent::declareAttribute(const char* key, std::int64_t value, bool isStored)
@@ -354,7 +362,7 @@ void AudioEffectComponent::publishAttribute(const char* key, AttributeValue valu
 bool AudioEffectComponent::getInteger(const char* key, std::int64_t& value) const noexcept
 {
     // Changes on the audio thread, which does not touch the attributes.
-    if (std::string_view(key) == "sideChainActive")
+    if (key && std::string_view(key) == "sideChainActive")
         return value = algorithm_->isSideChainActive(), true;
     const auto* found = find<std::int64_t>(attributes_, key);
     if (found) value = *found;
@@ -376,6 +384,7 @@ const char* AudioEffectComponent::getString(const char* key) const noexcept
 
 bool AudioEffectComponent::setInteger(const char* key, std::int64_t value) noexcept
 {
+    if (!key) return false;
     const auto at = attributes_.find(std::string_view(key));
     if (at == attributes_.end() || !at->second.isSettable) return false;
     auto* stored = std::get_if<std::int64_t>(&at->second.value);
@@ -395,13 +404,14 @@ const char* AudioEffectComponent::treeNode(std::int32_t index) const noexcept
     return index >= 0 && index < 4 ? kTree[index] : nullptr;
 }
 
-bool AudioEffectComponent::remotePages(VNK::IByteSink& sink) const noexcept
+bool AudioEffectComponent::remotePages(VNK::IByteSink* sink) const noexcept
 {
+    if (!sink) return false;
     try {
         std::string text, reason;
         const auto file = resourcesFolder() + "/controllers/" + traits_.viewPrefix + ".xml";
         return VNK::readFile(file.c_str(), kLargestPreset, text, reason) &&
-               sink.write(text.data(), text.size());
+               sink->write(text.data(), text.size());
     } catch (...) {
         return false;
     }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "framework/effect_algorithm.h"
+#include "framework/removable.h"
 #include "framework/stored_state.h"
 #include "vnk/effect.h"
 
@@ -53,6 +54,7 @@ public:
     float getValue(std::int32_t index) const noexcept final;
     bool setValue(std::int32_t index, float value) noexcept final;
     bool automate(std::int32_t index, float value) noexcept final;
+    bool setBetweenBlocks(std::int32_t index, float value) noexcept final;
     float toNormalized(std::int32_t index, float value) const noexcept final;
     float fromNormalized(std::int32_t index, float position) const noexcept final;
     std::int32_t valueToText(std::int32_t index, float value, char* text,
@@ -68,9 +70,10 @@ public:
     bool getMeter(std::int32_t index, VNK::MeterInfo& info) const noexcept final;
     float readMeter(std::int32_t index) const noexcept final;
     void setEditorOpen(bool open) noexcept final;
-    bool saveState(VNK::IByteSink& sink) const noexcept final;
+    using IEffectComponent::saveState, IEffectComponent::savePreset, IEffectComponent::remotePages;
+    bool saveState(VNK::IByteSink* sink) const noexcept final;
     bool loadState(const void* data, std::size_t bytes) noexcept final;
-    bool savePreset(const char* name, VNK::IByteSink& sink) const noexcept final;
+    bool savePreset(const char* name, VNK::IByteSink* sink) const noexcept final;
     bool loadPreset(const void* data, std::size_t bytes) noexcept final;
     const char* refusalReason() const noexcept final { return refusal_.c_str(); }
     std::int32_t countPrograms() const noexcept final;
@@ -83,8 +86,8 @@ public:
     const char* getString(const char* key) const noexcept final;
     bool setInteger(const char* key, std::int64_t value) noexcept final;
     const char* viewName(std::int32_t index) const noexcept final;
-    bool remotePages(VNK::IByteSink& sink) const noexcept final;
-    void setListener(VNK::IEffectListener* listener) noexcept final { listener_ = listener; }
+    bool remotePages(VNK::IByteSink* sink) const noexcept final;
+    void setListener(VNK::IEffectListener* listener) noexcept final { listener_.set(listener); }
 
 protected:
     /// Who sets a value: the host on the main thread, which is told what else moves, or automation
@@ -185,7 +188,8 @@ private:
     std::string name_, programName_;
     mutable std::string refusal_;
     mutable std::optional<std::vector<Program>> programs_;  // once they have been looked for
-    VNK::IEffectListener* listener_ = nullptr;
+    /// All but the side-chain's message is told on the thread that sets it.
+    Removable<VNK::IEffectListener> listener_;
     Delays announced_;  // as the host was told last
     int groupEdits_ = 0;
     int bypassIndex_ = -1;

@@ -142,7 +142,7 @@ std::string writeChunk(const StoredState& state)
 
 bool readChunk(const void* data, std::size_t bytes, StoredState& state, std::string& reason)
 {
-    Reader in({static_cast<const char*>(data), bytes});
+    Reader in({static_cast<const char*>(data), data ? bytes : 0});
     StoredState read;
     if (in.bytes(kMagic.size()) != kMagic) return reason = "not a state of an effect", false;
     if (in.number<std::uint32_t>() > kVersion)

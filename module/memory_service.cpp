@@ -7,15 +7,15 @@
 namespace quillworks {
 namespace {
 
-BufferMemory gOwn;
+constexpr BufferMemory kOfTheHost{core_malloc, core_free};
+const BufferMemory* gOwn = nullptr;
 
 const bool kIsRegistered = [] {
     moduleInitialisers().add({[](void*) {
-                                  gOwn = BufferMemory::service();
-                                  BufferMemory::service() = {core_malloc, core_free};
+                                  gOwn = &BufferMemory::exchangeService(kOfTheHost);
                                   return true;
                               },
-                              [](void*) { BufferMemory::service() = gOwn; }, nullptr});
+                              [](void*) { BufferMemory::exchangeService(*gOwn); }, nullptr});
     return true;
 }();
 

@@ -140,8 +140,9 @@ void Instance::readControls() noexcept
         // since, as coupled ones do, and the host cannot be told.
         if (value == seen_[i].load(std::memory_order_relaxed) || !std::isfinite(value)) continue;
         seen_[i].store(value, std::memory_order_relaxed);
+        // Ports of parameters that cannot be automated are marked so: what arrives there was set.
         if (effect_->getValue(control.parameter) != value)
-            effect_->automate(control.parameter, value);
+            effect_->setBetweenBlocks(control.parameter, value);
     }
     effect_->algorithm()->setSideChainActive(isOn(sideChainOn_, false));
 }

@@ -11,17 +11,8 @@ public:
     {
         allocations = releases = 0;
         isExhausted = false;
-        BufferMemory::service() = {[](std::size_t bytes) noexcept -> void* {
-                                       if (isExhausted) return nullptr;
-                                       ++allocations;
-                                       return std::malloc(bytes);
-                                   },
-                                   [](void* memory) noexcept {
-                                       ++releases;
-                                       std::free(memory);
-                                   }};
     }
-    ~CountingMemory() { BufferMemory::service() = usual_; }
+    ~CountingMemory() { BufferMemory::exchangeService(usual_); }
     CountingMemory(const CountingMemory&) = delete;
     CountingMemory& operator=(const CountingMemory&) = delete;
 
@@ -30,7 +21,16 @@ public:
     static inline bool isExhausted = false;
 
 private:
-    BufferMemory usual_ = BufferMemory::service();
+    static constexpr BufferMemory kCounting{[](std::size_t bytes) noexcept -> void* {
+                                                if (isExhausted) return nullptr;
+                                                ++allocations;
+                                                return std::malloc(bytes);
+                                            },
+                                            [](void* memory) noexcept {
+                                                ++releases;
+                                                std::free(memory);
+                                            }};
+    const BufferMemory& usual_ = BufferMemory::exchangeService(kCounting);
 };
 
 }  // namespace quillworks

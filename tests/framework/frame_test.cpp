@@ -156,6 +156,24 @@ TEST_F(Frame, TempoAndPositionReachTheCore)
     algorithm->core([](auto& core) { EXPECT_TRUE(core.wetOnly); });
 }
 
+TEST_F(Frame, BothClocksOfTheSongRunOrStandWhereABlockIsCut)
+{
+    prepare(1, 100);
+    for (const bool playing : {true, false}) {
+        algorithm->setTransport({.playing = playing,
+                                 .positionKnown = true,
+                                 .quarterNotes = 8,
+                                 .frameKnown = true,
+                                 .frame = 1000,
+                                 .tempo = 120});
+        play({Signal<float>(300)});
+        algorithm->core([&](auto& core) {  // as the last of three pieces saw it
+            EXPECT_EQ(core.transport.frame, playing ? 1200 : 1000);
+            EXPECT_DOUBLE_EQ(core.transport.quarterNotes, playing ? 8 + 200. / 24000 : 8);
+        });
+    }
+}
+
 TEST_F(Frame, InputAndOutputLayoutsMayDiffer)
 {
     const auto mono = VNK::SpeakerArrangement::withChannels(1);

@@ -36,14 +36,21 @@ public:
 
     void setModuleInformation(const ModuleInformation& information) noexcept override
     {
-        information_ = information;
+        const auto text = [](const char* given) { return given ? given : ""; };
+        information_ = {text(information.title), text(information.version),
+                        text(information.vendor), text(information.legalNotice),
+                        text(information.webAddress)};
     }
-    void setModuleId(const char* id) noexcept override { moduleId_ = id; }
+    void setModuleId(const char* id) noexcept override { moduleId_ = id ? id : ""; }
     bool registerClass(const ClassDescription& description, CreateFunction create,
                        std::span<const ClassAttribute> attributes) noexcept override
     {
+        const auto& d = description;
+        if (!create || !d.category || !d.name || !d.subCategory || !d.description) return false;
+        for (const auto& attribute : attributes)
+            if (!attribute.key) return false;
         for (const auto& c : classes_)
-            if (c.description->classId == description.classId) return false;
+            if (c.description->classId == d.classId) return false;
         try {
             classes_.push_back({&description, create, attributes});
             return true;

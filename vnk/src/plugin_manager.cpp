@@ -10,6 +10,10 @@ namespace VNK {
 
 std::unique_ptr<LoadedModule> LoadedModule::load(const char* path, std::string& reason)
 {
+    if (!path || !*path) {  // the system would take the program itself
+        reason = "a module needs a path";
+        return nullptr;
+    }
     std::unique_ptr<LoadedModule> module(new LoadedModule);
     module->library_ = dlopen(path, RTLD_NOW | RTLD_LOCAL);
     if (!module->library_) {

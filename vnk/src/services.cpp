@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 #include "vnk/debug.h"
 #include "vnk/memory.h"
@@ -29,18 +30,24 @@ std::uint64_t VNKGetSystemTicks() noexcept
 
 namespace VNK {
 namespace {
+// Held while the sink runs, so that who removes a sink may free what it uses. Recursive, for sinks
+// that write messages or remove themselves.
+std::recursive_mutex gMutex;
 DebugSink gSink = nullptr;
 void* gContext = nullptr;
 }  // namespace
 
 void setDebugSink(DebugSink sink, void* context) noexcept
 {
+    const std::lock_guard lock(gMutex);
     gSink = sink;
     gContext = context;
 }
 
 void debugMessage(const char* message) noexcept
 {
+    if (!message) return;
+    const std::lock_guard lock(gMutex);
     if (gSink)
         gSink(message, gContext);
     else

@@ -43,7 +43,7 @@ Speaker speakerNamed(std::string_view name)
 std::string SpeakerArrangement::names() const
 {
     std::string text;
-    for (int c = 0; c < channels; ++c) {
+    for (int c = 0; c < placed(); ++c) {
         if (c > 0) text += ' ';
         text += speakers[c] < Speaker::Count ? kNames[static_cast<int>(speakers[c])] : "-";
     }

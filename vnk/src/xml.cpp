@@ -47,11 +47,11 @@ const char* XmlElement::name() const noexcept
 }
 const char* XmlElement::attribute(const char* name) const noexcept
 {
-    return nodeOf(node_).attribute(name).value();
+    return name ? nodeOf(node_).attribute(name).value() : "";
 }
 bool XmlElement::hasAttribute(const char* name) const noexcept
 {
-    return !nodeOf(node_).attribute(name).empty();
+    return name && !nodeOf(node_).attribute(name).empty();
 }
 const char* XmlElement::firstAttribute() const noexcept
 {
@@ -60,6 +60,7 @@ const char* XmlElement::firstAttribute() const noexcept
 }
 const char* XmlElement::nextAttribute(const char* name) const noexcept
 {
+    if (!name) return nullptr;
     const auto next = nodeOf(node_).attribute(name).next_attribute();
     return next ? next.name() : nullptr;
 }
@@ -73,14 +74,15 @@ XmlElement XmlElement::next(const char* name) const noexcept
 }
 XmlElement XmlElement::addChild(const char* name) const
 {
-    return XmlElement(nodeOf(node_).append_child(name).internal_object());
+    return name ? XmlElement(nodeOf(node_).append_child(name).internal_object()) : XmlElement();
 }
 void XmlElement::setAttribute(const char* name, const char* value) const
 {
+    if (!name) return;
     auto node = nodeOf(node_);
     auto attribute = node.attribute(name);
     if (!attribute) attribute = node.append_attribute(name);
-    attribute.set_value(value);
+    attribute.set_value(value ? value : "");
 }
 
 struct XmlDocument::Implementation {
@@ -91,7 +93,7 @@ struct XmlDocument::Implementation {
 XmlDocument::XmlDocument() : impl_(std::make_unique<Implementation>()) {}
 XmlDocument::XmlDocument(const char* rootName) : XmlDocument()
 {
-    impl_->document.append_child(rootName);
+    if (rootName) impl_->document.append_child(rootName);
 }
 XmlDocument::~XmlDocument() = default;
 

@@ -10,7 +10,8 @@ namespace VNK {
 /// Where an interface writes data of a length that only it knows.
 class IByteSink {
 public:
-    /// Returns false when no more can be taken; the writer then gives up and reports failure.
+    /// Null is refused unless `bytes` is 0. Returns false when no more can be taken; the writer
+    /// then gives up and reports failure.
     virtual bool write(const void* data, std::size_t bytes) noexcept = 0;
 
 protected:
@@ -22,6 +23,7 @@ class StringSink final : public IByteSink {
 public:
     bool write(const void* data, std::size_t bytes) noexcept override
     {
+        if (!data) return bytes == 0;
         try {
             text_.append(static_cast<const char*>(data), bytes);
             return true;

@@ -55,10 +55,11 @@ public:
     virtual IObject* createInstance(const UID& classId) noexcept = 0;
 
     // The module's side.
+    /// Texts that are null are taken for empty ones.
     virtual void setModuleInformation(const ModuleInformation& information) noexcept = 0;
     virtual void setModuleId(const char* id) noexcept = 0;
-    /// Records are kept by reference. False for a class ID that is registered already, or without
-    /// memory.
+    /// Records are kept by reference. False for a class ID that is registered already, for a record
+    /// that lacks a text or the create function, for attributes without a key, or without memory.
     virtual bool registerClass(const ClassDescription& description, CreateFunction create,
                                std::span<const ClassAttribute> attributes = {}) noexcept = 0;
 

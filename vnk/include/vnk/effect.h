@@ -30,7 +30,8 @@ struct Transport {
 };
 
 /// One block. The buffers hold floats or doubles as set by setPrecision; an output may be the input
-/// of any channel, but not a channel of the side-chain.
+/// of any channel, but not a channel of the side-chain. A null buffer is a silent input, or an
+/// output that nobody hears; a null list has no channels.
 struct ProcessData {
     const void* const* inputs = nullptr;
     std::int32_t inputChannels = 0;
@@ -108,11 +109,14 @@ protected:
     ~IEffectListener() = default;
 };
 
-/// The component. Every operation is [main thread] unless it says otherwise.
+/// The component. Every operation is [main thread] unless it says otherwise. Keys, names, texts,
+/// data and sinks that are null are refused as ones that do not exist.
 class IEffectComponent : public IObject {
 public:
     static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D02}");
 
+    /// Belongs to the component, whose last reference goes only while nothing calls the algorithm;
+    /// a host that holds the algorithm longer may go on with it alone.
     virtual IEffectAlgorithm* algorithm() noexcept = 0;
 
     // Parameters, in declaration order.
@@ -128,8 +132,12 @@ public:
     virtual bool setValue(std::int32_t index, float value) noexcept = 0;
     /// The same for automation, between two blocks: no gesture, and the listener is not called.
     /// What else it has moved is told by changeCount, and by the algorithm's latency and tail.
-    /// [audio thread]
+    /// Refuses parameters marked isNotAutomatable. [audio thread]
     virtual bool automate(std::int32_t index, float value) noexcept = 0;
+    /// As automate(), for parameters marked isNotAutomatable too: for formats that hand a person's
+    /// settings over between two blocks, by the same way as automation, and tell the host by a mark
+    /// of their own what is not to be automated. [audio thread]
+    virtual bool setBetweenBlocks(std::int32_t index, float value) noexcept = 0;
     /// Position of the control, 0 .. 1, for a value, and back.
     virtual float toNormalized(std::int32_t index, float value) const noexcept = 0;
     virtual float fromNormalized(std::int32_t index, float position) const noexcept = 0;
@@ -162,9 +170,14 @@ public:
     // State. A refused state or preset leaves everything as it was; refusalReason() says why. After
     // one that was accepted it says what had to be put right in it (values out of range, values
     // that are not finite), or nothing. The text lives until the next call.
-    virtual bool saveState(IByteSink& sink) const noexcept = 0;
+    virtual bool saveState(IByteSink* sink) const noexcept = 0;
+    bool saveState(IByteSink& sink) const noexcept { return saveState(&sink); }
     virtual bool loadState(const void* data, std::size_t bytes) noexcept = 0;
-    virtual bool savePreset(const char* name, IByteSink& sink) const noexcept = 0;
+    virtual bool savePreset(const char* name, IByteSink* sink) const noexcept = 0;
+    bool savePreset(const char* name, IByteSink& sink) const noexcept
+    {
+        return savePreset(name, &sink);
+    }
     virtual bool loadPreset(const void* data, std::size_t bytes) noexcept = 0;
     virtual const char* refusalReason() const noexcept = 0;
     /// The program list: the effect's factory presets.
@@ -187,9 +200,12 @@ public:
     /// Names of the editor views ("Compressor/Editor", ...), null beyond the end.
     virtual const char* viewName(std::int32_t index) const noexcept = 0;
     /// The document that lays the parameters onto hardware controllers; false without one.
-    virtual bool remotePages(IByteSink& sink) const noexcept = 0;
+    virtual bool remotePages(IByteSink* sink) const noexcept = 0;
+    bool remotePages(IByteSink& sink) const noexcept { return remotePages(&sink); }
 
-    /// At most one listener; null removes it. Not owned.
+    /// At most one listener; null removes it. Not owned. Once it returns the former one is called
+    /// no more, on whatever thread, and may be freed: it waits for a call that the audio thread is
+    /// just making. May be called from within a call.
     virtual void setListener(IEffectListener* listener) noexcept = 0;
 
 protected:

@@ -13,7 +13,7 @@ namespace VNK {
 class VNK_API ModuleComponent {
 public:
     ModuleComponent(const char* moduleId, const ModuleInformation& information)
-        : moduleId_(moduleId), information_(information)
+        : moduleId_(moduleId ? moduleId : ""), information_(information)
     {}
 
     /// Loads `skins/MODULEID/skin.xml` from the resources folder and holds it against the classes

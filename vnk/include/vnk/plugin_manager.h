@@ -13,8 +13,8 @@ namespace VNK {
 /// released before. [main thread]
 class VNK_API LoadedModule {
 public:
-    /// Null with one line of reason when the file is no library, lacks one of the two exports, or
-    /// says no to being loaded (it has told why by a debug message then).
+    /// Null with one line of reason when there is no path, the file is no library, lacks one of the
+    /// two exports, or says no to being loaded (it has told why by a debug message then).
     static std::unique_ptr<LoadedModule> load(const char* path, std::string& reason);
     ~LoadedModule();
     LoadedModule(const LoadedModule&) = delete;

@@ -42,10 +42,14 @@ struct SpeakerArrangement {
     std::int32_t channels = 0;  // 0 .. kMaxChannels
     Speaker speakers[kMaxChannels] = {};
 
+    /// Whether the channel count is one that can be. A host may hand over anything; the functions
+    /// below read no more speakers than there are.
+    bool isValid() const noexcept { return channels >= 0 && channels <= kMaxChannels; }
+
     friend bool operator==(const SpeakerArrangement& a, const SpeakerArrangement& b) noexcept
     {
         if (a.channels != b.channels) return false;
-        for (int c = 0; c < a.channels; ++c)
+        for (int c = 0; c < a.placed(); ++c)
             if (a.speakers[c] != b.speakers[c]) return false;
         return true;
     }
@@ -53,7 +57,7 @@ struct SpeakerArrangement {
     /// The channel that feeds `speaker`, or -1.
     int find(Speaker speaker) const noexcept
     {
-        for (int c = 0; c < channels; ++c)
+        for (int c = 0; c < placed(); ++c)
             if (speakers[c] == speaker) return c;
         return -1;
     }
@@ -61,7 +65,7 @@ struct SpeakerArrangement {
     std::uint64_t bits() const noexcept
     {
         std::uint64_t set = 0;
-        for (int c = 0; c < channels; ++c)
+        for (int c = 0; c < placed(); ++c)
             if (speakers[c] < Speaker::Count)
                 set |= std::uint64_t{1} << static_cast<int>(speakers[c]);
         return set;
@@ -78,6 +82,9 @@ struct SpeakerArrangement {
     /// Rs where no side speakers are named, else Lrs Rrs; a mask that does not fit the channel
     /// count, or is 0, gives withChannels().
     VNK_API static SpeakerArrangement fromWaveMask(std::uint32_t mask, int channels) noexcept;
+
+private:
+    int placed() const noexcept { return channels < kMaxChannels ? channels : kMaxChannels; }
 };
 
 }  // namespace VNK

@@ -10,7 +10,8 @@
 
 namespace VNK {
 
-/// A handle to an element; false where there is none. Valid while its document lives.
+/// A handle to an element; false where there is none. Valid while its document lives. A null name
+/// is that of no attribute, and nothing can be added under it; a null value is an empty text.
 class VNK_API XmlElement {
 public:
     XmlElement() = default;
@@ -39,7 +40,7 @@ private:
 class VNK_API XmlDocument {
 public:
     XmlDocument();
-    /// An empty document with a root element.
+    /// An empty document with a root element; without a root for a null name.
     explicit XmlDocument(const char* rootName);
     ~XmlDocument();
     XmlDocument(const XmlDocument&) = delete;
