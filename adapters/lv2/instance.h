@@ -35,6 +35,8 @@ public:
     LV2_State_Status save(LV2_State_Store_Function store, LV2_State_Handle handle);
     LV2_State_Status restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle);
 
+    VNK::IEffectComponent& effect() noexcept { return *effect_; }  // what runs in it
+
 private:
     /// A control input: where the host writes it.
     struct Control {

@@ -7,6 +7,12 @@
 #include <lv2/time/time.h>
 
 namespace quillworks::lv2 {
+namespace {
+
+/// Up to here a double counts single frames; a song has fewer.
+constexpr double kMostFrames = 0x1p53;
+
+}  // namespace
 
 void SongPosition::map(LV2_URID_Map* map, double sampleRate)
 {
@@ -23,9 +29,26 @@ void SongPosition::map(LV2_URID_Map* map, double sampleRate)
 
 void SongPosition::forget() noexcept
 {
-    isKnown_ = false;
-    speed_ = 0;
-    now_ = {};
+    isKnown_ = isFrameKnown_ = isBeatKnown_ = false;
+    speed_ = frame_ = quarterNotes_ = 0;
+    elapsed_ = 0;
+}
+
+// Beats per minute count beats of the unit; the effects count quarter notes.
+double SongPosition::quartersPerBeat() const noexcept
+{
+    return beatUnit_ > 0 ? 4 / beatUnit_ : 1;
+}
+
+double SongPosition::tempo() const noexcept
+{
+    return beatsPerMinute_ * quartersPerBeat();
+}
+
+SongPosition::Place SongPosition::place() const noexcept
+{
+    const double frames = static_cast<double>(elapsed_) * speed_;
+    return {frame_ + frames, quarterNotes_ + frames / sampleRate_ * tempo() / 60};
 }
 
 bool SongPosition::number(const LV2_Atom& atom, double& value) const noexcept
@@ -51,6 +74,7 @@ void SongPosition::read(const LV2_Atom& atom) noexcept
     if (ids_.object == 0 || (atom.type != ids_.object && atom.type != ids_.blank)) return;
     const auto& object = reinterpret_cast<const LV2_Atom_Object&>(atom);
     if (object.body.otype != ids_.position) return;
+    const Place come = place();
     double frame = 0, beat = 0, bar = 0, barBeat = 0;
     bool hasFrame = false, hasBeat = false, hasBar = false, hasBarBeat = false;
     LV2_ATOM_OBJECT_FOREACH(&object, property)
@@ -75,30 +99,31 @@ void SongPosition::read(const LV2_Atom& atom) noexcept
             number(value, beatsPerMinute_);
     }
     isKnown_ = true;
-    // Beats per minute count beats of the unit; the effects count quarter notes.
-    const double quarters = beatUnit_ > 0 ? 4 / beatUnit_ : 1;
-    now_.playing = speed_ != 0;
-    now_.tempo = beatsPerMinute_ * quarters;
-    if (hasFrame) now_.frame = static_cast<std::int64_t>(frame);
-    now_.frameKnown = hasFrame || now_.frameKnown;
+    // What this event does not tell goes on from where it has come to.
+    const double quarters = quartersPerBeat();
     if (!hasBeat && hasBar && hasBarBeat) {
         beat = bar * beatsPerBar_ + barBeat;  // one signature since the start, as far as is known
         hasBeat = true;
     }
-    if (hasBeat) now_.quarterNotes = beat * quarters;
-    now_.positionKnown = hasBeat || now_.positionKnown;
+    frame_ = hasFrame ? frame : come.frame;
+    quarterNotes_ = hasBeat ? beat * quarters : come.quarterNotes;
+    isFrameKnown_ = isFrameKnown_ || hasFrame;
+    isBeatKnown_ = isBeatKnown_ || hasBeat;
+    elapsed_ = 0;
 }
 
 void SongPosition::tell(VNK::IEffectAlgorithm& algorithm) const noexcept
 {
-    if (isKnown_) algorithm.setTransport(now_);
-}
-
-void SongPosition::advance(int frames) noexcept
-{
-    if (!isKnown_ || speed_ == 0) return;
-    now_.frame += static_cast<std::int64_t>(std::lround(frames * speed_));
-    now_.quarterNotes += frames * speed_ / sampleRate_ * now_.tempo / 60;
+    if (!isKnown_) return;
+    VNK::Transport now;
+    now.playing = speed_ != 0;
+    now.tempo = tempo();
+    const auto [frame, quarterNotes] = place();
+    now.positionKnown = isBeatKnown_ && std::isfinite(quarterNotes);
+    if (now.positionKnown) now.quarterNotes = quarterNotes;
+    now.frameKnown = isFrameKnown_ && std::abs(frame) < kMostFrames;
+    if (now.frameKnown) now.frame = std::llround(frame);
+    algorithm.setTransport(now);
 }
 
 }  // namespace quillworks::lv2

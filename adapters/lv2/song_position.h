@@ -20,12 +20,18 @@ public:
     void read(const LV2_Atom& atom) noexcept;
     /// Hands the position to the effect for its next block. [audio thread]
     void tell(VNK::IEffectAlgorithm& algorithm) const noexcept;
-    void advance(int frames) noexcept;
+    void advance(int frames) noexcept { elapsed_ += frames; }
 
     LV2_URID sequence() const noexcept { return ids_.sequence; }
 
 private:
     bool number(const LV2_Atom& atom, double& value) const noexcept;
+    double quartersPerBeat() const noexcept;
+    double tempo() const noexcept;  // quarter notes per minute, 0: unknown
+    struct Place {
+        double frame, quarterNotes;
+    };
+    Place place() const noexcept;  // of the coming block
 
     struct {
         LV2_URID sequence, object, blank, intType, longType, floatType, doubleType;
@@ -35,7 +41,11 @@ private:
     bool isKnown_ = false;
     double speed_ = 0;
     double beatsPerBar_ = 4, beatUnit_ = 4, beatsPerMinute_ = 0;  // 0: unknown
-    VNK::Transport now_;
+    // As told by the last event, and how long ago that was: added up block by block the position
+    // would depend on how the host cuts its blocks.
+    bool isFrameKnown_ = false, isBeatKnown_ = false;
+    double frame_ = 0, quarterNotes_ = 0;
+    std::int64_t elapsed_ = 0;
 };
 
 }  // namespace quillworks::lv2

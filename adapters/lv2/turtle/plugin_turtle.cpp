@@ -2,7 +2,6 @@
 #include "adapters/lv2/turtle/plugin_turtle.h"
 
 #include <algorithm>
-#include <charconv>
 #include <set>
 #include <stdexcept>
 #include <string_view>
@@ -11,6 +10,7 @@
 #include "adapters/lv2/slug.h"
 #include "adapters/lv2/turtle/port_turtle.h"
 #include "adapters/lv2/turtle/turtle.h"
+#include "adapters/lv2/version.h"
 #include "vnk/buffer.h"
 
 namespace quillworks::lv2 {
@@ -67,19 +67,6 @@ std::string presetFile(const Plugin& plugin)
 }
 
 }  // namespace
-
-Version Version::of(const char* text)
-{
-    int parts[3] = {};
-    const char* at = text;
-    const char* const end = text + std::char_traits<char>::length(text);
-    for (int& part : parts) {
-        const auto read = std::from_chars(at, end, part);
-        if (read.ec != std::errc()) break;
-        at = read.ptr < end ? read.ptr + 1 : end;
-    }
-    return {2 * (10 * parts[0] + parts[1]), 2 * parts[2]};
-}
 
 std::string turtleHeader()
 {

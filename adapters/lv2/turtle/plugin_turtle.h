@@ -8,13 +8,6 @@
 
 namespace quillworks::lv2 {
 
-/// Version numbers as LV2 counts them: even ones are releases, 0 stands for none yet.
-struct Version {
-    int minor, micro;
-    /// "5.0.0".
-    static Version of(const char* text);
-};
-
 /// The plug-in's own file: names, classes, ports, groups.
 std::string describe(const Catalogue& catalogue, const Plugin& plugin);
 /// Its factory presets, which share a file; empty without any.
