@@ -205,6 +205,11 @@ TEST(PluginManager, LoadsTheModuleAndSaysWhyOthersAreNone)
     EXPECT_NE(std::getenv("BROKEN_MODULE_UNLOADED"), nullptr) << "a refusal leaves work to undo";
 }
 
+TEST(PluginManager, AModuleLeavesAHostThatBringsNoSymbolsAlong)
+{
+    EXPECT_EQ(std::system(BARE_HOST " " QUILLWORKS_MODULE), 0);
+}
+
 class Theme : public ::testing::Test {
 protected:
     Theme()

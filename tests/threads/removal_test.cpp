@@ -69,7 +69,7 @@ TEST(Removal, AListenerIsCalledByNobodyOnceItIsTakenAway)
     bool isActive = false;
     const Meanwhile audio([&] { fx.algorithm().setSideChainActive(isActive = !isActive); });
     int calls = 0;
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 100; ++i) {
         const auto ear = std::make_unique<Ear>();
         fx.component().setListener(ear.get());
         audio.await(3);
@@ -109,7 +109,7 @@ TEST(Removal, ADebugSinkIsCalledByNobodyOnceItIsTakenAway)
     VNK::setDebugSink(silent, nullptr);
     {
         const Meanwhile other([] { VNK::debugMessage("x\n"); });
-        for (int i = 0; i < 300; ++i) {
+        for (int i = 0; i < 100; ++i) {
             const auto sink = std::make_unique<ShortLived>();
             VNK::setDebugSink(
                 [](const char*, void* context) { static_cast<ShortLived*>(context)->call(); },
@@ -135,7 +135,7 @@ TEST(Removal, BuffersGoBackToTheMemoryTheyCameFrom)
                                            }};
     {
         const Meanwhile worker([] { AlignedBuffer<float> buffer(100); });
-        for (int i = 0; i < 300; ++i) {
+        for (int i = 0; i < 100; ++i) {
             const auto& before = BufferMemory::exchangeService(counting);
             worker.await(2);
             BufferMemory::exchangeService(before);
