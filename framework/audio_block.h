@@ -21,7 +21,7 @@ struct ProcessSpec {
 template <typename T> struct AudioBlock : GridSlice {
     T* const* channel = nullptr;
     int channels = 0;
-    int inputChannels = 0;   // of `channels`, those that hold input
+    int inputChannels = 0;   // of `channels`, those that hold input; the others are silent
     int outputChannels = 0;  // of `channels`, those that the host hears
     const T* const* sideChain = nullptr;
     int sideChainChannels = 0;  // 0 while the bus is not connected

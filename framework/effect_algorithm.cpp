@@ -21,27 +21,29 @@ std::vector<bool> triggersOf(const AlgorithmParameterList& list)
 std::vector<std::pair<Tag, float>> startsOf(const AlgorithmParameterList& list)
 {
     std::vector<std::pair<Tag, float>> starts;
-    for (const auto& meter : list.meters()) starts.emplace_back(meter.tag, meter.start);
+    for (const auto& meter : list.meters()) starts.emplace_back(meter.tag, meter.defaultValue);
     return starts;
 }
 
 }  // namespace
 
 /// Buffers of one precision: what the input was, for bypass and for channels that change places,
-/// and channels that the host has no output for.
+/// channels that the host has no output for, and what bypass plays where that is not the input.
 template <typename T> struct AudioEffectAlgorithm::Scratch {
-    Scratch(int channels, int maxFrames)
+    Scratch(int channels, int maxFrames, bool isLaid)
         : frames(static_cast<std::size_t>(maxFrames)),
           dry(frames * static_cast<std::size_t>(channels)),
           spare(frames * static_cast<std::size_t>(channels)),
-          silence(frames)
+          silence(frames),
+          laid(isLaid ? frames * static_cast<std::size_t>(channels) : 0)
     {}
 
     T* dryOf(int c) noexcept { return dry.data() + frames * static_cast<std::size_t>(c); }
     T* spareOf(int c) noexcept { return spare.data() + frames * static_cast<std::size_t>(c); }
+    T* laidOf(int c) noexcept { return laid.data() + frames * static_cast<std::size_t>(c); }
 
     std::size_t frames;
-    std::vector<T> dry, spare, silence;
+    std::vector<T> dry, spare, silence, laid;
 };
 
 AudioEffectAlgorithm::AudioEffectAlgorithm(AlgorithmParameterList list)
@@ -89,16 +91,19 @@ bool AudioEffectAlgorithm::setSampleRate(std::int32_t maxFrames, double sampleRa
         ProcessSpec spec;
         spec.sampleRate = sampleRate;
         spec.maxFrames = maxFrames;
-        spec.channels =
-            takesInput() ? std::max(input_.channels, output_.channels) : output_.channels;
+        spec.channels = std::max(input_.channels, output_.channels);
         spec.layout = output_;
         spec.inputLayout = input_;
         floatScratch_.reset();
         doubleScratch_.reset();
+        bypassGains_.prepare(input_.channels, output_.channels, [this](int from, int to) {
+            return bypassGain(input_, output_, from, to);
+        });
+        const bool isLaid = !bypassGains_.isIdentity();
         if (precision_ == VNK::Precision::Float)
-            floatScratch_ = std::make_unique<Scratch<float>>(spec.channels, maxFrames);
+            floatScratch_ = std::make_unique<Scratch<float>>(spec.channels, maxFrames, isLaid);
         else
-            doubleScratch_ = std::make_unique<Scratch<double>>(spec.channels, maxFrames);
+            doubleScratch_ = std::make_unique<Scratch<double>>(spec.channels, maxFrames, isLaid);
         // What was set while the host was not processing is in force from now on.
         takeParameters();
         prepareCore(spec, precision_);
@@ -182,6 +187,13 @@ std::uint32_t AudioEffectAlgorithm::getTailLength() const noexcept
     return reportsBypassed_.read() ? 0 : ownTail_.read();
 }
 
+float AudioEffectAlgorithm::getBypassGain(std::int32_t input, std::int32_t output) const noexcept
+{
+    const bool isThere =
+        input >= 0 && input < input_.channels && output >= 0 && output < output_.channels;
+    return isThere ? bypassGain(input_, output_, input, output) : 0;
+}
+
 void AudioEffectAlgorithm::takeParameters() noexcept
 {
     crossing_.drain([this](std::size_t slot, float value) {
@@ -225,7 +237,7 @@ template <typename T>
 void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& scratch) noexcept
 {
     const int channels = spec_.channels;
-    const int inputs = takesInput() && data.inputs ? std::min(data.inputChannels, channels) : 0;
+    const int inputs = data.inputs ? std::min(data.inputChannels, channels) : 0;
     const int outputs = data.outputs ? std::min(data.outputChannels, channels) : 0;
     // A host may hand the input of one channel as the output of another.
     bool crosses = false;
@@ -272,8 +284,11 @@ void AudioEffectAlgorithm::processAs(const VNK::ProcessData& data, Scratch<T>& s
         processPiece(piece, scratch);
         if (!transport_.playing) continue;  // both clocks stand
         if (transport_.frameKnown) transport_.frame += piece.frames;
+        // The song's own tempo, which need not lie within what effects are told.
+        const bool isTold = std::isfinite(transport_.tempo) && transport_.tempo > 0;
+        const double tempo = isTold ? transport_.tempo : tempoSeen_;
         if (transport_.positionKnown)
-            transport_.quarterNotes += piece.frames / spec_.sampleRate * tempoSeen_ / 60;
+            transport_.quarterNotes += piece.frames / spec_.sampleRate * tempo / 60;
     }
 }
 
@@ -283,17 +298,27 @@ void AudioEffectAlgorithm::processPiece(AudioBlock<T>& piece, Scratch<T>& scratc
     const auto latency = static_cast<int>(ownLatency_.read());
     if (bypass_.startsAfresh(latency)) restartCore();
     if (bypass_.isOn()) return runCore(piece);
-    if (bypass_.isOff()) return;
-
     const int heard = piece.outputChannels;
-    for (int c = 0; c < heard; ++c) vec::copy(scratch.dryOf(c), piece[c], piece.frames);
+    const bool isLaid = !bypassGains_.isIdentity();
+    if (bypass_.isOff() && !isLaid) return;
+
+    const auto dryOf = [&](int c) { return isLaid ? scratch.laidOf(c) : scratch.dryOf(c); };
+    for (int c = 0; c < heard; ++c)
+        if (isLaid)
+            bypassGains_.play(piece.channel, piece.inputChannels, c, dryOf(c), piece.frames);
+        else
+            vec::copy(dryOf(c), piece[c], piece.frames);
+    if (bypass_.isOff()) {
+        for (int c = 0; c < heard; ++c) vec::copy(piece[c], dryOf(c), piece.frames);
+        return;
+    }
     runCore(piece);
     for (int done = 0; done < piece.frames;) {
         const int n = bypass_.run(piece.frames - done);
         const auto w = bypass_.advance(n);
         for (int c = 0; c < heard; ++c) {
             T* const out = piece[c] + done;
-            const T* const dry = scratch.dryOf(c) + done;
+            const T* const dry = dryOf(c) + done;
             if (w.from == 1 && w.to == 1) continue;
             if (w.from == 0 && w.to == 0) {
                 vec::copy(out, dry, n);

@@ -8,6 +8,7 @@
 
 #include "framework/audio_block.h"
 #include "framework/bypass.h"
+#include "framework/bypass_gains.h"
 #include "framework/latest_word.h"
 #include "framework/meter_slots.h"
 #include "framework/parameter_crossing.h"
@@ -57,12 +58,14 @@ public:
     void process(const VNK::ProcessData& data) noexcept final;
     std::uint32_t getLatency() const noexcept final;
     std::uint32_t getTailLength() const noexcept final;
+    float getBypassGain(std::int32_t input, std::int32_t output) const noexcept final;
 
     // The component's side. [main thread]
     void setOwner(AlgorithmOwner* owner) noexcept { owner_ = owner; }
     const AlgorithmParameterList& parameterList() const noexcept { return list_; }
     ParameterCrossing& crossing() noexcept { return crossing_; }
-    const MeterSlots& meters() const noexcept { return meters_; }
+    /// Each slot has one writer: the core by its publish(), or what the component measures with.
+    MeterSlots& meters() noexcept { return meters_; }
     const ProcessSpec& spec() const noexcept { return spec_; }
     bool isPrepared() const noexcept { return isPrepared_; }
     const VNK::SpeakerArrangement& inputLayout() const noexcept { return input_; }
@@ -102,8 +105,12 @@ protected:
     virtual void processCore(const AudioBlock<float>& block) noexcept = 0;
     virtual void processCore(const AudioBlock<double>& block) noexcept = 0;
     virtual void publish(MeterSlots& meters) noexcept = 0;
-    /// What the output holds before the core runs: the input, or silence for a generator.
-    virtual bool takesInput() const noexcept { return true; }
+    /// What bypass plays where the layouts differ; asked for each pair of channels when prepared.
+    virtual float bypassGain(const VNK::SpeakerArrangement& input,
+                             const VNK::SpeakerArrangement& output, int from, int to) const noexcept
+    {
+        return placedBypassGain(input, output, from, to);
+    }
 
     VNK::Precision precision() const noexcept { return precision_; }
 
@@ -137,6 +144,7 @@ private:
     VNK::Transport transport_;
     int gridPhase_ = 0;
     BypassFade bypass_;
+    BypassGains bypassGains_;
     LatestWord::Stamps delayStamps_;
     LatestWord ownLatency_, ownTail_, reportsBypassed_;
 
@@ -160,7 +168,8 @@ protected:
     using AudioEffectAlgorithm::AudioEffectAlgorithm;
 };
 
-/// A generator: its input is ignored, its output may have any layout.
+/// A generator: its output may have any layout. It is given the input as any insert is, for bypass
+/// and for cores that add to it; any other core overwrites it.
 class AudioSynthAlgorithm : public AudioEffectAlgorithm {
 public:
     bool acceptsArrangement(const VNK::SpeakerArrangement& input,
@@ -168,7 +177,6 @@ public:
 
 protected:
     using AudioEffectAlgorithm::AudioEffectAlgorithm;
-    bool takesInput() const noexcept final { return false; }
 };
 
 }  // namespace quillworks

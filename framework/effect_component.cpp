@@ -23,6 +23,30 @@ template <class V> const V* find(const auto& attributes, const char* key) noexce
     return at == attributes.end() ? nullptr : std::get_if<V>(&at->second.value);
 }
 
+/// The text cut to `size` - 1 bytes; returns the length of the whole of it.
+std::int32_t writeText(const AlgorithmParameter& row, float value, char* text,
+                       std::int32_t size) noexcept
+{
+    try {
+        const std::string s = AlgorithmParameterFormatter::text(row, value);
+        if (text && size > 0) {
+            const auto n = std::min(s.size(), static_cast<std::size_t>(size) - 1);
+            std::memcpy(text, s.data(), n);
+            text[n] = 0;
+        }
+        return static_cast<std::int32_t>(s.size());
+    } catch (...) {
+        return 0;
+    }
+}
+
+const char* textOfStep(const AlgorithmParameter& row, std::int32_t step) noexcept
+{
+    const auto& texts = row.notes.texts;
+    const auto i = static_cast<std::size_t>(step);
+    return step >= 0 && i < texts.size() ? texts[i] : nullptr;
+}
+
 }  // namespace
 
 AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm, EffectTraits traits)
@@ -75,6 +99,8 @@ bool AudioEffectComponent::getParameter(std::int32_t index, VNK::ParameterInfo& 
             .unitKey = p.unit,
             .unit = AlgorithmParameterFormatter::unitText(p),
             .drivenBy = p.notes.drivenBy,
+            .minText = p.notes.minText,
+            .maxText = p.notes.maxText,
             .kind = p.kind,
             .minimum = p.minimum,
             .maximum = p.maximum,
@@ -82,8 +108,12 @@ bool AudioEffectComponent::getParameter(std::int32_t index, VNK::ParameterInfo& 
             .flags = p.flags,
             .index = p.index,
             .choices = static_cast<std::int32_t>(p.notes.texts.size()),
+            .generation = p.notes.generation,
+            .origin = p.origin(),
+            .wraps = p.notes.wraps,
             .logarithmic = p.curve->law == Curve::Law::Logarithmic,
-            .perChannel = p.perChannel};
+            .perChannel = p.perChannel,
+            .isTempo = p.isTempo};
     return true;
 }
 
@@ -192,18 +222,7 @@ float AudioEffectComponent::fromNormalized(std::int32_t index, float position) c
 std::int32_t AudioEffectComponent::valueToText(std::int32_t index, float value, char* text,
                                                std::int32_t size) const noexcept
 {
-    try {
-        if (!has(index)) return 0;
-        const std::string s = AlgorithmParameterFormatter::text(at(index), value);
-        if (text && size > 0) {
-            const auto n = std::min(s.size(), static_cast<std::size_t>(size) - 1);
-            std::memcpy(text, s.data(), n);
-            text[n] = 0;
-        }
-        return static_cast<std::int32_t>(s.size());
-    } catch (...) {
-        return 0;
-    }
+    return has(index) ? writeText(at(index), value, text, size) : 0;
 }
 
 bool AudioEffectComponent::textToValue(std::int32_t index, const char* text,
@@ -214,10 +233,7 @@ bool AudioEffectComponent::textToValue(std::int32_t index, const char* text,
 
 const char* AudioEffectComponent::choiceText(std::int32_t index, std::int32_t step) const noexcept
 {
-    if (!has(index) || step < 0) return nullptr;
-    const auto& texts = at(index).notes.texts;
-    const auto i = static_cast<std::size_t>(step);
-    return i < texts.size() ? texts[i] : nullptr;
+    return has(index) ? textOfStep(at(index), step) : nullptr;
 }
 
 std::uint32_t AudioEffectComponent::changeCount(std::int32_t index) const noexcept
@@ -258,29 +274,46 @@ std::int32_t AudioEffectComponent::countMeters() const noexcept
 
 bool AudioEffectComponent::getMeter(std::int32_t index, VNK::MeterInfo& info) const noexcept
 {
-    if (index < 0 || index >= countMeters()) return false;
-    const auto& m =
-        list_.meters()[static_cast<std::size_t>(shownMeters_[static_cast<std::size_t>(index)])];
-    info = {.key = m.key.c_str(),
-            .tag = m.tag,
-            .title = m.title,
-            .unit = m.unit,
-            .minimum = m.minimum,
-            .maximum = m.maximum,
-            .index = m.index};
+    const auto* m = shownMeter(index);
+    if (!m) return false;
+    info = {.key = m->key.c_str(),
+            .tag = m->tag,
+            .title = m->title,
+            .unit = AlgorithmParameterFormatter::unitText(*m),
+            .kind = m->kind,
+            .minimum = m->minimum,
+            .maximum = m->maximum,
+            .index = m->index,
+            .choices = static_cast<std::int32_t>(m->notes.texts.size()),
+            .generation = m->notes.generation};
     return true;
 }
 
 float AudioEffectComponent::readMeter(std::int32_t index) const noexcept
 {
-    if (index < 0 || index >= countMeters()) return 0;
-    const int shown = shownMeters_[static_cast<std::size_t>(index)];
-    return algorithm_->meters().read(static_cast<std::size_t>(shown));
+    const auto* m = shownMeter(index);
+    return m ? algorithm_->meters().read(static_cast<std::size_t>(m->meter)) : 0;
+}
+
+std::int32_t AudioEffectComponent::meterToText(std::int32_t index, float value, char* text,
+                                               std::int32_t size) const noexcept
+{
+    const auto* m = shownMeter(index);
+    return m ? writeText(*m, value, text, size) : 0;
+}
+
+const char* AudioEffectComponent::meterChoice(std::int32_t index, std::int32_t step) const noexcept
+{
+    const auto* m = shownMeter(index);
+    return m ? textOfStep(*m, step) : nullptr;
 }
 
 void AudioEffectComponent::setEditorOpen(bool open) noexcept
 {
-    command(kEditorOpen, open ? 1.0f : 0.0f);
+    if (!open && editorOpenings_ == 0) return;
+    editorOpenings_ += open ? 1 : -1;
+    const bool isEdge = editorOpenings_ == (open ? 1 : 0);
+    if (isEdge) command(kEditorOpen, open ? 1.0f : 0.0f);
 }
 
 void AudioEffectComponent::setupChanged(const char* message) noexcept
@@ -292,6 +325,7 @@ void AudioEffectComponent::setupChanged(const char* message) noexcept
         publishAttribute("speakernames", output.names());
         publishAttribute("channelcount", std::int64_t{output.channels});
         publishAttribute("inputchannelcount", std::int64_t{input.channels});
+        publishAttribute("inputspeakerchannels", static_cast<std::int64_t>(input.bits()));
         publishAttribute("inputspeakernames", input.names());
         shownMeters_.clear();
         for (std::size_t i = 0; i < list_.meters().size(); ++i)
@@ -319,7 +353,7 @@ void AudioEffectComponent::wetOnlyChanged() noexcept
 /// Tempo comes from the audio thread: nobody is told, a host that asks again gets the new tail.
 void AudioEffectComponent::tempoChanged() noexcept
 {
-    if (tempoIndex_ >= 0) calculateDelays();
+    calculateDelays();
 }
 
 void AudioEffectComponent::calculateDelays() noexcept

@@ -69,6 +69,9 @@ public:
     std::int32_t countMeters() const noexcept final;
     bool getMeter(std::int32_t index, VNK::MeterInfo& info) const noexcept final;
     float readMeter(std::int32_t index) const noexcept final;
+    std::int32_t meterToText(std::int32_t index, float value, char* text,
+                             std::int32_t size) const noexcept final;
+    const char* meterChoice(std::int32_t index, std::int32_t step) const noexcept final;
     void setEditorOpen(bool open) noexcept final;
     using IEffectComponent::saveState, IEffectComponent::savePreset, IEffectComponent::remotePages;
     bool saveState(VNK::IByteSink* sink) const noexcept final;
@@ -136,6 +139,8 @@ protected:
     double sampleRate() const noexcept { return algorithm_->spec().sampleRate; }
     int channels() const noexcept { return algorithm_->outputLayout().channels; }
     const AlgorithmParameterList& list() const noexcept { return list_; }
+    /// For what is measured outside the audio thread, into slots that the core leaves alone.
+    MeterSlots& meterSlots() noexcept { return algorithm_->meters(); }
     void tell(const char* message) noexcept;
 
 private:
@@ -163,6 +168,13 @@ private:
     Value& valueAt(std::int32_t index) const noexcept
     {
         return values_[static_cast<std::size_t>(index)];
+    }
+    /// The meters that this channel count shows; null beyond the end.
+    const AlgorithmParameter* shownMeter(std::int32_t index) const noexcept
+    {
+        if (index < 0 || index >= countMeters()) return nullptr;
+        const int shown = shownMeters_[static_cast<std::size_t>(index)];
+        return &list_.meters()[static_cast<std::size_t>(shown)];
     }
     bool isSettable(std::int32_t index, float value) const noexcept;
     void store(std::int32_t index, float value) noexcept;
@@ -192,6 +204,7 @@ private:
     Removable<VNK::IEffectListener> listener_;
     Delays announced_;  // as the host was told last
     int groupEdits_ = 0;
+    int editorOpenings_ = 0;
     int bypassIndex_ = -1;
     int tempoIndex_ = -1;
 };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
-// Carries measured values from the audio to the main thread: one 32-bit word each, exchanged once
-// per block.
+// Carries measured values to the main thread: one 32-bit word each, exchanged once per block. Each
+// slot has one writer, the audio thread or whoever else measures.
 #pragma once
 
 #include <algorithm>
@@ -28,14 +28,15 @@ public:
         std::sort(byTag_.begin(), byTag_.end());
     }
 
-    /// Publishes under a tag; a tag without a slot is ignored. [audio thread]
+    /// Publishes under a tag; a tag without a slot is ignored. [the slot's writer]
     void publish(VNK::Tag tag, float value) noexcept
     {
         const auto at =
             std::lower_bound(byTag_.begin(), byTag_.end(), std::pair(tag, std::size_t{0}));
         if (at != byTag_.end() && at->first == tag) set(at->second, value);
     }
-    /// Publishes value(i) under the tags base .. base + n - 1 of a family. [audio thread]
+    /// Publishes value(i) under the tags base .. base + n - 1 of a family. [the
+    /// slots' writer]
     template <class F> void publishFamily(VNK::Tag base, int n, F&& value) noexcept
     {
         auto at = std::lower_bound(byTag_.begin(), byTag_.end(), std::pair(base, std::size_t{0}));

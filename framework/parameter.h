@@ -38,8 +38,8 @@ enum class Kind : std::uint8_t {
     Bypass,   // the effect's bypass switch
     Tempo,    // beats per minute: shows the host's tempo; what is set lasts until the host's next
               // word
-    Meter,    // measured value that stands in the parameter list, read-only
-    Reading,  // measured value outside the parameter list
+    Meter,    // measured value that stands in the parameter list, read-only; a list if it has texts
+    Reading,  // the same outside the parameter list
     Command,  // crosses like a parameter but is none: no key for the host, not stored
 };
 
@@ -55,7 +55,12 @@ struct ParameterNotes {
     const char* drivenBy = "";               // key of the toggle that takes this parameter over
     std::string (*toText)(float) = nullptr;  // in place of number and unit
     std::optional<float> (*fromText)(std::string_view) = nullptr;  // tried before a number
-    std::uint32_t flags = 0;  // VNK::ParameterFlag beyond those of the kind
+    std::uint32_t flags = 0;           // VNK::ParameterFlag beyond those of the kind
+    std::optional<float> origin = {};  // where a knob's arc begins; else the minimum, or the middle
+    bool wraps = false;                // the ends are one place, as of an angle
+    /// Release of the effect that brought the row, counted from 0: formats that number their ports
+    /// put later ones behind all earlier ones.
+    int generation = 0;
 };
 
 /// A row that stands for `count` parameters: key + index, tag + index.

@@ -73,12 +73,19 @@ float AlgorithmParameter::limited(float value) const noexcept
     return std::clamp(value, minimum, maximum);
 }
 
+float AlgorithmParameter::origin() const noexcept
+{
+    if (notes.origin) return *notes.origin;
+    return has(VNK::isBipolar) ? curve->toValue(0.5f, minimum, maximum) : minimum;
+}
+
 void AlgorithmParameterList::add(AlgorithmParameter p, Kind kind)
 {
     if (kind == Kind::Meter || kind == Kind::Reading) {
+        p.flags |= VNK::isReadOnly;
+        if (!p.notes.texts.empty()) p.kind = ValueKind::List;
         p.meter = static_cast<int>(meters_.size());
-        meters_.push_back({p.key, p.tag, p.title, p.unit, p.minimum, p.maximum, p.defaultValue,
-                           p.index, p.perChannel});
+        meters_.push_back(p);
     } else {
         p.slot = static_cast<int>(slots_.size());
         slots_.push_back({p.tag, kind == Kind::Trigger});
@@ -87,9 +94,6 @@ void AlgorithmParameterList::add(AlgorithmParameter p, Kind kind)
     case Kind::Command:
     case Kind::Reading:
         return;  // no parameter
-    case Kind::Meter:
-        p.flags |= VNK::isReadOnly;
-        break;
     case Kind::Toggle:
         p.kind = ValueKind::Toggle;
         p.flags |= VNK::isToggle;
@@ -110,6 +114,7 @@ void AlgorithmParameterList::add(AlgorithmParameter p, Kind kind)
         p.isTempo = true;
         p.flags |= VNK::isNotStored | VNK::isNotAutomatable;
         break;
+    case Kind::Meter:
     case Kind::Float:
         break;
     }

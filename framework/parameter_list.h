@@ -10,7 +10,7 @@
 
 namespace quillworks {
 
-/// One parameter, constant after construction.
+/// One parameter, or a measured value, constant after construction.
 struct AlgorithmParameter {
     std::string key;
     Tag tag = 0;
@@ -19,11 +19,11 @@ struct AlgorithmParameter {
     VNK::ValueKind kind = VNK::ValueKind::Continuous;
     float minimum = 0;
     float maximum = 1;
-    float defaultValue = 0;
+    float defaultValue = 0;  // of a meter: until something is measured
     const Curve* curve = &curve::linear;
     std::uint32_t flags = 0;  // VNK::ParameterFlag
     std::int32_t index = -1;
-    bool perChannel = false;  // the index is a channel
+    bool perChannel = false;  // the index is a channel; meters: shown only for those present
 
     ParameterNotes notes;
     Conversion forward = conversion::asIs;
@@ -38,18 +38,8 @@ struct AlgorithmParameter {
     }
     /// The value within the range, and on a whole step for lists and toggles.
     float limited(float value) const noexcept;
-};
-
-/// A measured value outside the parameter list, or a read-only parameter.
-struct AlgorithmMeter {
-    std::string key;
-    Tag tag = 0;
-    const char* title = "";
-    const char* unit = "";
-    float minimum = 0, maximum = 1;
-    float start = 0;  // until something is measured
-    std::int32_t index = -1;
-    bool perChannel = false;  // shown only for channels that are present
+    /// The value where a knob's arc begins.
+    float origin() const noexcept;
 };
 
 /// What crosses to the audio thread: a parameter that is set, or a command.
@@ -68,7 +58,8 @@ public:
 
     // All in declaration order, families expanded.
     const std::vector<AlgorithmParameter>& parameters() const noexcept { return parameters_; }
-    const std::vector<AlgorithmMeter>& meters() const noexcept { return meters_; }
+    /// Readings, and the meters among the parameters.
+    const std::vector<AlgorithmParameter>& meters() const noexcept { return meters_; }
     const std::vector<AlgorithmSlot>& slots() const noexcept { return slots_; }
     /// Index of a parameter by key or tag, or -1.
     int find(std::string_view key) const noexcept;
@@ -99,7 +90,7 @@ private:
     void add(AlgorithmParameter parameter, Kind kind);
 
     std::vector<AlgorithmParameter> parameters_;
-    std::vector<AlgorithmMeter> meters_;
+    std::vector<AlgorithmParameter> meters_;
     std::vector<AlgorithmSlot> slots_;
 };
 

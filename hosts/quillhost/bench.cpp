@@ -69,7 +69,9 @@ Result benchmark(const Effect& effect, const std::string& title, const Options& 
     setup.sampleRate = options.rate;
     setup.block = options.block;
     setup.precision = options.precision == 0 ? VNK::Precision::Float : VNK::Precision::Double;
-    setup.input = effect.usualLayout();
+    const auto usual = effect.usualLayouts();
+    setup.input = usual.input;
+    setup.output = usual.output;
     Chain chain({effect}, setup);
     const double time = options.precision == 0 ? measure<float>(chain, options.block)
                                                : measure<double>(chain, options.block);

@@ -23,9 +23,8 @@ Chain::Chain(const std::vector<Effect>& effects, const ChainSetup& setup)
             throw WorkError(link.effect.name() + " cannot run at " + shortText(setup.sampleRate) +
                             " Hz with " + std::to_string(link.input.channels) +
                             " channels (rate not supported, or not enough memory)");
-        algorithm.reset();
-        algorithm.setTempo(setup.tempo);
     }
+    restart();
 }
 
 /// Gives every effect its layouts: as they come, and from the first effect that can make the
@@ -89,15 +88,36 @@ std::int64_t Chain::tail(std::int64_t limit) const noexcept
 void Chain::restart() noexcept
 {
     for (auto& link : links_) link.effect.algorithm().reset();
-    frame_ = 0;
+    frame_ = tempoFrame_ = 0;
+    tempoPosition_ = setup_.position;
     nextEvent_ = 0;
+    setTempo(setup_.tempo);
+}
+
+/// Song position of the next block, summed over the tempos so far.
+double Chain::quarterNotes() const noexcept
+{
+    const auto frames = static_cast<double>(frame_ - tempoFrame_);
+    return tempoPosition_ + frames / (setup_.sampleRate * 60 / tempo_);
+}
+
+void Chain::setTempo(double tempo) noexcept
+{
+    tempoPosition_ = quarterNotes();
+    tempoFrame_ = frame_;
+    tempo_ = tempo;
+    for (auto& link : links_) link.effect.algorithm().setTempo(tempo);
 }
 
 void Chain::applyEvents()
 {
     for (; nextEvent_ < events_.size() && events_[nextEvent_].frame <= frame_; ++nextEvent_) {
         const auto& event = events_[nextEvent_];
-        links_[event.effect].effect.component().automate(event.parameter, event.value);
+        const auto& effect = links_[event.effect].effect;
+        if (effect.parameter(event.parameter).isTempo)
+            setTempo(static_cast<double>(event.value));
+        else
+            effect.component().automate(event.parameter, event.value);
     }
 }
 
@@ -120,10 +140,11 @@ void Chain::runPiece(Planes<T>& planes, const Planes<T>* sideChain, int at, int 
 
     VNK::Transport transport;
     transport.playing = transport.positionKnown = transport.frameKnown = true;
-    const double framesPerQuarter = setup_.sampleRate * 60 / setup_.tempo;
-    transport.quarterNotes = setup_.position + static_cast<double>(frame_) / framesPerQuarter;
-    transport.frame = std::llround(setup_.position * framesPerQuarter) + frame_;
-    transport.tempo = setup_.tempo;
+    transport.quarterNotes = quarterNotes();
+    // Where the song would stand if it had had the first tempo before frame 0.
+    transport.frame =
+        std::llround(setup_.position * setup_.sampleRate * 60 / setup_.tempo) + frame_;
+    transport.tempo = tempo_;
 
     for (std::size_t i = 0; i < links_.size(); ++i) {
         auto& link = links_[i];

@@ -44,6 +44,7 @@ public:
     /// Samples that the output goes on beyond the input, latency included, at most `limit`.
     std::int64_t tail(std::int64_t limit) const noexcept;
 
+    /// What is set to a parameter that shows the host's tempo moves the song's tempo instead.
     void setAutomation(std::vector<AutomationEvent> events) { events_ = std::move(events); }
     void setWatcher(Watcher watcher) { watcher_ = std::move(watcher); }
 
@@ -62,6 +63,8 @@ private:
     };
     void arrange();
     void applyEvents();
+    void setTempo(double tempo) noexcept;
+    double quarterNotes() const noexcept;
     template <typename T>
     void runPiece(Planes<T>& planes, const Planes<T>* sideChain, int at, int frames);
 
@@ -70,6 +73,9 @@ private:
     VNK::SpeakerArrangement input_, output_;
     int planeChannels_ = 0;
     std::int64_t frame_ = 0;  // of the next block
+    double tempo_ = 120;      // from tempoFrame_ on, where the song stands at tempoPosition_
+    std::int64_t tempoFrame_ = 0;
+    double tempoPosition_ = 0;  // quarter notes
     std::vector<AutomationEvent> events_;
     std::size_t nextEvent_ = 0;
     Watcher watcher_;

@@ -52,7 +52,9 @@ void prepare(const Effect& effect)
 {
     ChainSetup setup;
     setup.sampleRate = kRate;
-    setup.input = effect.usualLayout();
+    const auto usual = effect.usualLayouts();
+    setup.input = usual.input;
+    setup.output = usual.output;
     Chain({effect}, setup);
 }
 
@@ -83,16 +85,26 @@ void printJson(const Effect& effect)
         row["group"] = p.group;
         row["help"] = p.help;
         row["shortTitle"] = p.shortTitle;
+        if (*p.drivenBy) row["drivenBy"] = p.drivenBy;
+        if (*p.minText) row["minText"] = p.minText;
+        if (*p.maxText) row["maxText"] = p.maxText;
+        row["origin"] = asShown(p.origin);
+        if (p.wraps) row["wraps"] = true;
         parameters.push_back(std::move(row));
     }
     for (int i = 0; i < component.countMeters(); ++i) {
         VNK::MeterInfo m{};
         component.getMeter(i, m);
-        meters.push_back({{"key", m.key},
-                          {"title", m.title},
-                          {"unit", m.unit},
-                          {"min", asShown(m.minimum)},
-                          {"max", asShown(m.maximum)}});
+        Json row = {{"key", m.key},
+                    {"title", m.title},
+                    {"tag", tagText(m.tag)},
+                    {"unit", m.unit},
+                    {"kind", m.kind == VNK::ValueKind::List ? "list" : "float"},
+                    {"min", asShown(m.minimum)},
+                    {"max", asShown(m.maximum)}};
+        for (int step = 0; step < m.choices; ++step)
+            row["choices"].push_back(component.meterChoice(i, step));
+        meters.push_back(std::move(row));
     }
     const auto tail = effect.algorithm().getTailLength();
     const Json all = {{"name", effect.name()},

@@ -16,7 +16,9 @@ ChainSetup setupFor(const Effect& effect)
     setup.sampleRate = Probe::kRate;
     setup.block = kBlock;
     setup.precision = VNK::Precision::Double;
-    setup.input = effect.usualLayout();
+    const auto usual = effect.usualLayouts();
+    setup.input = usual.input;
+    setup.output = usual.output;
     return setup;
 }
 

@@ -269,13 +269,15 @@ std::function<int(Session&)> declare(CLI::App& app)
     app.add_option("--sidechain", o->sideChain, "sound file for the side-chain inputs")
         ->type_name("FILE");
     app.add_option("--automation", o->automation,
-                   "JSON array of {\"frame\",\"fx\",\"key\",\"value\"}")
+                   "JSON array of {\"frame\",\"fx\",\"key\",\"value\"}; \"tempo\" moves the song's")
         ->type_name("FILE");
     app.add_option("--meters", o->meters, "JSON Lines of all meters and parameters, per block")
         ->type_name("FILE");
     app.add_option("--layout", o->layout, "layout of OUT (stereo, 5.1, 7.1.4, ...)")
         ->type_name("NAME");
-    app.add_flag("--keep-latency", o->keepLatency, "leave the effects' delay in OUT");
+    app.add_flag(
+        "--keep-latency", o->keepLatency,
+        "leave the effects' delay in OUT; else it is taken out as it is before any automation");
     return [o, &app, effect, preset](Session& session) {
         for (const auto* option : app.parse_order())
             if (option == effect || option == preset) o->order.push_back(option == effect);

@@ -111,13 +111,20 @@ std::string Effect::loadPreset(const std::string& path) const
     return remark.empty() ? remark : path + ": " + oneLine(remark);
 }
 
-VNK::SpeakerArrangement Effect::usualLayout() const
+Effect::Layouts Effect::usualLayouts() const
 {
-    VNK::SpeakerArrangement layout;
-    for (const char* name : {"stereo", "mono", "5.1"})
-        if (VNK::SpeakerArrangement::named(name, layout) &&
-            algorithm().acceptsArrangement(layout, layout))
-            return layout;
+    constexpr const char* kNames[] = {"stereo", "mono", "5.1"};
+    const auto accepts = [this](const char* from, const char* to, Layouts& layouts) {
+        return VNK::SpeakerArrangement::named(from, layouts.input) &&
+               VNK::SpeakerArrangement::named(to, layouts.output) &&
+               algorithm().acceptsArrangement(layouts.input, layouts.output);
+    };
+    Layouts layouts;
+    for (const char* name : kNames)
+        if (accepts(name, name, layouts)) return layouts;
+    for (const char* from : kNames)
+        for (const char* to : kNames)
+            if (accepts(from, to, layouts)) return layouts;
     throw WorkError(name() + " takes neither stereo nor mono nor 5.1");
 }
 

@@ -34,8 +34,11 @@ public:
     /// WorkError when it is refused.
     std::string loadPreset(const std::string& path) const;
 
-    /// Stereo where the effect takes it, else what it takes.
-    VNK::SpeakerArrangement usualLayout() const;
+    /// Stereo where the effect takes it, else what it takes; the sides differ only where they must.
+    struct Layouts {
+        VNK::SpeakerArrangement input, output;
+    };
+    Layouts usualLayouts() const;
     /// Whether the class passes its audio through for now.
     bool isPassThrough() const;
     /// Text of a value with its unit.

@@ -8,51 +8,11 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/framework/probe_effect.h"
-#include "tests/support/audio_thread_guard.h"
+#include "tests/framework/frame_fixture.h"
 #include "tests/support/listener.h"
-#include "tests/support/signals.h"
 
 namespace quillworks::test {
 namespace {
-
-class Frame : public ::testing::Test {
-protected:
-    Frame()
-    {
-        component->identify(VNK::UID::constant("{00000000-0000-4000-8000-000000000001}"), "Probe");
-    }
-    void prepare(int channels = 1, int frames = 480, double rate = 48000)
-    {
-        const auto layout = VNK::SpeakerArrangement::withChannels(channels);
-        ASSERT_TRUE(algorithm->setSpeakerArrangement(layout, layout));
-        ASSERT_TRUE(algorithm->setSampleRate(frames, rate));
-        algorithm->reset();
-    }
-    Channels<float> play(Channels<float> x, int outputs = 0, const Channels<float>& side = {})
-    {
-        Channels<float> y(outputs ? static_cast<std::size_t>(outputs) : x.size(),
-                          Signal<float>(x[0].size(), 99.f));
-        std::vector<const void*> in, sideIn;
-        std::vector<void*> out;
-        for (auto& s : x) in.push_back(s.data());
-        for (auto& s : side) sideIn.push_back(s.data());
-        for (auto& s : y) out.push_back(s.data());
-        VNK::ProcessData data{in.data(),     int(in.size()),     out.data(),      int(out.size()),
-                              sideIn.data(), int(sideIn.size()), int(x[0].size())};
-        const AudioThreadGuard guard;
-        algorithm->process(data);
-        return y;
-    }
-    void set(const char* key, float value)
-    {
-        ASSERT_TRUE(component->setValue(component->findParameter(key), value)) << key;
-    }
-
-    VNK::Ref<ProbeAlgorithm> algorithm = VNK::Ref<ProbeAlgorithm>::adopt(new ProbeAlgorithm);
-    VNK::Ref<ProbeComponent> component =
-        VNK::Ref<ProbeComponent>::adopt(new ProbeComponent(*algorithm));
-};
 
 TEST_F(Frame, TableBecomesParametersMetersAndCommands)
 {
@@ -188,27 +148,6 @@ TEST_F(Frame, InputAndOutputLayoutsMayDiffer)
     std::int64_t n = 0;
     EXPECT_TRUE(component->getInteger("channelcount", n));
     EXPECT_EQ(n, 6);
-}
-
-TEST(Generator, TakesNoInputAndAnyOutput)
-{
-    struct Algorithm final : PrecisionAlgorithm<ProbeCore, AudioSynthAlgorithm> {
-        Algorithm() : PrecisionAlgorithm(kProbe) {}
-    };
-    const auto algorithm = VNK::Ref<Algorithm>::adopt(new Algorithm);
-    const auto crowd = VNK::SpeakerArrangement::withChannels(6);
-    const auto stereo = VNK::SpeakerArrangement::withChannels(2);
-    EXPECT_FALSE(algorithm->setSpeakerArrangement(stereo, VNK::SpeakerArrangement{}));
-    ASSERT_TRUE(algorithm->setSpeakerArrangement(crowd, stereo));
-    ASSERT_TRUE(algorithm->setSampleRate(64, 48000));
-    EXPECT_EQ(algorithm->spec().channels, 2);
-    const Signal<float> in(8, 1.f);
-    Signal<float> left(8, 99.f), right(8, 99.f);
-    const void* inputs[] = {in.data()};
-    void* outputs[] = {left.data(), right.data()};
-    algorithm->process({inputs, 1, outputs, 2, nullptr, 0, 8});
-    EXPECT_EQ(left, Signal<float>(8, 0.f));
-    EXPECT_EQ(right, left);
 }
 
 TEST_F(Frame, ChannelsMayChangePlacesBetweenInputAndOutput)

@@ -299,6 +299,24 @@ TEST_F(Theme, AMisspeltAttributeIsRefusedOnEveryElement)
     EXPECT_NE(refusal(other), "");
 }
 
+TEST_F(Theme, ADisplayThatNamesAFamilyMakesAllOfItReachable)
+{
+    const auto from = text.find("<Panel title=\"Channel level\"");
+    const auto to = text.find("</Panel>", from) + 8;
+    ASSERT_NE(text.substr(from, to - from).find("channellevel15"), std::string::npos);
+    const auto withDisplay = [&](const std::string& attribute) {
+        auto document = text;
+        return document.replace(from, to - from,
+                                "<Display kind=\"Steps\" " + attribute +
+                                    " x=\"2\" y=\"31\" w=\"101\" h=\"12\"/>");
+    };
+    EXPECT_EQ(refusal(withDisplay("steps=\"channellevel\"")), "") << "by the key";
+    EXPECT_EQ(refusal(withDisplay("steps=\"200\"")), "") << "by the base of the tags";
+    EXPECT_NE(refusal(withDisplay("steps=\"channellevel0\"")).find("cannot be reached"),
+              std::string::npos);
+    EXPECT_NE(refusal(withDisplay("steps=\"level\"")).find("unknown value"), std::string::npos);
+}
+
 /// Contrast ratio of WCAG 2.2.
 double contrast(std::uint32_t a, std::uint32_t b)
 {

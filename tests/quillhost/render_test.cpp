@@ -168,6 +168,33 @@ TEST_F(Render, MetersAreThoseThatTheEffectNames)
     EXPECT_EQ(entry["parameters"]["ratio"], 8);
 }
 
+TEST_F(Render, TempoIsAutomatedForTheWholeSongFromItsFrameOn)
+{
+    writeSound("in.wav", noise(1, 24000), kWavFloat);
+    const auto go = [&](const char* out, Words words, const char* automation) {
+        writeBytes("a.json", automation);
+        words.insert(words.begin(),
+                     {"--fx", "mixtool", "--fx", "analogdelay:sync=1,mix=100,inertia=0.001",
+                      "--meters", "m.jsonl", "--automation", "a.json"});
+        expectSilence(run(render("in.wav", out, words)));
+        return readBytes(out);
+    };
+    const auto at = [](int frame) {
+        return R"([{"frame":)" + std::to_string(frame) + R"(,"fx":1,"key":"tempo","value":240}])";
+    };
+    const auto slow = go("slow.wav", {}, "[]");
+    const auto fast = go("fast.wav", {"--tempo", "240"}, "[]");
+    EXPECT_TRUE(go("out.wav", {}, at(0).c_str()) == fast) << "as if it had been so from the start";
+    EXPECT_TRUE(go("out.wav", {}, at(1000).c_str()) != slow);
+    std::istringstream lines(readBytes("m.jsonl"));
+    for (std::string line; std::getline(lines, line);) {
+        const auto entry = Json::parse(line);
+        if (entry["fx"] != 1) continue;
+        EXPECT_EQ(entry["parameters"]["tempo"], entry["frame"] < 1000 ? 120 : 240)
+            << entry["frame"];
+    }
+}
+
 TEST_F(Render, SideChainMovesTheGainAndIsSilentAfterItsEnd)
 {
     auto in = noise(1, 96000, 0.01), side = noise(1, 24000, 1);

@@ -94,12 +94,15 @@ private:
         std::set<std::string> bound;
         for (const auto& box : view.boxes) {
             for (const auto& [name, value] : box.attributes)
-                if (name != "kind" && !isKnown(value))
+                if (name != "kind" && !bindFamily(value, bound) && !isKnown(value))
                     return fail("a display of " + view.name + " names the unknown value \"" +
                                 value + "\"");
-            for (const auto& control : box.controls)
-                if (!checkControl(view, control, bound)) return false;
         }
+        std::set<std::string> controls;
+        for (const auto& box : view.boxes)
+            for (const auto& control : box.controls)
+                if (!checkControl(view, control, controls)) return false;
+        bound.merge(controls);
         if (!view.name.ends_with("/Editor")) return true;
         for (int i = 0; i < component_.countParameters(); ++i) {
             ParameterInfo p;
@@ -131,6 +134,24 @@ private:
                 at != control.attributes.end() && component_.findParameter(at->second.c_str()) < 0)
                 return fail(what + " refers to the unknown \"" + at->second + "\"");
         return true;
+    }
+
+    /// A display that names a family of parameters, by its key without the index or by its base
+    /// tag, makes all of them reachable. False if there is no such family.
+    bool bindFamily(const std::string& name, std::set<std::string>& bound) const
+    {
+        bool isFamily = false;
+        for (int i = 0; i < component_.countParameters(); ++i) {
+            ParameterInfo p;
+            component_.getParameter(i, p);
+            if (p.index < 0 || p.has(isReadOnly)) continue;
+            const auto index = std::to_string(p.index);
+            const auto base = std::to_string(p.tag - static_cast<Tag>(p.index));
+            if (p.key != name + index && name != base) continue;
+            bound.insert(p.key);
+            isFamily = true;
+        }
+        return isFamily;
     }
 
     /// A parameter's key or tag, or a meter's; numeric tags by their number.

@@ -87,6 +87,9 @@ public:
     /// Samples that the output may last beyond the input, latency included; kEndlessTail if for
     /// ever. [any thread]
     virtual std::uint32_t getTailLength() const noexcept = 0;
+    /// What bypass plays: the gain of an input channel in an output channel of the present layouts.
+    /// [main thread]
+    virtual float getBypassGain(std::int32_t input, std::int32_t output) const noexcept = 0;
 
 protected:
     ~IEffectAlgorithm() = default;
@@ -164,7 +167,13 @@ public:
     virtual bool getMeter(std::int32_t index, MeterInfo& info) const noexcept = 0;
     /// [any thread]
     virtual float readMeter(std::int32_t index) const noexcept = 0;
-    /// Parameters and meters see the editor open or closed: some meters run only while it is open.
+    /// Text of a reading with its unit, "-" for not-a-number; cut and counted as by valueToText.
+    virtual std::int32_t meterToText(std::int32_t index, float value, char* text,
+                                     std::int32_t size) const noexcept = 0;
+    /// Text of a list's step, counted from the minimum; null beyond the end.
+    virtual const char* meterChoice(std::int32_t index, std::int32_t step) const noexcept = 0;
+    /// Somebody begins or ceases to look at the meters; some run only meanwhile. Calls count: the
+    /// effect sees the first beginning and the last end.
     virtual void setEditorOpen(bool open) noexcept = 0;
 
     // State. A refused state or preset leaves everything as it was; refusalReason() says why. After

@@ -38,15 +38,21 @@ struct ParameterInfo {
     const char* unitKey;     // as declared: "Media.DB", "dB", ...
     const char* unit;        // as shown: "dB", "ms", "Hz", "%", ...
     const char* drivenBy;    // key of the toggle that takes this parameter over, or empty
+    const char* minText;     // shown in place of the number at the minimum ("Off"), or empty
+    const char* maxText;
     ValueKind kind;
     float minimum;
     float maximum;
     float defaultValue;
     std::uint32_t flags;
-    std::int32_t index;    // within a family, else -1
-    std::int32_t choices;  // texts of a list, 0 if none
-    bool logarithmic;      // the control moves in equal ratios
-    bool perChannel;       // the index is that of a channel
+    std::int32_t index;       // within a family, else -1
+    std::int32_t choices;     // texts of a list, 0 if none
+    std::int32_t generation;  // release of the effect that brought it, from 0
+    float origin;             // value where a knob's arc begins
+    bool wraps;               // minimum and maximum are one place, as of an angle
+    bool logarithmic;         // the control moves in equal ratios
+    bool perChannel;          // the index is that of a channel
+    bool isTempo;  // shows the host's tempo; a host that automates it moves its own instead
 
     bool has(ParameterFlag flag) const noexcept { return (flags & flag) != 0; }
     bool isStored() const noexcept { return !(flags & (isReadOnly | isTrigger | isNotStored)); }
@@ -59,9 +65,12 @@ struct MeterInfo {
     Tag tag;
     const char* title;
     const char* unit;
+    ValueKind kind;  // Continuous, or List where it has texts
     float minimum;
     float maximum;
-    std::int32_t index;  // channel of a per-channel meter, else -1
+    std::int32_t index;       // channel of a per-channel meter, or within a family; else -1
+    std::int32_t choices;     // texts of a list, 0 if none
+    std::int32_t generation;  // release of the effect that brought it, from 0
 };
 
 }  // namespace VNK
