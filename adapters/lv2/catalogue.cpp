@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <string_view>
 
 #include "adapters/lv2/slug.h"
@@ -30,12 +31,61 @@ template <class F> void forEachPart(std::string_view list, F&& f)
 
 }  // namespace
 
+std::vector<Plugin> pluginsOf(const VNK::ClassDescription& effect, VNK::IEffectComponent& component)
+{
+    std::vector<Plugin> plugins;
+    auto& algorithm = *component.algorithm();
+    const auto add = [&](Plugin plugin, const char* suffix, const char* titleSuffix) {
+        plugin.fileName += suffix;
+        plugin.title += titleSuffix;
+        plugin.uri = "urn:quillworks:" + plugin.fileName;
+        plugin.ports = portsOf(component, plugin.input, plugin.output, plugin.hasSideChain);
+        plugins.push_back(std::move(plugin));
+    };
+    const char* layouts = component.getString("layouts");
+    forEachPart(layouts ? layouts : "stereo", [&](std::string_view part) {
+        Plugin plugin;
+        plugin.effect = &effect;
+        plugin.hasSideChain = algorithm.hasSideChain();
+        const auto arrow = part.find('>');
+        const bool isPair = arrow != part.npos;
+        const std::string from(part.substr(0, arrow)), to(isPair ? part.substr(arrow + 1) : part);
+        if (!VNK::SpeakerArrangement::named(from, plugin.input) ||
+            !VNK::SpeakerArrangement::named(to, plugin.output) ||
+            !algorithm.setSpeakerArrangement(plugin.input, plugin.output))
+            return;
+        plugin.fileName = slug(effect.name->text());
+        plugin.title = std::string("Quillworks ") + effect.name->text();
+        if (isPair) {
+            plugin.fileName.append("-").append(from).append("-").append(to);
+            plugin.title.append(" ").append(capitalised(from));
+            plugin.title.append(" to ").append(capitalised(to));
+        } else if (!plugins.empty()) {  // the usual layout needs no mention
+            plugin.fileName.append("-").append(to);
+            plugin.title.append(" ").append(capitalised(to));
+        }
+        add(plugin, "", "");
+        if (!plugin.hasSideChain) return;
+        // For hosts that take every audio input for one of the signal.
+        plugin.hasSideChain = false;
+        add(plugin, "-nosc", " (No Side-chain)");
+    });
+    return plugins;
+}
+
 Catalogue::Catalogue()
 {
     loaded_ = VNKModuleMain(this, VNK::kModuleLoad);
     if (loaded_) factory_ = VNK::Ref<VNK::IClassFactory>::adopt(VNKGetClassFactory());
     if (!factory_) return;
-    for (int i = 0; i < factory_->countClasses(); ++i) add(*factory_->getClass(i));
+    for (int i = 0; i < factory_->countClasses(); ++i) {
+        const auto& effect = *factory_->getClass(i);
+        const auto object = VNK::Ref<VNK::IObject>::adopt(factory_->createInstance(effect.classId));
+        const auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+        if (!component) continue;
+        auto plugins = pluginsOf(effect, *component);
+        std::move(plugins.begin(), plugins.end(), std::back_inserter(plugins_));
+    }
 }
 
 Catalogue::~Catalogue()
@@ -44,41 +94,13 @@ Catalogue::~Catalogue()
     VNKModuleMain(this, VNK::kModuleUnload);
 }
 
-void Catalogue::add(const VNK::ClassDescription& effect)
-{
-    Plugin plugin;
-    plugin.effect = &effect;
-    const auto object = VNK::Ref<VNK::IObject>::adopt(factory_->createInstance(effect.classId));
-    const auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
-    if (!component) return;
-    const char* layouts = component->getString("layouts");
-    bool isFirst = true;
-    forEachPart(layouts ? layouts : "stereo", [&](std::string_view layout) {
-        auto& algorithm = *component->algorithm();
-        if (!VNK::SpeakerArrangement::named(layout, plugin.layout) ||
-            !algorithm.setSpeakerArrangement(plugin.layout, plugin.layout))
-            return;
-        const std::string name = effect.name->text();
-        plugin.fileName = slug(name);
-        plugin.title = "Quillworks " + name;
-        if (!isFirst) {  // the usual layout needs no mention
-            plugin.fileName.append("-").append(layout);
-            plugin.title.append(" ").append(capitalised(std::string(layout)));
-        }
-        isFirst = false;
-        plugin.uri = "urn:quillworks:" + plugin.fileName;
-        plugin.ports = portsOf(*component, plugin.layout);
-        plugins_.push_back(plugin);
-    });
-}
-
 VNK::Ref<VNK::IEffectComponent> Catalogue::create(const Plugin& plugin) const
 {
     const auto object =
         VNK::Ref<VNK::IObject>::adopt(factory_->createInstance(plugin.effect->classId));
     auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
     if (!component) return {};
-    component->algorithm()->setSpeakerArrangement(plugin.layout, plugin.layout);
+    component->algorithm()->setSpeakerArrangement(plugin.input, plugin.output);
     component->algorithm()->setPrecision(VNK::Precision::Float);
     return component;
 }

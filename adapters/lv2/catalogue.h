@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
-// The pack as a list of LV2 plug-ins: every class of the factory in every layout it is offered in.
+// The pack as a list of LV2 plug-ins: every class of the factory in every layout it is offered in,
+// and those with a side-chain once more without its ports.
 #pragma once
 
 #include <string>
@@ -12,15 +13,23 @@
 
 namespace quillworks::lv2 {
 
-/// One plug-in. Its URI and the symbols of its ports are what songs hold on to.
+/// One plug-in. Its URI, and the symbols and indices of its ports, are what songs and tools hold on
+/// to.
 struct Plugin {
     const VNK::ClassDescription* effect = nullptr;
-    VNK::SpeakerArrangement layout;
-    std::string fileName;  // "analog-delay", "mixtool-5.1"
+    VNK::SpeakerArrangement input, output;
+    bool hasSideChain = false;
+    std::string fileName;  // "analog-delay", "mixtool-5.1", "dual-pan-mono-stereo"
     std::string uri;       // "urn:quillworks:" and the file name
     std::string title;     // "Quillworks Mixtool 5.1"
     std::vector<Port> ports;
 };
+
+/// The plug-ins of one effect: one for each of its layouts ("stereo", or "mono>stereo" where the
+/// sides differ), the usual one first, each followed by the one without side-chain ports if it has
+/// any. The component is left in the last layout.
+std::vector<Plugin> pluginsOf(const VNK::ClassDescription& effect,
+                              VNK::IEffectComponent& component);
 
 /// Loads the module this binary carries, as a host would. [main thread]
 class Catalogue {
@@ -38,8 +47,6 @@ public:
     VNK::Ref<VNK::IEffectComponent> create(const Plugin& plugin) const;
 
 private:
-    void add(const VNK::ClassDescription& effect);
-
     bool loaded_ = false;
     VNK::Ref<VNK::IClassFactory> factory_;
     std::vector<Plugin> plugins_;

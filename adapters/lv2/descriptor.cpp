@@ -36,9 +36,10 @@ LV2_Handle instantiate(const LV2_Descriptor* descriptor, double sampleRate, cons
                        const LV2_Feature* const* features)
 {
     try {
-        for (const auto& plugin : library()->catalogue.plugins())
+        const auto& catalogue = library()->catalogue;
+        for (const auto& plugin : catalogue.plugins())
             if (plugin.uri == descriptor->URI)
-                return new Instance(library()->catalogue, plugin, sampleRate, features);
+                return new Instance(catalogue.create(plugin), plugin, sampleRate, features);
     } catch (...) {  // a host takes null for "cannot be had"
     }
     return nullptr;

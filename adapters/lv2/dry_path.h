@@ -1,24 +1,34 @@
 // SPDX-License-Identifier: ISC
-// What is heard while the host has switched the plug-in off: the input, as late as the plug-in says
-// it is, so that the host's delay compensation stays right.
+// What is heard while the host has switched the plug-in off: what its bypass plays, as late as the
+// plug-in says it is, so that the host's delay compensation stays right.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <vector>
 
+#include "vnk/effect.h"
+
 namespace quillworks::lv2 {
 
 class DryPath {
 public:
-    /// For `channels`, at most `maxFrames` at once and delays up to `maxDelay` frames.
-    void prepare(int channels, double sampleRate, int maxFrames, int maxDelay)
+    /// For an effect that stands in its layouts, at most `maxFrames` at once and delays up to
+    /// `maxDelay` frames.
+    void prepare(const VNK::IEffectAlgorithm& effect, int inputs, int outputs, double sampleRate,
+                 int maxFrames, int maxDelay)
     {
         maxDelay_ = maxDelay;
         length_ = maxDelay + maxFrames;
         step_ = static_cast<float>(1 / std::max(1.0, 0.01 * sampleRate));  // 10 ms to fade
-        rings_.assign(static_cast<std::size_t>(channels),
+        rings_.assign(static_cast<std::size_t>(inputs),
                       std::vector<float>(static_cast<std::size_t>(length_)));
+        shares_.assign(static_cast<std::size_t>(outputs), {});
+        for (int to = 0; to < outputs; ++to)
+            for (int from = 0; from < inputs; ++from)
+                if (const float gain = effect.getBypassGain(from, to); gain != 0)
+                    shares_[static_cast<std::size_t>(to)].push_back(
+                        {rings_[static_cast<std::size_t>(from)].data(), gain});
         reset();
     }
     void reset() noexcept
@@ -47,23 +57,31 @@ public:
         isFresh_ = false;
         if (weight_ != 1 || target != 1) {
             float w = weight_;
-            for (std::size_t c = 0; c < rings_.size(); ++c)
-                w = fade(rings_[c].data(), output[c], frames, std::clamp(delay, 0, maxDelay_),
-                         target);
+            for (std::size_t c = 0; c < shares_.size(); ++c)
+                w = fade(shares_[c], output[c], frames, std::clamp(delay, 0, maxDelay_), target);
             weight_ = w;
         }
         at_ = (at_ + frames) % length_;
     }
 
 private:
+    /// An input channel's part in what an output plays.
+    struct Share {
+        const float* ring;
+        float gain;
+    };
+
     /// Returns the weight that it ends with.
-    float fade(const float* ring, float* y, int frames, int delay, float target) const noexcept
+    float fade(const std::vector<Share>& shares, float* y, int frames, int delay,
+               float target) const noexcept
     {
         float w = weight_;
         int from = at_ >= delay ? at_ - delay : at_ - delay + length_;
         for (int i = 0; i < frames; ++i) {
             w = target > w ? std::min(target, w + step_) : std::max(target, w - step_);
-            const float dry = ring[from];
+            float dry = shares.empty() ? 0 : shares[0].ring[from] * shares[0].gain;
+            for (std::size_t k = 1; k < shares.size(); ++k)
+                dry += shares[k].ring[from] * shares[k].gain;
             // At either end the sum is left out: what is heard there is that signal bit by bit.
             if (w == 0)
                 y[i] = dry;
@@ -74,7 +92,8 @@ private:
         return w;
     }
 
-    std::vector<std::vector<float>> rings_;
+    std::vector<std::vector<float>> rings_;   // of the inputs
+    std::vector<std::vector<Share>> shares_;  // of the outputs
     int maxDelay_ = 0, length_ = 1;
     int at_ = 0;                   // where the present block begins
     float step_ = 0, weight_ = 1;  // of the effect's output

@@ -20,10 +20,10 @@ constexpr double kLongestDrySeconds = 0.25;
 
 }  // namespace
 
-Instance::Instance(const Catalogue& catalogue, const Plugin& plugin, double sampleRate,
+Instance::Instance(VNK::Ref<VNK::IEffectComponent> effect, const Plugin& plugin, double sampleRate,
                    const LV2_Feature* const* features)
     : plugin_(plugin),
-      effect_(catalogue.create(plugin)),
+      effect_(std::move(effect)),
       sampleRate_(sampleRate),
       seen_(plugin.ports.size())
 {
@@ -34,16 +34,15 @@ Instance::Instance(const Catalogue& catalogue, const Plugin& plugin, double samp
     effect_->setEditorOpen(true);
     position_.map(map_, sampleRate);
 
-    const int channels = plugin.layout.channels;
     const auto n = static_cast<std::size_t>(maxFrames_);
-    in_.resize(static_cast<std::size_t>(channels));
-    out_.resize(in_.size());
+    in_.resize(static_cast<std::size_t>(plugin.input.channels));
+    out_.resize(static_cast<std::size_t>(plugin.output.channels));
     side_.resize(static_cast<std::size_t>(count(plugin.ports, Role::SideChain)));
     sideCopy_.assign(side_.size(), std::vector<float>(n));
     silence_.resize(n);
     nowhere_.resize(n);
-    dry_.prepare(channels, sampleRate, maxFrames_,
-                 static_cast<int>(kLongestDrySeconds * sampleRate));
+    dry_.prepare(*effect_->algorithm(), plugin.input.channels, plugin.output.channels, sampleRate,
+                 maxFrames_, static_cast<int>(kLongestDrySeconds * sampleRate));
     for (const auto& port : plugin.ports) {
         controlOfPort_.push_back(static_cast<int>(controls_.size()));
         meterOfPort_.push_back(static_cast<int>(meters_.size()));
@@ -175,10 +174,10 @@ void Instance::process(int from, int frames) noexcept
     auto& algorithm = *effect_->algorithm();
     for (const int end = from + frames; from < end;) {
         const int n = std::min(end - from, maxFrames_);
-        for (std::size_t c = 0; c < in_.size(); ++c) {
+        for (std::size_t c = 0; c < in_.size(); ++c)
             inputs[c] = in[c] = in_[c] ? in_[c] + from : silence_.data();
+        for (std::size_t c = 0; c < out_.size(); ++c)
             outputs[c] = out[c] = out_[c] ? out_[c] + from : nowhere_.data();
-        }
         for (std::size_t c = 0; c < side_.size(); ++c) {
             if (side_[c])
                 std::copy_n(side_[c] + from, n, sideCopy_[c].data());
@@ -190,7 +189,8 @@ void Instance::process(int from, int frames) noexcept
         VNK::ProcessData data;
         data.inputs = inputs;
         data.outputs = outputs;
-        data.inputChannels = data.outputChannels = static_cast<std::int32_t>(in_.size());
+        data.inputChannels = static_cast<std::int32_t>(in_.size());
+        data.outputChannels = static_cast<std::int32_t>(out_.size());
         data.sideChain = sides;
         data.sideChainChannels = static_cast<std::int32_t>(side_.size());
         data.frames = n;

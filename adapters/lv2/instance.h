@@ -22,8 +22,9 @@ inline constexpr const char* kStatePorts = "urn:quillworks:state#ports";
 
 class Instance {
 public:
-    /// Throws where the effect cannot be had at this rate. [main thread]
-    Instance(const Catalogue& catalogue, const Plugin& plugin, double sampleRate,
+    /// Runs an effect that stands in the plug-in's layouts. Throws where there is none, or not at
+    /// this rate. [main thread]
+    Instance(VNK::Ref<VNK::IEffectComponent> effect, const Plugin& plugin, double sampleRate,
              const LV2_Feature* const* features);
 
     void connect(std::uint32_t port, void* data) noexcept;

@@ -25,32 +25,43 @@ std::string channelSymbol(const std::string& prefix, const VNK::SpeakerArrangeme
 
 }  // namespace
 
-std::vector<Port> portsOf(VNK::IEffectComponent& component, const VNK::SpeakerArrangement& layout)
+std::vector<Port> portsOf(VNK::IEffectComponent& component, const VNK::SpeakerArrangement& input,
+                          const VNK::SpeakerArrangement& output, bool hasSideChain)
 {
     std::vector<Port> ports;
     const auto add = [&](Role role, int index, std::string symbol) {
         ports.push_back({role, index, std::move(symbol)});
     };
-    for (int c = 0; c < layout.channels; ++c) add(Role::AudioIn, c, channelSymbol("in", layout, c));
-    for (int c = 0; c < layout.channels; ++c)
-        add(Role::AudioOut, c, channelSymbol("out", layout, c));
-    const bool hasSideChain = component.algorithm()->hasSideChain();
+    for (int c = 0; c < input.channels; ++c) add(Role::AudioIn, c, channelSymbol("in", input, c));
+    for (int c = 0; c < output.channels; ++c)
+        add(Role::AudioOut, c, channelSymbol("out", output, c));
     if (hasSideChain) {
-        const auto bus = VNK::SpeakerArrangement::withChannels(std::min(2, layout.channels));
+        const auto bus = VNK::SpeakerArrangement::withChannels(std::min(2, output.channels));
         for (int c = 0; c < bus.channels; ++c)
             add(Role::SideChain, c, channelSymbol("sidechain_in", bus, c));
     }
     add(Role::Events, 0, "control");
     add(Role::Enabled, 0, "enabled");
     if (hasSideChain) add(Role::SideChainOn, 0, "sidechain");
-    VNK::ParameterInfo p;
-    for (int i = 0; component.getParameter(i, p); ++i)
-        if (!p.has(VNK::isReadOnly) && !(p.perChannel && p.index >= layout.channels))
-            add(Role::Parameter, i, p.key);
-    VNK::MeterInfo m;
-    for (int i = 0; component.getMeter(i, m); ++i) add(Role::Meter, i, m.key);
+    int newest = 0;
+    const auto addGeneration = [&](int generation) {
+        VNK::ParameterInfo p;
+        for (int i = 0; component.getParameter(i, p); ++i) {
+            newest = std::max(newest, p.generation);
+            if (p.generation == generation && !p.has(VNK::isReadOnly) &&
+                !(p.perChannel && p.index >= output.channels))
+                add(Role::Parameter, i, p.key);
+        }
+        VNK::MeterInfo m;
+        for (int i = 0; component.getMeter(i, m); ++i) {
+            newest = std::max(newest, m.generation);
+            if (m.generation == generation) add(Role::Meter, i, m.key);
+        }
+    };
+    addGeneration(0);
     add(Role::Latency, 0, "latency");
     add(Role::FreeWheel, 0, "freewheel");
+    for (int generation = 1; generation <= newest; ++generation) addGeneration(generation);
     return ports;
 }
 

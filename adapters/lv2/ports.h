@@ -28,8 +28,10 @@ struct Port {
     std::string symbol;
 };
 
-/// Ports of an effect that stands in its layout; side-chain buses have at most two channels.
-std::vector<Port> portsOf(VNK::IEffectComponent& component, const VNK::SpeakerArrangement& layout);
+/// Ports of an effect that stands in its layouts; side-chain buses have at most two channels. What
+/// is published keeps its index: rows of later generations follow behind all of the earlier ones.
+std::vector<Port> portsOf(VNK::IEffectComponent& component, const VNK::SpeakerArrangement& input,
+                          const VNK::SpeakerArrangement& output, bool hasSideChain);
 
 /// Channels of the main input or output of these ports, or of the side-chain.
 int count(const std::vector<Port>& ports, Port::Role role) noexcept;

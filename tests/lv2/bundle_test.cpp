@@ -84,7 +84,7 @@ TEST(Lv2Bundle, SoundsAndMeasuresLikeTheEffectAtAnySettingAndBlockLength)
                 running.sideChain(side);
                 effect.sideChain(side);
             }
-            auto in = noiseChannels(plugin.layout.channels, 3000, seed);
+            auto in = noiseChannels(plugin.input.channels, 3000, seed);
             Channels<float> a = in, b = in;
             for (int turn = 0; turn < 2; ++turn) {  // parameters change while it runs
                 randomise(effect, running, seed + static_cast<std::uint32_t>(turn));

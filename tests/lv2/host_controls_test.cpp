@@ -25,7 +25,7 @@ TEST(Lv2Enabled, OffIsTheInputAtTheReportedLatencyBitForBit)
             auto effect = effectOf(plugin);
             randomise(effect, running, kSeed);
             running.set("enabled", 0);
-            const auto in = noiseChannels(plugin.layout.channels, 6000);
+            const auto in = noiseChannels(plugin.input.channels, 6000);
             const auto out = running.play(in, block);
             EXPECT_TRUE(isSame(out, delayed(in, running.latency())));
         }
@@ -40,7 +40,7 @@ TEST(Lv2Enabled, SwitchingFadesWithinTenMillisecondsAndTheEffectKeepsRunning)
         randomise(effect, running, kSeed);
         auto other = effectOf(plugin);
         randomise(other, always, kSeed);
-        const auto in = noiseChannels(plugin.layout.channels, 4800);
+        const auto in = noiseChannels(plugin.input.channels, 4800);
         const auto dry = delayed(in, (running.play(in), running.latency()));
         always.play(in);
         const auto wet = always.play(in), wetAgain = always.play(in);
@@ -90,7 +90,7 @@ TEST(Lv2Tempo, ActsFromTheFrameOfTheEventAndStays)
         SCOPED_TRACE(plugin.uri);
         Lv2UnderTest running(plugin.uri);
         auto effect = effectOf(plugin);
-        auto in = noiseChannels(plugin.layout.channels, 30000);
+        auto in = noiseChannels(plugin.input.channels, 30000);
         Channels<float> a = in, b = in;
         const auto play = [&](int at, int n) { effect.processBlock(in, a, at, n); };
         const auto at0 = position(372, 8), later = position(71.5f, 4);
@@ -118,7 +118,7 @@ TEST(Lv2SideChain, IsHeardOnlyWhileItsSwitchIsOn)
         if (!running.hasSideChain()) continue;
         SCOPED_TRACE(plugin.uri);
         Lv2UnderTest alone(plugin.uri);
-        const auto in = noiseChannels(plugin.layout.channels, 4800);
+        const auto in = noiseChannels(plugin.input.channels, 4800);
         running.sideChain(noiseChannels(running.sideChannels(), 4800, kSeed + 9));
         running.set("sidechain", 0);
         EXPECT_TRUE(isSame(running.play(in), alone.play(in)));

@@ -37,7 +37,7 @@ TEST(Lv2State, ASongGivesEveryPlugInBackAsItWas)
 {
     for (const auto& plugin : catalogue().plugins()) {
         SCOPED_TRACE(plugin.uri);
-        const auto in = noiseChannels(plugin.layout.channels, 2000);
+        const auto in = noiseChannels(plugin.input.channels, 2000);
         Lv2UnderTest before(plugin.uri), after(plugin.uri);
         auto effect = effectOf(plugin);
         randomise(effect, before, kSeed);
@@ -90,7 +90,7 @@ TEST(Lv2State, PresetsAreThoseOfTheModuleAndStandInThePorts)
                     EXPECT_EQ(running.instance().get(p.key), reference.component().getValue(i))
                         << p.key;
                 }
-            const auto in = noiseChannels(plugin.layout.channels, 2000);
+            const auto in = noiseChannels(plugin.input.channels, 2000);
             EXPECT_TRUE(isSame(running.play(in), reference.play(in, kMaxFrames)));
         }
     }
@@ -101,7 +101,7 @@ TEST(Lv2State, IsSavedWhileThePlugInRuns)
     for (const auto& plugin : catalogue().plugins()) {
         SCOPED_TRACE(plugin.uri);
         Lv2UnderTest running(plugin.uri), after(plugin.uri);
-        const auto in = noiseChannels(plugin.layout.channels, 512);
+        const auto in = noiseChannels(plugin.input.channels, 512);
         std::atomic<bool> isDone{false};
         std::thread audio([&] {
             auto effect = effectOf(plugin);
@@ -162,7 +162,7 @@ TEST(Lv2State, RefusesWhatIsDamagedForeignOrMissingAndChangesNothing)
         Lv2UnderTest running(plugin.uri);
         auto effect = effectOf(plugin);
         randomise(effect, running, kSeed);
-        running.play(noiseChannels(plugin.layout.channels, 600));
+        running.play(noiseChannels(plugin.input.channels, 600));
         const auto before = text(running);
         VNK::StringSink sink;
         ASSERT_TRUE(effect.component().saveState(sink));

@@ -111,6 +111,16 @@ std::string title(const char* text, int index)
     return index >= 0 ? std::string(text) + " " + std::to_string(index + 1) : text;
 }
 
+/// A point on the scale of a list for each of its texts.
+void addChoices(Node& node, float minimum, int choices, auto&& text)
+{
+    std::vector<std::string> points;
+    for (int step = 0; step < choices; ++step)
+        points.push_back("[ rdfs:label " + turtle::text(text(step)) + " ; rdf:value " +
+                         turtle::number(minimum + static_cast<float>(step)) + " ]");
+    if (!points.empty()) node.add("lv2:scalePoint", turtle::list(points, " ,\n            "));
+}
+
 void addParameter(Node& node, VNK::IEffectComponent& effect, const Plugin& plugin, int index)
 {
     VNK::ParameterInfo p{};
@@ -126,12 +136,8 @@ void addParameter(Node& node, VNK::IEffectComponent& effect, const Plugin& plugi
     if (p.has(VNK::isHidden) || p.has(VNK::isBypass)) properties.push_back("pprops:notOnGUI");
     if (p.has(VNK::isNotAutomatable)) properties.push_back("pprops:notAutomatic");
     if (!properties.empty()) node.add("lv2:portProperty", turtle::list(properties));
-    std::vector<std::string> points;
-    for (int step = 0; step < p.choices; ++step)
-        points.push_back("[ rdfs:label " + turtle::text(effect.choiceText(index, step)) +
-                         " ; rdf:value " + turtle::number(p.minimum + static_cast<float>(step)) +
-                         " ]");
-    if (!points.empty()) node.add("lv2:scalePoint", turtle::list(points, " ,\n            "));
+    addChoices(node, p.minimum, p.choices,
+               [&](int step) { return effect.choiceText(index, step); });
     addUnit(node, p.unit);
     if (const std::string s = p.shortTitle; !s.empty() && s.size() <= 16 && s != p.title)
         node.add("lv2:shortName", turtle::text(title(p.shortTitle, p.index)));
@@ -145,18 +151,19 @@ void addMeter(Node& node, VNK::IEffectComponent& effect, const Plugin& plugin, i
     VNK::MeterInfo m{};
     effect.getMeter(index, m);
     addRange(node, m.minimum, m.maximum);
-    VNK::ParameterInfo p{};
-    const int parameter = effect.findParameter(m.key);
-    const char* shown = parameter >= 0 && effect.getParameter(parameter, p) ? p.unit : m.unit;
-    addUnit(node, shown);
+    if (m.kind == VNK::ValueKind::List)
+        node.add("lv2:portProperty", "lv2:integer , lv2:enumeration");
+    addChoices(node, m.minimum, m.choices,
+               [&](int step) { return effect.meterChoice(index, step); });
+    addUnit(node, m.unit);
     node.add("pg:group", groupUri(plugin, "meters"));
 }
 
 VNK::SpeakerArrangement layoutOf(const Plugin& plugin, Role role)
 {
-    return role == Role::SideChain
-               ? VNK::SpeakerArrangement::withChannels(count(plugin.ports, Role::SideChain))
-               : plugin.layout;
+    if (role == Role::SideChain)
+        return VNK::SpeakerArrangement::withChannels(count(plugin.ports, Role::SideChain));
+    return role == Role::AudioIn ? plugin.input : plugin.output;
 }
 
 void addChannel(Node& node, const Plugin& plugin, const Port& port)
@@ -316,8 +323,8 @@ std::string describeGroups(VNK::IEffectComponent& effect, const Plugin& plugin)
             .add("lv2:name", turtle::text(name));
     };
     std::string text =
-        bus("in", "Input", plugin.layout.channels, "pg:InputGroup").of(groupUri(plugin, "in")) +
-        bus("out", "Output", plugin.layout.channels, "pg:OutputGroup")
+        bus("in", "Input", plugin.input.channels, "pg:InputGroup").of(groupUri(plugin, "in")) +
+        bus("out", "Output", plugin.output.channels, "pg:OutputGroup")
             .add("pg:source", groupUri(plugin, "in"))
             .of(groupUri(plugin, "out"));
     if (const int side = count(plugin.ports, Role::SideChain))
