@@ -31,6 +31,7 @@ enum class Measurement {
 template <typename T> class LevelMeterCore {
 public:
     using Settings = LevelMeterSettings;
+    static constexpr CoreHooks kHooks{.publish = true};
     enum Group : unsigned {
         Correlation = 1,
         Hold = 2,

@@ -13,6 +13,8 @@ if(QUILLWORKS_SANITIZE)
   add_compile_options(-fsanitize=${QUILLWORKS_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QUILLWORKS_SANITIZE})
+  # The rules of the effect interface too, as in a debug build.
+  target_compile_definitions(quillworks_options INTERFACE QUILLWORKS_CHECK_RULES)
   # Instrumented vector code compiles for minutes: AVX2 and the scalar build stand for all sets.
   target_compile_definitions(quillworks_options INTERFACE
     "HWY_DISABLED_TARGETS=(HWY_SSSE3|HWY_SSE4|HWY_AVX3|HWY_AVX3_DL)")

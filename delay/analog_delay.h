@@ -13,6 +13,7 @@ namespace quillworks {
 template <typename T> class AnalogDelayCore {
 public:
     using Settings = AnalogDelaySettings;
+    static constexpr CoreHooks kHooks{.tempo = true, .wetOnly = true};
     enum Group : unsigned { Mix = 128 };  // and those of EchoLoop
 
     void prepare(const ProcessSpec& spec);

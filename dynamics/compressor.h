@@ -42,6 +42,7 @@ float autoMakeUp(float slope, float threshold) noexcept;
 template <typename T> class CompressorCore {
 public:
     using Settings = CompressorSettings;
+    static constexpr CoreHooks kHooks{.wetOnly = true, .publish = true};
     enum Group : unsigned {
         Curve = 1,
         Times = 2,

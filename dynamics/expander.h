@@ -31,6 +31,7 @@ struct ExpanderSettings {
 template <typename T> class ExpanderCore {
 public:
     using Settings = ExpanderSettings;
+    static constexpr CoreHooks kHooks{.publish = true};
     enum Group : unsigned {
         Curve = 1,
         Times = 2,

@@ -26,6 +26,7 @@ struct LimiterSettings {
 template <typename T> class LimiterCore {
 public:
     using Settings = LimiterSettings;
+    static constexpr CoreHooks kHooks{.publish = true};
     enum Group : unsigned {
         Gains = 1,
         Curve = 2,

@@ -72,6 +72,7 @@ bool AudioEffectComponent::restore(StoredState state)
 
 bool AudioEffectComponent::saveState(VNK::IByteSink* sink) const noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     if (!sink) return false;
     try {
         const auto chunk = writeChunk(storedState());
@@ -83,6 +84,7 @@ bool AudioEffectComponent::saveState(VNK::IByteSink* sink) const noexcept
 
 bool AudioEffectComponent::loadState(const void* data, std::size_t bytes) noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     try {
         StoredState state;
         return readChunk(data, bytes, state, refusal_) && restore(std::move(state));
@@ -94,6 +96,7 @@ bool AudioEffectComponent::loadState(const void* data, std::size_t bytes) noexce
 
 bool AudioEffectComponent::savePreset(const char* name, VNK::IByteSink* sink) const noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     if (!name || !sink) return false;
     try {
         auto state = storedState();
@@ -107,6 +110,7 @@ bool AudioEffectComponent::savePreset(const char* name, VNK::IByteSink* sink) co
 
 bool AudioEffectComponent::loadPreset(const void* data, std::size_t bytes) noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     try {
         StoredState state;
         return readPreset(data, bytes, state, refusal_) && restore(std::move(state));
@@ -149,6 +153,7 @@ const char* AudioEffectComponent::programTitle(std::int32_t index) const noexcep
 
 bool AudioEffectComponent::loadProgram(std::int32_t index) noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     if (!programTitle(index)) return false;
     try {
         std::string text;

@@ -67,6 +67,7 @@ bool AudioSynthAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement&,
 bool AudioEffectAlgorithm::setSpeakerArrangement(const VNK::SpeakerArrangement& input,
                                                  const VNK::SpeakerArrangement& output) noexcept
 {
+    const CallRules::Exclusive rule(rules_, CallRules::Exclusive::NotProcessing);
     if (!input.isValid() || !output.isValid() || !acceptsArrangement(input, output)) return false;
     const bool changes = !(input == input_ && output == output_);
     input_ = input;
@@ -78,6 +79,7 @@ bool AudioEffectAlgorithm::setSpeakerArrangement(const VNK::SpeakerArrangement& 
 
 void AudioEffectAlgorithm::setPrecision(VNK::Precision precision) noexcept
 {
+    const CallRules::Exclusive rule(rules_, CallRules::Exclusive::NotProcessing);
     if (precision == precision_) return;
     precision_ = precision;
     isPrepared_ = false;
@@ -85,6 +87,7 @@ void AudioEffectAlgorithm::setPrecision(VNK::Precision precision) noexcept
 
 bool AudioEffectAlgorithm::setSampleRate(std::int32_t maxFrames, double sampleRate) noexcept
 {
+    const CallRules::Exclusive rule(rules_, CallRules::Exclusive::NotProcessing);
     if (!(sampleRate >= 1 && sampleRate <= 2e6) || maxFrames < 1) return false;
     isPrepared_ = false;
     try {
@@ -122,6 +125,7 @@ bool AudioEffectAlgorithm::setSampleRate(std::int32_t maxFrames, double sampleRa
 
 void AudioEffectAlgorithm::reset() noexcept
 {
+    const CallRules::Exclusive rule(rules_, CallRules::Exclusive::NotProcessing);
     if (!isPrepared_) return;
     isFresh_ = true;
     takeParameters();
@@ -207,6 +211,14 @@ void AudioEffectAlgorithm::takeParameters() noexcept
 
 void AudioEffectAlgorithm::process(const VNK::ProcessData& data) noexcept
 {
+    const CallRules::Exclusive rule(rules_, CallRules::Exclusive::Block);
+    if constexpr (kChecksRules) {
+        if (!isPrepared_) ruleBroken("process without a preparation that succeeded");
+        if (precision_ == VNK::Precision::Float)
+            checkAliasing<float>(data);
+        else
+            checkAliasing<double>(data);
+    }
     if (!isPrepared_ || data.frames <= 0) return;
     const FlushDenormals flush;
     takeParameters();

@@ -9,6 +9,7 @@
 #include "framework/audio_block.h"
 #include "framework/bypass.h"
 #include "framework/bypass_gains.h"
+#include "framework/call_rules.h"
 #include "framework/latest_word.h"
 #include "framework/meter_slots.h"
 #include "framework/parameter_crossing.h"
@@ -66,6 +67,7 @@ public:
     ParameterCrossing& crossing() noexcept { return crossing_; }
     /// Each slot has one writer: the core by its publish(), or what the component measures with.
     MeterSlots& meters() noexcept { return meters_; }
+    CallRules& rules() noexcept { return rules_; }
     const ProcessSpec& spec() const noexcept { return spec_; }
     bool isPrepared() const noexcept { return isPrepared_; }
     const VNK::SpeakerArrangement& inputLayout() const noexcept { return input_; }
@@ -127,6 +129,7 @@ private:
     void restartCore() noexcept;
     void tellOwner(const char* message) noexcept;
 
+    CallRules rules_;
     const AlgorithmParameterList list_;
     ParameterCrossing crossing_;  // list_.slots()
     MeterSlots meters_;           // list_.meters()

@@ -167,6 +167,7 @@ bool AudioEffectComponent::isSettable(std::int32_t index, float value) const noe
 
 bool AudioEffectComponent::setValue(std::int32_t index, float value) noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     if (!isSettable(index, value)) return false;
     if (groupEdits_ > 0 && !valueAt(index).inGroup) {
         valueAt(index).inGroup = true;
@@ -243,6 +244,7 @@ std::uint32_t AudioEffectComponent::changeCount(std::int32_t index) const noexce
 
 void AudioEffectComponent::beginEdit(Tag tag) noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     const int index = list_.findTag(tag);
     if (index >= 0 && valueAt(index).holds++ == 0 && listener_.get())
         listener_.get()->editBegun(index);
@@ -250,6 +252,7 @@ void AudioEffectComponent::beginEdit(Tag tag) noexcept
 
 void AudioEffectComponent::endEdit(Tag tag) noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     const int index = list_.findTag(tag);
     if (index < 0 || valueAt(index).holds == 0) return;
     if (--valueAt(index).holds == 0 && listener_.get()) listener_.get()->editEnded(index);
@@ -257,11 +260,13 @@ void AudioEffectComponent::endEdit(Tag tag) noexcept
 
 void AudioEffectComponent::beginGroupEdit() noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     ++groupEdits_;
 }
 
 void AudioEffectComponent::endGroupEdit() noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     if (groupEdits_ == 0 || --groupEdits_ > 0) return;
     for (std::int32_t i = 0; i < countParameters(); ++i)
         if (std::exchange(valueAt(i).inGroup, false)) endEdit(at(i).tag);
@@ -310,6 +315,7 @@ const char* AudioEffectComponent::meterChoice(std::int32_t index, std::int32_t s
 
 void AudioEffectComponent::setEditorOpen(bool open) noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     if (!open && editorOpenings_ == 0) return;
     editorOpenings_ += open ? 1 : -1;
     const bool isEdge = editorOpenings_ == (open ? 1 : 0);
@@ -418,6 +424,7 @@ const char* AudioEffectComponent::getString(const char* key) const noexcept
 
 bool AudioEffectComponent::setInteger(const char* key, std::int64_t value) noexcept
 {
+    const CallRules::MainThread rule(algorithm_->rules());
     if (!key) return false;
     const auto at = attributes_.find(std::string_view(key));
     if (at == attributes_.end() || !at->second.isSettable) return false;

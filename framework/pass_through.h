@@ -20,6 +20,7 @@ struct PassThroughSettings {};
 template <typename T> class PassThroughCore {
 public:
     using Settings = PassThroughSettings;
+    static constexpr CoreHooks kHooks{};
     void prepare(const ProcessSpec&) {}
     void reset() noexcept {}
     void apply(const Settings&, unsigned) noexcept {}

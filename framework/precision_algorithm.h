@@ -7,26 +7,26 @@
 #include <utility>
 #include <vector>
 
+#include "framework/core.h"
 #include "framework/effect_algorithm.h"
 
 namespace quillworks {
 
-/// What an effect's core offers. Optional, found by name: setTempo(double), setWetOnly(bool),
-/// publish(MeterSlots&).
-template <class C>
-concept Core = requires(C core, const C& view, const ProcessSpec& spec,
-                        const typename C::Settings& settings, unsigned dirty)
+/// Each fault of a core as a message of its own.
+template <class C, typename T> constexpr bool isCore()
 {
-    core.prepare(spec);  // sizes buffers; may throw std::bad_alloc
-    {
-        core.reset()
-    }
-    noexcept;  // clears state, smoothers take their targets
-    {
-        core.apply(settings, dirty)
-    }
-    noexcept;  // derives coefficients of the groups in `dirty`
-};
+    static_assert(!std::is_final_v<C>, "a core is not final: its hooks are looked for by deriving");
+    static_assert(CoreVerbs<C, T>,
+                  "a core has prepare, reset, apply and process (framework/core.h)");
+    static_assert(SaysItsHooks<C>, "a core has static constexpr CoreHooks kHooks");
+    static_assert(hasTempoHookAsSaid<C>(),
+                  "kHooks.tempo and void setTempo(double) noexcept go together");
+    static_assert(hasWetOnlyHookAsSaid<C>(),
+                  "kHooks.wetOnly and void setWetOnly(bool) noexcept go together");
+    static_assert(hasPublishHookAsSaid<C>(),
+                  "kHooks.publish and void publish(MeterSlots&) noexcept go together");
+    return true;
+}
 
 /// Keeps one core alive, float or double, by the precision of the host. Values arrive by the rows
 /// of the effect's table: a changed value is stored in its field and its groups are marked.
@@ -34,7 +34,7 @@ template <template <typename> class CoreOf, class Base = AudioInsertAlgorithm>
 class PrecisionAlgorithm : public Base {
 public:
     using Settings = typename CoreOf<float>::Settings;
-    static_assert(Core<CoreOf<float>> && Core<CoreOf<double>>);
+    static_assert(isCore<CoreOf<float>, float>() && isCore<CoreOf<double>, double>());
 
     explicit PrecisionAlgorithm(std::span<const Parameter<Settings>> rows)
         : Base(AlgorithmParameterList(rows))
@@ -109,14 +109,13 @@ protected:
     void setCoreTempo(double beatsPerMinute) noexcept override
     {
         withCore([&](auto& core) {
-            if constexpr (requires { core.setTempo(beatsPerMinute); })
-                core.setTempo(beatsPerMinute);
+            if constexpr (kHooks.tempo) core.setTempo(beatsPerMinute);
         });
     }
     void setCoreWetOnly(bool wetOnly) noexcept override
     {
         withCore([&](auto& core) {
-            if constexpr (requires { core.setWetOnly(wetOnly); }) core.setWetOnly(wetOnly);
+            if constexpr (kHooks.wetOnly) core.setWetOnly(wetOnly);
         });
     }
     void processCore(const AudioBlock<float>& block) noexcept override { float_->process(block); }
@@ -124,11 +123,13 @@ protected:
     void publish(MeterSlots& meters) noexcept override
     {
         withCore([&](auto& core) {
-            if constexpr (requires { core.publish(meters); }) core.publish(meters);
+            if constexpr (kHooks.publish) core.publish(meters);
         });
     }
 
 private:
+    static constexpr CoreHooks kHooks = CoreOf<float>::kHooks;
+
     struct Entry {
         Tag tag;
         int index;

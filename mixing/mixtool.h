@@ -33,6 +33,7 @@ struct MixToolSettings {
 template <typename T> class MixToolCore {
 public:
     using Settings = MixToolSettings;
+    static constexpr CoreHooks kHooks{};
     enum Group : unsigned { Routing = 1, Gain = 2, Levels = 4 };
 
     void prepare(const ProcessSpec& spec);

@@ -229,7 +229,10 @@ TEST_F(Frame, PreparationThatFailsIsToldAndTheEffectCanBePreparedAgain)
 {
     prepare();
     EXPECT_FALSE(algorithm->setSampleRate(64, 666));
-    EXPECT_EQ(play({{1}})[0][0], 99) << "an unprepared effect touches nothing";
+    if constexpr (kChecksRules)
+        EXPECT_DEATH(play({{1}}), "without a preparation");
+    else
+        EXPECT_EQ(play({{1}})[0][0], 99) << "an unprepared effect touches nothing";
     prepare();
     EXPECT_EQ(play({{1}})[0][0], 1);
 }

@@ -93,6 +93,7 @@ struct ToneSettings {
 /// Writes 0.25, or adds it to its input, which a generator is free to do.
 template <typename T> struct ToneCore {
     using Settings = ToneSettings;
+    static constexpr CoreHooks kHooks{};
     void prepare(const ProcessSpec&) {}
     void reset() noexcept {}
     void apply(const Settings& s, unsigned) noexcept { adds = s.adds != 0; }

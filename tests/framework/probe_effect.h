@@ -21,6 +21,7 @@ struct ProbeSettings {
 /// Multiplies by a glided gain, adds the side-chain, and remembers what it was told.
 template <typename T> struct ProbeCore {
     using Settings = ProbeSettings;
+    static constexpr CoreHooks kHooks{.tempo = true, .wetOnly = true, .publish = true};
     enum Group : unsigned { Gain = 1, Steps = 2 };
     void prepare(const ProcessSpec& spec)
     {

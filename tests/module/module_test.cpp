@@ -307,14 +307,14 @@ TEST_F(Theme, ADisplayThatNamesAFamilyMakesAllOfItReachable)
     const auto withDisplay = [&](const std::string& attribute) {
         auto document = text;
         return document.replace(from, to - from,
-                                "<Display kind=\"Steps\" " + attribute +
+                                "<Display kind=\"Meters\" " + attribute +
                                     " x=\"2\" y=\"31\" w=\"101\" h=\"12\"/>");
     };
-    EXPECT_EQ(refusal(withDisplay("steps=\"channellevel\"")), "") << "by the key";
-    EXPECT_EQ(refusal(withDisplay("steps=\"200\"")), "") << "by the base of the tags";
-    EXPECT_NE(refusal(withDisplay("steps=\"channellevel0\"")).find("cannot be reached"),
+    EXPECT_EQ(refusal(withDisplay("level=\"channellevel\"")), "") << "by the key";
+    EXPECT_EQ(refusal(withDisplay("level=\"200\"")), "") << "by the base of the tags";
+    EXPECT_NE(refusal(withDisplay("level=\"channellevel0\"")).find("cannot be reached"),
               std::string::npos);
-    EXPECT_NE(refusal(withDisplay("steps=\"level\"")).find("unknown value"), std::string::npos);
+    EXPECT_NE(refusal(withDisplay("level=\"level\"")).find("unknown value"), std::string::npos);
 }
 
 /// Contrast ratio of WCAG 2.2.
