@@ -67,6 +67,10 @@ std::vector<AutomationEvent> parseAutomation(std::string_view content, const std
         try {
             event.parameter = effect.find(key->get<std::string>());
             event.value = effect.value(event.parameter, valueText(*value));
+            const auto p = effect.parameter(event.parameter);
+            // The tempo is the song's, which has a course of its own.
+            if (!p.isAutomatable() && !p.isTempo)
+                throw UsageError(inQuotes(p.key) + " cannot be automated");
         } catch (const UsageError& e) {
             throw UsageError(where + ": " + e.what());
         }

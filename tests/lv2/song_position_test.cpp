@@ -129,7 +129,7 @@ TEST(Lv2Ports, ThatCannotBeAutomatedSaySoAndStillSetTheirParameter)
             EXPECT_EQ(lilv_port_has_property(lilv, port, mark), !p.isAutomatable()) << p.key;
             if (p.isAutomatable()) continue;
             ++marked;
-            lv2::Instance instance(catalogue(), plugin, 48000, nullptr);
+            lv2::Instance instance(catalogue().create(plugin), plugin, 48000, nullptr);
             instance.connect(static_cast<std::uint32_t>(at), &p.maximum);
             instance.run(16);
             EXPECT_EQ(instance.effect().getValue(i), p.maximum) << p.key;

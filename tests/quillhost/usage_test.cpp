@@ -161,6 +161,10 @@ TEST_F(Usage, PlacesThatCannotBeWrittenAndInputsThatAreOutputsAreRefused)
         writeBytes("a.json", json);
         expectFailure(to("o.wav", {"--automation", "a.json"}), 2, pattern);
     }
+    writeBytes("a.json", R"([{"frame":0,"fx":0,"key":"beats","value":1}])");
+    expectFailure(
+        run({"render", "in.wav", "o.wav", "--fx", "analog-delay", "--automation", "a.json"}), 2,
+        "\"beats\" cannot be automated");
     EXPECT_EQ(readBytes("in.wav"), before);
     EXPECT_FALSE(std::filesystem::exists("o.wav"));
 }
