@@ -10,11 +10,6 @@ namespace {
 
 constexpr double kRise = 0.001, kFall = 0.001;  // seconds
 
-int windowLength(double sampleRate, float seconds)
-{
-    return static_cast<int>(static_cast<float>(sampleRate) * seconds + 0.5f);
-}
-
 }  // namespace
 
 void PeakHold::setTime(double sampleRate, float seconds) noexcept
@@ -38,8 +33,9 @@ void ChannelMeter::prepare(double sampleRate)
     // What lies further back has faded by 420 dB: from the largest sample to below any reading.
     const double slowest = std::max(followerCoefficient(sampleRate, kFall), 1e-3);
     reach_ = static_cast<int>(std::min(std::ceil(std::log(1e-21) / std::log(slowest)), 1e9));
-    window_.reserve(windowLength(sampleRate, kLongestRms));
-    window_.setLength(windowLength(sampleRate, rmsSeconds_));
+    window_.reserve(rmsSamples(sampleRate, kUsualRms));
+    if (!window_.setLength(rmsSamples(sampleRate, rmsSeconds_)))
+        window_.setLength(rmsSamples(sampleRate, rmsSeconds_ = kDefaultRms));
     levelHold_.setRate(sampleRate);
     rmsHold_.setRate(sampleRate);
     reset();
@@ -60,26 +56,31 @@ void ChannelMeter::setHold(float seconds) noexcept
     rmsHold_.setTime(sampleRate_, seconds);
 }
 
+int ChannelMeter::rmsSamples(double sampleRate, float seconds) noexcept
+{
+    const float samples = static_cast<float>(sampleRate) * seconds + 0.5f;
+    return samples >= 1 && samples < 2147483648.0f ? static_cast<int>(samples) : 0;
+}
+
 void ChannelMeter::setRmsLength(float seconds) noexcept
 {
-    if (!(seconds >= 0 && seconds <= kLongestRms)) return;
-    rmsSeconds_ = seconds;
-    const int length = windowLength(sampleRate_, seconds);
-    if (length != window_.length()) window_.setLength(length);
+    const int length = std::max(1, rmsSamples(sampleRate_, seconds));
+    if (!(seconds >= 0) || (length == 1 && seconds > kUsualRms)) return;
+    if (length == window_.length() || window_.setLength(length)) rmsSeconds_ = seconds;
 }
 
 void ChannelMeter::resetHolds() noexcept
 {
     levelHold_.clear();
     rmsHold_.clear();
-    run_ = longestRun_ = 0;
+    clips_ = {};
 }
 
 float ChannelMeter::add(const float* x, const PowerQuanta& squares) noexcept
 {
     const float peak = vec::peak(x, squares.n);
     blockPeak_ = std::max(blockPeak_, peak);
-    countClips(x, squares.n, peak);
+    clips_.add(x, squares.n, peak);
     follow(x, squares.n);
     // Of the RMS after each sample the hold needs the largest, and the root is monotonic.
     blockSum_ = std::max(blockSum_, window_.addTracking(squares));
@@ -105,18 +106,6 @@ void ChannelMeter::follow(const float* x, int n) noexcept
     PeakFollower follower = follower_;  // in registers
     for (int i = std::max(0, n - reach_); i < n; ++i) follower.next(std::abs(double(x[i])));
     follower_ = follower;
-}
-
-void ChannelMeter::countClips(const float* x, int n, float peak) noexcept
-{
-    if (!(peak > kClipThreshold)) {
-        run_ = 0;
-        return;
-    }
-    for (int i = 0; i < n; ++i) {
-        run_ = std::abs(x[i]) > kClipThreshold ? run_ + 1 : 0;
-        longestRun_ = std::max(longestRun_, run_);
-    }
 }
 
 }  // namespace quillworks

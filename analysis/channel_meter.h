@@ -2,7 +2,9 @@
 // What the level meter measures of one channel: peak, RMS, their holds and runs of clipped samples.
 #pragma once
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <limits>
 
 #include "dsp/follower.h"
 #include "dsp/power_window.h"
@@ -38,18 +40,43 @@ private:
     float value_ = 0;
 };
 
+/// The longest run of samples over a threshold.
+struct ClipRun {
+    static constexpr float kThreshold = 0.9999f;  // a 16-bit 32767 counts
+
+    std::int32_t run = 0, longest = 0;  // the largest that can be told stands for all above it
+
+    /// The next samples, the largest of which is `peak`.
+    void add(const float* x, int n, float peak) noexcept
+    {
+        if (!(peak > kThreshold)) {
+            run = 0;
+            return;
+        }
+        for (int i = 0; i < n; ++i) {
+            const bool grows = run < std::numeric_limits<std::int32_t>::max();
+            run = std::abs(x[i]) > kThreshold ? run + int(grows) : 0;
+            longest = std::max(longest, run);
+        }
+    }
+};
+
 class ChannelMeter {
 public:
-    static constexpr float kClipThreshold = 0.9999f;  // a 16-bit 32767 counts
-    static constexpr float kLongestRms = 1.8f;        // seconds
+    static constexpr float kDefaultRms = 0.6f;  // seconds
+    static constexpr float kUsualRms = 1.8f;    // seconds that there is always room for
 
     /// May throw std::bad_alloc.
     void prepare(double sampleRate);
     void reset() noexcept;
     /// Hold time in seconds, below 0 for ever; clears what is held.
     void setHold(float seconds) noexcept;
-    /// Window in seconds. A length beyond kLongestRms leaves the window as it is.
+    /// Window in seconds. Where there is no room for it, the window stays as it is.
     void setRmsLength(float seconds) noexcept;
+    /// Samples of a window, or 0 if they cannot be counted.
+    static int rmsSamples(double sampleRate, float seconds) noexcept;
+    /// Takes other room, all zeros, for its own. The length has to be set after it.
+    void exchangeRoom(AlignedBuffer<std::int64_t>& ring) noexcept { window_.exchangeRoom(ring); }
     /// Held values and clip runs.
     void resetHolds() noexcept;
 
@@ -64,19 +91,18 @@ public:
     float rms() const noexcept { return rmsOf(window_.sum()); }
     float rmsHold() const noexcept { return rmsHold_.value(); }
     /// Longest run of samples over the threshold.
-    std::int32_t clipRun() const noexcept { return longestRun_; }
+    std::int32_t clipRun() const noexcept { return clips_.longest; }
 
 private:
     /// The factor 2 makes a sine read its peak.
     float rmsOf(std::int64_t sum) const noexcept;
     void follow(const float* x, int n) noexcept;
-    void countClips(const float* x, int n, float peak) noexcept;
 
     double sampleRate_ = 44100;
     PeakFollower follower_;
     int reach_ = 0;  // samples that the follower remembers
-    std::int32_t run_ = 0, longestRun_ = 0;
-    float rmsSeconds_ = 0.6f;
+    ClipRun clips_;
+    float rmsSeconds_ = kDefaultRms;
     PowerWindow window_;
     PeakHold levelHold_, rmsHold_;
     float blockPeak_ = 0;

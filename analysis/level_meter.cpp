@@ -40,7 +40,7 @@ constexpr Parameter<S> kParameters[] = {
     {"bypass",           "Bypa"_tag, "Bypass",            Kind::Bypass,      0,   1,  0,    "",   nullptr,              0,                   asIs, notes("", "Stops measuring; the readings stand.")},
 
     {"holdlength",       "HldL"_tag, "Hold Length",       Kind::Command,    -1,  60,  1,    "s",  &S::holdSeconds,      Core::Hold},
-    {"rmslength",        "RmsL"_tag, "RMS Length",        Kind::Command,     0, 1.8f, 0.6f, "s",  &S::rmsSeconds,       Core::RmsLength},
+    {"rmslength",        "RmsL"_tag, "RMS Length",        Kind::Command,     0, 3600, 0.6f, "s",  &S::rmsSeconds,       Core::RmsLength},
     {"measurement",      "Strc"_tag, "Measurement",       Kind::Command,     0,   2,  0,    "",   &S::measurement,      Core::Law},
     {"layoutweights",    "LayW"_tag, "Layout Weights",    Kind::Command,     0,   1,  1,    "",   &S::useLayoutWeights, Core::Weights},
 
@@ -71,7 +71,7 @@ constexpr Parameter<S> kParameters[] = {
 };
 
 // Choices of the menus, by the attribute's value.
-constexpr float kRmsLengths[] = {0.6f, 1.8f};    // seconds; 15 s would saturate the window's sum
+constexpr float kRmsLengths[] = {0.6f, 1.8f};    // seconds; 15 s saturates below full scale
 constexpr float kHoldLengths[] = {1.8f, 15.0f};  // seconds
 constexpr float kPlainHold = 1;                  // while "vuHold" is off
 
@@ -128,6 +128,7 @@ template <typename T> void LevelMeterCore<T>::prepare(const ProcessSpec& spec)
     for (auto& c : channels_) {
         c.meter.prepare(spec.sampleRate);
         c.interpolator.prepare(spec.sampleRate, kPiece);
+        c.fineTruePeak.prepare(kPiece);
     }
     clean_.assign(channels * kPiece, T(0));
     squares_.assign(kPiece, 0);
@@ -170,6 +171,12 @@ template <typename T> void LevelMeterCore<T>::apply(const Settings& s, unsigned 
     if (dirty & Law) setMeasurement(static_cast<Measurement>(static_cast<int>(s.measurement)));
 }
 
+template <typename T> void LevelMeterCore<T>::exchangeRoom(RingHandover::Rings& rings) noexcept
+{
+    for (std::size_t c = 0; c < std::min(channels_.size(), rings.size()); ++c)
+        channels_[c].meter.exchangeRoom(rings[c]);
+}
+
 template <typename T> void LevelMeterCore<T>::setMeasurement(Measurement measurement) noexcept
 {
     const Measurement before = std::exchange(measurement_, measurement);
@@ -181,15 +188,18 @@ template <typename T> void LevelMeterCore<T>::setMeasurement(Measurement measure
     loudness_.setLaw(measurement == Measurement::Strict ? LoudnessMeter::Law::Strict
                                                         : LoudnessMeter::Law::Own);
     loudness_.reset();
+    for (auto& c : channels_) c.interpolator.reset();
     restartLoudness();
 }
 
 template <typename T> void LevelMeterCore<T>::restartLoudness() noexcept
 {
     for (auto& c : channels_) {
-        c.truePeak = c.samplePeak = 0;
+        c.fineTruePeak.reset();  // what still waits in it belongs to the past
+        c.samplePeak = 0;
         c.power = 0;
     }
+    truePeak_ = 0;
     truePeakDb_ = static_cast<float>(kSilenceDb);
     results_ = {kNothing, kNothing, kNothing, kNothing, kNothing, kNothing};
     frames_ = evaluated_ = 0;
@@ -205,12 +215,8 @@ template <typename T> void LevelMeterCore<T>::process(const AudioBlock<T>& block
     for (int done = 0; done < block.frames; done += kPiece)
         measure(block.slice(done, std::min(kPiece, block.frames - done)));
 
-    float truePeak = 0;
-    for (auto& c : channels_) {
-        c.meter.endBlock(block.frames);
-        truePeak = std::max(truePeak, c.truePeak);
-    }
-    truePeakDb_ = std::max(truePeakDb_, reading(truePeak));
+    for (auto& c : channels_) c.meter.endBlock(block.frames);
+    truePeakDb_ = std::max(truePeakDb_, reading(truePeak_));
     frames_ += block.frames;
     if (measurement_ == Measurement::Own) {
         loudness_.own().evaluate();
@@ -223,11 +229,13 @@ template <typename T> void LevelMeterCore<T>::process(const AudioBlock<T>& block
 template <typename T> void LevelMeterCore<T>::measure(const AudioBlock<T>& piece) noexcept
 {
     const int n = piece.frames;
+    const bool isStrict = measurement_ == Measurement::Strict;
     const T* x[VNK::kMaxChannels];
     for (int c = 0; c < piece.channels; ++c) {
         auto& channel = channels_[static_cast<std::size_t>(c)];
         T* const cleaned = clean_.data() + c * kPiece;
-        float* const single = channel.interpolator.input();
+        float* const single =
+            isStrict ? channel.fineTruePeak.input() : channel.interpolator.input();
         vec::copy(cleaned, static_cast<const T*>(piece[c]), n);
         sanitise(cleaned, n);
         if constexpr (std::is_same_v<T, float>)
@@ -236,8 +244,12 @@ template <typename T> void LevelMeterCore<T>::measure(const AudioBlock<T>& piece
             vec::convert(single, cleaned, n);  // readings are single precision anyway
         const auto squares = quantisePower(squares_.data(), cleaned, n);
         channel.samplePeak = std::max(channel.samplePeak, channel.meter.add(single, squares));
-        if (measurement_ == Measurement::Strict) channel.power += squares.total();
-        channel.truePeak = std::max(channel.truePeak, channel.interpolator.advance(n));
+        if (isStrict) {
+            channel.power += squares.total();
+            truePeak_ = channel.fineTruePeak.advance(n, truePeak_);
+        } else {
+            truePeak_ = std::max(truePeak_, channel.interpolator.advance(n));
+        }
         x[c] = cleaned;
     }
     loudness_.add(x, n);
@@ -248,11 +260,8 @@ template <typename T> void LevelMeterCore<T>::endProgramme() noexcept
 {
     loudness_.endProgramme();
     results_ = loudness_.strict().evaluate();
-    for (auto& c : channels_) {
-        vec::clear(c.interpolator.input(), TruePeakFilter::kTaps);
-        c.truePeak = std::max(c.truePeak, c.interpolator.advance(TruePeakFilter::kTaps));
-        truePeakDb_ = std::max(truePeakDb_, reading(c.truePeak));
-    }
+    for (auto& c : channels_) truePeak_ = c.fineTruePeak.finish(truePeak_);
+    truePeakDb_ = std::max(truePeakDb_, reading(truePeak_));
 }
 
 template <typename T> void LevelMeterCore<T>::publish(MeterSlots& meters) noexcept
@@ -301,9 +310,8 @@ template <typename T> void LevelMeterCore<T>::publishProgramme(MeterSlots& meter
         return isStrict ? readingOrNothing(linear) : kNothing;
     };
     const double scale = 2 / PowerQuanta::kPerUnit / double(std::max<std::int64_t>(frames_, 1));
-    double truePeak = 0;
-    for (const auto& c : channels_)
-        truePeak = std::max({truePeak, double(c.truePeak), double(c.samplePeak)});
+    float truePeak = truePeak_;  // of what has been looked at, which is a little behind
+    for (const auto& c : channels_) truePeak = std::max(truePeak, c.samplePeak);
     const auto at = [this](int c) -> const Channel& {
         return channels_[static_cast<std::size_t>(c)];
     };
@@ -332,12 +340,44 @@ LevelMeterAlgorithm::LevelMeterAlgorithm() : PrecisionAlgorithm(kParameters) {}
 void LevelMeterAlgorithm::setParameter(Tag tag, float value) noexcept
 {
     if (tag == "HldL"_tag) markDirty(Core::Hold);  // clears the holds even with the same time
+    if (tag == "RmsL"_tag) takeRoom();
     PrecisionAlgorithm::setParameter(tag, value);
+}
+
+void LevelMeterAlgorithm::prepareCore(const ProcessSpec& spec, VNK::Precision precision)
+{
+    PrecisionAlgorithm::prepareCore(spec, precision);
+    const float seconds = settings().rmsSeconds;
+    if (seconds <= ChannelMeter::kUsualRms) return;
+    if (!reserveRms(spec.sampleRate, spec.channels, seconds)) return;
+    takeRoom();
+    applyChanges();
+}
+
+bool LevelMeterAlgorithm::reserveRms(float seconds) noexcept
+{
+    return !isPrepared() || reserveRms(spec().sampleRate, spec().channels, seconds);
+}
+
+bool LevelMeterAlgorithm::reserveRms(double sampleRate, int channels, float seconds) noexcept
+{
+    const int samples = ChannelMeter::rmsSamples(sampleRate, seconds);
+    const int usual = ChannelMeter::rmsSamples(sampleRate, ChannelMeter::kUsualRms);
+    return samples > 0 && room_.offer(channels, static_cast<std::size_t>(std::max(samples, usual)));
+}
+
+void LevelMeterAlgorithm::takeRoom() noexcept
+{
+    room_.take([this](RingHandover::Rings& rings) {
+        withCore([&](auto& core) { core.exchangeRoom(rings); });
+        markDirty(Core::RmsLength);
+    });
 }
 
 LevelMeterComponent::LevelMeterComponent(LevelMeterAlgorithm& algorithm)
     : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1"})
+                           {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1"}),
+      meter_(algorithm)
 {
     // Kept with songs and presets.
     declareAttribute("mode", -1);  // of the choices of "meterDisplay"; -1: none chosen yet
@@ -351,6 +391,7 @@ LevelMeterComponent::LevelMeterComponent(LevelMeterAlgorithm& algorithm)
     declareAttribute("loudnessIntegratedPlain", 0, false);
     declareAttribute("loudnessTruePeak", 1, false);
     declareAttribute("loudnessStrict", 0, false);
+    declareAttribute("rmsMilliseconds", 0, false);  // 0: the choice of "rmsLength"
     declareAttribute("useLayoutWeights", 1, false);
     for (const auto& text : kTexts) publishAttribute(text.key, std::string(text.text));
 }
@@ -362,11 +403,18 @@ std::int64_t LevelMeterComponent::attribute(const char* key) const noexcept
     return value;
 }
 
+void LevelMeterComponent::setRmsLength(float seconds) noexcept
+{
+    if (meter_.reserveRms(seconds)) command("RmsL"_tag, seconds);
+}
+
 void LevelMeterComponent::attributeChanged(const std::string& key, std::int64_t value) noexcept
 {
     const auto choice = [](std::int64_t i) { return i == 1 ? 1 : 0; };  // others: the default
-    if (key == "rmsLength") {
-        command("RmsL"_tag, kRmsLengths[choice(value)]);
+    if (key == "rmsLength" || key == "rmsMilliseconds") {
+        const auto asked = attribute("rmsMilliseconds");
+        setRmsLength(asked > 0 ? static_cast<float>(double(asked) / 1000)
+                               : kRmsLengths[choice(attribute("rmsLength"))]);
     } else if (key == "vuHold" || (key == "holdLength" && attribute("vuHold") != 0)) {
         const bool isOn = attribute("vuHold") != 0;
         command("HldL"_tag, isOn ? kHoldLengths[choice(attribute("holdLength"))] : kPlainHold);

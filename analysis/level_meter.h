@@ -7,6 +7,8 @@
 #include "analysis/channel_meter.h"
 #include "analysis/loudness_meter.h"
 #include "analysis/phase_correlation.h"
+#include "analysis/ring_handover.h"
+#include "dsp/fine_true_peak.h"
 #include "dsp/true_peak.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
@@ -16,7 +18,7 @@ namespace quillworks {
 struct LevelMeterSettings {
     float showCorrelation;   // 0 or 1
     float holdSeconds;       // below 0: for ever
-    float rmsSeconds;        // 0 .. 1.8
+    float rmsSeconds;        // as much as there is memory for
     float measurement;       // a Measurement
     float useLayoutWeights;  // 0: every channel counts alike
 };
@@ -47,15 +49,17 @@ public:
     void apply(const Settings& settings, unsigned dirty) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
+    /// Takes other room for the RMS windows, which are set afresh after it.
+    void exchangeRoom(RingHandover::Rings& rings) noexcept;
 
 private:
     static constexpr int kPiece = 256;  // frames measured at a time: they stay in the first cache
 
     struct Channel {
         ChannelMeter meter;
-        TruePeak interpolator;
-        float truePeak = 0;      // largest so far
-        bool isInvalid = false;  // a block began with infinity or not-a-number
+        TruePeak interpolator;      // of the meter's own law
+        FineTruePeak fineTruePeak;  // of the strict law
+        bool isInvalid = false;     // a block began with infinity or not-a-number
         // Of the whole programme, under the strict law.
         float samplePeak = 0;
         double power = 0;  // sum of squares
@@ -73,6 +77,7 @@ private:
     LoudnessMeter loudness_;
     PhaseCorrelation correlation_;
     bool showsCorrelation_ = false;
+    float truePeak_ = 0;  // largest of all channels so far
     float truePeakDb_ = -144;
     Measurement measurement_ = Measurement::Own;
     StrictLoudness::Results results_{};
@@ -86,6 +91,16 @@ class LevelMeterAlgorithm final : public PrecisionAlgorithm<LevelMeterCore> {
 public:
     LevelMeterAlgorithm();
     void setParameter(Tag tag, float value) noexcept override;
+    /// Makes room for RMS windows of a length that is set next. False if memory cannot be had.
+    /// [main thread]
+    bool reserveRms(float seconds) noexcept;
+
+private:
+    void prepareCore(const ProcessSpec& spec, VNK::Precision precision) override;
+    bool reserveRms(double sampleRate, int channels, float seconds) noexcept;
+    void takeRoom() noexcept;
+
+    RingHandover room_;
 };
 
 class LevelMeterComponent final : public AudioEffectComponent {
@@ -95,6 +110,9 @@ public:
 private:
     void attributeChanged(const std::string& key, std::int64_t value) noexcept override;
     std::int64_t attribute(const char* key) const noexcept;
+    void setRmsLength(float seconds) noexcept;
+
+    LevelMeterAlgorithm& meter_;
 };
 
 }  // namespace quillworks

@@ -2,8 +2,19 @@
 #include "analysis/loudness_meter.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 
 namespace quillworks {
+namespace {
+
+/// Whether silence can still make a quantum of this.
+bool rings(const KWeightingState& state)
+{
+    return std::any_of(state.begin(), state.end(), [](double v) { return std::abs(v) > 1e-13; });
+}
+
+}  // namespace
 
 double loudnessWeight(VNK::Speaker speaker) noexcept
 {
@@ -27,6 +38,7 @@ void LoudnessMeter::prepare(double sampleRate, const VNK::SpeakerArrangement& la
     const auto channels = static_cast<std::size_t>(layout.channels);
     weights_.assign(channels, 1.0);
     weighting_ = KWeighting::at(sampleRate);
+    tail_.prepare(weighting_);
     filters_.assign((channels + 1) / 2, {});
     weighted_.assign(2 * kPiece, 0);
     quanta_.assign(kPiece, 0);
@@ -91,11 +103,20 @@ void LoudnessMeter::addBy(L& law, const T* const* x, int frames) noexcept
 void LoudnessMeter::endProgramme() noexcept
 {
     strict_.endProgramme();
-    static constexpr float kSilence[kPiece] = {};
-    const float* silent[VNK::kMaxChannels];
-    std::fill(std::begin(silent), std::end(silent), kSilence);
-    for (int left = static_cast<int>(1.5 * sampleRate_ + 0.5); left > 0; left -= kPiece)
-        addBy(strict_, silent, std::min(left, kPiece));
+    std::array<KWeightingState, VNK::kMaxChannels> ringing;
+    const auto channels = weights_.size();
+    for (std::size_t c = 0; c < channels; ++c) ringing[c] = filters_[c / 2].state(c % 2);
+    for (int left = static_cast<int>(1.5 * sampleRate_ + 0.5); left > 0;) {
+        const int n = std::min({left, strict_.untilNext(), KWeightingTail::kLongest});
+        for (std::size_t c = 0; c < channels; ++c) {
+            if (!rings(ringing[c])) continue;
+            const double quanta = tail_.pass(ringing[c], n) * PowerQuanta::kPerUnit;
+            const auto sum = static_cast<std::int64_t>(std::min(quanta, 9e18) + 0.5);
+            strict_.add(static_cast<int>(c), {&sum, 1, sum});
+        }
+        strict_.advance(n, weights_);
+        left -= n;
+    }
 }
 
 template void LoudnessMeter::add(const float* const*, int) noexcept;

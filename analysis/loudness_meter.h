@@ -28,7 +28,7 @@ public:
 
     /// n samples of every channel; all must be finite and at most 1e6.
     template <typename T> void add(const T* const* x, int n) noexcept;
-    /// Lets 1.5 s of silence follow for the strict range.
+    /// Lets 1.5 s of silence follow for the strict range, at the price of a few blocks.
     void endProgramme() noexcept;
 
     HistogramLoudness& own() noexcept { return own_; }
@@ -44,6 +44,7 @@ private:
     VNK::SpeakerArrangement layout_;
     std::vector<double> weights_;
     KWeighting weighting_;
+    KWeightingTail tail_;
     std::vector<KWeightingPair> filters_;  // for channels 2i and 2i + 1
     std::vector<double> weighted_;         // kPiece samples of each of two channels
     std::vector<std::int64_t> quanta_;

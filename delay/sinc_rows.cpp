@@ -106,22 +106,13 @@ HWY_AFTER_NAMESPACE();
 #include <cmath>
 #include <numbers>
 
+#include "dsp/midpoint_filter.h"
+
 namespace quillworks {
 namespace {
 
 HWY_EXPORT(readSincAny);
 const auto chosenReader = SIMD_CHOOSE(readSincAny);
-
-/// Modified Bessel function of order 0, by its series.
-double bessel0(double x)
-{
-    double sum = 1, term = 1;
-    for (int k = 1; term > 1e-18 * sum; ++k) {
-        term *= x * x / (4.0 * k * k);
-        sum += term;
-    }
-    return sum;
-}
 
 double sinc(double x)
 {

@@ -1,59 +1,43 @@
 // SPDX-License-Identifier: ISC
 // K-weighting after ITU-R BS.1770: a high shelf for the head, then a high pass.
 #pragma once
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
+#include <array>
 
 namespace quillworks {
 
 /// y = b0 x + b1 x1 + b2 x2 + c1 y1 + c2 y2: the feedback carries the sign it is added with.
 struct KWeightingSection {
     double b0 = 1, b1 = 0, b2 = 0, c1 = 0, c2 = 0;
-
-    /// Rounded to single precision once; the recursion itself runs in double.
-    static KWeightingSection rounded(double b0, double b1, double b2, double c1, double c2) noexcept
-    {
-        const auto r = [](double v) { return double(float(v)); };
-        return {r(b0), r(b1), r(b2), r(c1), r(c2)};
-    }
 };
 
 /// The two sections at a rate, by the bilinear transform of the analogue prototypes whose 48 kHz
-/// images the Recommendation tabulates.
+/// images the Recommendation tabulates. The coefficients are rounded to single precision once; the
+/// recursion itself runs in double.
 struct KWeighting {
     KWeightingSection shelf, highPass;
 
-    static KWeighting at(double sampleRate) noexcept
-    {
-        KWeighting design;
-        {
-            const double k = prewarped(5284.078578647619, sampleRate);  // pi 1681.97445095553 Hz
-            const double kq = 1.414076664088621 * k;                    // Q = 0.7071752369554196
-            const double high = 1.584864701130855;                      // +3.9998438539733434 dB
-            const double band = 1.258720930232562 * kq;                 // gain at the shelf corner
-            const double n = 1 / (1 + kq + k * k);
-            design.shelf = KWeightingSection::rounded(
-                (k * k + band + high) * n, 2 * (k * k - high) * n, (k * k - band + high) * n,
-                -2 * (k * k - 1) * n, (kq - k * k - 1) * n);
-        }
-        {
-            const double k = prewarped(119.8061151453059, sampleRate);  // pi 38.13547087602444 Hz
-            const double kq = 1.9986927057725021 * k;                   // Q = 0.5003270373238773
-            const double n = 1 / (1 + kq + k * k);
-            // Numerator not normalised: the calibration constant -0.691 counts on it.
-            design.highPass =
-                KWeightingSection::rounded(1, -2, 1, -2 * (k * k - 1) * n, (kq - k * k - 1) * n);
-        }
-        return design;
-    }
+    static KWeighting at(double sampleRate) noexcept;
+};
+
+/// What the sections of a channel remember.
+using KWeightingState = std::array<double, 6>;
+
+/// The sections' ringing after a signal's end, without running them through it: what 2^i samples
+/// of silence make of a state is a matrix, and their power a quadratic form, for every i.
+class KWeightingTail {
+public:
+    static constexpr int kLongest = (1 << 14) - 1;  // samples passed at once
+
+    void prepare(const KWeighting& k) noexcept;
+    /// Lets n samples of silence pass. Returns the sum of the squares that come out meanwhile.
+    double pass(KWeightingState& state, int n) const noexcept;
 
 private:
-    /// tan(angle / rate); below some 3.5 kHz the shelf would lie beyond half the rate.
-    static double prewarped(double angle, double sampleRate) noexcept
-    {
-        return std::tan(std::min(angle / sampleRate, 1.5));
-    }
+    using Matrix = std::array<KWeightingState, 6>;  // row by row
+    struct Span {
+        Matrix next, power;
+    };
+    std::array<Span, 14> spans_{};
 };
 
 /// Both sections for two channels side by side in one register: the recursion waits for its own
@@ -89,6 +73,12 @@ public:
         v2_ = v2;
         y1_ = y1;
         y2_ = y2;
+    }
+
+    /// What channel 0 or 1 remembers: input, shelf and output, the newer of each two first.
+    KWeightingState state(int channel) const noexcept
+    {
+        return {x1_[channel], x2_[channel], v1_[channel], v2_[channel], y1_[channel], y2_[channel]};
     }
 
 private:

@@ -7,6 +7,7 @@
 #include <limits>
 #include <new>
 #include <numeric>
+#include <utility>
 
 #include "dsp/aligned_buffer.h"
 
@@ -71,6 +72,14 @@ public:
         clear();
         length_ = length;
         return true;
+    }
+    /// Takes `ring`, all zeros, in exchange for its own room; the window is 1 sample long after it.
+    void exchangeRoom(AlignedBuffer<std::int64_t>& ring) noexcept
+    {
+        std::swap(ring_, ring);
+        sum_ = 0;
+        at_ = used_ = 0;
+        length_ = 1;
     }
     void clear() noexcept
     {

@@ -17,10 +17,13 @@
 namespace quillworks {
 namespace {
 
-constexpr double kStepsPerDb = 16777216;            // 2^24: the running sums stay exact
+constexpr double kFinestStepsPerDb = 16777216;      // 2^24
 constexpr double kWhole = 4503599627370496.0;       // 2^52: doubles from here on are whole numbers,
 constexpr std::int64_t kWholeBits = 0x433LL << 52;  // in their low bits
 constexpr double kSmallest = 1e-5;                  // dB: a release ends here
+// No reduction is larger: the input is limited to +60 dB, its gain to +18, the ceiling to -12, a
+// true peak to +12 above the samples, the threshold to -12.
+constexpr double kMostReduction = 128;  // dB
 
 }  // namespace
 }  // namespace quillworks
@@ -35,15 +38,15 @@ using D = hn::CappedTag<double, 8>;
 using I = hn::RebindToSigned<D>;
 constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
 
-/// The larger of `a` and `b` as multiples of 1/2^24 dB, rounded up; arrays padded to whole vectors.
-void roundUp(const double* a, const double* b, std::int64_t* steps, int n)
+/// The larger of `a` and `b` in steps, rounded up; arrays padded to whole vectors.
+void roundUp(const double* a, const double* b, double stepsPerDb, std::int64_t* steps, int n)
 {
     const D d;
     const I i64;
     const auto whole = hn::Set(d, kWhole);
     for (int i = 0; i < n; i += kLanes) {
         const auto db = hn::Max(hn::LoadU(d, a + i), hn::LoadU(d, b + i));
-        const auto up = hn::Add(hn::Ceil(hn::Mul(db, hn::Set(d, kStepsPerDb))), whole);
+        const auto up = hn::Add(hn::Ceil(hn::Mul(db, hn::Set(d, stepsPerDb))), whole);
         hn::StoreU(hn::Sub(hn::BitCast(i64, up), hn::Set(i64, kWholeBits)), i64, steps + i);
     }
 }
@@ -155,7 +158,7 @@ HWY_EXPORT(toGain);
 HWY_EXPORT(move);
 namespace {
 
-void (*const chosenRoundUp)(const double*, const double*, std::int64_t*,
+void (*const chosenRoundUp)(const double*, const double*, double, std::int64_t*,
                             int) = SIMD_CHOOSE(roundUp);
 
 double (*const chosenToGain)(const std::int64_t*, double, double*, int) = SIMD_CHOOSE(toGain);
@@ -164,6 +167,14 @@ void (*const chosenMove)(LimitingFollower::Body&, const double*, const double*, 
                          int) = SIMD_CHOOSE(move);
 
 constexpr int kPadding = 8;  // of the arrays that kernels take by whole vectors
+
+/// As fine as the sum of `count` reductions, in steps, stays below 2^52 and so exact.
+double stepsPerDbFor(double count)
+{
+    double steps = kFinestStepsPerDb;
+    while (steps * kMostReduction * count >= kWhole) steps /= 2;
+    return steps;
+}
 
 }  // namespace
 
@@ -178,7 +189,9 @@ void LimitingFollower::prepare(double rate, int maxSamples)
     // Two lengths that give one mean of `support` samples together.
     inner_.prepare(lookAhead_ / 2 + 1, maxSamples);
     outer_.prepare(support + 1 - inner_.length(), maxSamples);
-    unit_ = 1 / (kStepsPerDb * inner_.length() * outer_.length());
+    const double count = double(inner_.length()) * outer_.length();
+    stepsPerDb_ = stepsPerDbFor(count);
+    unit_ = 1 / (stepsPerDb_ * count);
     quietEnough_ = support + span_ + support;
     const auto size = static_cast<std::size_t>(maxSamples + kPadding);
     for (auto* buffer : {&soon_, &recent_, &body_, &other_}) buffer->require(size);
@@ -269,7 +282,7 @@ double LimitingFollower::process(const double* wanted, const double* due, double
         due_.process(due, n, other_.data());
         dip = other_.data();
     }
-    chosenRoundUp(body, catches_ ? dip : body, inner_.append(n), n);
+    chosenRoundUp(body, catches_ ? dip : body, stepsPerDb_, inner_.append(n), n);
 
     // The look-ahead still holds what was wanted in this call, and the body can only have fallen.
     const bool isQuiet = body[0] == 0 && vec::peak(soon, n) == 0;

@@ -87,6 +87,7 @@ private:
     bool lags_ = false;  // due_ has missed samples, all alike
     MovingSum inner_, outer_;
     int first_ = 0, every_ = 1;
+    double stepsPerDb_ = 1;            // what the sums count in
     double unit_ = 1;                  // dB per step of the second sum
     int quiet_ = 0, quietEnough_ = 0;  // samples
     AlignedBuffer<double> soon_, recent_, body_, other_;

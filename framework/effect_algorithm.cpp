@@ -88,7 +88,7 @@ void AudioEffectAlgorithm::setPrecision(VNK::Precision precision) noexcept
 bool AudioEffectAlgorithm::setSampleRate(std::int32_t maxFrames, double sampleRate) noexcept
 {
     const CallRules::Exclusive rule(rules_, CallRules::Exclusive::NotProcessing);
-    if (!(sampleRate >= 1 && sampleRate <= 2e6) || maxFrames < 1) return false;
+    if (!(sampleRate >= 1 && sampleRate <= VNK::kHighestSampleRate) || maxFrames < 1) return false;
     isPrepared_ = false;
     try {
         ProcessSpec spec;

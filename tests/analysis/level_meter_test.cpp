@@ -296,6 +296,43 @@ TEST(ChannelMeter, HoldsForEverAndKeepsItsWindowWhenAskedForTooMuch)
     EXPECT_FLOAT_EQ(meter.levelHold(), 0.1f);
 }
 
+TYPED_TEST(LevelMeter, RmsWindowIsAsLongAsAskedForWhileThereIsMemory)
+{
+    auto& fx = this->fx.sampleRate(8000);
+    const auto play = [&](double seconds, double dB) {
+        this->play(this->tone(seconds, dB, 1000, 8000));
+    };
+    const auto expectFifteenSeconds = [&] {
+        play(16, -20);
+        EXPECT_NEAR(fx.meter("rms0"), -20, 0.001);
+        play(9, -200);
+        EXPECT_NEAR(fx.meter("rms0"), -20 + 10 * std::log10(6.0 / 15), 0.01);
+    };
+    play(0.1, -20);
+    ASSERT_TRUE(fx.component().setInteger("rmsMilliseconds", 15000));
+    play(0.1, -20);  // may find more than one change waiting, or none
+    expectFifteenSeconds();
+    fx.component().setInteger("rmsMilliseconds", std::int64_t{1} << 50);
+    play(1, -200);
+    EXPECT_NEAR(fx.meter("rms0"), -20 + 10 * std::log10(5.0 / 15), 0.01) << "no room: goes on";
+    fx.component().setInteger("rmsMilliseconds", 15000);
+    fx.sampleRate(16000).prepare().sampleRate(8000).prepare();
+    expectFifteenSeconds();
+    fx.component().setInteger("rmsMilliseconds", 20000);
+    fx.component().setInteger("rmsMilliseconds", 0);
+    play(1, -20);
+    EXPECT_NEAR(fx.meter("rms0"), -20, 0.001) << "0.6 s";
+}
+
+TEST(ClipRun, StopsCountingWhereItsNumberEnds)
+{
+    const auto x = constant<float>(10, 1);
+    ClipRun clips{std::numeric_limits<std::int32_t>::max() - 4, 0};
+    clips.add(x.data(), 10, 1);
+    EXPECT_EQ(clips.longest, std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(clips.run, clips.longest);
+}
+
 TEST(LevelMeterState, KeepsTheDisplaySettingsAndActsOnThem)
 {
     struct Bytes final : VNK::IByteSink {

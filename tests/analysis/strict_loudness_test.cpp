@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 // The strict law on the test signals of EBU Tech 3341 and 3342, ITU-R BS.1770 and BS.2217,
 // synthesised at four rates. Levels are the peaks of sines in dBFS.
+#include <chrono>
 #include <complex>
 
 #include "tests/support/effect_under_test.h"
@@ -396,6 +397,30 @@ TEST(StrictLawResults, StandAfterTheEndAndTruePeakIncludesTheLastSample)
     fx.run(sine<double>(48000, 1000, 48000, 0.01));
     EXPECT_NEAR(fx.meter("samplePeak0"), -40, 0.01);
     EXPECT_NEAR(fx.meter("loudnessIntegral"), -43.0, 0.1);
+}
+
+TEST(StrictLawResults, ProgrammesEndWithinAFewBlocks)
+{
+    // Silence that is measured sample by sample would take the time of a thousand blocks.
+    constexpr int kFrames = 512;
+    const auto milliseconds = [](auto&& f) {
+        const auto start = std::chrono::steady_clock::now();
+        f();
+        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+            .count();
+    };
+    double block = 1e9, end = 1e9;
+    for (int run = 0; run < 3; ++run) {
+        EffectUnderTest<float> fx("Level Meter", 384000);
+        fx.component().setInteger("loudnessStrict", 1);
+        Channels<float> x(16, noise<float>(64 * kFrames));
+        fx.play(x, kFrames);
+        block = std::min(block, milliseconds([&] { fx.processBlock(x, x, 0, kFrames); }));
+        fx.component().setInteger("loudnessStrict", 2);
+        end = std::min(end, milliseconds([&] { fx.processBlock(x, x, 0, kFrames); }));
+    }
+    EXPECT_LT(end, 30 * block);
+    RecordProperty("blocks", std::to_string(end / block));
 }
 
 }  // namespace

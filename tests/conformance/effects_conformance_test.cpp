@@ -323,11 +323,43 @@ TEST_P(EveryEffect, StandsEveryRateLayoutAndAutomation)
         sweep<float>(GetParam(), rate, 2);
 }
 
+TEST_P(EveryEffect, HasTheSameLevelAtEveryRateAsItComesAndWithEachSwitch)
+{
+    // Low tones, so that every rate knows them; at +6 dBFS, and as loud as a fault upstream.
+    const auto tones = [](double rate, double gain) {
+        Signal<float> x(std::size_t(rate / 4));
+        for (const double frequency : {112., 188., 332., 776.}) {
+            const auto tone = sine<float>(x.size(), frequency, rate, 0.5 * gain);
+            for (std::size_t i = 0; i < x.size(); ++i) x[i] += tone[i];
+        }
+        return Channels<float>(2, x);
+    };
+    const auto level = [&](double rate, int switched, const Channels<float>& x) {
+        auto fx = effect<float>(rate);
+        if (switched >= 0) fx.component().setValue(switched, 1);
+        return db(rms(fx.play(x, 4096)[0], x[0].size() / 2));
+    };
+    auto fx = effect<float>();
+    for (double gain : {1., 500.}) {
+        const auto x = tones(48000, gain), low = tones(8000, gain), high = tones(768000, gain);
+        for (int i = -1; i < fx.component().countParameters(); ++i) {
+            VNK::ParameterInfo p;
+            if (i >= 0 && (!fx.component().getParameter(i, p) || p.kind != VNK::ValueKind::Toggle ||
+                           !p.isAutomatable()))
+                continue;
+            const double expected = level(48000, i, x);
+            const char* const what = i < 0 ? "as it comes" : p.key;
+            EXPECT_NEAR(level(8000, i, low), expected, 1) << what << ", " << gain;
+            EXPECT_NEAR(level(768000, i, high), expected, 1) << what << ", " << gain;
+        }
+    }
+}
+
 TEST_P(EveryEffect, RefusesWhatItCannotBePreparedFor)
 {
     auto fx = effect<float>();
     auto& algorithm = fx.algorithm();
-    for (double rate : {0., -48000., std::numeric_limits<double>::quiet_NaN(), 1e12})
+    for (double rate : {0., -48000., std::numeric_limits<double>::quiet_NaN(), 768000.5, 1e12})
         EXPECT_FALSE(algorithm.setSampleRate(512, rate)) << rate;
     EXPECT_FALSE(algorithm.setSampleRate(0, 48000));
     const auto none = VNK::SpeakerArrangement::withChannels(0);

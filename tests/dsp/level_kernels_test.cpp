@@ -2,6 +2,7 @@
 // Moving sums and the true-peak interpolator beside their definitions.
 #include <gtest/gtest.h>
 
+#include "dsp/fine_true_peak.h"
 #include "dsp/power_window.h"
 #include "dsp/true_peak.h"
 #include "tests/support/signals.h"
@@ -91,6 +92,76 @@ TEST(TruePeak, IsTheLargestOfFourPhasesAtEveryLength)
     EXPECT_EQ(&TruePeakFilter::at(96000), &TruePeakFilter::at(48000));
     EXPECT_EQ(&TruePeakFilter::at(192000), &TruePeakFilter::at(48000));
     EXPECT_EQ(&TruePeakFilter::at(88200), &TruePeakFilter::at(44100));
+}
+
+/// The largest magnitude 32 times interpolated: sinc of 64 samples to each side under a Kaiser
+/// window.
+double interpolated(const Signal<float>& x)
+{
+    constexpr int reach = 64, phases = 32;
+    double most = peak(x);
+    for (int phase = 1; phase < phases; ++phase) {
+        double h[2 * reach];
+        for (int k = 0; k < 2 * reach; ++k) {
+            const double t = double(phase) / phases - (k - reach + 1), u = t / reach;
+            h[k] = std::sin(std::numbers::pi * t) / (std::numbers::pi * t) *
+                   std::cyl_bessel_i(0, 9 * std::sqrt(std::max(0.0, 1 - u * u))) /
+                   std::cyl_bessel_i(0, 9.0);
+        }
+        for (std::size_t i = 0; i + 2 * reach <= x.size(); ++i) {
+            double y = 0;
+            for (std::size_t k = 0; k < 2 * reach; ++k) y += h[k] * double(x[i + k]);
+            most = std::max(most, std::abs(y));
+        }
+    }
+    return most;
+}
+
+TEST(FineTruePeak, IsWithinAFewHundredthsOfADecibelOfFineInterpolation)
+{
+    struct {
+        const char* name;
+        Signal<float> x;
+    } cases[] = {{"a quarter of the rate", sine<float>(800, 0.25, 1, 0.7, 0.785)},
+                 {"a third", sine<float>(800, 1.0 / 3, 1, 0.7, 0.3)},
+                 {"near half the rate", sine<float>(800, 0.457, 1, 0.7)},
+                 {"far below", sine<float>(800, 0.011, 1, 0.7)},
+                 {"noise below 0.46", {}},
+                 {"clipped noise below 0.46", {}}};
+    for (auto* c : {&cases[4], &cases[5]}) {
+        const auto white = noise<double>(9000, kSeed, 1);
+        for (std::size_t i = 0; i + 200 < white.size(); ++i) {  // low pass, windowed by Hann
+            double y = 0;
+            for (int k = -100; k <= 100; ++k) {
+                const double t = std::numbers::pi * k;
+                y += white[std::size_t(int(i) + 100 + k)] * (1 + std::cos(t / 101)) / 2 *
+                     (k == 0 ? 0.9 : std::sin(0.9 * t) / t);
+            }
+            c->x.push_back(float(c == &cases[5] ? std::clamp(y, -0.5, 0.5) : y));
+        }
+    }
+    for (auto& c : cases) {
+        for (std::size_t i = 0; i < 200; ++i) {  // an edge has more than a filter knows
+            c.x[i] *= float(i) / 200;
+            c.x.rbegin()[std::ptrdiff_t(i)] *= float(i) / 200;
+        }
+        c.x.insert(c.x.begin(), 100, 0);
+        c.x.insert(c.x.end(), 100, 0);
+        for (const int block : {1, 17, 64, 256}) {
+            FineTruePeak search;
+            search.prepare(256);
+            float most = 0;
+            for (std::size_t at = 0; at < c.x.size();) {
+                const auto n = std::min(std::size_t(block), c.x.size() - at);
+                std::copy_n(c.x.begin() + std::ptrdiff_t(at), n, search.input());
+                most = search.advance(int(n), most);
+                at += n;
+            }
+            most = search.finish(most);
+            EXPECT_NEAR(db(double(most)), db(interpolated(c.x)), 0.02)
+                << c.name << ", blocks of " << block;
+        }
+    }
 }
 
 }  // namespace

@@ -44,6 +44,8 @@ struct ProcessData {
 
 inline constexpr std::uint32_t kEndlessTail = 0xFFFFFFFF;
 
+inline constexpr double kHighestSampleRate = 768000;  // Hz
+
 class IEffectAlgorithm : public IObject {
 public:
     static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D01}");
@@ -56,9 +58,9 @@ public:
                                        const SpeakerArrangement& output) noexcept = 0;
     /// [main thread, not processing]
     virtual void setPrecision(Precision precision) noexcept = 0;
-    /// Prepares for blocks of at most `maxFrames` (longer ones are cut). False when the rate is not
-    /// within 1 Hz .. 2 MHz or memory cannot be had: the effect then must not be run.
-    /// [main thread, not processing]
+    /// Prepares for blocks of at most `maxFrames` (longer ones are cut). Effects keep their figures
+    /// from 8 to 384 kHz and work from 1 Hz up to 768 kHz. False when the rate is not within that
+    /// or memory cannot be had: the effect then must not be run. [main thread, not processing]
     virtual bool setSampleRate(std::int32_t maxFrames, double sampleRate) noexcept = 0;
     /// Clears delay lines, envelopes and smoothers without changing parameters. [not processing]
     virtual void reset() noexcept = 0;
