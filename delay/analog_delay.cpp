@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: ISC
 #include "delay/analog_delay.h"
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <iterator>
 
@@ -46,6 +48,27 @@ std::string wholePercent(float value)
 
 /// Both pairs of a note value and its free counterpart.
 constexpr NoteSync kSyncs[] = {{"sync", "beatsnu", "time"}, kLfoSync};
+
+/// In integers, which whole vectors of any processor take without a branch.
+bool areFinite(const float* x, int n)
+{
+    constexpr std::uint32_t kExponent = 0x7F800000, kLowest = 0x00800000;
+    std::uint32_t carries = 0;  // out of exponents of all ones, into the sign
+    const auto test = [&](int i) {
+        carries |= (std::bit_cast<std::uint32_t>(x[i]) & kExponent) + kLowest;
+    };
+    if (n == kSubBlock)  // the usual length is known to the compiler
+        for (int i = 0; i < kSubBlock; ++i) test(i);
+    else
+        for (int i = 0; i < n; ++i) test(i);
+    return carries >> 31 == 0;
+}
+
+template <typename T> void silenceBadSamples(T* x, int n)
+{
+    for (int i = 0; i < n; ++i)
+        if (!std::isfinite(x[i])) x[i] = 0;
+}
 
 constexpr std::uint32_t kLegacy = VNK::isHidden | VNK::isNotStored | VNK::isNotAutomatable;
 constexpr const char* kTime = "Time / Speed";
@@ -160,6 +183,10 @@ template <typename T> void AnalogDelayCore<T>::process(const AudioBlock<T>& bloc
                 vec::convert(dry[c], part[c], part.frames);
                 in[c] = dry[c];
             }
+            if (areFinite(in[c], part.frames)) continue;
+            // The dry signal is played too, where not even a gain of 0 would keep them out.
+            silenceBadSamples(part[c], part.frames);
+            if constexpr (!std::is_same_v<T, float>) vec::convert(dry[c], part[c], part.frames);
         }
         loop_.process(part, in, wet);
         if (part.begins()) {

@@ -99,7 +99,7 @@ void EchoLoop::updateLength() noexcept
     const auto time = DelayTime::of(isSynced, isSynced ? s_.beats : s_.time,
                                     static_cast<float>(tempo_), s_.speed, sampleRate_);
     speedFactor_ = time.speedFactor;
-    tape_.setLength(time.tapeLength);
+    tape_.setLength(time.tapeLength());
     crossingLength_.target(time.crossing());
 }
 

@@ -16,6 +16,14 @@ constexpr int kLeastTape = 512;  // well above what one sub-block writes, at any
 /// as in a slow vibrato, keep the whole treble.
 constexpr float kMargin = 1.03f;
 
+/// Places of the heads are whole multiples of 2^-28 of a sample: sums of them are exact, and a
+/// place is the same from wherever in the signal it is counted.
+double onGrid(double samples)
+{
+    constexpr double kWhole = 3 << 23;  // from here on doubles are multiples of 2^-28
+    return samples + kWhole - kWhole;
+}
+
 }  // namespace
 
 void TapeLine::prepare(int channels, double sampleRate, double glideHalfLifeSamples)
@@ -47,12 +55,12 @@ void TapeLine::begin(Ramp<float> speed) noexcept
         if (remainder_ == 0) speed = {1, 1};
     }
     const bool rests = length_.isResting();
-    const bool isWhole = length_.current() == std::trunc(length_.current());
-    isSteady_ = rests && isWhole && remainder_ == 0 && speed.from == 1 && speed.to == 1;
+    isSteady_ = rests && remainder_ == 0 && speed.from == 1 && speed.to == 1;
     if (isSteady_) return;
 
     const double before = length_.current();
     length_.next(lengths_, kSubBlock);
+    for (double& length : lengths_) length = onGrid(length);
     for (int i = 0; i < kSubBlock; ++i)
         speed_[i] = speed.from + (speed.to - speed.from) * float(i + 1) / kSubBlock;
     const float slowest = std::min(speed.from, speed.to);
@@ -61,9 +69,16 @@ void TapeLine::begin(Ramp<float> speed) noexcept
     const double glide = rests ? 0 : lengths_[0] - before;
     const auto fastest = std::max(std::abs(speed.from - glide), std::abs(speed.to - glide));
     playRows_ = rows_->below(kMargin / std::max(0.1f, static_cast<float>(fastest)));
-    // A tape sample is due half a tape sample before the tape has come to it; the record head looks
-    // kHeads samples back and 16 ahead from there.
-    lead_ = slowest >= 0.5f ? 3 : slowest >= 0.25f ? 2 : 0;
+}
+
+/// Samples from `phase` on whose tape the record head can write before they are recorded. A tape
+/// sample is due half a tape sample before the tape has come to it; the record head looks kHeads
+/// samples back and 16 ahead from there: 4 samples less half a tape sample's time.
+int TapeLine::lead(int phase) const noexcept
+{
+    constexpr int kMost = 3;
+    const float slowest = std::min(speed_[phase], speed_[std::min(phase + kMost, kSubBlock) - 1]);
+    return slowest >= 0.5f ? kMost : slowest >= 0.25f ? 2 : slowest > kSlowest ? 1 : 0;
 }
 
 int TapeLine::run(int phase, int n) const noexcept
@@ -72,8 +87,9 @@ int TapeLine::run(int phase, int n) const noexcept
     const double shortest = std::min(lengths_[phase], lengths_[phase + n - 1]);
     const float fastest = std::max(speed_[phase], speed_[phase + n - 1]);
     // The play head's last tap lies kPlay - 16 + length tape samples behind the present one, which
-    // has to be reached by what the record head can write in advance.
-    return std::min(n, lead_ + static_cast<int>((shortest + 1.5) / double(fastest)));
+    // has to be reached by what the record head can write in advance. Without a lead the speed is
+    // so low that this is several samples even at length 0.
+    return std::min(n, lead(phase) + static_cast<int>((shortest + 1.5) / double(fastest)));
 }
 
 /// Which tape samples become due in the next n output samples, and where the heads stand. Speeds
@@ -82,14 +98,15 @@ void TapeLine::move(int phase, int n) noexcept
 {
     double position = remainder_;  // from the tape sample that was nearest before
     int moved = 0;
+    const int lead = this->lead(phase);
     ahead_ = 0;
     for (int i = 0; i < n; ++i) {
         const double speed = double(speed_[phase + i]);
-        const double perTape = 1 / speed;
+        const double perTape = onGrid(1 / speed);
         // Tape sample j, counted from 1, passes the record head at the time i + (j - position) /
         // speed after the last recorded sample. Mostly one or two do; what is written too much is
         // overwritten.
-        const double at = kHeads - i - (moved + 1 - position) * perTape;
+        const double at = kHeads - i - onGrid((moved + 1 - position) * perTape);
         recordAt_[moved] = at;
         recordAt_[moved + 1] = at - perTape;
         position += speed;
@@ -97,7 +114,7 @@ void TapeLine::move(int phase, int n) noexcept
         for (int j = moved + 2; j < now; ++j) recordAt_[j] = at - (j - moved) * perTape;
         moved = now;
         playAt_[i] = kPlay + lengths_[phase + i] - position;
-        if (i < lead_) ahead_ = moved;
+        if (i < lead) ahead_ = moved;
     }
     remainder_ = position - moved;
     newTape_ = moved;
@@ -105,7 +122,6 @@ void TapeLine::move(int phase, int n) noexcept
 
 void TapeLine::play(int phase, int n, float* const* out) noexcept
 {
-    played_ = n;
     if (isSteady()) {
         tape_.copy(out, kPlay - 1 + static_cast<int>(length_.current()), n);
         return;

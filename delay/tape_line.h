@@ -31,11 +31,12 @@ public:
     /// Empties the tape; the length takes its target.
     void reset() noexcept;
     /// Distance of the heads in tape samples, 0 or more; it is reached gliding.
-    void setLength(double tapeSamples) noexcept { length_.target(tapeSamples); }
+    void setLength(int tapeSamples) noexcept { length_.target(tapeSamples); }
 
     /// A sub-block begins in which the speed, within kSlowest .. kFastest, moves along the ramp.
     void begin(Ramp<float> speed) noexcept;
-    /// How many of the `n` samples from `phase` on can be played before they have been recorded.
+    /// How many of the `n` samples from `phase` on can be played before they have been recorded: at
+    /// least one.
     int run(int phase, int n) const noexcept;
     /// What the play head hears in the n samples from `phase` on.
     void play(int phase, int n, float* const* out) noexcept;
@@ -45,6 +46,7 @@ public:
 private:
     /// Whether heads and tape samples coincide: reading is copying.
     bool isSteady() const noexcept { return isSteady_; }
+    int lead(int phase) const noexcept;
     void move(int phase, int n) noexcept;
 
     static constexpr int kMaxNew = static_cast<int>(kFastest) * kSubBlock + 8;
@@ -62,12 +64,11 @@ private:
     double lengths_[kSubBlock]{};
     const float* recordRows_ = nullptr;
     const float* playRows_ = nullptr;
-    int lead_ = 0;  // samples whose tape the record head can write before they are recorded
 
     // Of the piece played last.
     double recordAt_[kMaxNew]{};  // of the new tape samples: distance back in `recorded_`
     double playAt_[kSubBlock]{};  // distance back on the tape
-    int played_ = 0, newTape_ = 0, ahead_ = 0;
+    int newTape_ = 0, ahead_ = 0;
 };
 
 }  // namespace quillworks

@@ -20,6 +20,8 @@ public:
     }
     void reset() noexcept { past_.reset(); }
     int delay() const noexcept { return delay_; }
+    /// The past of `other`, prepared alike. Does not allocate.
+    void takeOver(const DelayLine& other) noexcept { past_.takeOver(other.past_); }
 
     /// Writes n <= kSubBlock samples; returns the n samples that lie `delay` before them, valid
     /// until the next call. The one before those, at index -1, may be read too.

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <utility>
 
 #include "dsp/fast_log.h"
 #include "dsp/sanitise.h"
@@ -128,7 +129,7 @@ template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned 
         k_.makeUpDb = double(s.autoGain != 0 ? autoMakeUp(s.slope, s.threshold) : s.gain);
     }
     if (dirty & Times) {
-        k_.adaptive = s.adaptive != 0;
+        setAdaptive(s.adaptive != 0);
         k_.autoSpeed = s.autoSpeed != 0;
         const double release = k_.autoSpeed ? 20 : s.release;  // seconds
         for (auto& ch : channels_) ch.detector.setTimes(sampleRate_, s.attack, release);
@@ -137,9 +138,9 @@ template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned 
     }
     if (dirty & Filters) filter_.tune(s.lowCut, s.highCut);
     if (dirty & Switches) {
-        k_.filter = s.filter != 0;
         k_.listen = s.listen != 0;
-        k_.linked = s.linked != 0;
+        setFilter(s.filter != 0);
+        setLinked(s.linked != 0);
     }
     if (dirty & Gains) {
         inputGain_.target(T(s.inputGain));
@@ -161,6 +162,31 @@ template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned 
     }
 }
 
+// A path that a switch brings in begins with what is heard now, not with what it held when it went
+// off: a loud passage of long ago would reduce a quiet one.
+
+template <typename T> void CompressorCore<T>::setAdaptive(bool isAdaptive) noexcept
+{
+    if (std::exchange(k_.adaptive, isAdaptive) == isAdaptive) return;
+    for (auto& ch : channels_) ch.detector.clearBands();
+}
+
+template <typename T> void CompressorCore<T>::setFilter(bool isOn) noexcept
+{
+    if (std::exchange(k_.filter, isOn) != isOn) filter_.reset();
+}
+
+template <typename T> void CompressorCore<T>::setLinked(bool isLinked) noexcept
+{
+    if (std::exchange(k_.linked, isLinked) == isLinked || isLinked) return;
+    filter_.spread();
+    for (auto& ch : channels_) {
+        if (&ch == &channels_.front()) continue;
+        ch.detector = channels_.front().detector;
+        ch.computer.takeOver(channels_.front().computer);
+    }
+}
+
 template <typename T> void CompressorCore<T>::setWetOnly(bool wetOnly) noexcept
 {
     wetOnly_ = wetOnly;
@@ -169,6 +195,9 @@ template <typename T> void CompressorCore<T>::setWetOnly(bool wetOnly) noexcept
 
 template <typename T> void CompressorCore<T>::process(const AudioBlock<T>& block) noexcept
 {
+    // Another key: what the filters of this one have heard is past.
+    if (std::exchange(keyChannels_, block.sideChainChannels) != block.sideChainChannels)
+        filter_.reset();
     forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
     const bool both = !isLinked() && channels_.size() > 1;
     for (std::size_t c = 0; c < (both ? 2u : 1u); ++c)
@@ -199,6 +228,8 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
     if (part.begins()) {
         isFading_ = autoSpeedNow_ != k_.autoSpeed;
         autoSpeedNow_ = k_.autoSpeed;
+        if (isFading_)
+            for (auto& ch : channels_) ch.detector.start(speedNow());
     }
     const bool listens = k_.filter && k_.listen;
     T gain[kSubBlock];
@@ -214,7 +245,7 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
         }
         if (listens) {
             for (int i = 0; i < n; ++i) x[i] = T(key[i]);
-            if (k_.lookAhead) ch.lookAhead.delay(x, n);
+            if (k_.lookAhead) ch.lookAhead.delay(x, gain[n - 1], n);
         } else if (k_.lookAhead) {
             ch.lookAhead.run(x, gain, isConstant, n);
         } else {
@@ -251,7 +282,6 @@ void CompressorCore<T>::takeKey(double* key, const AudioBlock<T>& part, int c) c
 template <typename T>
 bool CompressorCore<T>::detect(Channel& ch, const double* key, T* gain, GridSlice slice) noexcept
 {
-    using Speed = LevelDetector::Speed;
     const int n = slice.frames;
     double level[kSubBlock];
     if (isFading_) {
@@ -263,9 +293,9 @@ bool CompressorCore<T>::detect(Channel& ch, const double* key, T* gain, GridSlic
             level[i] = timed[i] + (automatic[i] - timed[i]) * w;
         }
     } else {
-        ch.detector.run(key, level, n, k_.adaptive, autoSpeedNow_ ? Speed::Auto : Speed::Timed);
+        ch.detector.run(key, level, n, k_.adaptive, speedNow());
     }
-    return ch.computer.run(level, gain, k_.curve, k_.gainRelease, k_.makeUpDb, n);
+    return ch.computer.run(level, gain, k_.curve, k_.gainRelease, k_.makeUpDb, slice);
 }
 
 template <typename T> void CompressorCore<T>::publish(MeterSlots& meters) noexcept

@@ -82,8 +82,15 @@ private:
     void processSlice(const AudioBlock<T>& part) noexcept;
     void applyInputGain(const AudioBlock<T>& part) noexcept;
     void takeKey(double* key, const AudioBlock<T>& part, int c) const noexcept;
+    void setAdaptive(bool isAdaptive) noexcept;
+    void setFilter(bool isOn) noexcept;
+    void setLinked(bool isLinked) noexcept;
     bool detect(Channel& channel, const double* key, T* gain, GridSlice slice) noexcept;
     bool isLinked() const noexcept { return k_.linked && channels_.size() > 1; }
+    LevelDetector::Speed speedNow() const noexcept
+    {
+        return autoSpeedNow_ ? LevelDetector::Speed::Auto : LevelDetector::Speed::Timed;
+    }
 
     double sampleRate_ = 44100;
     Coefficients k_;
@@ -94,7 +101,8 @@ private:
     std::vector<Channel> channels_;
     bool autoSpeedNow_ = false, isFading_ = false;  // from one smoother to the other
     bool wetOnly_ = false;
-    double minimum_ = 0;  // lowest reduction since it was reset, dB
+    int keyChannels_ = 0;  // of the external bus, in the last call
+    double minimum_ = 0;   // lowest reduction since it was reset, dB
 };
 
 class CompressorAlgorithm final

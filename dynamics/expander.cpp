@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "dsp/sanitise.h"
 #include "dsp/vec.h"
@@ -17,7 +18,6 @@ using S = ExpanderSettings;
 using namespace conversion;
 
 constexpr int kMaxChannels = VNK::kMaxChannels;
-constexpr double kGainCorner = 2000;  // Hz: faster changes of gain would be heard as clicks
 
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
@@ -62,7 +62,7 @@ template <typename T> void ExpanderCore<T>::prepare(const ProcessSpec& spec)
     delays_.resize(static_cast<std::size_t>(spec.channels));
     for (auto& delay : delays_) delay.prepare(lookAheadFrames(sampleRate_));
     gain_.setSampleRate(sampleRate_);
-    k_.gainPole = std::exp(-2 * std::numbers::pi * kGainCorner / sampleRate_);
+    smoother_.prepare(sampleRate_);
     filter_.prepare(sampleRate_, spec.channels);
     levels_.prepare(spec);
     const double subBlocks = std::trunc(sampleRate_ * 0.00009375 + 0.5);
@@ -73,7 +73,7 @@ template <typename T> void ExpanderCore<T>::prepare(const ProcessSpec& spec)
 template <typename T> void ExpanderCore<T>::reset() noexcept
 {
     gain_.reset();
-    isFresh_ = true;
+    smoother_.reset();
     lowCut_.snap();
     highCut_.snap();
     filter_.tune(lowCut_.target(), highCut_.target());
@@ -100,11 +100,12 @@ template <typename T> void ExpanderCore<T>::apply(const Settings& s, unsigned di
         highCut_.setTolerance(s.highCut * 0.001);
     }
     if (dirty & Switches) {
-        k_.filter = s.filter != 0;
+        const bool wasFiltered = std::exchange(k_.filter, s.filter != 0);
+        if (k_.filter && !wasFiltered) filter_.reset();  // not what it heard before it went off
         k_.listen = s.listen != 0;
         k_.duck = s.duck != 0;
     }
-    if (dirty & LookAheadSwitch) {
+    if (dirty & LookAheadSwitch && k_.lookAhead != (s.lookAhead != 0)) {
         k_.lookAhead = s.lookAhead != 0;
         gain_.setHold(k_.lookAhead ? 0.002 : 0);
         for (auto& delay : delays_) delay.reset();
@@ -115,6 +116,9 @@ template <typename T> void ExpanderCore<T>::apply(const Settings& s, unsigned di
 template <typename T> void ExpanderCore<T>::process(const AudioBlock<T>& block) noexcept
 {
     lowest_ = 0;
+    // Another key: what the filters of this one have heard is past.
+    if (std::exchange(keyChannels_, block.sideChainChannels) != block.sideChainChannels)
+        filter_.reset();
     forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
 }
 
@@ -137,7 +141,7 @@ template <typename T> void ExpanderCore<T>::processSlice(const AudioBlock<T>& pa
     if (k_.duck && part.sideChainChannels > 0 && gain_.expands())
         vec::complement(gain, T(gain_.range()), n);
     lowest_ = std::min(lowest_, -double(isConstant ? std::abs(gain[0]) : vec::peak(gain, n)));
-    isConstant = smooth(gain, isConstant, n);
+    isConstant = smoother_.run(gain, isConstant, part);
 
     for (int c = 0; c < part.channels; ++c) {
         T* const x = part[c];
@@ -194,34 +198,6 @@ void ExpanderCore<T>::takeLevel(double* level, const AudioBlock<T>& part,
         if (heard)
             for (int i = 0; i < n; ++i) heard[c][i] = T(key[i]);
     }
-}
-
-/// Gains in dB to linear factors through a one-pole; returns whether they are all the same.
-template <typename T> bool ExpanderCore<T>::smooth(T* gain, bool isConstant, int n) noexcept
-{
-    if (isConstant) {
-        const double goal = ExpanderGain<T>::linear(double(gain[0]));
-        if (isFresh_) factor_ = goal;
-        isFresh_ = false;
-        if (std::abs(factor_ - goal) <= goal * 1e-9) {
-            factor_ = goal;
-            vec::set(gain, T(goal), n);
-            return true;
-        }
-        vec::set(gain, T(goal), n);
-    } else {
-        vec::gainFromDecibels(gain, gain, n);
-        if (isFresh_) factor_ = double(gain[0]);
-        isFresh_ = false;
-    }
-    const double pole = k_.gainPole, share = 1 - pole;
-    double f = factor_;
-    for (int i = 0; i < n; ++i) {
-        f = pole * f + share * double(gain[i]);
-        gain[i] = T(f);
-    }
-    factor_ = f;
-    return false;
 }
 
 template <typename T> void ExpanderCore<T>::publish(MeterSlots& meters) noexcept

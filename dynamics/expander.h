@@ -2,13 +2,13 @@
 // Expander: lowers what lies below a threshold; keyed from outside it ducks instead.
 #pragma once
 
-#include <numbers>
 #include <vector>
 
 #include "dsp/delay_line.h"
 #include "dsp/smoothed.h"
 #include "dynamics/editor_levels.h"
 #include "dynamics/expander_gain.h"
+#include "dynamics/gain_smoother.h"
 #include "dynamics/lookahead.h"
 #include "dynamics/sidechain_component.h"
 #include "dynamics/sidechain_filter.h"
@@ -49,23 +49,21 @@ public:
 
 private:
     struct Coefficients {
-        bool filter = false, listen = false, duck = true, lookAhead = true;
-        double gainPole = 0;  // of the smoothing of the gain, per sample
+        bool filter = false, listen = false, duck = true, lookAhead = false;
     };
     void processSlice(const AudioBlock<T>& part) noexcept;
     void glideFilter(GridSlice slice) noexcept;
     void takeLevel(double* level, const AudioBlock<T>& part, T (*heard)[kSubBlock]) noexcept;
-    bool smooth(T* gain, bool isConstant, int n) noexcept;
 
     double sampleRate_ = 44100;
     Coefficients k_;
     ExpanderGain<T> gain_;  // one for all channels: they are always linked
+    GainSmoother<T> smoother_;
     SidechainFilter filter_;
     EditorLevels levels_;
     Smoothed<double> lowCut_, highCut_;
     std::vector<DelayLine<T>> delays_;  // of the channels
-    double factor_ = 1;                 // linear gain, smoothed
-    bool isFresh_ = true;               // no gain computed since reset
+    int keyChannels_ = 0;               // of the external bus, in the last call
     double lowest_ = 0;                 // gain of the last call, dB
 };
 

@@ -69,10 +69,11 @@ void ExpanderEnvelope::run(double* x, int n) noexcept
 
 template <typename T> void ExpanderGain<T>::setSampleRate(double sampleRate) noexcept
 {
+    if (sampleRate != sampleRate_)
+        follower_.holdFrames = std::trunc(follower_.holdFrames * sampleRate / sampleRate_);
     sampleRate_ = sampleRate;
     setAttack(attack_);
     setRelease(release_);
-    setHold(hold_);
 }
 
 template <typename T> void ExpanderGain<T>::reset() noexcept
@@ -139,7 +140,6 @@ template <typename T> void ExpanderGain<T>::setRelease(double seconds) noexcept
 
 template <typename T> void ExpanderGain<T>::setHold(double seconds) noexcept
 {
-    hold_ = seconds;
     follower_.holdFrames = std::trunc(seconds * sampleRate_);
 }
 

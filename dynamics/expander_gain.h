@@ -25,6 +25,7 @@ struct ExpanderEnvelope {
 
 template <typename T> class ExpanderGain {
 public:
+    /// A new rate keeps the hold's length in time, to a whole number of samples.
     void setSampleRate(double sampleRate) noexcept;
     void reset() noexcept;
 
@@ -41,8 +42,8 @@ public:
     double envelope() const noexcept { return follower_.envelope; }
     bool expands() const noexcept { return slope_ > 0; }
 
-    /// Gains in dB for n magnitudes, 1 <= n <= kSubBlock, which are overwritten. Returns whether
-    /// they are all the same.
+    /// Gains in dB for n magnitudes, 1 <= n <= kSubBlock, which are overwritten. Returns true only
+    /// if they are all the same; how the signal is divided decides nothing but that.
     bool run(double* x, T* gainDb, int n) noexcept;
 
     /// The gain in dB as a linear factor, with the floor of all levels.
@@ -55,8 +56,8 @@ private:
     ExpanderEnvelope follower_;
     double threshold_ = 0, range_ = 0;  // dB
     double slope_ = 0;
-    double floorLevel_ = 0;  // linear; below it the gain is the range; 0: nowhere
-    double attack_ = 0, release_ = 0, hold_ = 0;  // seconds
+    double floorLevel_ = 0;            // linear; below it the gain is the range; 0: nowhere
+    double attack_ = 0, release_ = 0;  // seconds
     double sampleRate_ = 44100;
 };
 

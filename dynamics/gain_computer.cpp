@@ -112,12 +112,25 @@ void GainComputer::setHold(bool holds) noexcept
     envelope_.isLatched = false;
 }
 
+void GainComputer::takeOver(const GainComputer& other) noexcept
+{
+    history_.takeOver(other.history_);
+    quiet_ = other.quiet_;
+    envelope_ = other.envelope_;
+    largest_ = other.largest_;
+}
+
 /// Levels to reductions; true if there are none.
 bool GainComputer::reductions(double* x, const CompressionCurve& curve, double release,
-                              int n) noexcept
+                              GridSlice slice) noexcept
 {
     constexpr double kFloor = 1e-8;     // power added to the level: -80 dB
     constexpr double kNothing = 1e-13;  // dB, below which a release is over
+    const int n = slice.frames;
+    if (slice.begins() && quiet_ >= history_.delay() && envelope_.reduction < kNothing) {
+        envelope_.reduction = 0;
+        envelope_.isLatched = false;
+    }
     if (curve.slope > 0) {
         vec::decibelsFromPower(x, x, kFloor, n);
         curve.reduce(x, n);
@@ -125,24 +138,29 @@ bool GainComputer::reductions(double* x, const CompressionCurve& curve, double r
         vec::clear(x, n);
     }
     const double* const delayed = history_.push(x, n);
-    quiet_ = vec::peak(x, n) > 0 ? 0 : std::min(quiet_ + n, history_.delay() + kSubBlock);
-    const bool isQuiet = quiet_ >= history_.delay() + n;
-    if (envelope_.reduction == 0 && isQuiet) return true;
+    if (x[n - 1] == 0 && vec::peak(x, n) == 0) {
+        quiet_ = std::min(quiet_ + n, history_.delay() + kSubBlock);
+    } else {
+        for (quiet_ = 0; x[n - 1 - quiet_] == 0;) ++quiet_;
+    }
+    if (envelope_.reduction == 0 && quiet_ >= history_.delay() + n) return true;
     envelope_.run(x, delayed, release, n);
     largest_ = std::max(largest_, vec::peak(x, n));
-    if (isQuiet && envelope_.reduction < kNothing) {
-        envelope_.reduction = 0;
-        envelope_.isLatched = false;
-    }
     return false;
 }
 
 template <typename T>
 bool GainComputer::run(double* level, T* gain, const CompressionCurve& curve, double release,
-                       double makeUpDb, int n) noexcept
+                       double makeUpDb, GridSlice slice) noexcept
 {
-    if (reductions(level, curve, release, n)) {
-        vec::set(gain, T(makeUpDb == 0 ? 1 : dbToGain(makeUpDb)), n);
+    const int n = slice.frames;
+    if (reductions(level, curve, release, slice)) {
+        T makeUp = 1;
+        if (makeUpDb != 0) {  // as it comes out of the array below
+            makeUp = T(makeUpDb);
+            vec::gainFromDecibels(&makeUp, &makeUp, 1);
+        }
+        vec::set(gain, makeUp, n);
         return true;
     }
     for (int i = 0; i < n; ++i) gain[i] = T(makeUpDb - level[i]);
@@ -151,9 +169,9 @@ bool GainComputer::run(double* level, T* gain, const CompressionCurve& curve, do
 }
 
 template bool GainComputer::run(double*, float*, const CompressionCurve&, double, double,
-                                int) noexcept;
+                                GridSlice) noexcept;
 template bool GainComputer::run(double*, double*, const CompressionCurve&, double, double,
-                                int) noexcept;
+                                GridSlice) noexcept;
 
 }  // namespace quillworks
 #endif

@@ -42,6 +42,8 @@ public:
     void prepare(int holdFrames);
     void reset() noexcept;
     void setHold(bool holds) noexcept;
+    /// Goes on from where `other`, prepared alike, stands.
+    void takeOver(const GainComputer& other) noexcept;
 
     /// Present reduction in dB, 0 or more.
     double reduction() const noexcept { return envelope_.reduction; }
@@ -49,13 +51,15 @@ public:
     double takeLargest() noexcept { return std::exchange(largest_, envelope_.reduction); }
 
     /// Levels (mean squares), which are overwritten, to linear gains with make-up; `release` is the
-    /// coefficient per sample. Returns whether all gains are the same. 1 <= n <= kSubBlock.
+    /// coefficient per sample. Returns true only if all gains are the same. The gains are the same
+    /// bit by bit however the signal is divided.
     template <typename T>
     bool run(double* level, T* gain, const CompressionCurve& curve, double release, double makeUpDb,
-             int n) noexcept;
+             GridSlice slice) noexcept;
 
 private:
-    bool reductions(double* x, const CompressionCurve& curve, double release, int n) noexcept;
+    bool reductions(double* x, const CompressionCurve& curve, double release,
+                    GridSlice slice) noexcept;
 
     DelayLine<double> history_;  // of reductions as the curve asks for them
     int quiet_ = 0;              // frames since it last asked for one, as far as history reaches

@@ -178,12 +178,27 @@ void LevelDetector::setTimes(double sampleRate, double attack, double release) n
 
 void LevelDetector::reset() noexcept
 {
+    clearBands();
     s_.input.reset();
+    s_.slow.reset();
+    s_.envelope = s_.before = s_.drive = 0;
+}
+
+void LevelDetector::clearBands() noexcept
+{
+    s_.key = s_.low = 0;
     s_.lowBand.reset();
     s_.highBand.reset();
-    s_.slow.reset();
-    s_.key = s_.low = 0;
-    s_.envelope = s_.before = s_.drive = 0;
+}
+
+void LevelDetector::start(Speed speed) noexcept
+{
+    if (speed == Speed::Auto) {
+        s_.slow.envelope = std::sqrt(s_.envelope);
+    } else {
+        s_.envelope = s_.before = s_.slow.envelope * s_.slow.envelope;
+        s_.drive = kShare * s_.before;  // on its way neither up nor down
+    }
 }
 
 void LevelDetector::run(const double* key, double* level, int n, bool isAdaptive,

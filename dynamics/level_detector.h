@@ -23,6 +23,11 @@ public:
     /// of the deviation per sample, towards a lower one as a follower.
     void setTimes(double sampleRate, double attack, double release) noexcept;
     void reset() noexcept;
+    /// The bands begin as after silence.
+    void clearBands() noexcept;
+    /// Starts the smoother of `speed` where the other one stands: at a mean square of the other's
+    /// amplitude squared, or at an amplitude of the other's root mean square.
+    void start(Speed speed) noexcept;
 
     /// Levels of n <= kSubBlock key samples. Adaptive: the key is split at 500 Hz and each band has
     /// a follower, the high band's ten times as fast; the sum of both takes the key's place. Auto

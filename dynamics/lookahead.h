@@ -28,8 +28,12 @@ public:
         line_.reset();
         held_ = 1;
     }
-    /// x = its delayed self, gain 1.
-    void delay(T* x, int n) noexcept { vec::copy(x, line_.push(x, n), n); }
+    /// x = its delayed self; run() goes on with the gain `held`.
+    void delay(T* x, T held, int n) noexcept
+    {
+        vec::copy(x, line_.push(x, n), n);
+        held_ = held;
+    }
     /// x = its delayed self times the held gain. `isConstant`: all gains are the same.
     void run(T* x, const T* gain, bool isConstant, int n) noexcept
     {

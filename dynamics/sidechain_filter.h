@@ -3,6 +3,7 @@
 // their frequencies swapped they are averaged in parallel and reject it.
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include "dsp/control_grid.h"
@@ -19,6 +20,8 @@ public:
     /// Allocates.
     void prepare(double sampleRate, int channels);
     void reset() noexcept;
+    /// All channels go on from where the first one stands.
+    void spread() noexcept { std::fill(channels_.begin(), channels_.end(), channels_.front()); }
     /// Corner frequencies in Hz, at once. Which of them is higher decides on the form; a change of
     /// form waits for the next sub-block and is cross-faded over it.
     void tune(double lowCut, double highCut) noexcept { tune(lowCut, highCut, highCut < lowCut); }

@@ -165,7 +165,10 @@ template <typename T> void MixToolCore<T>::processStep(const AudioBlock<T>& step
         // One block longer than it is switched on, so that the filter's end is heard.
         if (blocksDc_ || blockedDc_) channel.dcBlocker.process(step[c], step.frames);
         const T level = static_cast<T>(channel.level.next());
-        if (level != 1) vec::scale(step[c], level, step.frames);
+        if (level == 0)
+            vec::clear(step[c], step.frames);  // 0 times what is not finite is not 0
+        else if (level != 1)
+            vec::scale(step[c], level, step.frames);
     }
 }
 

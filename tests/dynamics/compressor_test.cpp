@@ -255,6 +255,80 @@ TYPED_TEST(Compressor, InputGainStepsAtZeroCrossingsOrAfterEightSubBlocks)
     EXPECT_EQ(y.back(), x.back());  // the glide ends where it was sent
 }
 
+/// Gain of the second channel, in dB, at the end of a tone of `peak`; the first channel has the
+/// tone at -40 dB.
+template <typename T> double rightGain(EffectUnderTest<T>& fx, double peak, std::size_t frames)
+{
+    const auto x = sine<T>(frames, 1000, kRate, peak), quiet = sine<T>(frames, 1000, kRate, 0.01);
+    const auto y = fx.play({quiet, x});
+    const std::size_t from = frames - frames / 20;
+    return db(rms(y[1], from)) - db(rms(x, from));
+}
+
+/// The gain at -40 dB, three tenths of a second after a switch is set back to `on`; up to 0.02 s
+/// after it was set to the other side, `wait` frames before, the level was `peak`.
+template <typename T>
+double gainAfterSwitching(const char* key, bool on, double peak, std::size_t wait)
+{
+    EffectUnderTest<T> fx("Compressor");
+    fx.set("threshold", -40).set("ratio", 20).set("release", 2000).set("sidechainfreqlow", 200);
+    fx.set(key, on).prepare(2);
+    rightGain(fx, peak, 47040);
+    fx.set(key, !on);
+    rightGain(fx, peak, 960);
+    rightGain(fx, 0.01, wait);
+    fx.set(key, on);
+    return rightGain(fx, 0.01, 14400);
+}
+
+TYPED_TEST(Compressor, WhatASwitchBringsInDoesNotResumeWhatItHeldLongAgo)
+{
+    using T = TypeParam;
+    for (const char* key : {"linked", "adaptive", "autospeed", "internalsidechain"})
+        for (const bool on : {false, true}) {
+            constexpr std::size_t kWait = 8 * 48000;  // what stays in use has forgotten by then
+            EXPECT_NEAR(gainAfterSwitching<T>(key, on, 1, kWait),
+                        gainAfterSwitching<T>(key, on, 0.01, kWait), 3)
+                << key << (on ? " on" : " off");
+        }
+    // After four seconds the linked path remembers, and nothing falls behind that.
+    EXPECT_GT(gainAfterSwitching<T>("linked", false, 1, 4 * 48000), -10);
+}
+
+TYPED_TEST(Compressor, AfterListeningTheGainIsThePresentOne)
+{
+    using T = TypeParam;
+    // Behind the look-ahead the gain waits for a change of sign, which here never comes.
+    auto& fx = this->fx;
+    fx.set("threshold", -40).set("ratio", 20).set("release", 50).set("internalsidechain", 1);
+    const auto play = [&](double level) { return fx.run(constant<T>(48000, level)).back(); };
+    EXPECT_LT(play(1), 0.05);
+    fx.set("sidechainlisten", 1);
+    play(1e-3);
+    fx.set("sidechainlisten", 0);
+    EXPECT_NEAR(double(play(1e-3)), 1e-3, 1e-6);
+}
+
+TYPED_TEST(Compressor, AnotherKeyFindsItsFilterClear)
+{
+    using T = TypeParam;
+    // Linked, one filter serves all channels; each of its own hears what it hears from then on.
+    const auto run = [](double before) {
+        EffectUnderTest<T> fx("Compressor");
+        fx.set("threshold", -40).set("ratio", 20).set("release", 2000).set("linked", 0);
+        fx.set("internalsidechain", 1).set("sidechainfreqlow", 20).set("sidechainfreqhigh", 20);
+        fx.prepare(2);
+        const auto quiet = constant<T>(48000, 1e-3);
+        fx.play({quiet, constant<T>(48000, before)});
+        fx.set("linked", 1);
+        for (int second = 0; second < 12; ++second) fx.play({quiet, quiet});
+        fx.set("linked", 0);
+        fx.play({quiet, quiet});
+        return fx.meter("reduction");
+    };
+    EXPECT_NEAR(run(1), run(1e-3), 3);
+}
+
 TYPED_TEST(Compressor, AutomationDoesNotClick)
 {
     using T = TypeParam;

@@ -182,6 +182,69 @@ TYPED_TEST(Expander, EnvelopeStaysAtFivePercentAboveTheThresholdAndHolds)
     EXPECT_NEAR(ExpanderGain<T>::linear(-150), 6.309573444802e-8, 1e-14);
 }
 
+TYPED_TEST(Expander, HoldFollowsTheRateInWholeSamples)
+{
+    using T = TypeParam;
+    const auto held = [](ExpanderGain<T>& gain) {  // samples after the last above the threshold
+        double x[kSubBlock];
+        T g[kSubBlock];
+        const auto envelope = [&](double level) {
+            x[0] = level;
+            gain.run(x, g, 1);
+            return gain.envelope();
+        };
+        for (int i = 0; i < 10; ++i) envelope(1);
+        const double peak = gain.envelope();
+        int n = 0;
+        while (envelope(0) == peak) ++n;
+        return n;
+    };
+    ExpanderGain<T> gain;
+    gain.setThreshold(-20);
+    gain.setSlope(-1);
+    gain.setAttack(-1);
+    gain.setRelease(0.05);
+    gain.setSampleRate(44100);
+    gain.setHold(0.002);
+    EXPECT_EQ(held(gain), 88);
+    gain.setSampleRate(48000);
+    EXPECT_EQ(held(gain), 95);  // 88 48000/44100 = 95.78
+    gain.setSampleRate(48000);
+    EXPECT_EQ(held(gain), 95);
+    gain.setSampleRate(96000);
+    EXPECT_EQ(held(gain), 190);
+    gain.setHold(0.002);
+    EXPECT_EQ(held(gain), 192);
+}
+
+TYPED_TEST(Expander, FilterThatComesInDoesNotResumeWhatItHeldLongAgo)
+{
+    using T = TypeParam;
+    // By its switch; or because of a key with fewer channels one filter serves all.
+    for (const bool byKey : {false, true}) {
+        const auto reduction = [&](double before) {
+            EffectUnderTest<T> fx("Expander");
+            fx.set("ratio", 0.5).set("highthresh", -30).set("range", -40).set("duck", 0);
+            fx.set("attack", 0.1).set("release", 50);
+            fx.set("internalside", 1).set("filterlow", 21).prepare(2);
+            const Signal<T> silence(96000), start(480);
+            fx.play({start, constant<T>(480, before)});
+            if (byKey)
+                fx.sideChain({silence});
+            else
+                fx.set("internalside", 0);
+            fx.play({silence, silence});
+            if (byKey)
+                fx.sideChain({});
+            else
+                fx.set("internalside", 1);
+            fx.play({start, start});
+            return fx.meter("reduction");
+        };
+        EXPECT_NEAR(reduction(1), reduction(0), 0.1) << (byKey ? "by its key" : "by its switch");
+    }
+}
+
 TYPED_TEST(Expander, OneChannelOpensAllAndTheFilterDecidesWhatOpens)
 {
     using T = TypeParam;

@@ -108,6 +108,16 @@ TYPED_TEST(MixTool, PerChannelPolarityCountsOnlyBeyondStereo)
     EXPECT_EQ(y[1][200], -x[200]);
 }
 
+TYPED_TEST(MixTool, AMutedChannelIsSilentWhateverComes)
+{
+    auto x = constant<TypeParam>(960, 1);
+    x[100] = TypeParam(NAN);
+    x[200] = TypeParam(INFINITY);
+    const auto y = this->fx.set("channelmute1", 1).play({constant<TypeParam>(960, 1), x}, 480);
+    EXPECT_EQ(peak(y[1]), 0);
+    EXPECT_TRUE(isFinite(y[1]));
+}
+
 TYPED_TEST(MixTool, SoloFadesTheOthersAndSoloingAllStartsOver)
 {
     const Channels<TypeParam> ones(2, constant<TypeParam>(9600, 1));
