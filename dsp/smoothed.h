@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "dsp/control_grid.h"
 #include "dsp/decibel.h"
@@ -14,6 +15,12 @@ namespace quillworks {
 inline double glideSubBlocks(double sampleRate) noexcept
 {
     return std::max(1.0, std::trunc(sampleRate * 0.003 / kSubBlock + 0.5));
+}
+
+/// Half-life in sub-blocks of a one-pole with the time constant `seconds`.
+inline double halfLifeSubBlocks(double sampleRate, double seconds) noexcept
+{
+    return std::numbers::ln2 / (2 * std::numbers::pi) * sampleRate / kSubBlock * seconds;
 }
 
 /// In double inside: at high sample rates a float's rounding would stop the glide short of its end.
