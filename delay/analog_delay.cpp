@@ -189,13 +189,8 @@ template <typename T> void AnalogDelayCore<T>::process(const AudioBlock<T>& bloc
             if constexpr (!std::is_same_v<T, float>) vec::convert(dry[c], part[c], part.frames);
         }
         loop_.process(part, in, wet);
-        if (part.begins()) {
-            constexpr GridSlice kWhole{kSubBlock, 0};
-            const auto d = dryGain_.next(kWhole);
-            const auto w = wetGain_.next(kWhole);
-            vec::ramp(dryGains_, d.from, d.to, kSubBlock);
-            vec::ramp(wetGains_, w.from, w.to, kSubBlock);
-        }
+        dryGains_.follow(dryGain_, part);
+        wetGains_.follow(wetGain_, part);
         for (int c = 0; c < channels_; ++c) mix(part[c], wet[c], part);
     });
 }
@@ -203,8 +198,8 @@ template <typename T> void AnalogDelayCore<T>::process(const AudioBlock<T>& bloc
 template <typename T>
 void AnalogDelayCore<T>::mix(T* x, const float* wet, GridSlice slice) const noexcept
 {
-    const T* const d = dryGains_ + slice.phase;
-    const T* const w = wetGains_ + slice.phase;
+    const T* const d = dryGains_.of(slice);
+    const T* const w = wetGains_.of(slice);
     for (int i = 0; i < slice.frames; ++i) x[i] = d[i] * x[i] + w[i] * T(wet[i]);
 }
 

@@ -33,7 +33,7 @@ private:
     float mix_ = 0;  // fraction wet
     bool wetOnly_ = false;
     Smoothed<T> dryGain_, wetGain_;
-    T dryGains_[kSubBlock]{}, wetGains_[kSubBlock]{};  // of the sub-block
+    Course<T> dryGains_, wetGains_;
 };
 
 class AnalogDelayAlgorithm final : public PrecisionAlgorithm<AnalogDelayCore> {

@@ -1,25 +1,10 @@
 // SPDX-License-Identifier: ISC
 #include "delay/colour_stage.h"
 
-#include <bit>
-#include <cstdint>
+#include "dsp/neutral.h"
 
 namespace quillworks {
 namespace {
-
-/// Place of a float among all floats, in order.
-std::int64_t ordinal(float x)
-{
-    const auto bits = std::bit_cast<std::uint32_t>(x);
-    const auto magnitude = static_cast<std::int64_t>(bits & 0x7FFFFFFFu);
-    return bits >> 31 ? -magnitude : magnitude;
-}
-
-bool differs(float x, float neutral)
-{
-    constexpr std::int64_t kTolerance = 30;  // units in the last place
-    return std::abs(ordinal(x) - ordinal(neutral)) > kTolerance;
-}
 
 /// Peak of a second-order low-pass or high-pass of quality q.
 double peakOf(double q)
@@ -31,12 +16,12 @@ double peakOf(double q)
 
 bool ColourFilters::cutsLow() const noexcept
 {
-    return differs(lowCut, kNeutralLowCut);
+    return !isNeutral(lowCut, kNeutralLowCut);
 }
 
 bool ColourFilters::cutsHigh() const noexcept
 {
-    return differs(highCut, kNeutralHighCut);
+    return !isNeutral(highCut, kNeutralHighCut);
 }
 
 double ColourFilters::q(int section) const noexcept

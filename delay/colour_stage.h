@@ -15,8 +15,7 @@ struct ColourFilters {
 
     static constexpr float kNeutralLowCut = 20, kNeutralHighCut = 16000;
 
-    /// A filter at its neutral end is left out. Values read back from text may miss the end by a
-    /// few units in the last place: up to 30 count as the end.
+    /// A filter at its neutral end is left out.
     bool cutsLow() const noexcept;
     bool cutsHigh() const noexcept;
     /// Qualities of a filter's two sections.

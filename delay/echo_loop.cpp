@@ -10,7 +10,6 @@
 namespace quillworks {
 namespace {
 
-constexpr GridSlice kWhole{kSubBlock, 0};
 constexpr float kBoost = 1.5f;
 
 ColourFilters filtersOf(const AnalogDelaySettings& s)
@@ -20,22 +19,11 @@ ColourFilters filtersOf(const AnalogDelaySettings& s)
 
 }  // namespace
 
-void EchoLoop::Course::follow(Ramp<float> ramp) noexcept
-{
-    if (ramp.isConstant() && at[0] == ramp.to && at[kSubBlock - 1] == ramp.to) return;
-    vec::ramp(at, ramp.from, ramp.to, kSubBlock);
-}
-
-double EchoLoop::timeBase(double sampleRate) noexcept
-{
-    return std::max(1.0, std::trunc(sampleRate * 0.003 / kSubBlock + 0.5));
-}
-
 void EchoLoop::prepare(int channels, double sampleRate)
 {
     channels_ = channels;
     sampleRate_ = sampleRate;
-    const double base = timeBase(sampleRate);
+    const double base = glideSubBlocks(sampleRate);
     const double glide = 8 * base * kSubBlock;  // samples: an echo is in its new place after 0.4 s
     tape_.prepare(channels, sampleRate, glide);
     crossingLength_.prepare(glide);
@@ -134,19 +122,19 @@ void EchoLoop::begin() noexcept
     speedState_ = (speedState_ - target) * inertia_ + target;
     if (std::abs(speedState_ - target) < 1e-6f) speedState_ = target;
     speed_.target(speedState_);
-    tape_.begin(speed_.next(kWhole));
+    tape_.begin(speed_.next(kWholeSubBlock));
 
-    auto gain = gain_.next(kWhole);
+    auto gain = gain_.next(kWholeSubBlock);
     const auto guard = guard_.next(guard_.isArmed(isBoosted_));
     gain.from *= guard.from;
     gain.to *= guard.to;
     feedback_.follow(gain);
-    clipped_.follow(clipping_.next(kWhole));
+    clipped_.follow(clipping_, kWholeSubBlock);
     if (channels_ == 2) {
-        const auto width = width_.next(kWhole);
+        const auto width = width_.next(kWholeSubBlock);
         same_.follow({(1 + width.from) * 0.5f, (1 + width.to) * 0.5f});
         other_.follow({(1 - width.from) * 0.5f, (1 - width.to) * 0.5f});
-        const auto swap = swap_.next(kWhole);
+        const auto swap = swap_.next(kWholeSubBlock);
         toLeft_.follow({swap.from * 0.5f, swap.to * 0.5f});
         toRight_.follow({(1 - swap.from) * 0.5f, (1 - swap.to) * 0.5f});
         crossingRests_ = crossingLength_.isResting();

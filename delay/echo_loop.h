@@ -5,6 +5,7 @@
 #include "delay/delay_time.h"
 #include "delay/feedback_guard.h"
 #include "delay/tape_line.h"
+#include "dsp/course.h"
 #include "dsp/lfo.h"
 
 namespace quillworks {
@@ -58,17 +59,12 @@ public:
     void process(GridSlice slice, const float* const* in, float* const* wet) noexcept;
 
     /// Half-life of gains, in sub-blocks.
-    static double gainHalfLife(double sampleRate) noexcept { return 2 * timeBase(sampleRate); }
+    static double gainHalfLife(double sampleRate) noexcept
+    {
+        return 2 * glideSubBlocks(sampleRate);
+    }
 
 private:
-    /// A control value over the sub-block, frame by frame.
-    struct Course {
-        float at[kSubBlock]{};
-        void follow(Ramp<float> ramp) noexcept;
-    };
-
-    /// Sub-blocks in 3 ms, at least one.
-    static double timeBase(double sampleRate) noexcept;
     void updateLength() noexcept;
     void updateLfo() noexcept;
     void updateFeedback() noexcept;
@@ -103,9 +99,9 @@ private:
     double crossingLengths_[kSubBlock]{};
     bool crossingRests_ = true;
 
-    Course feedback_, same_, other_;  // gains of the sub-block
-    Course clipped_;                  // part of the clipper in the wet signal
-    Course toLeft_, toRight_;         // of the sum of both inputs, for the ping-pong
+    Course<float> feedback_, same_, other_;  // gains of the sub-block
+    Course<float> clipped_;                  // part of the clipper in the wet signal
+    Course<float> toLeft_, toRight_;         // of the sum of both inputs, for the ping-pong
 };
 
 }  // namespace quillworks

@@ -6,6 +6,7 @@
 
 #include "dsp/control_grid.h"
 #include "dsp/decibel.h"
+#include "dsp/follower.h"
 
 namespace quillworks {
 
@@ -17,15 +18,14 @@ public:
     {
         channels_ = channels;
         threshold_ = static_cast<float>(gainToDb(double(channels)) - 3);
-        attack_[0] = static_cast<float>(followerCoefficient(sampleRate, 0.0005));
-        release_[0] = static_cast<float>(followerCoefficient(sampleRate, 0.1));
-        attack_[1] = static_cast<float>(followerCoefficient(sampleRate, 0.02));
-        release_[1] = static_cast<float>(followerCoefficient(sampleRate, 1));
+        fast_.setTimes(sampleRate, 0.0005, 0.1);
+        slow_.setTimes(sampleRate, 0.02, 1);
         rise_ = static_cast<float>(halfLifeFactor(riseHalfLife));
     }
     void reset() noexcept
     {
-        level_[0] = level_[1] = 0;
+        fast_.reset();
+        slow_.reset();
         gain_ = 1;
         isEngaged_ = false;
     }
@@ -41,9 +41,10 @@ public:
         float wanted = 1;
         if (!isArmed) {
             isEngaged_ = false;
-            level_[0] = level_[1] = 0;
+            fast_.reset();
+            slow_.reset();
         } else {
-            const float level = gainToDb(std::max(level_[0], level_[1]));
+            const float level = gainToDb(std::max(fast_.envelope, slow_.envelope));
             if (level > threshold_ + kHysteresis) isEngaged_ = true;
             if (level < threshold_ - kHysteresis) isEngaged_ = false;
             if (isEngaged_)
@@ -57,18 +58,15 @@ public:
     /// Follows the sum of the channels' magnitudes, so that a pair of opposite phase counts too.
     void listen(const float* const* wet, int n) noexcept
     {
-        float fast = level_[0], slow = level_[1];
+        auto fast = fast_, slow = slow_;  // in registers
         for (int i = 0; i < n; ++i) {
             float x = std::abs(wet[0][i]);
             if (channels_ == 2) x += std::abs(wet[1][i]);
-            // Rising, the attack is the larger of both, falling the release.
-            fast = std::max(x * (1 - attack_[0]) + attack_[0] * fast,
-                            x * (1 - release_[0]) + release_[0] * fast);
-            slow = std::max(x * (1 - attack_[1]) + attack_[1] * slow,
-                            x * (1 - release_[1]) + release_[1] * slow);
+            fast.next(x);
+            slow.next(x);
         }
-        level_[0] = fast;
-        level_[1] = slow;
+        fast_ = fast;
+        slow_ = slow;
     }
 
 private:
@@ -76,10 +74,9 @@ private:
 
     int channels_ = 0;
     float threshold_ = 0;  // dB
-    float attack_[2]{}, release_[2]{};
     float rise_ = 0;
     float loopGain_ = 0;
-    float level_[2]{};  // linear, of the fast and the slow follower
+    BasicPeakFollower<float> fast_, slow_;  // linear
     float gain_ = 1;
     bool isEngaged_ = false;
 };

@@ -16,7 +16,11 @@ struct GridSlice {
 
     /// Whether a sub-block begins here: smoothed values and modulation advance now.
     bool begins() const noexcept { return phase == 0; }
+    /// Whether the sub-block ends with this slice.
+    bool ends() const noexcept { return phase + frames == kSubBlock; }
 };
+
+inline constexpr GridSlice kWholeSubBlock{kSubBlock, 0};
 
 /// A value that moves linearly from `from` (before the first frame) to `to` (at the last one).
 template <typename T> struct Ramp {

@@ -9,14 +9,14 @@
 
 namespace quillworks {
 
-/// y = g (x - x1) + rho y1 with a corner of 3 Hz. Pole and states are doubles in both precisions:
-/// at 192 kHz the pole lies 1e-4 from the unit circle, where floats lose the offset they should
-/// remove.
+/// y = g (x - x1) + rho y1. Pole and states are doubles in both precisions: at 192 kHz the pole
+/// lies 1e-4 from the unit circle, where floats lose the offset they should remove.
 class DcBlocker {
 public:
-    void prepare(double sampleRate) noexcept
+    /// Corner frequency in Hz, above 0 and far below the sample rate.
+    void prepare(double sampleRate, double corner = 3) noexcept
     {
-        rho_ = std::exp(-2 * std::numbers::pi * 3 / sampleRate);
+        rho_ = std::exp(-2 * std::numbers::pi * corner / sampleRate);
         gain_ = (1 + rho_) / 2;  // 1 at half the sample rate
     }
     void reset() noexcept { x1_ = y1_ = 0; }
@@ -28,7 +28,7 @@ public:
             const double in = x[i];
             y1 = gain_ * (in - x1) + rho_ * y1;
             x1 = in;
-            if (!(std::abs(y1) <= kLargestSample)) x1 = y1 = 0;  // a bad sample would ring for long
+            if (!isSound(y1)) x1 = y1 = 0;  // a bad sample would ring for long
             x[i] = static_cast<T>(y1);
         }
         if (std::abs(y1) < 1e-20) y1 = 0;

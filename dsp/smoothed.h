@@ -2,12 +2,26 @@
 // A control value that glides to its target, one step per sub-block, ramped within it.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "dsp/control_grid.h"
 #include "dsp/decibel.h"
 
 namespace quillworks {
+
+/// The pack's unit of glides: sub-blocks in 3 ms, at least 1. Half-lives are multiples of it.
+inline double glideSubBlocks(double sampleRate) noexcept
+{
+    return std::max(1.0, std::trunc(sampleRate * 0.003 / kSubBlock + 0.5));
+}
+
+/// Half-life in sub-blocks of a one-pole with the time constant `seconds`.
+inline double halfLifeSubBlocks(double sampleRate, double seconds) noexcept
+{
+    return std::numbers::ln2 / (2 * std::numbers::pi) * sampleRate / kSubBlock * seconds;
+}
 
 /// In double inside: at high sample rates a float's rounding would stop the glide short of its end.
 template <typename T> class Smoothed {

@@ -7,11 +7,9 @@
 #include <cmath>
 #include <numbers>
 
-namespace quillworks {
+#include "dsp/section.h"
 
-inline constexpr double kButterworthQ = 0.70710678118654752;
-/// Both sections of a fourth-order Butterworth filter.
-inline constexpr double kButterworth4Q[2] = {0.54119610014619698, 1.30656296487637652};
+namespace quillworks {
 
 /// Coefficients of the filter written as a state space: a sample changes the states by two products
 /// each, which is the shortest chain from sample to sample.

@@ -95,13 +95,13 @@ template <typename T> void CompressorCore<T>::prepare(const ProcessSpec& spec)
     for (auto& ch : channels_) {
         ch.detector.prepare(sampleRate_);
         ch.computer.prepare(hold);
-        ch.dry.prepare(lookAhead);
         ch.lookAhead.prepare(lookAhead);
     }
     filter_.prepare(sampleRate_, spec.channels);
     levels_.prepare(spec);
-    inputGain_.prepareHalfLife(50 * std::max(1.0, std::trunc(sampleRate_ * 0.00009375 + 0.5)));
+    inputGain_.prepareHalfLife(50 * glideSubBlocks(sampleRate_));
     mixer_.prepare(sampleRate_, 0.03);
+    mixer_.prepareDry(spec.channels, lookAhead);
 }
 
 template <typename T> void CompressorCore<T>::reset() noexcept
@@ -117,7 +117,6 @@ template <typename T> void CompressorCore<T>::reset() noexcept
         ch.computer.reset();
         ch.computer.takeLargest();  // what was before is no longer measured
         ch.inputGain.snap(inputGain_.current());
-        ch.dry.reset();
         ch.lookAhead.reset();
     }
 }
@@ -144,13 +143,12 @@ template <typename T> void CompressorCore<T>::apply(const Settings& s, unsigned 
     }
     if (dirty & Gains) {
         inputGain_.target(T(s.inputGain));
-        k_.mix = T(s.mix);
-        mixer_.target(wetOnly_ ? T(1) : k_.mix);
+        mixer_.target(T(s.mix));
     }
     if (dirty & LookAheadSwitch) {
         k_.lookAhead = s.lookAhead != 0;
+        mixer_.setDelay(k_.lookAhead ? lookAheadFrames(sampleRate_) : 0);
         for (auto& ch : channels_) {
-            ch.dry.reset();
             ch.lookAhead.reset();
             ch.computer.setHold(k_.lookAhead);
         }
@@ -187,12 +185,6 @@ template <typename T> void CompressorCore<T>::setLinked(bool isLinked) noexcept
     }
 }
 
-template <typename T> void CompressorCore<T>::setWetOnly(bool wetOnly) noexcept
-{
-    wetOnly_ = wetOnly;
-    mixer_.target(wetOnly_ ? T(1) : k_.mix);
-}
-
 template <typename T> void CompressorCore<T>::process(const AudioBlock<T>& block) noexcept
 {
     // Another key: what the filters of this one have heard is past.
@@ -207,19 +199,12 @@ template <typename T> void CompressorCore<T>::process(const AudioBlock<T>& block
 template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& part) noexcept
 {
     const int n = part.frames;
-    T dryCopy[kMaxChannels][kSubBlock];
     const T* dry[kMaxChannels];
 
     mixer_.next(part);
     for (int c = 0; c < part.channels; ++c) {
-        auto& ch = channels_[static_cast<std::size_t>(c)];
         sanitise(part[c], n);
-        if (k_.lookAhead) {
-            dry[c] = ch.dry.push(part[c], n);
-        } else if (!mixer_.isWet()) {
-            vec::copy(dryCopy[c], part[c], n);
-            dry[c] = dryCopy[c];
-        }
+        dry[c] = mixer_.keep(c, part[c], n);
         levels_.measureInput(c, part[c], n);
     }
     applyInputGain(part);
@@ -253,7 +238,7 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
         }
     }
     for (int c = 0; c < part.channels; ++c) {
-        if (!mixer_.isWet()) mixer_.mix(part[c], dry[c], n);
+        mixer_.mix(part[c], dry[c], part);
         levels_.measureOutput(c, part[c], n);
     }
 }

@@ -59,14 +59,13 @@ public:
     void apply(const Settings& settings, unsigned dirty) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
-    void setWetOnly(bool wetOnly) noexcept;
+    void setWetOnly(bool wetOnly) noexcept { mixer_.setWetOnly(wetOnly); }
 
 private:
     struct Coefficients {  // one set for all channels
         CompressionCurve curve;
         double makeUpDb = 0;
         double gainRelease = 0;  // per sample, of the gain computer
-        T mix = 1;
         bool adaptive = true, autoSpeed = false;
         bool filter = false, listen = false;
         bool linked = true, lookAhead = false;
@@ -75,7 +74,6 @@ private:
         LevelDetector detector;
         GainComputer computer;
         ZeroCrossingGain<T> inputGain;
-        DelayLine<T> dry;
         LookAhead<T> lookAhead;
     };
 
@@ -100,9 +98,8 @@ private:
     EditorLevels levels_;
     std::vector<Channel> channels_;
     bool autoSpeedNow_ = false, isFading_ = false;  // from one smoother to the other
-    bool wetOnly_ = false;
-    int keyChannels_ = 0;  // of the external bus, in the last call
-    double minimum_ = 0;   // lowest reduction since it was reset, dB
+    int keyChannels_ = 0;                           // of the external bus, in the last call
+    double minimum_ = 0;                            // lowest reduction since it was reset, dB
 };
 
 class CompressorAlgorithm final

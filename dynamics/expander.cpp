@@ -65,9 +65,8 @@ template <typename T> void ExpanderCore<T>::prepare(const ProcessSpec& spec)
     smoother_.prepare(sampleRate_);
     filter_.prepare(sampleRate_, spec.channels);
     levels_.prepare(spec);
-    const double subBlocks = std::trunc(sampleRate_ * 0.00009375 + 0.5);
-    lowCut_.prepareHalfLife(subBlocks);
-    highCut_.prepareHalfLife(subBlocks);
+    lowCut_.prepareHalfLife(glideSubBlocks(sampleRate_));
+    highCut_.prepareHalfLife(glideSubBlocks(sampleRate_));
 }
 
 template <typename T> void ExpanderCore<T>::reset() noexcept

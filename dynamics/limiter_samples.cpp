@@ -39,7 +39,8 @@ HWY_INLINE hn::Vec<Lanes> takeLanes(Lanes d, const T* x, hn::Vec<Lanes> gain, do
     const hn::Rebind<T, Lanes> narrow;
     auto v = hn::LoadU(narrow, x);
     v = hn::IfThenElseZero(hn::Eq(v, v), v);
-    v = hn::Max(hn::Min(v, hn::Set(narrow, T(kLargestInput))), hn::Set(narrow, T(-kLargestInput)));
+    v = hn::Max(hn::Min(v, hn::Set(narrow, T(kLoudestSignal))),
+                hn::Set(narrow, T(-kLoudestSignal)));
     hn::Vec<Lanes> wide;
     if constexpr (std::is_same_v<T, double>)
         wide = v;

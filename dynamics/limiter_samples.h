@@ -5,15 +5,17 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "dsp/sanitise.h"
+
 namespace quillworks {
 
-inline constexpr double kLargestInput = 1000;  // +60 dB of full scale
-
-/// What is no number becomes 0, magnitudes are limited to 1000.
+/// What is no number becomes 0, magnitudes are limited to 1000: unlike sanitise(), which takes what
+/// is beyond 1e6 for a fault, since a limiter forgets within milliseconds and must not let go of an
+/// overload.
 template <typename T> void clean(T* x, int n) noexcept
 {
     for (int i = 0; i < n; ++i)
-        x[i] = x[i] == x[i] ? std::clamp(x[i], T(-kLargestInput), T(kLargestInput)) : T(0);
+        x[i] = x[i] == x[i] ? std::clamp(x[i], T(-kLoudestSignal), T(kLoudestSignal)) : T(0);
 }
 
 /// The two loops over the samples of a channel.

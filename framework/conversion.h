@@ -20,6 +20,11 @@ inline float decibels(float db)
 {
     return static_cast<float>(std::pow(10.0, double(db) * 0.05));
 }
+/// The same, and exactly 0 at and below `min` dB: for rows whose lower end says "Off".
+template <int min> float decibelsOffAt(float db)
+{
+    return db <= static_cast<float>(min) ? 0 : decibels(db);
+}
 /// Milliseconds to seconds.
 inline float milliseconds(float ms)
 {

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "framework/conversion.h"
 #include "framework/curve.h"
 #include "framework/parameter_crossing.h"
 #include "tests/support/audio_thread_guard.h"
@@ -41,6 +42,14 @@ TEST(Curves, MeetTheirEndsAndTheirMiddle)
         EXPECT_EQ(c.toValue(1, 1, 20), 20);
         EXPECT_EQ(c.toValue(std::nanf(""), 1, 20), 1);
     }
+}
+
+TEST(Conversions, AnEndThatSaysOffIsSilence)
+{
+    for (const float db : {-60.0f, -61.0f, -1e30f})
+        EXPECT_EQ(conversion::decibelsOffAt<-60>(db), 0) << db;
+    EXPECT_EQ(conversion::decibelsOffAt<-60>(-59.99f), conversion::decibels(-59.99f));
+    EXPECT_EQ(conversion::decibelsOffAt<-60>(0), 1);
 }
 
 TEST(Crossing, LosesNoChangeBetweenThreads)

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: ISC
+#include "dsp/section_chain.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cmath>
+
+#include "dsp/section_chain_kernels.h"
+
+namespace quillworks {
+namespace {
+
+constexpr std::ptrdiff_t kOverreach = 16;  // lanes that the kernels may read behind a row
+
+template <typename T> const SectionKernel<T>& kernel()
+{
+    static const SectionKernel<T>& chosen = *sectionKernel<T>(-1);
+    return chosen;
+}
+
+}  // namespace
+
+template <typename T> void SectionChain<T>::prepare(int sections, int channels)
+{
+    assert(sections > 0 && channels >= 0);
+    kernel<T>();  // chosen here, not on the audio thread
+    sections_ = sections;
+    channels_ = channels;
+    const int pairs = (channels + 1) / 2;
+    stride_ = 2 * sections + kOverreach;
+    values_.require(static_cast<std::size_t>((2 * kCoefficients + 2 * pairs) * stride_));
+    values_.fill(0);
+    isMoving_ = false;
+    for (int s = 0; s < sections; ++s) set(s, Coefficients{});
+}
+
+template <typename T> void SectionChain<T>::reset() noexcept
+{
+    clear(0, sections_);
+    rest(0, sections_);
+}
+
+template <typename T> void SectionChain<T>::clear(int first, int count) noexcept
+{
+    for (int pair = 0; 2 * pair < channels_; ++pair)
+        for (int i = 0; i < 2; ++i)
+            std::fill_n(states(pair) + i * stride_ + 2 * first, 2 * count, T(0));
+}
+
+template <typename T>
+void SectionChain<T>::write(int section, int side, const Coefficients& c, bool glides) noexcept
+{
+    assert(section < sections_);
+    constexpr T share = T(1) / kSubBlock;
+    const T values[kCoefficients] = {c.r, c.b1, c.b2, c.c1, c.c2, c.d};
+    for (int i = 0; i < kCoefficients; ++i) {
+        T& to = coefficient(i)[2 * section + side];
+        T& step = this->step(i)[2 * section + side];
+        step = glides ? (values[i] - to) * share : 0;
+        to = values[i];
+        isMoving_ |= step != 0;
+    }
+}
+
+/// Nothing moves any more.
+template <typename T> void SectionChain<T>::rest(int first, int count) noexcept
+{
+    if (!isMoving_) return;
+    for (int i = 0; i < kCoefficients; ++i) std::fill_n(step(i) + 2 * first, 2 * count, T(0));
+    if (count == sections_) isMoving_ = false;
+}
+
+template <typename T>
+void SectionChain<T>::process(T* const* x, GridSlice slice, int first, int count) noexcept
+{
+    assert(first >= 0 && first + count <= sections_);
+    if (slice.frames == 0 || count <= 0) return;
+    const auto& kernel = quillworks::kernel<T>();
+    for (int pair = 0; 2 * pair < channels_; ++pair) {
+        T* const z = states(pair);
+        const bool isWhole = 2 * pair + 1 < channels_;
+        for (int done = 0; done < count; done += kernel.mostSections) {
+            const int lane = 2 * (first + done);
+            SectionRun<T> run;
+            for (int i = 0; i < kCoefficients; ++i) {
+                run.to[i] = coefficient(i) + lane;
+                run.step[i] = step(i) + lane;
+            }
+            run.z1 = z + lane;
+            run.z2 = z + stride_ + lane;
+            run.channel[0] = x[2 * pair];
+            run.channel[1] = isWhole ? x[2 * pair + 1] : nullptr;
+            run.count = std::min(count - done, kernel.mostSections);
+            run.frames = slice.frames;
+            run.phase = slice.phase;
+            run.moves = isMoving_;
+            kernel.run(run);
+        }
+        if (slice.ends()) clearIfBad(z, first, count);
+    }
+    if (slice.ends()) rest(first, count);
+}
+
+/// A state that is not finite never becomes so again.
+template <typename T> void SectionChain<T>::clearIfBad(T* z, int first, int count) noexcept
+{
+    T sum = 0;  // stays 0 unless one is not finite
+    for (int row = 0; row < 2; ++row)
+        for (int i = 0; i < 2 * count; ++i) sum += z[row * stride_ + 2 * first + i] * 0;
+    if (sum == 0) return;
+    for (int row = 0; row < 2; ++row) std::fill_n(z + row * stride_ + 2 * first, 2 * count, T(0));
+}
+
+template class SectionChain<float>;
+template class SectionChain<double>;
+
+}  // namespace quillworks
