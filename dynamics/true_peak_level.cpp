@@ -3,9 +3,10 @@
 #define HWY_TARGET_INCLUDE "dynamics/true_peak_level.cpp"
 #include "dsp/simd.h"
 //
-#include <cmath>
-#include <numbers>
+#include <array>
 
+#include "dsp/midpoint-inl.h"
+#include "dsp/midpoint_filter.h"
 #include "dynamics/true_peak_level.h"
 
 #ifndef QUILLWORKS_TRUE_PEAK_FILTERS
@@ -13,16 +14,11 @@
 namespace quillworks {
 namespace {
 
-/// Half of a symmetric filter that gives the point midway between two samples.
-template <int size> struct Midpoint {
-    float tap[size];  // from the nearest pair of samples on
-};
-
 struct Filters {
-    Midpoint<40> longHalf;
-    Midpoint<8> shortHalf;
-    Midpoint<6> quarter;
-    Midpoint<3> eighth;
+    std::array<float, 40> longHalf;
+    std::array<float, 8> shortHalf;
+    std::array<float, 6> quarter;
+    std::array<float, 3> eighth;
 };
 
 }  // namespace
@@ -34,76 +30,13 @@ namespace quillworks::HWY_NAMESPACE {
 namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Eight lanes at most: the blocks are short, and unaligned loads of whole cache lines cost double.
-using D = hn::CappedTag<float, 8>;
+using D = PairTag<float>;
 using V = hn::Vec<D>;
 constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
 
 HWY_INLINE V at(const float* x)
 {
     return hn::LoadU(D(), x);
-}
-
-/// out[i] = sum of h[k] (x[i - k] + x[i + 1 + k]) for `n` values, rounded up to whole vectors.
-template <int size>
-HWY_INLINE void halves(const Midpoint<size>& h, const float* x, float* out, int n)
-{
-    const D d;
-    int i = 0;
-    for (; i + 4 * kLanes <= n; i += 4 * kLanes) {  // four at a time: the sums wait for no other
-        V a = hn::Zero(d), b = a, c = a, e = a;
-        for (int k = 0; k < size; ++k) {
-            const V gain = hn::Set(d, h.tap[k]);
-            const float *l = x + i - k, *r = x + i + 1 + k;
-            a = hn::MulAdd(gain, hn::Add(at(l), at(r)), a);
-            b = hn::MulAdd(gain, hn::Add(at(l + kLanes), at(r + kLanes)), b);
-            c = hn::MulAdd(gain, hn::Add(at(l + 2 * kLanes), at(r + 2 * kLanes)), c);
-            e = hn::MulAdd(gain, hn::Add(at(l + 3 * kLanes), at(r + 3 * kLanes)), e);
-        }
-        hn::StoreU(a, d, out + i);
-        hn::StoreU(b, d, out + i + kLanes);
-        hn::StoreU(c, d, out + i + 2 * kLanes);
-        hn::StoreU(e, d, out + i + 3 * kLanes);
-    }
-    for (; i < n; i += kLanes) {
-        V a = hn::Zero(d);
-        for (int k = 0; k < size; ++k)
-            a = hn::MulAdd(hn::Set(d, h.tap[k]), hn::Add(at(x + i - k), at(x + i + 1 + k)), a);
-        hn::StoreU(a, d, out + i);
-    }
-}
-
-/// The sums of the pairs around a point, nearest first, weighted.
-template <int size, class... Pairs> HWY_INLINE V weigh(const Midpoint<size>& h, Pairs... pairs)
-{
-    static_assert(sizeof...(pairs) == size);
-    V sum = hn::Zero(D());
-    int k = 0;
-    ((sum = hn::MulAdd(hn::Set(D(), h.tap[k++]), pairs, sum)), ...);
-    return sum;
-}
-
-HWY_INLINE V pair(const float* a, const float* b)
-{
-    return hn::Add(at(a), at(b));
-}
-
-/// Points at i + 1/4 of a chain, from the samples and the points midway.
-HWY_INLINE void firsts(const Midpoint<6>& h, const float* x, const float* m, float* out, int n)
-{
-    for (int i = 0; i < n; i += kLanes, x += kLanes, m += kLanes)
-        hn::StoreU(weigh(h, pair(x, m), pair(m - 1, x + 1), pair(x - 1, m + 1), pair(m - 2, x + 2),
-                         pair(x - 2, m + 2), pair(m - 3, x + 3)),
-                   D(), out + i);
-}
-
-/// Points at i + 3/4.
-HWY_INLINE void thirds(const Midpoint<6>& h, const float* x, const float* m, float* out, int n)
-{
-    for (int i = 0; i < n; i += kLanes, x += kLanes, m += kLanes)
-        hn::StoreU(weigh(h, pair(m, x + 1), pair(x, m + 1), pair(m - 1, x + 2), pair(x - 1, m + 2),
-                         pair(m - 2, x + 3), pair(x - 2, m + 3)),
-                   D(), out + i);
 }
 
 /// The safe level of a point that the two chains see as a and b.
@@ -151,22 +84,25 @@ void raiseLevels(const Filters& f, TruePeakLevel::Channel& channel, const double
         const float* const m = chain.half + 3;  // of frame 0
         const float* const from = x - 3 + halvesKept;
         if (c == 0)
-            halves<40>(f.longHalf, from, chain.half + halvesKept, newHalves);
+            midpoints(f.longHalf.data(), 40, from, chain.half + halvesKept, newHalves);
         else
-            halves<8>(f.shortHalf, from, chain.half + halvesKept, newHalves);
-        firsts(f.quarter, x + kept, m + kept, chain.first + kept, newQuarters);
-        thirds(f.quarter, x - 1 + kept, m - 1 + kept, chain.third + kept, newQuarters);
+            midpoints(f.shortHalf.data(), 8, from, chain.half + halvesKept, newHalves);
+        const float* const two[2] = {x + kept, m + kept};
+        midpoints<2, 0, 6>(f.quarter.data(), two, chain.first + kept, newQuarters);
+        // Behind each of the frames before, so that frame 0 has one before it.
+        midpoints<2, -1, 6>(f.quarter.data(), two, chain.third + kept, newQuarters);
         points[c] = {m, chain.first, chain.third + 1};
     }
     for (int i = 0; i < frames; i += kLanes, x += kLanes) {
         V eighth[4][2];
         for (int c = 0; c < 2; ++c) {
-            const float *m = points[c].half + i, *p = points[c].first + i, *t = points[c].third + i;
-            const auto& h = f.eighth;
-            eighth[0][c] = weigh(h, pair(x, p), pair(t - 1, m), pair(m - 1, t));
-            eighth[1][c] = weigh(h, pair(p, m), pair(x, t), pair(t - 1, x + 1));
-            eighth[2][c] = weigh(h, pair(m, t), pair(p, x + 1), pair(x, p + 1));
-            eighth[3][c] = weigh(h, pair(t, x + 1), pair(m, p + 1), pair(p, m + 1));
+            const float* const four[4] = {x, points[c].first + i, points[c].half + i,
+                                          points[c].third + i};
+            const float* const h = f.eighth.data();
+            eighth[0][c] = midpointAt<4, 0, 3>(h, four, 0);
+            eighth[1][c] = midpointAt<4, 1, 3>(h, four, 0);
+            eighth[2][c] = midpointAt<4, 2, 3>(h, four, 0);
+            eighth[3][c] = midpointAt<4, 3, 3>(h, four, 0);
         }
         const auto& [a, b] = points;
         const V own[4] = {hn::Abs(at(x)), joined(at(a.first + i), at(b.first + i)),
@@ -197,32 +133,8 @@ namespace {
 void (*const chosenRaise)(const Filters&, TruePeakLevel::Channel&, const double*, int,
                           double* const*) = SIMD_CHOOSE(raiseLevels);
 
-/// Modified Bessel function of order 0, by its series.
-double bessel0(double x)
-{
-    double sum = 1, term = 1;
-    for (int k = 1; k < 40; ++k) {
-        term *= x * x / (4.0 * k * k);
-        sum += term;
-    }
-    return sum;
-}
-
-/// Kaiser-windowed sinc, a gain of 1 for a constant.
-template <int size> Midpoint<size> midpoint(double beta)
-{
-    double tap[size], sum = 0;
-    for (int k = 0; k < size; ++k) {
-        const double t = k + 0.5, x = std::numbers::pi * t;
-        const double u = t / size;
-        sum += tap[k] = std::sin(x) / x * bessel0(beta * std::sqrt(1 - u * u)) / bessel0(beta);
-    }
-    Midpoint<size> h;
-    for (int k = 0; k < size; ++k) h.tap[k] = static_cast<float>(tap[k] / (2 * sum));
-    return h;
-}
-
-const Filters kFilters = {midpoint<40>(8), midpoint<8>(4), midpoint<6>(8), midpoint<3>(6)};
+const Filters kFilters = {midpointTaps<float, 40>(8), midpointTaps<float, 8>(4),
+                          midpointTaps<float, 6>(8), midpointTaps<float, 3>(6)};
 
 }  // namespace
 
