@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "delay/sinc_rows.h"
 #include "dsp/clip_shapes.h"
 #include "dsp/vec.h"
 

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: ISC
-// Windowed-sinc interpolation: tables by cut-off, and the kernel that reads at points between
-// samples.
+// Windowed-sinc interpolation: tables by cut-off.
 #pragma once
-#include <cstdint>
 #include <vector>
 
 namespace quillworks {
 
 /// Rows of 32 taps for 128 positions between two samples, for 13 cut-off frequencies (Smith and
 /// Gossett, "A flexible sampling-rate conversion method", 1984). Kaiser window, beta 8; every row
-/// sums to 1. A reader of changing speed takes the cut-off that keeps aliases out.
+/// sums to 1. A reader of changing speed takes the cut-off that keeps aliases out; `readBetween`
+/// reads with them.
 class SincRows {
 public:
     static constexpr int kTaps = 32;
@@ -31,15 +30,5 @@ private:
     static constexpr int kRows = kPhases + 1;
     std::vector<float> taps_;
 };
-
-/// Where to read: index of the first tap in the line, and the row with its fraction.
-struct SincPoint {
-    std::int32_t start;
-    float row;  // 0 .. kPhases
-};
-
-/// out[c][i] = the line of channel c at point i. One or two channels.
-void readSinc(const float* const* lines, int channels, const float* rows, const SincPoint* points,
-              int n, float* const* out) noexcept;
 
 }  // namespace quillworks

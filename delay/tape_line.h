@@ -3,6 +3,7 @@
 #pragma once
 #include "delay/gliding_distance.h"
 #include "delay/ring_line.h"
+#include "delay/sinc_rows.h"
 #include "dsp/control_grid.h"
 #include "dsp/smoothed.h"
 

@@ -58,6 +58,14 @@ public:
     /// allocates it anew, filled with zeros. False if that failed: the buffer is empty then.
     bool resize(std::size_t bytes) noexcept
     {
+        const bool isNew = bytes != size_;
+        if (!resizeUncleared(bytes)) return false;
+        if (isNew && bytes != 0) std::memset(data_, 0, bytes);
+        return true;
+    }
+    /// The same without the zeros: large memory then costs nothing until it is written.
+    bool resizeUncleared(std::size_t bytes) noexcept
+    {
         if (bytes == size_) return true;
         clear();
         if (bytes == 0) return true;
@@ -70,7 +78,6 @@ public:
         const auto misfit = reinterpret_cast<std::uintptr_t>(block) % kAlignment;
         data_ = static_cast<std::byte*>(block) + (misfit ? kAlignment - misfit : 0);
         size_ = bytes;
-        std::memset(data_, 0, size_);
         return true;
     }
     void clear() noexcept
@@ -110,16 +117,21 @@ public:
     /// As `AlignedBytes::resize`, in elements.
     bool resize(std::size_t count) noexcept
     {
-        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
-            bytes_.clear();
-            return false;
-        }
-        return bytes_.resize(count * sizeof(T));
+        if (fits(count)) return bytes_.resize(count * sizeof(T));
+        bytes_.clear();
+        return false;
     }
     /// The same, but throws std::bad_alloc.
     void require(std::size_t count)
     {
         if (!resize(count)) throw std::bad_alloc();
+    }
+    /// As `AlignedBytes::resizeUncleared`; throws std::bad_alloc.
+    void requireUncleared(std::size_t count)
+    {
+        if (fits(count) && bytes_.resizeUncleared(count * sizeof(T))) return;
+        bytes_.clear();
+        throw std::bad_alloc();
     }
     void clear() noexcept { bytes_.clear(); }
     void fill(T value) noexcept
@@ -139,6 +151,11 @@ public:
     const T& operator[](std::size_t i) const noexcept { return data()[i]; }
 
 private:
+    static bool fits(std::size_t count)
+    {
+        return count <= std::numeric_limits<std::size_t>::max() / sizeof(T);
+    }
+
     AlignedBytes bytes_;
 };
 

@@ -5,10 +5,12 @@
 #include "dsp/simd.h"
 //
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "dsp/fine_true_peak.h"
-#include "dsp/midpoint_filter-inl.h"
+#include "dsp/midpoint-inl.h"
+#include "dsp/midpoint_filter.h"
 
 #ifndef QUILLWORKS_FINE_TRUE_PEAK_FILTERS
 #define QUILLWORKS_FINE_TRUE_PEAK_FILTERS
@@ -16,19 +18,19 @@ namespace quillworks {
 namespace {
 
 struct FineFilters {
+    static constexpr int kNear = 12;  // taps that rule most chunks out
+
     FineFilters() noexcept
     {
-        std::copy_n(half.tap, std::size(nearHalf.tap), nearHalf.tap);
         double sum = 0;
-        for (std::size_t k = std::size(nearHalf.tap); k < std::size(half.tap); ++k)
-            sum += 2 * double(half.tap[k]) * double(half.tap[k]);
+        for (std::size_t k = kNear; k < half.size(); ++k)
+            sum += 2 * double(half[k]) * double(half[k]);
         farNorm = static_cast<float>(std::sqrt(sum));
     }
-    MidpointFilter<40> half = kaiserMidpoint<40>(6);
-    MidpointFilter<12> nearHalf;  // the first of its taps
-    float farNorm;                // root of the sum of the squares of the others
-    MidpointFilter<6> quarter = kaiserMidpoint<6>(8);
-    MidpointFilter<3> eighth = kaiserMidpoint<3>(5);
+    std::array<float, 40> half = midpointTaps<float, 40>(6);
+    float farNorm;  // root of the sum of the squares of the taps beyond the near ones
+    std::array<float, 6> quarter = midpointTaps<float, 6>(8);
+    std::array<float, 3> eighth = midpointTaps<float, 3>(5);
 };
 
 }  // namespace
@@ -40,7 +42,13 @@ namespace quillworks::HWY_NAMESPACE {
 namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
-using namespace midpoint;
+using D = PairTag<float>;
+constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
+
+HWY_INLINE hn::Vec<D> at(const float* x)
+{
+    return hn::LoadU(D(), x);
+}
 
 // Shares of the largest known below which a chunk's points leave no room for a larger maximum:
 // cos(pi/4), cos(pi/8) and cos(pi/16) less what the filters may be off.
@@ -99,10 +107,13 @@ float eightfoldPeak(const FineFilters& f, const float* x, const float* m, const 
     constexpr int kPhases = 8;
     HWY_ALIGN float z[kPhases * (kChunk + kPadding)];  // from the frame before x[0] on
     for (int i = -1; i <= n; i += kLanes) {
-        V eighth[4];
-        eighths(f.eighth, x + i, m + i, p + i, t + i, eighth);
+        const float* const four[4] = {x + i, p + i, m + i, t + i};
+        const float* const h = f.eighth.data();
         HWY_ALIGN float lane[4][kLanes];
-        for (int k = 0; k < 4; ++k) hn::Store(eighth[k], D(), lane[k]);
+        hn::Store(midpointAt<4, 0, 3>(h, four, 0), D(), lane[0]);
+        hn::Store(midpointAt<4, 1, 3>(h, four, 0), D(), lane[1]);
+        hn::Store(midpointAt<4, 2, 3>(h, four, 0), D(), lane[2]);
+        hn::Store(midpointAt<4, 3, 3>(h, four, 0), D(), lane[3]);
         const int count = std::min(kLanes, n + 1 - i);
         for (int l = 0; l < count; ++l) {
             float* const to = z + kPhases * (i + 1 + l);
@@ -123,18 +134,19 @@ float chunkPeak(const FineFilters& f, const float* x, int n, float known)
     // Most chunks are ruled out by the nearest taps, for the others cannot add more than the
     // product of their norm and the signal's (Cauchy and Schwarz).
     HWY_ALIGN Points half = {}, first = {}, third = {};  // the last vectors read beyond what counts
-    halves(f.nearHalf, x, half, n);
+    midpoints(f.half.data(), FineFilters::kNear, x, half, n);
     const float rest = f.farNorm * normOf(x - kBehind, kBehind + n + kAhead);
     const float bound = std::max(peakOf(x, n + 1), peakOf(half, n) + rest);
     if (bound < kAtTwice * known) return known;
-    halves(f.half, x - kFirst, half, n + kFirst + 3);
+    midpoints(f.half.data(), static_cast<int>(f.half.size()), x - kFirst, half, n + kFirst + 3);
     const float* const m = half + kFirst;
     const float twice = std::max(peakOf(x, n + 1), peakOf(m - 1, n + 1));
     known = std::max(known, twice);
     if (twice < kAtTwice * known) return known;
 
-    firsts(f.quarter, x - 1, m - 1, first + kFirst - 1, n + 2);
-    thirds(f.quarter, x - 1, m - 1, third + kFirst - 1, n + 1);
+    const float* const two[2] = {x - 1, m - 1};
+    midpoints<2, 0, 6>(f.quarter.data(), two, first + kFirst - 1, n + 2);
+    midpoints<2, 1, 6>(f.quarter.data(), two, third + kFirst - 1, n + 1);
     const float *const p = first + kFirst, *const t = third + kFirst;
     const float fourTimes = std::max({twice, peakOf(p - 1, n + 2), peakOf(t - 1, n + 1)});
     known = std::max(known, fourTimes);

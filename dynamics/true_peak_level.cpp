@@ -3,7 +3,10 @@
 #define HWY_TARGET_INCLUDE "dynamics/true_peak_level.cpp"
 #include "dsp/simd.h"
 //
-#include "dsp/midpoint_filter-inl.h"
+#include <array>
+
+#include "dsp/midpoint-inl.h"
+#include "dsp/midpoint_filter.h"
 #include "dynamics/true_peak_level.h"
 
 #ifndef QUILLWORKS_TRUE_PEAK_FILTERS
@@ -12,10 +15,10 @@ namespace quillworks {
 namespace {
 
 struct Filters {
-    MidpointFilter<40> longHalf;
-    MidpointFilter<8> shortHalf;
-    MidpointFilter<6> quarter;
-    MidpointFilter<3> eighth;
+    std::array<float, 40> longHalf;
+    std::array<float, 8> shortHalf;
+    std::array<float, 6> quarter;
+    std::array<float, 3> eighth;
 };
 
 }  // namespace
@@ -27,7 +30,14 @@ namespace quillworks::HWY_NAMESPACE {
 namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
-using namespace midpoint;
+using D = PairTag<float>;
+using V = hn::Vec<D>;
+constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
+
+HWY_INLINE V at(const float* x)
+{
+    return hn::LoadU(D(), x);
+}
 
 /// The safe level of a point that the two chains see as a and b.
 HWY_INLINE V joined(V a, V b)
@@ -74,24 +84,32 @@ void raiseLevels(const Filters& f, TruePeakLevel::Channel& channel, const double
         const float* const m = chain.half + 3;  // of frame 0
         const float* const from = x - 3 + halvesKept;
         if (c == 0)
-            halves<40>(f.longHalf, from, chain.half + halvesKept, newHalves);
+            midpoints(f.longHalf.data(), 40, from, chain.half + halvesKept, newHalves);
         else
-            halves<8>(f.shortHalf, from, chain.half + halvesKept, newHalves);
-        firsts(f.quarter, x + kept, m + kept, chain.first + kept, newQuarters);
-        thirds(f.quarter, x - 1 + kept, m - 1 + kept, chain.third + kept, newQuarters);
+            midpoints(f.shortHalf.data(), 8, from, chain.half + halvesKept, newHalves);
+        const float* const two[2] = {x + kept, m + kept};
+        midpoints<2, 0, 6>(f.quarter.data(), two, chain.first + kept, newQuarters);
+        // Behind each of the frames before, so that frame 0 has one before it.
+        midpoints<2, -1, 6>(f.quarter.data(), two, chain.third + kept, newQuarters);
         points[c] = {m, chain.first, chain.third + 1};
     }
     for (int i = 0; i < frames; i += kLanes, x += kLanes) {
-        V eighth[2][4];
-        for (int c = 0; c < 2; ++c)
-            eighths(f.eighth, x, points[c].half + i, points[c].first + i, points[c].third + i,
-                    eighth[c]);
+        V eighth[4][2];
+        for (int c = 0; c < 2; ++c) {
+            const float* const four[4] = {x, points[c].first + i, points[c].half + i,
+                                          points[c].third + i};
+            const float* const h = f.eighth.data();
+            eighth[0][c] = midpointAt<4, 0, 3>(h, four, 0);
+            eighth[1][c] = midpointAt<4, 1, 3>(h, four, 0);
+            eighth[2][c] = midpointAt<4, 2, 3>(h, four, 0);
+            eighth[3][c] = midpointAt<4, 3, 3>(h, four, 0);
+        }
         const auto& [a, b] = points;
         const V own[4] = {hn::Abs(at(x)), joined(at(a.first + i), at(b.first + i)),
                           joined(at(a.half + i), at(b.half + i)),
                           joined(at(a.third + i), at(b.third + i))};
         for (int p = 0; p < 4; ++p) {
-            raise(level[p] + i, hn::Max(own[p], joined(eighth[0][p], eighth[1][p])));
+            raise(level[p] + i, hn::Max(own[p], joined(eighth[p][0], eighth[p][1])));
         }
     }
     for (Chain& chain : channel.chains) {
@@ -115,8 +133,8 @@ namespace {
 void (*const chosenRaise)(const Filters&, TruePeakLevel::Channel&, const double*, int,
                           double* const*) = SIMD_CHOOSE(raiseLevels);
 
-const Filters kFilters = {kaiserMidpoint<40>(8), kaiserMidpoint<8>(4), kaiserMidpoint<6>(8),
-                          kaiserMidpoint<3>(6)};
+const Filters kFilters = {midpointTaps<float, 40>(8), midpointTaps<float, 8>(4),
+                          midpointTaps<float, 6>(8), midpointTaps<float, 3>(6)};
 
 }  // namespace
 
