@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <limits>
 #include <string>
+#include <thread>
 
 #include "module/class_registry.h"
 #include "tests/support/audio_thread_guard.h"
@@ -16,6 +18,16 @@
 namespace quillworks::test {
 
 using Precisions = ::testing::Types<float, double>;
+
+/// Waits for what an effect has under way on another thread (files, tables): while its attribute
+/// "busy" is 1 it does not sound as it will.
+template <class Component> void waitUntilReady(Component& component)
+{
+    std::int64_t busy = 0;
+    for (int i = 0; i < 30000 && component.getInteger("busy", busy) && busy != 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(busy, 0) << "still busy after half a minute";
+}
 
 /// Every process call runs under the audio-thread guard: an allocation, lock or system call in it
 /// fails the test.
@@ -106,6 +118,7 @@ public:
     Channels<T> play(const Channels<T>& in, int block = 512)
     {
         if (!prepared_) prepare(static_cast<int>(in.size()));
+        waitUntilReady(*component_);
         // Frames that an effect leaves unwritten are found by what looks at the result.
         constexpr T unwritten = std::numeric_limits<T>::quiet_NaN();
         Channels<T> out(in.size(), Signal<T>(in.front().size(), unwritten));
