@@ -20,7 +20,9 @@ int run(int argc, char** argv)
         return kDone;
     }
     Session session(line.module(), line.quiet());
-    return line.run(session);
+    const int code = line.run(session);
+    session.sayNotes();
+    return code;
 }
 
 int report(const std::string& what, int code)

@@ -207,7 +207,13 @@ Effect Session::create(const VNK::ClassDescription& description) const
 
 void Session::note(const std::string& line) const
 {
-    if (!quiet_) say(line);
+    if (!quiet_) notes_.push_back(line);
+}
+
+void Session::sayNotes() const
+{
+    for (const auto& line : notes_) say(line);
+    notes_.clear();
 }
 
 void Session::note(const std::string& file, const std::vector<std::string>& remarks) const

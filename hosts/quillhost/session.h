@@ -66,8 +66,10 @@ public:
     /// WorkError when the effect cannot be had.
     Effect create(const VNK::ClassDescription& description) const;
     Effect create(const std::string& name) const { return create(find(name)); }
-    /// A line on standard error that is no failure; not when quiet.
+    /// A line for standard error that is no failure; not when quiet. It is kept until sayNotes(),
+    /// so that a command that fails says nothing but why.
     void note(const std::string& line) const;
+    void sayNotes() const;
     /// Such a line for each remark on a file.
     void note(const std::string& file, const std::vector<std::string>& remarks) const;
     /// Such a line if any of the effects passes its audio through for now, which the result of the
@@ -77,6 +79,7 @@ public:
 private:
     std::unique_ptr<VNK::LoadedModule> module_;
     bool quiet_;
+    mutable std::vector<std::string> notes_;
 };
 
 }  // namespace quillhost

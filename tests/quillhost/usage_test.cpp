@@ -158,7 +158,8 @@ TEST_F(Usage, PlacesThatCannotBeWrittenAndInputsThatAreOutputsAreRefused)
     writeSound("side.wav", noise(1, 100), kWav16);
     expectFailure(to("side.wav", {"--sidechain", "side.wav"}), 2, "is the input side.wav");
     expectFailure(to("o.wav", {"--meters", "in.wav"}), 2, "is the input");
-    expectFailure(to("o.wav", {"--sidechain", "none.wav"}), 1, "none.wav: cannot be read");
+    expectFailure(to("o.wav", {"--sidechain", "none.wav", "--fx", "mixtool:gain=1,gain=2"}), 1,
+                  "none.wav: cannot be read");  // and not a word of the rest
     writeBytes("a.json", "[{\"frame\": 5");
     expectFailure(to("o.wav", {"--automation", "a.json"}), 1, "a.json: is not a JSON array");
     const std::pair<const char*, const char*> entries[] = {
