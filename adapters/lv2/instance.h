@@ -11,8 +11,8 @@
 #include <lv2/state/state.h>
 
 #include "adapters/lv2/catalogue.h"
-#include "adapters/lv2/dry_path.h"
 #include "adapters/lv2/song_position.h"
+#include "vnk/dry_path.h"
 
 namespace quillworks::lv2 {
 
@@ -78,7 +78,7 @@ private:
     float* latency_ = nullptr;
 
     SongPosition position_;
-    DryPath dry_;
+    VNK::DryPath<float> dry_;
     // For ports that are not connected, and for a side-chain that shares its buffer with an output.
     std::vector<float> silence_, nowhere_;
     std::vector<std::vector<float>> sideCopy_;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "text.h"
 #include "vnk/file.h"
@@ -30,24 +31,62 @@ std::string valueText(const Json& value)
     return shortText(value.get<double>());
 }
 
-}  // namespace
-
-std::vector<AutomationEvent> readAutomation(const std::string& path,
-                                            const std::vector<Effect>& effects)
+/// Reads the document; a key that stands twice in an entry, of which the last value holds, is
+/// remarked on.
+Json parseNotingTwins(std::string_view content, const std::string& path,
+                      std::vector<std::string>& remarks)
 {
-    std::string content, reason;
-    if (!VNK::readFile(path.c_str(), kLargestFile, content, reason))
-        throw WorkError(path + ": " + reason);
-    return parseAutomation(content, path, effects);
+    std::vector<std::set<std::string>> open;  // keys of the objects around the parser's place
+    std::size_t entry = 0;
+    const auto watch = [&](int, Json::parse_event_t event, Json& parsed) {
+        if (event == Json::parse_event_t::object_start) {
+            open.emplace_back();
+        } else if (event == Json::parse_event_t::object_end) {
+            open.pop_back();
+            entry += open.empty();
+        } else if (event == Json::parse_event_t::key) {
+            const auto key = parsed.get<std::string>();
+            if (!open.back().insert(key).second)
+                remarks.push_back(path + ": entry " + std::to_string(entry) + ": " + inQuotes(key) +
+                                  " is given twice (the last one holds)");
+        }
+        return true;
+    };
+    return Json::parse(content, watch, false);
 }
 
-std::vector<AutomationEvent> parseAutomation(std::string_view content, const std::string& path,
-                                             const std::vector<Effect>& effects)
+/// How many of the sorted events another one for the same parameter follows at the same frame.
+std::size_t countReplaced(const std::vector<AutomationEvent>& events)
 {
-    const Json document = Json::parse(content, nullptr, false);
+    std::size_t count = 0;
+    std::set<std::pair<std::size_t, int>> seen;  // at one frame
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        if (i > 0 && events[i].frame != events[i - 1].frame) seen.clear();
+        count += !seen.insert({events[i].effect, events[i].parameter}).second;
+    }
+    return count;
+}
+
+}  // namespace
+
+Automation readAutomation(const std::string& path, const std::vector<Effect>& effects)
+{
+    std::string content, reason;
+    if (!needingMemory(path,
+                       [&] { return VNK::readFile(path.c_str(), kLargestFile, content, reason); }))
+        throw WorkError(path + ": " + reason);
+    return needingMemory("the entries of " + path,
+                         [&] { return parseAutomation(content, path, effects); });
+}
+
+Automation parseAutomation(std::string_view content, const std::string& path,
+                           const std::vector<Effect>& effects)
+{
+    Automation automation;
+    auto& [events, remarks] = automation;
+    const Json document = parseNotingTwins(content, path, remarks);
     if (!document.is_array())
         throw WorkError(path + ": is not a JSON array of {\"frame\",\"fx\",\"key\",\"value\"}");
-    std::vector<AutomationEvent> events;
     events.reserve(document.size());
     for (const auto& entry : document) {
         const std::string where = path + ": entry " + std::to_string(events.size());
@@ -78,7 +117,11 @@ std::vector<AutomationEvent> parseAutomation(std::string_view content, const std
     }
     std::stable_sort(events.begin(), events.end(),
                      [](const auto& a, const auto& b) { return a.frame < b.frame; });
-    return events;
+    if (const auto n = countReplaced(events); n > 0)
+        remarks.push_back(path + ": " + std::to_string(n) +
+                          (n == 1 ? " entry is" : " entries are") +
+                          " replaced by a later one for the same frame, fx and key");
+    return automation;
 }
 
 }  // namespace quillhost

@@ -18,13 +18,17 @@ struct AutomationEvent {
     float value = 0;  // in the parameter's unit
 };
 
+struct Automation {
+    std::vector<AutomationEvent> events;
+    std::vector<std::string> remarks;  // on what is allowed and hardly meant
+};
+
 /// Reads an array of {"frame", "fx", "key", "value"}; a value is a number, a truth value or a text
 /// of the list. Sorted by frame, events of one frame in the order of the file. WorkError for a file
 /// that cannot be read, UsageError for what does not fit the effects.
-std::vector<AutomationEvent> readAutomation(const std::string& path,
-                                            const std::vector<Effect>& effects);
+Automation readAutomation(const std::string& path, const std::vector<Effect>& effects);
 /// The same from what the file holds; `path` is its name in messages.
-std::vector<AutomationEvent> parseAutomation(std::string_view content, const std::string& path,
-                                             const std::vector<Effect>& effects);
+Automation parseAutomation(std::string_view content, const std::string& path,
+                           const std::vector<Effect>& effects);
 
 }  // namespace quillhost

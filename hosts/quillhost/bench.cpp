@@ -120,6 +120,9 @@ std::function<int(Session&)> declare(CLI::App& app)
         if (o->specs.empty())
             for (const auto* c : session.classes())
                 effects.emplace_back(session.create(*c), c->name->text());
+        std::vector<Effect> those;
+        for (const auto& [effect, title] : effects) those.push_back(effect);
+        session.noteThoseThatPassThrough(those);
         std::vector<Result> results;
         for (const auto& [effect, title] : effects) results.push_back(benchmark(effect, title, *o));
         print(results, *o);
@@ -133,7 +136,7 @@ extern const Command kBench;
 const Command kBench = {"bench", "nanoseconds per frame of each effect",
                         "  quillhost bench\n"
                         "  quillhost bench compressor compressor:lookahead=1 --block 64\n"
-                        "  quillhost bench --rate 96000 --precision 64 --json",
+                        "  quillhost bench limiter --rate 96000 --precision 64 --json",
                         declare};
 
 }  // namespace quillhost

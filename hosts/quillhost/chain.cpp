@@ -12,7 +12,7 @@ namespace quillhost {
 Chain::Chain(const std::vector<Effect>& effects, const ChainSetup& setup)
     : setup_(setup), input_(setup.input)
 {
-    for (const auto& effect : effects) links_.push_back({effect, {}, {}, false});
+    for (const auto& effect : effects) links_.push_back({effect});
     arrange();
     for (auto& link : links_) {
         auto& algorithm = link.effect.algorithm();
@@ -22,7 +22,8 @@ Chain::Chain(const std::vector<Effect>& effects, const ChainSetup& setup)
         if (!algorithm.setSampleRate(setup.block, setup.sampleRate))
             throw WorkError(link.effect.name() + " cannot run at " + shortText(setup.sampleRate) +
                             " Hz with " + std::to_string(link.input.channels) +
-                            " channels (rate not supported, or not enough memory)");
+                            " channels: there is not enough memory for blocks of " +
+                            std::to_string(setup.block) + " frames");
     }
     restart();
 }
@@ -87,7 +88,11 @@ std::int64_t Chain::tail(std::int64_t limit) const noexcept
 
 void Chain::restart() noexcept
 {
-    for (auto& link : links_) link.effect.algorithm().reset();
+    for (auto& link : links_) {
+        link.effect.algorithm().reset();
+        link.floatDry.reset();
+        link.doubleDry.reset();
+    }
     frame_ = tempoFrame_ = 0;
     tempoPosition_ = setup_.position;
     nextEvent_ = 0;
@@ -109,15 +114,60 @@ void Chain::setTempo(double tempo) noexcept
     for (auto& link : links_) link.effect.algorithm().setTempo(tempo);
 }
 
+void Chain::setAutomation(std::vector<AutomationEvent> events)
+{
+    events_ = std::move(events);
+    for (std::size_t i = 0; i < links_.size(); ++i) {
+        const int bypass = links_[i].effect.component().findParameter("bypass");
+        const bool isAutomated =
+            std::any_of(events_.begin(), events_.end(), [&](const AutomationEvent& event) {
+                return event.effect == i && event.parameter == bypass;
+            });
+        if (isAutomated) followBypass(links_[i], bypass);
+    }
+}
+
+void Chain::followBypass(Link& link, int parameter)
+{
+    constexpr double kLongestDelay = 0.25;  // seconds that automation may make of the delay
+    auto& component = link.effect.component();
+    const float value = component.getValue(parameter);
+    component.setValue(parameter, 0);
+    const auto latency = static_cast<int>(link.effect.algorithm().getLatency());
+    if (latency == 0) {
+        component.setValue(parameter, value);
+        return;
+    }
+    link.bypass = parameter;
+    link.isBypassed = value != 0;
+    const int most = std::max(latency, static_cast<int>(kLongestDelay * setup_.sampleRate));
+    const auto prepare = [&](auto& dry) {
+        needingMemory("the delay of " + link.effect.name(), [&] {
+            dry.prepare(link.effect.algorithm(), link.input.channels, link.output.channels,
+                        setup_.sampleRate, setup_.block, most);
+        });
+    };
+    setup_.precision == VNK::Precision::Float ? prepare(link.floatDry) : prepare(link.doubleDry);
+}
+
+float Chain::value(std::size_t effect, int parameter) const noexcept
+{
+    const auto& link = links_[effect];
+    if (parameter == link.bypass) return link.isBypassed ? 1.0f : 0.0f;
+    return link.effect.component().getValue(parameter);
+}
+
 void Chain::applyEvents()
 {
     for (; nextEvent_ < events_.size() && events_[nextEvent_].frame <= frame_; ++nextEvent_) {
         const auto& event = events_[nextEvent_];
-        const auto& effect = links_[event.effect].effect;
-        if (effect.parameter(event.parameter).isTempo)
+        auto& link = links_[event.effect];
+        if (link.effect.parameter(event.parameter).isTempo)
             setTempo(static_cast<double>(event.value));
+        else if (event.parameter == link.bypass)
+            link.isBypassed = event.value != 0;
         else
-            effect.component().automate(event.parameter, event.value);
+            link.effect.component().automate(event.parameter, event.value);
     }
 }
 
@@ -161,7 +211,12 @@ void Chain::runPiece(Planes<T>& planes, const Planes<T>* sideChain, int at, int 
         data.frames = frames;
         auto& algorithm = link.effect.algorithm();
         if (setup_.playing) algorithm.setTransport(transport);
+        auto& dry = link.dry<T>();
+        if (link.bypass >= 0) dry.keep(here, frames);
         algorithm.process(data);
+        if (link.bypass >= 0)
+            dry.mix(inPlace ? here : scratch, frames, static_cast<int>(algorithm.getLatency()),
+                    !link.isBypassed);
         if (!inPlace)
             for (int c = 0; c < link.output.channels; ++c) std::copy_n(scratch[c], frames, here[c]);
         if (watcher_) watcher_(i, frame_, frames);

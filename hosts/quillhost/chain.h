@@ -10,6 +10,7 @@
 #include "automation.h"
 #include "session.h"
 #include "sound_file.h"
+#include "vnk/dry_path.h"
 
 namespace quillhost {
 
@@ -44,8 +45,14 @@ public:
     /// Samples that the output goes on beyond the input, latency included, at most `limit`.
     std::int64_t tail(std::int64_t limit) const noexcept;
 
-    /// What is set to a parameter that shows the host's tempo moves the song's tempo instead.
-    void setAutomation(std::vector<AutomationEvent> events) { events_ = std::move(events); }
+    /// What is set to a parameter that shows the host's tempo moves the song's tempo instead. An
+    /// effect with a delay whose "bypass" is automated is switched off here and not by itself: what
+    /// its bypass plays comes as late as its output would, so that the sound stays in line.
+    void setAutomation(std::vector<AutomationEvent> events);
+    /// How many events lie behind the last frame run.
+    std::size_t eventsLeft() const noexcept { return events_.size() - nextEvent_; }
+    /// Value of a parameter as the user sees it.
+    float value(std::size_t effect, int parameter) const noexcept;
     void setWatcher(Watcher watcher) { watcher_ = std::move(watcher); }
 
     /// Starts again at frame 0 with cleared effects.
@@ -58,10 +65,22 @@ public:
 private:
     struct Link {
         Effect effect;
-        VNK::SpeakerArrangement input, output;
-        bool hasSideChain;
+        VNK::SpeakerArrangement input = {}, output = {};
+        bool hasSideChain = false;
+        int bypass = -1;  // parameter that is followed here, -1: none
+        bool isBypassed = false;
+        VNK::DryPath<float> floatDry = {};
+        VNK::DryPath<double> doubleDry = {};
+        template <typename T> VNK::DryPath<T>& dry() noexcept
+        {
+            if constexpr (std::is_same_v<T, float>)
+                return floatDry;
+            else
+                return doubleDry;
+        }
     };
     void arrange();
+    void followBypass(Link& link, int parameter);
     void applyEvents();
     void setTempo(double tempo) noexcept;
     double quarterNotes() const noexcept;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: ISC
 #include "effect_spec.h"
 
+#include <set>
+
 #include "text.h"
 
 namespace quillhost {
@@ -31,7 +33,13 @@ EffectSpec parseEffectSpec(const std::string& text)
 Effect createEffect(const Session& session, const EffectSpec& spec)
 {
     Effect effect = session.create(spec.name);
-    for (const auto& [key, value] : spec.values) effect.value(effect.find(key), value);
+    std::set<int> given;
+    for (const auto& [key, value] : spec.values) {
+        const int index = effect.find(key);
+        effect.value(index, value);
+        if (!given.insert(index).second)
+            session.note(effect.name() + ": " + key + " is given twice (the last one holds)");
+    }
     for (const auto& preset : spec.presets)
         if (const auto remark = effect.loadPreset(preset); !remark.empty()) session.note(remark);
     for (const auto& [key, value] : spec.values) effect.set(key, value);

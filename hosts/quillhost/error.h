@@ -2,6 +2,7 @@
 // How a command ends early: the exception carries the line for standard error.
 #pragma once
 
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -21,5 +22,15 @@ struct UsageError : std::runtime_error {
 struct WorkError : std::runtime_error {
     using runtime_error::runtime_error;
 };
+
+/// Runs `work`; when there is no memory for it the WorkError says for what.
+template <class Work> auto needingMemory(const std::string& what, Work work)
+{
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        throw WorkError("there is not enough memory for " + what);
+    }
+}
 
 }  // namespace quillhost

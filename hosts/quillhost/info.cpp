@@ -129,8 +129,7 @@ void printTable(const Effect& effect)
     std::vector<Row> rows = {{"key", "range", "default", "title"}};
     for (int i = 0; i < effect.component().countParameters(); ++i) {
         const auto p = effect.parameter(i);
-        std::string range = shortText(p.minimum) + " .. " + shortText(p.maximum);
-        if (*p.unit) range += std::string(" ") + p.unit;
+        std::string range = effect.range(i, " .. ");
         if (p.kind == VNK::ValueKind::Toggle) range = "off, on";
         if (const auto texts = choices(effect, i, p); !texts.empty() && texts.size() <= 32) {
             range.clear();
@@ -139,17 +138,24 @@ void printTable(const Effect& effect)
         if (p.has(VNK::isReadOnly)) range += " (meter)";
         rows.push_back({p.key, range, effect.text(i, p.defaultValue), p.title});
     }
-    std::cout << columns(rows);
+    constexpr std::size_t kRange = 1;
+    std::cout << columns(rows, {}, kRange);
     std::string meters;
     for (int i = 0; i < effect.component().countMeters(); ++i) {
         VNK::MeterInfo m{};
         effect.component().getMeter(i, m);
         meters += std::string(" ") + m.key;
     }
-    if (!meters.empty()) std::cout << "\nmeters:" << meters << "\n";
-    std::cout << "\nviews:";
-    for (const auto& view : views(effect)) std::cout << " " << view;
-    std::cout << "\n";
+    std::string shownViews;
+    for (const auto& view : views(effect)) shownViews += " " + view;
+    for (const auto& line : {"meters:" + meters, "views:" + shownViews}) {
+        if (line.back() == ':') continue;
+        std::string indent = "\n";
+        for (const auto& part : wrapped(line, kPageWidth - 2)) {
+            std::cout << indent << part << "\n";
+            indent = "  ";
+        }
+    }
 }
 
 std::function<int(Session&)> declare(CLI::App& app)

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "console.h"
 #include "error.h"
 
 namespace quillhost {
@@ -19,8 +20,10 @@ void endNow(int signal)
 {
     for (auto& slot : gUnfinished)
         if (const char* path = slot.load()) unlink(path);
-    constexpr char line[] = "quillhost: interrupted\n";
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, line, sizeof line - 1);
+    const char* const line = signal == SIGXFSZ   ? "quillhost: interrupted (file size limit)\n"
+                             : signal == SIGXCPU ? "quillhost: interrupted (time limit)\n"
+                                                 : "quillhost: interrupted\n";
+    [[maybe_unused]] const auto written = write(consoleDescriptor(), line, std::strlen(line));
     _exit(signal == SIGINT ? kInterrupted : 128 + signal);
 }
 
@@ -31,8 +34,9 @@ void installSignalHandlers()
     struct sigaction action = {};
     action.sa_handler = endNow;
     sigemptyset(&action.sa_mask);
-    for (const int signal : {SIGINT, SIGTERM}) sigaddset(&action.sa_mask, signal);
-    for (const int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+    constexpr int kEnding[] = {SIGINT, SIGTERM, SIGQUIT, SIGXCPU, SIGXFSZ};
+    for (const int signal : kEnding) sigaddset(&action.sa_mask, signal);
+    for (const int signal : kEnding) sigaction(signal, &action, nullptr);
     struct sigaction previous = {};
     sigaction(SIGHUP, nullptr, &previous);
     if (previous.sa_handler != SIG_IGN) sigaction(SIGHUP, &action, nullptr);  // else: nohup

@@ -6,8 +6,9 @@
 
 namespace quillhost {
 
-/// Interrupt, termination and hang-up remove the unfinished files and end the program at once, an
-/// interrupt with 130. A reader that has closed its pipe gives a write error instead of a signal.
+/// Interrupt, termination, hang-up, quit and the limits of time and file size remove the unfinished
+/// files and end the program at once, with 128 and the signal's number (an interrupt: 130). A
+/// reader that has closed its pipe gives a write error instead of a signal.
 void installSignalHandlers();
 
 /// A file that a signal must remove. [any thread]

@@ -40,6 +40,7 @@ LoudnessReport LoudnessGauge::measure(const std::string& path, std::atomic<std::
 
     LoudnessReport r;
     r.file = path;
+    r.remarks = reader.remarks();
     r.integrated = meter("integrated");
     r.momentaryMax = meter("momentaryMax");
     r.shortTermMax = meter("shortTermMax");
@@ -73,7 +74,8 @@ void LoudnessGauge::play(SoundReader& reader, std::atomic<std::int64_t>& progres
     while ((data.frames = reader.read(planes, kBlock)) > 0) {
         effect_.algorithm().process(data);
         frames_ += data.frames;
-        const auto now = reader.frames() > 0 ? kWhole * frames_ / reader.frames() : 0;
+        const auto all = reader.estimatedFrames();
+        const auto now = all > 0 ? std::min<std::int64_t>(kWhole, kWhole * frames_ / all) : 0;
         if (now != shown) progress += now - std::exchange(shown, now);
         if (data.frames < kBlock) break;
     }

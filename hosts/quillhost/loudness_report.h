@@ -14,6 +14,7 @@ namespace quillhost {
 /// Figures with nothing to report are not-a-number.
 struct LoudnessReport {
     std::string file;
+    std::vector<std::string> remarks;              // on the file
     float integrated, momentaryMax, shortTermMax;  // LUFS
     float range, rangeLow, rangeHigh;              // LU, LUFS, LUFS
     float truePeak;                                // dBTP

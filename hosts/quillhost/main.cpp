@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: ISC
 // quillhost: runs the effects of a module on sound files.
-#include <cstdio>
 #include <iostream>
 #include <new>
 
 #include "command_line.h"
+#include "console.h"
 #include "error.h"
 #include "interrupt.h"
 #include "session.h"
@@ -20,13 +20,14 @@ int run(int argc, char** argv)
         return kDone;
     }
     Session session(line.module(), line.quiet());
-    return line.run(session);
+    const int code = line.run(session);
+    session.sayNotes();
+    return code;
 }
 
 int report(const std::string& what, int code)
 {
-    std::string line = what.substr(0, what.find('\n'));
-    std::fprintf(stderr, "quillhost: %s\n", line.c_str());
+    say(what);
     return code;
 }
 
@@ -36,6 +37,7 @@ int report(const std::string& what, int code)
 int main(int argc, char** argv)
 {
     using namespace quillhost;
+    keepConsole();
     installSignalHandlers();
     try {
         const int code = run(argc, argv);

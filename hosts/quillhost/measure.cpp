@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: ISC
 // quillhost measure: loudness and peaks of many files side by side.
-#include <cstdio>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <thread>
 
 #include "command.h"
+#include "console.h"
 #include "loudness_report.h"
 #include "progress.h"
 #include "sound_file.h"
@@ -52,7 +52,11 @@ std::vector<Outcome> measureAll(const Session& session, const Options& options)
         }
     };
     std::vector<std::jthread> threads;
-    for (auto& gauge : gauges) threads.emplace_back(work, std::ref(gauge));
+    try {
+        for (auto& gauge : gauges) threads.emplace_back(work, std::ref(gauge));
+    } catch (const std::system_error&) {  // no more threads: those there are do the work
+        if (threads.empty()) work(gauges[0]);
+    }
     Progress progress(session.quiet(), LoudnessGauge::kWhole * static_cast<std::int64_t>(count), 0);
     while (done < count) {
         progress.show(steps);
@@ -86,8 +90,12 @@ Json jsonOf(const std::vector<float>& values)
 void printJson(const std::vector<Outcome>& outcomes, const Options& options)
 {
     Json all = Json::array();
-    for (const auto& outcome : outcomes) {
-        if (!outcome.report) continue;
+    for (std::size_t i = 0; i < outcomes.size(); ++i) {
+        const auto& outcome = outcomes[i];
+        if (!outcome.report) {
+            all.push_back({{"file", options.files[i]}, {"error", outcome.error}});
+            continue;
+        }
         const auto& r = *outcome.report;
         Json item = {{"file", r.file},
                      {"integrated", jsonOf(r.integrated)},
@@ -147,7 +155,10 @@ int run(const Session& session, const Options& options)
     std::cout.flush();
     int code = kDone;
     for (const auto& outcome : outcomes) {
-        if (!outcome.report) std::fprintf(stderr, "quillhost: %s\n", outcome.error.c_str());
+        if (!outcome.report)
+            say(outcome.error);
+        else
+            session.note(shownPath(outcome.report->file), outcome.report->remarks);
         if (!outcome.report || !missedBy(*outcome.report, options).empty()) code = kFailed;
     }
     return code;

@@ -38,7 +38,7 @@ MeterLog::MeterLog(const std::string& path, const std::vector<Effect>& effects) 
     }
 }
 
-void MeterLog::write(std::size_t effect, std::int64_t frame, int frames)
+void MeterLog::write(const Chain& chain, std::size_t effect, std::int64_t frame, int frames)
 {
     const auto& source = sources_[effect];
     const auto& component = source.effect.component();
@@ -53,7 +53,7 @@ void MeterLog::write(std::size_t effect, std::int64_t frame, int frames)
     for (std::size_t i = 0; i < source.parameterKeys.size(); ++i) {
         if (i) text_ += ',';
         text_ += source.parameterKeys[i];
-        append(text_, component.getValue(static_cast<int>(i)));
+        append(text_, chain.value(effect, static_cast<int>(i)));
     }
     text_ += "}}\n";
     if (text_.size() > kFlushAt) flush();

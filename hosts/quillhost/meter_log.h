@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "chain.h"
 #include "output_file.h"
 #include "session.h"
 
@@ -17,7 +18,7 @@ public:
     /// the effects are prepared: their meters depend on the channels.
     MeterLog(const std::string& path, const std::vector<Effect>& effects);
     /// {"frame","frames","fx","values","parameters"}; what is not finite is null.
-    void write(std::size_t effect, std::int64_t frame, int frames);
+    void write(const Chain& chain, std::size_t effect, std::int64_t frame, int frames);
     void finish();
 
 private:

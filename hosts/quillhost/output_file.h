@@ -10,8 +10,9 @@
 
 namespace quillhost {
 
-/// Writes beside the final name and renames. Pipes, devices and "-" (standard output) are written
-/// at once, since there is nothing to replace.
+/// Writes a file that has no name yet, where the file system has such, else one beside the final
+/// name; finish() gives it the final one. So not even a killed program leaves anything. Pipes,
+/// devices and "-" (standard output) are written at once, since there is nothing to replace.
 class OutputFile {
 public:
     /// WorkError when the place cannot be written to.
@@ -26,15 +27,19 @@ public:
     /// Writes everything; WorkError when that fails.
     void write(const void* data, std::size_t bytes);
     void write(std::string_view text) { write(text.data(), text.size()); }
-    /// Closes and gives the file its name; WorkError when the disc is full.
+    /// Brings the file to the disc and gives it its name; WorkError when the disc is full.
     void finish();
     [[noreturn]] void fail(int error) const;
 
 private:
+    void openBeside();
+    void linkBeside();
+    void closeNow();
+
     std::string shown_, target_;
     std::unique_ptr<UnfinishedFile> unfinished_;
     int fd_ = -1;
-    bool isStream_ = false;
+    bool isStream_ = false, exists_ = false;
 };
 
 /// UsageError when `output` is the same file as `input`. Neither needs to exist.

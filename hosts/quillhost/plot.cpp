@@ -120,65 +120,108 @@ void plotStep(const Effect& effect, Picture& picture, Colour accent, double seco
     draw(lower, step);
 }
 
-/// Energy of input and output and their product, per column of the picture.
+/// Energy of input and output over a stretch of the file.
 struct Column {
     double in = 0, out = 0;
     std::int64_t samples = 0;
 };
 
-std::vector<Column> gainColumns(const Effect& effect, SoundReader& in, Progress& progress)
+/// Columns over a file whose length shows only at its end: when there are too many, every two
+/// become one of twice the width.
+class Columns {
+public:
+    Column& at(std::int64_t frame)
+    {
+        while (frame / width_ >= kMost) halve();
+        const auto i = static_cast<std::size_t>(frame / width_);
+        if (i >= all_.size()) all_.resize(i + 1);
+        return all_[i];
+    }
+    const std::vector<Column>& all() const noexcept { return all_; }
+    double framesPerColumn() const noexcept { return static_cast<double>(width_); }
+
+private:
+    static constexpr std::int64_t kMost = 1504;  // two to a point of the picture
+    void halve()
+    {
+        for (std::size_t i = 0; i < all_.size(); i += 2) {
+            Column sum = all_[i];
+            if (i + 1 < all_.size()) {
+                sum.in += all_[i + 1].in;
+                sum.out += all_[i + 1].out;
+                sum.samples += all_[i + 1].samples;
+            }
+            all_[i / 2] = sum;
+        }
+        all_.resize((all_.size() + 1) / 2);
+        width_ *= 2;
+    }
+
+    std::vector<Column> all_;
+    std::int64_t width_ = 1;  // frames of a column
+};
+
+struct GainCourse {
+    Columns columns;
+    std::int64_t frames = 0;
+};
+
+GainCourse gainCourse(const Effect& effect, SoundReader& in, Progress& progress)
 {
     constexpr int kBlock = 512;
-    constexpr std::int64_t kColumns = 752;
     ChainSetup setup;
     setup.sampleRate = in.sampleRate();
     setup.block = kBlock;
     setup.input = in.layout();
     Chain chain({effect}, setup);
-    const std::int64_t frames = in.frames(), latency = chain.latency();
-    std::vector<Column> columns(static_cast<std::size_t>(std::min(kColumns, frames)));
-    const auto columnOf = [&](std::int64_t frame) {
-        return static_cast<std::size_t>(frame * std::int64_t(columns.size()) / frames);
-    };
+    const std::int64_t latency = chain.latency();
+    GainCourse course;
     Planes<float> planes(std::max(chain.planeChannels(), in.channels()), kBlock);
-    for (std::int64_t at = 0; at < frames + latency; at += kBlock) {
-        const int n = at < frames ? in.read(planes, kBlock) : 0;
+    bool isOver = false;
+    for (std::int64_t at = 0; !isOver || at < course.frames + latency; at += kBlock) {
+        const int n = isOver ? 0 : in.read(planes, kBlock);
+        isOver = n < kBlock;
+        course.frames += n;
         planes.clear(n, kBlock);
         for (int c = 0; c < in.channels(); ++c)
             for (int i = 0; i < n; ++i) {
-                auto& column = columns[columnOf(at + i)];
+                auto& column = course.columns.at(at + i);
                 column.in += double(planes[c][i]) * planes[c][i];
                 ++column.samples;
             }
         chain.run<float>(planes, nullptr, kBlock);
         for (int i = 0; i < kBlock; ++i) {
             const auto frame = at + i - latency;
-            if (frame < 0 || frame >= frames) continue;
+            if (frame < 0 || frame >= course.frames) continue;
+            auto& column = course.columns.at(frame);
             for (int c = 0; c < chain.output().channels; ++c)
-                columns[columnOf(frame)].out += double(planes[c][i]) * planes[c][i];
+                column.out += double(planes[c][i]) * planes[c][i];
         }
         progress.show(at);
     }
-    return columns;
+    return course;
 }
 
 void plotGain(const Session& session, const Effect& effect, SoundReader& in, Picture& picture,
               Colour accent)
 {
     constexpr double kQuiet = -70;  // below, a gain says nothing
-    const double seconds = static_cast<double>(in.frames()) / in.sampleRate();
-    const bool inMilliseconds = seconds < 2;
-    const double length = seconds * (inMilliseconds ? 1000 : 1);
-    std::vector<Column> columns;
+    GainCourse course;
     {
-        Progress progress(session.quiet(), in.frames(), in.sampleRate());
-        columns = gainColumns(effect, in, progress);
+        Progress progress(session.quiet(), in.estimatedFrames(), in.sampleRate());
+        course = gainCourse(effect, in, progress);
     }
+    session.note(shownPath(in.path()), in.remarks());
+    const double seconds = static_cast<double>(course.frames) / in.sampleRate();
+    const bool inMilliseconds = seconds < 2;
+    const double unit = inMilliseconds ? 1000 : 1, length = seconds * unit;
+    const auto& columns = course.columns.all();
+    const double columnWidth = course.columns.framesPerColumn() / in.sampleRate() * unit;
     std::vector<Point> level, gain;
     double top = 3, bottom = -12;
     for (std::size_t i = 0; i < columns.size(); ++i) {
         const auto& c = columns[i];
-        const double x = length * (double(i) + 0.5) / double(columns.size());
+        const double x = std::min(length, (double(i) + 0.5) * columnWidth);
         const double inDb =
             10 * std::log10(std::max(c.in / double(std::max<std::int64_t>(c.samples, 1)), 1e-20));
         const double gainDb = 10 * std::log10(std::max(c.out, 1e-20) / std::max(c.in, 1e-20));
@@ -206,6 +249,7 @@ int plot(const Session& session, const Options& o)
         throw UsageError("plot --what gain needs --in FILE, the sound to show the gain on");
     refuseSameFile(o.out, o.in);
     const Effect effect = createEffect(session, parseEffectSpec(o.spec));
+    session.noteThoseThatPassThrough({effect});
     const auto accent = accentOf(session.find(effect.name()).subCategory->text());
     std::optional<SoundReader> in;
     if (o.what == Gain) in.emplace(o.in);
@@ -216,7 +260,7 @@ int plot(const Session& session, const Options& o)
     auto subtitle = o.spec.find(':') == std::string::npos ? "default settings"
                                                           : o.spec.substr(o.spec.find(':') + 1);
     if (in) subtitle += " on " + o.in.substr(o.in.find_last_of('/') + 1);
-    title(picture, effect.name() + subject[o.what], subtitle);
+    title(picture, effect.name() + subject[o.what], escaped(subtitle));
     switch (o.what) {
     case Curve:
         plotCurve(effect, picture, accent);

@@ -38,6 +38,7 @@ int save(const Session& session, const Options& options)
         throw UsageError("preset save takes SPEC and FILE (quillhost preset --help shows how)");
     const auto& path = options.words[1];
     const Effect effect = createEffect(session, parseEffectSpec(options.words[0]));
+    session.noteThoseThatPassThrough({effect});
     VNK::StringSink document;
     const auto title = options.name.empty() ? titleOf(path) : options.name;
     if (!effect.component().savePreset(title.c_str(), document))
@@ -94,7 +95,8 @@ int show(const Session& session, const Options& options)
                          .dump(1, ' ', false, Json::error_handler_t::replace)
                   << "\n";
     else
-        std::cout << effect.name() << ": " << component.programName() << "\n\n" << columns(rows);
+        std::cout << effect.name() << ": " << escaped(component.programName()) << "\n\n"
+                  << columns(rows);
     return kDone;
 }
 

@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: ISC
 #include "progress.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <unistd.h>
+
+#include "console.h"
+#include "text.h"
 
 namespace quillhost {
 
 Progress::Progress(bool quiet, std::int64_t total, double framesPerSecond)
-    : isOn_(!quiet && isatty(STDERR_FILENO)),
+    : isOn_(!quiet && isatty(consoleDescriptor())),
       total_(total),
       framesPerSecond_(framesPerSecond),
       next_(start_ + std::chrono::milliseconds(500))
@@ -15,7 +19,7 @@ Progress::Progress(bool quiet, std::int64_t total, double framesPerSecond)
 
 Progress::~Progress()
 {
-    if (isShown_) std::fputs("\r\033[K", stderr);
+    if (isShown_) dprintf(consoleDescriptor(), "\r\033[K");
 }
 
 void Progress::show(std::int64_t done)
@@ -27,12 +31,12 @@ void Progress::show(std::int64_t done)
     isShown_ = true;
     const double seconds = std::chrono::duration<double>(now - start_).count();
     const double frames = static_cast<double>(done);
-    std::fputs("\r\033[K", stderr);
-    if (total_ > 0) std::fprintf(stderr, "%3.0f %%  ", 100 * frames / double(total_));
+    std::string line = "\r\033[K";
+    if (total_ > 0) line += fixedText(std::min(100.0, 100 * frames / double(total_)), 0) + " %  ";
     if (framesPerSecond_ > 0)
-        std::fprintf(stderr, "%.1f s done, %.0f times real time", frames / framesPerSecond_,
-                     frames / framesPerSecond_ / seconds);
-    std::fflush(stderr);
+        line += fixedText(frames / framesPerSecond_, 1) + " s done, " +
+                fixedText(frames / framesPerSecond_ / seconds, 0) + " times real time";
+    dprintf(consoleDescriptor(), "%s", line.c_str());
 }
 
 }  // namespace quillhost

@@ -67,7 +67,12 @@ std::uint32_t outputMask(const Chain& chain, const SoundReader& in)
 
 SampleFormat chooseFormat(const Options& options, const SoundReader& in, const SoundShape& shape)
 {
-    if (options.format != kFormatOfInput) {
+    if (isCoded(options.out)) {
+        if (options.format != kFormatOfInput)
+            throw UsageError(options.out + ": files of this kind have no sample format (leave " +
+                             "--format out)");
+        if (canHold(options.out, shape, SampleFormat::Coded)) return SampleFormat::Coded;
+    } else if (options.format != kFormatOfInput) {
         const auto format = static_cast<SampleFormat>(options.format);
         if (!canHold(options.out, shape, format))
             throw UsageError(options.out + ": files of this kind do not hold this sample format (" +
@@ -161,9 +166,10 @@ void renderAs(const Session& session, const Options& options, SoundReader& in,
         session.note("no effect of the chain has a side-chain: --sidechain has no effect");
     bool isAutomated = false;
     if (!options.automation.empty()) {
-        auto events = readAutomation(options.automation, effects);
-        isAutomated = !events.empty();
-        chain.setAutomation(std::move(events));
+        auto automation = readAutomation(options.automation, effects);
+        for (const auto& remark : automation.remarks) session.note(remark);
+        isAutomated = !automation.events.empty();
+        chain.setAutomation(std::move(automation.events));
     }
     Rendering<T> rendering(options, in, sideChain, chain);
     const auto asked = askedTail(options, in.sampleRate());
@@ -177,16 +183,23 @@ void renderAs(const Session& session, const Options& options, SoundReader& in,
     std::optional<MeterLog> log;
     if (!options.meters.empty()) {
         log.emplace(options.meters, effects);
-        chain.setWatcher([&log](std::size_t effect, std::int64_t frame, int frames) {
-            log->write(effect, frame, frames);
+        chain.setWatcher([&](std::size_t effect, std::int64_t frame, int frames) {
+            log->write(chain, effect, frame, frames);
         });
     }
     {
-        Progress progress(session.quiet(), shape.frames, in.sampleRate());
+        const auto total = shape.frames < 0 ? in.estimatedFrames() : shape.frames;
+        Progress progress(session.quiet(), total, in.sampleRate());
         rendering.run(writer, asked, progress);
     }
     if (log) log->finish();
     writer.finish();
+    session.note(shownPath(in.path()), in.remarks());
+    if (sideChain) session.note(shownPath(sideChain->path()), sideChain->remarks());
+    if (const auto left = chain.eventsLeft(); left > 0)
+        session.note(options.automation + ": " + std::to_string(left) +
+                     (left == 1 ? " entry lies" : " entries lie") +
+                     " behind the end of the sound and had no effect");
     if (writer.clipped() > 0)
         session.note(options.out + ": " + std::to_string(writer.clipped()) +
                      " samples were clipped, the peak is +" +
@@ -201,6 +214,7 @@ int render(const Session& session, const Options& options)
     const auto specs = effectSpecs(options);
     std::vector<Effect> effects;
     for (const auto& spec : specs) effects.push_back(createEffect(session, spec));
+    session.noteThoseThatPassThrough(effects);
 
     ChainSetup setup;
     if (!options.layout.empty()) {
@@ -213,6 +227,7 @@ int render(const Session& session, const Options& options)
         setup.output = layout;
     }
     askedTail(options, kLowestRate);
+    isCoded(options.out);  // refuses an unknown kind before anything is opened
     if (options.in == "-" && options.sideChain == "-")
         throw UsageError("IN and --sidechain cannot both be standard input");
     refuseSameFiles(options);

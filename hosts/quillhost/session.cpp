@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: ISC
 #include "session.h"
 
+#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
+#include "console.h"
 #include "text.h"
 #include "vnk/debug.h"
 #include "vnk/file.h"
@@ -52,9 +53,8 @@ std::string oneLine(std::string text)
 std::string rangeText(const Effect& effect, int index)
 {
     const auto p = effect.parameter(index);
-    std::string text = shortText(p.minimum) + " to " + shortText(p.maximum);
-    if (p.kind == VNK::ValueKind::Toggle) text = "0, 1, on, off";
-    if (*p.unit) text += std::string(" ") + p.unit;
+    std::string text =
+        p.kind == VNK::ValueKind::Toggle ? "0, 1, on, off" : effect.range(index, " to ");
     for (int i = 0; i < p.choices; ++i)
         text += (i ? ", " : ": ") + std::string(effect.component().choiceText(index, i));
     return text;
@@ -73,6 +73,8 @@ int Effect::find(const std::string& key) const
 {
     const int index = component_->findParameter(key.c_str());
     if (index >= 0) return index;
+    for (int i = 0; i < component_->countParameters(); ++i)
+        if (sameName(parameter(i).key, key)) return i;
     std::vector<std::string> keys;
     for (int i = 0; i < component_->countParameters(); ++i) keys.emplace_back(parameter(i).key);
     throw UsageError(name() + " has no parameter " + inQuotes(key) + " " + nearest(key, keys));
@@ -141,6 +143,20 @@ std::string Effect::text(int index, float value) const
     return buffer;
 }
 
+std::string Effect::range(int index, const char* to) const
+{
+    const auto p = parameter(index);
+    const auto isNumber = [](const std::string& word) {
+        double n = 0;
+        return readNumber(word.substr(0, word.find(' ')), n);
+    };
+    const auto low = text(index, p.minimum), high = text(index, p.maximum);
+    if (p.kind == VNK::ValueKind::Continuous && !isNumber(low) && !isNumber(high))
+        return low + to + high;
+    return shortText(p.minimum) + to + shortText(p.maximum) +
+           (*p.unit ? std::string(" ") + p.unit : "");
+}
+
 Session::Session(const std::string& module, bool quiet) : quiet_(quiet)
 {
     const std::string path = moduleFile(module);
@@ -179,8 +195,9 @@ const VNK::ClassDescription& Session::find(const std::string& name) const
 
 Effect Session::create(const VNK::ClassDescription& description) const
 {
-    const auto object =
-        VNK::Ref<VNK::IObject>::adopt(factory().createInstance(description.classId));
+    const auto object = VNK::Ref<VNK::IObject>::adopt(
+        needingMemory(std::string("the effect ") + description.name->text(),
+                      [&] { return factory().createInstance(description.classId); }));
     auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
     if (!component || !component->algorithm())
         throw WorkError(std::string("the effect ") + description.name->text() +
@@ -190,7 +207,31 @@ Effect Session::create(const VNK::ClassDescription& description) const
 
 void Session::note(const std::string& line) const
 {
-    if (!quiet_) std::fprintf(stderr, "quillhost: %s\n", line.c_str());
+    if (!quiet_) notes_.push_back(line);
+}
+
+void Session::sayNotes() const
+{
+    for (const auto& line : notes_) say(line);
+    notes_.clear();
+}
+
+void Session::note(const std::string& file, const std::vector<std::string>& remarks) const
+{
+    for (const auto& remark : remarks) note(file + ": " + remark);
+}
+
+void Session::noteThoseThatPassThrough(const std::vector<Effect>& effects) const
+{
+    std::vector<std::string> names;
+    for (const auto& effect : effects)
+        if (effect.isPassThrough() &&
+            std::find(names.begin(), names.end(), effect.name()) == names.end())
+            names.push_back(effect.name());
+    if (names.empty()) return;
+    std::string list;
+    for (const auto& name : names) list += (list.empty() ? "" : ", ") + name;
+    note(list + (names.size() == 1 ? " passes" : " pass") + " audio through for now");
 }
 
 }  // namespace quillhost

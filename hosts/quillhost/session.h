@@ -24,7 +24,7 @@ public:
     std::string classId() const { return description_->classId.text(); }
 
     VNK::ParameterInfo parameter(int index) const;
-    /// Index of a key; UsageError with the nearest ones.
+    /// Index of a key, upper and lower case alike; UsageError with the nearest ones.
     int find(const std::string& key) const;
     /// A value in the parameter's own unit, or a text of its list; UsageError where it is neither
     /// or out of range.
@@ -43,6 +43,9 @@ public:
     bool isPassThrough() const;
     /// Text of a value with its unit.
     std::string text(int index, float value) const;
+    /// "1 to 20 ratio", the ends as the effect shows them where those are no numbers ("1/64 to
+    /// 4/1"); `to` stands between them.
+    std::string range(int index, const char* to) const;
 
 private:
     VNK::Ref<VNK::IEffectComponent> component_;
@@ -63,12 +66,20 @@ public:
     /// WorkError when the effect cannot be had.
     Effect create(const VNK::ClassDescription& description) const;
     Effect create(const std::string& name) const { return create(find(name)); }
-    /// A line on standard error that is no failure; not when quiet.
+    /// A line for standard error that is no failure; not when quiet. It is kept until sayNotes(),
+    /// so that a command that fails says nothing but why.
     void note(const std::string& line) const;
+    void sayNotes() const;
+    /// Such a line for each remark on a file.
+    void note(const std::string& file, const std::vector<std::string>& remarks) const;
+    /// Such a line if any of the effects passes its audio through for now, which the result of the
+    /// work does not show.
+    void noteThoseThatPassThrough(const std::vector<Effect>& effects) const;
 
 private:
     std::unique_ptr<VNK::LoadedModule> module_;
     bool quiet_;
+    mutable std::vector<std::string> notes_;
 };
 
 }  // namespace quillhost

@@ -8,8 +8,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
+#include "chunk_sizes.h"
 #include "error.h"
+#include "text.h"
 
 namespace quillhost {
 namespace {
@@ -25,6 +28,13 @@ std::size_t readAll(int fd, void* data, std::size_t bytes)
         got += static_cast<std::size_t>(n);
     }
     return got;
+}
+
+/// Whether libsndfile knows the length: else it gives the largest number there is, or or less than
+/// 0.
+bool isLength(sf_count_t frames)
+{
+    return frames >= 0 && frames < SF_COUNT_MAX / 2;
 }
 
 SampleFormat formatOf(int sndfileFormat)
@@ -51,52 +61,6 @@ SampleFormat formatOf(int sndfileFormat)
     }
 }
 
-/// Mask bits in the order of libsndfile's channel map values, for files that name places without a
-/// WAVE mask.
-std::uint32_t maskOf(SNDFILE* file, int channels)
-{
-    struct Place {
-        int map;
-        int bit;
-    };
-    constexpr Place kPlaces[] = {
-        {SF_CHANNEL_MAP_LEFT, 0},
-        {SF_CHANNEL_MAP_FRONT_LEFT, 0},
-        {SF_CHANNEL_MAP_RIGHT, 1},
-        {SF_CHANNEL_MAP_FRONT_RIGHT, 1},
-        {SF_CHANNEL_MAP_CENTER, 2},
-        {SF_CHANNEL_MAP_FRONT_CENTER, 2},
-        {SF_CHANNEL_MAP_LFE, 3},
-        {SF_CHANNEL_MAP_REAR_LEFT, 4},
-        {SF_CHANNEL_MAP_REAR_RIGHT, 5},
-        {SF_CHANNEL_MAP_FRONT_LEFT_OF_CENTER, 6},
-        {SF_CHANNEL_MAP_FRONT_RIGHT_OF_CENTER, 7},
-        {SF_CHANNEL_MAP_REAR_CENTER, 8},
-        {SF_CHANNEL_MAP_SIDE_LEFT, 9},
-        {SF_CHANNEL_MAP_SIDE_RIGHT, 10},
-        {SF_CHANNEL_MAP_TOP_CENTER, 11},
-        {SF_CHANNEL_MAP_TOP_FRONT_LEFT, 12},
-        {SF_CHANNEL_MAP_TOP_FRONT_CENTER, 13},
-        {SF_CHANNEL_MAP_TOP_FRONT_RIGHT, 14},
-        {SF_CHANNEL_MAP_TOP_REAR_LEFT, 15},
-        {SF_CHANNEL_MAP_TOP_REAR_CENTER, 16},
-        {SF_CHANNEL_MAP_TOP_REAR_RIGHT, 17},
-    };
-    std::vector<int> map(static_cast<std::size_t>(channels));
-    if (sf_command(file, SFC_GET_CHANNEL_MAP_INFO, map.data(),
-                   static_cast<int>(map.size() * sizeof(int))) != SF_TRUE)
-        return 0;
-    std::uint32_t mask = 0;
-    for (const int value : map) {
-        const auto place = std::find_if(std::begin(kPlaces), std::end(kPlaces),
-                                        [&](const Place& p) { return p.map == value; });
-        // Out of order it is no mask: the channels then have no places that we could name.
-        if (place == std::end(kPlaces) || mask >> place->bit) return 0;
-        mask |= 1u << place->bit;
-    }
-    return mask;
-}
-
 /// Whether all samples are finite: x - x is 0 exactly then, else a NaN, which stays in the sum.
 template <typename T> bool allFinite(const T* samples, std::size_t n)
 {
@@ -108,7 +72,8 @@ template <typename T> bool allFinite(const T* samples, std::size_t n)
     return std::all_of(std::begin(sums), std::end(sums), [](T s) { return s == 0; });
 }
 
-template <typename T> void deinterleave(const T* in, Planes<T>& out, int channels, int frames)
+template <typename T>
+void deinterleave(const T* in, Planes<T>& out, const VorbisOrder* order, int channels, int frames)
 {
     if (channels == 1) {
         std::copy_n(in, frames, out[0]);
@@ -120,7 +85,7 @@ template <typename T> void deinterleave(const T* in, Planes<T>& out, int channel
         }
     } else {
         for (int c = 0; c < channels; ++c) {
-            T* plane = out[c];
+            T* plane = out[order ? order->channel[static_cast<std::size_t>(c)] : c];
             for (int i = 0; i < frames; ++i) plane[i] = in[std::ptrdiff_t{i} * channels + c];
         }
     }
@@ -133,29 +98,6 @@ std::string shownPath(const std::string& path)
     return path == "-" ? "standard input" : path;
 }
 
-std::uint32_t waveMask(const VNK::SpeakerArrangement& layout)
-{
-    using VNK::Speaker;
-    struct Place {
-        Speaker speaker;
-        int bit;
-    };
-    constexpr Place kPlaces[] = {
-        {Speaker::L, 0},    {Speaker::R, 1},    {Speaker::C, 2},    {Speaker::LFE, 3},
-        {Speaker::Lrs, 4},  {Speaker::Rrs, 5},  {Speaker::Lc, 6},   {Speaker::Rc, 7},
-        {Speaker::Cs, 8},   {Speaker::Ls, 9},   {Speaker::Rs, 10},  {Speaker::Ltf, 12},
-        {Speaker::Rtf, 14}, {Speaker::Ltr, 15}, {Speaker::Rtr, 17},
-    };
-    if (layout == VNK::SpeakerArrangement::withChannels(layout.channels)) return 0;
-    std::uint32_t mask = 0;
-    for (const auto& place : kPlaces)
-        if (layout.find(place.speaker) >= 0) mask |= 1u << place.bit;
-    // One pair of surrounds goes by the name of back speakers in most files.
-    constexpr std::uint32_t backs = 3u << 4, sides = 3u << 9;
-    if (!(mask & backs) && (mask & sides) == sides) mask ^= backs | sides;
-    return VNK::SpeakerArrangement::fromWaveMask(mask, layout.channels) == layout ? mask : 0;
-}
-
 FileIdentity FileIdentity::of(const std::string& path)
 {
     struct stat s = {};
@@ -166,29 +108,50 @@ FileIdentity FileIdentity::of(const std::string& path)
 
 SoundReader::SoundReader(const std::string& path) : path_(path)
 {
-    path == "-" ? openStream() : openFile();
     try {
+        struct stat s = {};
+        fd_ = path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd_ < 0 || fstat(fd_, &s) != 0)
+            refuse(std::string("cannot be read: ") + std::strerror(errno));
+        if (S_ISDIR(s.st_mode)) refuse("is a folder");
+        if (path == "-" || S_ISFIFO(s.st_mode))
+            openStream();
+        else if (S_ISREG(s.st_mode))
+            openFile();
+        else
+            refuse("is neither a regular file nor a pipe");
         checkShape();
     } catch (...) {
-        if (file_) sf_close(file_);
+        closeAll();
         throw;
     }
 }
 
 SoundReader::~SoundReader()
 {
+    closeAll();
+}
+
+void SoundReader::closeAll() noexcept
+{
     if (file_) sf_close(file_);
+    if (fd_ >= 0) close(fd_);
+}
+
+void SoundReader::refuse(const std::string& reason) const
+{
+    throw WorkError(shownPath(path_) + ": " + reason);
 }
 
 void SoundReader::openStream()
 {
     struct stat s = {};
-    const bool regular = fstat(STDIN_FILENO, &s) == 0 && S_ISREG(s.st_mode);
+    const bool regular = fstat(fd_, &s) == 0 && S_ISREG(s.st_mode);
     std::int64_t known = -1;
-    if (regular) known = s.st_size - std::max<off_t>(0, lseek(STDIN_FILENO, 0, SEEK_CUR));
+    if (regular) known = s.st_size - std::max<off_t>(0, lseek(fd_, 0, SEEK_CUR));
     std::string reason;
-    const auto read = [](void* data, std::size_t n) { return readAll(STDIN_FILENO, data, n); };
-    if (!readWaveHeader(read, known, header_, reason)) throw WorkError("standard input: " + reason);
+    const auto read = [this](void* data, std::size_t n) { return readAll(fd_, data, n); };
+    if (!readWaveHeader(read, known, header_, reason)) refuse(reason);
     const bool isPcm = header_.format == WaveHeader::kPcm;
     const bool isFloat = header_.format == WaveHeader::kFloat;
     const int bits = 8 * header_.bytesPerFrame / header_.channels;
@@ -205,8 +168,7 @@ void SoundReader::openStream()
     else if (isFloat && bits == 64)
         format_ = SampleFormat::Float64;
     else
-        throw WorkError("standard input: samples of this kind cannot be read (PCM of 8 to 32 bits "
-                        "or floats)");
+        refuse("samples of this kind cannot be read (PCM of 8 to 32 bits or floats)");
     channels_ = header_.channels;
     sampleRate_ = static_cast<int>(std::min<std::uint32_t>(header_.sampleRate, 1u << 30));
     frames_ = header_.frames();
@@ -215,49 +177,74 @@ void SoundReader::openStream()
 
 void SoundReader::openFile()
 {
-    const int fd = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) throw WorkError(path_ + ": cannot be read: " + std::strerror(errno));
     struct stat s = {};
-    fstat(fd, &s);
-    if (S_ISDIR(s.st_mode) || !S_ISREG(s.st_mode)) {
-        close(fd);
-        throw WorkError(path_ + (S_ISDIR(s.st_mode) ? ": is a folder" : ": is not a regular file"));
-    }
+    fstat(fd_, &s);
     unsigned char start[12] = {};
-    std::string reason = s.st_size == 0 ? "the file is empty" : "";
-    const bool hasWaveStart = readAll(fd, start, sizeof start) == sizeof start && isWave(start);
+    std::string reason = s.st_size == 0 ? "the file is empty" : cutShort(fd_, s.st_size);
+    const bool hasWaveStart = readAll(fd_, start, sizeof start) == sizeof start && isWave(start);
     if (hasWaveStart) {
-        lseek(fd, 0, SEEK_SET);
-        const auto read = [fd](void* data, std::size_t n) { return readAll(fd, data, n); };
+        lseek(fd_, 0, SEEK_SET);
+        const auto read = [this](void* data, std::size_t n) { return readAll(fd_, data, n); };
         readWaveHeader(read, s.st_size, header_, reason);
     }
-    close(fd);
-    if (!reason.empty()) throw WorkError(path_ + ": " + reason);
+    if (!reason.empty()) refuse(reason);
 
     SF_INFO info = {};
     file_ = sf_open(path_.c_str(), SFM_READ, &info);
+    // An Ogg file that breaks off may look like no sound at all.
+    const bool isOgg = file_ ? (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG
+                             : std::memcmp(start, "OggS", 4) == 0;
+    const bool isMpeg = file_ && (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
+    std::string why = file_ ? "" : sf_strerror(nullptr);
+    if (file_ && !isLength(info.frames)) info.frames = -1;
+    frames_ = info.frames;
+    if (isOgg || isMpeg) {
+        estimate_ = std::exchange(frames_, -1);
+        coded_ = std::make_unique<CodedFile>(fd_, s.st_size, isOgg);
+        if (!coded_->fault().empty()) refuse(coded_->fault());
+        remarks_ = coded_->remarks();
+        if (file_) sf_close(std::exchange(file_, nullptr));
+        info = {};
+        file_ = coded_->open(info);
+        if (!file_) why = sf_strerror(nullptr);
+        if (isOgg && info.channels > 2) order_ = vorbisOrder(info.channels);
+    }
     if (!file_) {
-        std::string why = sf_strerror(nullptr);
         while (!why.empty() && (why.back() == '\n' || why.back() == '.')) why.pop_back();
-        throw WorkError(path_ + ": is not a sound file that can be read (" + why + ")");
+        refuse("is not a sound file that can be read (" + why + ")");
     }
     channels_ = info.channels;
     sampleRate_ = info.samplerate;
-    frames_ = info.frames;
     format_ = formatOf(info.format);
-    mask_ = hasWaveStart ? header_.mask : maskOf(file_, channels_);
+    mask_ = hasWaveStart ? header_.mask : order_ ? order_->mask : maskOf(file_, channels_);
 }
 
 void SoundReader::checkShape() const
 {
-    const auto name = shownPath(path_);
     if (channels_ < 1 || channels_ > kMostChannels)
-        throw WorkError(name + ": has " + std::to_string(channels_) +
-                        " channels (1 to 16 can be processed)");
+        refuse("has " + std::to_string(channels_) + " channels (1 to 16 can be processed)");
     if (sampleRate_ < kLowestRate || sampleRate_ > kHighestRate)
-        throw WorkError(name + ": has a sampling rate of " + std::to_string(sampleRate_) +
-                        " Hz (8000 to 384000 can be processed)");
-    if (frames_ == 0) throw WorkError(name + ": holds no audio");
+        refuse("has a sampling rate of " + std::to_string(sampleRate_) +
+               " Hz (8000 to 384000 can be processed)");
+    if (frames_ == 0) refuse("holds no audio");
+}
+
+/// After a read that gave less than was asked for: whether that is the end of the sound.
+void SoundReader::checkEnd(bool isOver)
+{
+    if (!isOver || isEnded_) return;
+    isEnded_ = true;
+    if (frames_ >= 0 && done_ < frames_)
+        refuse("is cut short: " + std::to_string(frames_) + " frames announced, " +
+               std::to_string(done_) + " there");
+    if (file_ && frames_ < 0 && sf_error(file_) != SF_ERR_NO_ERROR)
+        refuse("breaks off or is damaged after frame " + std::to_string(done_));
+    if (done_ == 0) refuse("holds no audio");
+    constexpr double kRemarkable = 0.1;  // seconds
+    if (estimate_ >= 0 &&
+        std::abs(static_cast<double>(estimate_ - done_)) > kRemarkable * sampleRate_)
+        remarks_.push_back("announces " + fixedText(double(estimate_) / sampleRate_, 2) +
+                           " s and holds " + fixedText(double(done_) / sampleRate_, 2) + " s");
 }
 
 template <typename T> int SoundReader::readStream(T* samples, int frames)
@@ -265,7 +252,7 @@ template <typename T> int SoundReader::readStream(T* samples, int frames)
     const std::int64_t left =
         frames_ < 0 ? frames : std::min<std::int64_t>(frames, frames_ - done_);
     bytes_.resize(static_cast<std::size_t>(left) * header_.bytesPerFrame);
-    const auto got = readAll(STDIN_FILENO, bytes_.data(), bytes_.size()) / header_.bytesPerFrame;
+    const auto got = readAll(fd_, bytes_.data(), bytes_.size()) / header_.bytesPerFrame;
     const std::size_t n = got * static_cast<std::size_t>(channels_);
     const unsigned char* p = bytes_.data();
     const auto take = [&]<typename S>(S) {
@@ -300,6 +287,8 @@ template <typename T> int SoundReader::readStream(T* samples, int frames)
     case SampleFormat::Float64:
         take(double{});
         break;
+    case SampleFormat::Coded:  // never in a stream
+        break;
     }
     return static_cast<int>(got);
 }
@@ -315,30 +304,51 @@ int SoundReader::readRaw(double* samples, int frames)
                  : readStream(samples, frames);
 }
 
+template <typename T> int SoundReader::readFinite(std::vector<T>& buffer, int frames)
+{
+    const auto wanted = static_cast<std::size_t>(frames) * static_cast<std::size_t>(channels_);
+    if (buffer.size() < wanted)
+        needingMemory(std::to_string(frames) + " frames of " + shownPath(path_),
+                      [&] { buffer.resize(wanted); });
+    const int n = needingMemory(std::to_string(frames) + " frames of " + shownPath(path_),
+                                [&] { return readRaw(buffer.data(), frames); });
+    refuseInfinite(buffer, n, "holds a sample that is no finite number");
+    return n;
+}
+
+template <typename T>
+void SoundReader::refuseInfinite(const std::vector<T>& samples, int frames, const char* what,
+                                 const char* hint) const
+{
+    const auto count = static_cast<std::size_t>(frames) * static_cast<std::size_t>(channels_);
+    if (allFinite(samples.data(), count)) return;
+    const auto bad =
+        std::find_if(samples.data(), samples.data() + count, [](T x) { return !std::isfinite(x); });
+    refuse(what + (" (frame " + std::to_string(done_ + (bad - samples.data()) / channels_)) + hint +
+           ")");
+}
+
 template <typename T> int SoundReader::read(Planes<T>& planes, int frames)
 {
-    auto& buffer = [this]() -> std::vector<T>& {
-        if constexpr (std::is_same_v<T, float>)
-            return floats_;
-        else
-            return doubles_;
-    }();
-    const auto wanted = static_cast<std::size_t>(frames) * static_cast<std::size_t>(channels_);
-    if (buffer.size() < wanted) buffer.resize(wanted);
-    const int n = readRaw(buffer.data(), frames);
-    const auto samples = static_cast<std::size_t>(n) * static_cast<std::size_t>(channels_);
-    if (!allFinite(buffer.data(), samples)) {
-        const auto bad = std::find_if(buffer.data(), buffer.data() + samples,
-                                      [](T x) { return !std::isfinite(x); });
-        throw WorkError(shownPath(path_) + ": holds a sample that is no finite number (frame " +
-                        std::to_string(done_ + (bad - buffer.data()) / channels_) + ")");
+    int n = 0;
+    if constexpr (std::is_same_v<T, double>) {
+        n = readFinite(doubles_, frames);
+        deinterleave(doubles_.data(), planes, order_, channels_, n);
+    } else if (format_ == SampleFormat::Float64) {
+        n = readFinite(doubles_, frames);
+        const auto count = static_cast<std::size_t>(n) * static_cast<std::size_t>(channels_);
+        floats_.resize(count);
+        std::transform(doubles_.data(), doubles_.data() + count, floats_.data(),
+                       [](double x) { return static_cast<float>(x); });
+        refuseInfinite(floats_, n, "holds a sample that is too large for 32 bits",
+                       "; --precision 64 takes it");
+        deinterleave(floats_.data(), planes, order_, channels_, n);
+    } else {
+        n = readFinite(floats_, frames);
+        deinterleave(floats_.data(), planes, order_, channels_, n);
     }
-    deinterleave(buffer.data(), planes, channels_, n);
     done_ += n;
-    if (n < frames && frames_ >= 0 && done_ < frames_)
-        throw WorkError(shownPath(path_) + ": is cut short: " + std::to_string(frames_) +
-                        " frames announced, " + std::to_string(done_) + " there");
-    if (n < frames && done_ == 0) throw WorkError(shownPath(path_) + ": holds no audio");
+    checkEnd(n < frames);
     return n;
 }
 

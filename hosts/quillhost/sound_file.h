@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "channel_places.h"
+#include "coded_file.h"
+#include "error.h"
 #include "vnk/speaker_arrangement.h"
 #include "wave_header.h"
 
@@ -16,8 +19,9 @@ namespace quillhost {
 inline constexpr int kMostChannels = 16;
 inline constexpr int kLowestRate = 8000, kHighestRate = 384000;
 
-/// How samples are written; the words of --format in this order, then what only IN can ask for.
-enum class SampleFormat { Pcm16, Pcm24, Pcm32, Float32, Float64, Pcm8 };
+/// How samples are written; the words of --format in this order, then what only IN can ask for, and
+/// what a codec makes of them.
+enum class SampleFormat { Pcm16, Pcm24, Pcm32, Float32, Float64, Pcm8, Coded };
 
 /// Channels side by side in one memory block, `frames` long each.
 template <typename T> class Planes {
@@ -25,7 +29,10 @@ public:
     Planes() = default;
     Planes(int channels, int frames)
         : stride_((static_cast<std::size_t>(frames) + 15) / 16 * 16 + 16),
-          data_(stride_ * static_cast<std::size_t>(channels)),
+          data_(needingMemory(
+              "blocks of " + std::to_string(frames) + " frames in " + std::to_string(channels) +
+                  " channels",
+              [&] { return std::vector<T>(stride_ * static_cast<std::size_t>(channels)); })),
           channels_(channels),
           frames_(frames)
     {}
@@ -61,8 +68,9 @@ struct FileIdentity {
 
 class SoundReader {
 public:
-    /// "-" is a WAV from standard input. WorkError for what cannot be read, with 0 or more than 16
-    /// channels, at a rate outside 8 to 384 kHz, or that is shorter than its header says.
+    /// "-" is a WAV from standard input; a named pipe is read like it. WorkError for what cannot be
+    /// read, with 0 or more than 16 channels, at a rate outside 8 to 384 kHz, or that is shorter
+    /// than its header says.
     explicit SoundReader(const std::string& path);
     ~SoundReader();
     SoundReader(const SoundReader&) = delete;
@@ -71,8 +79,12 @@ public:
     const std::string& path() const noexcept { return path_; }
     int channels() const noexcept { return channels_; }
     int sampleRate() const noexcept { return sampleRate_; }
-    /// -1: as long as the stream lasts.
+    /// -1: not known before the end, as in a stream, or in a file that only estimates it.
     std::int64_t frames() const noexcept { return frames_; }
+    /// The same with the estimate, -1 without one.
+    std::int64_t estimatedFrames() const noexcept { return frames_ < 0 ? estimate_ : frames_; }
+    /// What a person should know of the file; complete when all of it has been read.
+    const std::vector<std::string>& remarks() const noexcept { return remarks_; }
     bool isStream() const noexcept { return file_ == nullptr; }
     SampleFormat sampleFormat() const noexcept { return format_; }
     /// Channel mask of the file, 0 without one.
@@ -91,25 +103,34 @@ public:
 private:
     void openStream();
     void openFile();
+    void closeAll() noexcept;
     void checkShape() const;
+    void checkEnd(bool isOver);
+    template <typename T> int readFinite(std::vector<T>& buffer, int frames);
+    template <typename T>
+    void refuseInfinite(const std::vector<T>& samples, int frames, const char* what,
+                        const char* hint = "") const;
+    [[noreturn]] void refuse(const std::string& reason) const;
     int readRaw(float* samples, int frames);
     int readRaw(double* samples, int frames);
     template <typename T> int readStream(T* samples, int frames);
 
     std::string path_;
+    int fd_ = -1;
+    std::unique_ptr<CodedFile> coded_;
     SNDFILE* file_ = nullptr;
     WaveHeader header_;
+    const VorbisOrder* order_ = nullptr;  // of the channels in the file, null: that of the mask
     int channels_ = 0, sampleRate_ = 0;
-    std::int64_t frames_ = -1, done_ = 0;
+    std::int64_t frames_ = -1, estimate_ = -1, done_ = 0;
+    bool isEnded_ = false;
     SampleFormat format_ = SampleFormat::Float32;
     std::uint32_t mask_ = 0;
+    std::vector<std::string> remarks_;
     std::vector<float> floats_;
     std::vector<double> doubles_;
     std::vector<unsigned char> bytes_;
 };
-
-/// Channel mask of a layout, 0 where it has none (places that a mask cannot say, or in its order).
-std::uint32_t waveMask(const VNK::SpeakerArrangement& layout);
 
 /// How a path is called in messages.
 std::string shownPath(const std::string& path);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -22,7 +23,7 @@ constexpr std::int64_t kMostWaveBytes = 0xFFF00000;
 
 int bitsOf(SampleFormat format)
 {
-    constexpr int kBits[] = {16, 24, 32, 32, 64, 8};
+    constexpr int kBits[] = {16, 24, 32, 32, 64, 8, 32};
     return kBits[static_cast<int>(format)];
 }
 
@@ -38,20 +39,52 @@ std::string extensionOf(const std::string& path)
     return folded(path.substr(dot + 1));
 }
 
+constexpr int kWave = 0;  // in the table: WAV, WAVEX or RF64 by what it has to hold
+
+/// The kinds of file by extension.
+struct Kind {
+    const char* extension;
+    int format;  // of libsndfile, with its encoding where that follows from the kind
+};
+constexpr Kind kKinds[] = {
+    {"wav", kWave},
+    {"wave", kWave},
+    {"bwf", kWave},
+    {"rf64", SF_FORMAT_RF64},
+    {"w64", SF_FORMAT_W64},
+    {"aiff", SF_FORMAT_AIFF},
+    {"aif", SF_FORMAT_AIFF},
+    {"aifc", SF_FORMAT_AIFF},
+    {"caf", SF_FORMAT_CAF},
+    {"au", SF_FORMAT_AU},
+    {"snd", SF_FORMAT_AU},
+    {"flac", SF_FORMAT_FLAC},
+    {"ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+    {"oga", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+    {"opus", SF_FORMAT_OGG | SF_FORMAT_OPUS},
+    {"mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III},
+};
+
+/// UsageError for an extension that is not known. Streams and names without one are WAV.
+const Kind& kindOf(const std::string& path)
+{
+    const auto extension = extensionOf(path);
+    struct stat s = {};
+    const bool isStream = path == "-" || (stat(path.c_str(), &s) == 0 && !S_ISREG(s.st_mode));
+    if (extension.empty() || isStream) return kKinds[0];
+    for (const auto& kind : kKinds)
+        if (extension == kind.extension) return kind;
+    std::string known;
+    for (const auto& kind : kKinds)
+        known += (known.empty() ? "" : ", ") + std::string(kind.extension);
+    throw UsageError(path + ": files ending in " + inQuotes(extension) + " are not known (" +
+                     known + ")");
+}
+
 int containerOf(const std::string& path, const SoundShape& shape, SampleFormat format)
 {
-    struct Container {
-        const char* extension;
-        int format;
-    };
-    constexpr Container kContainers[] = {
-        {"flac", SF_FORMAT_FLAC}, {"aif", SF_FORMAT_AIFF}, {"aiff", SF_FORMAT_AIFF},
-        {"aifc", SF_FORMAT_AIFF}, {"caf", SF_FORMAT_CAF},  {"w64", SF_FORMAT_W64},
-        {"rf64", SF_FORMAT_RF64}, {"au", SF_FORMAT_AU},    {"snd", SF_FORMAT_AU},
-    };
-    const auto extension = extensionOf(path);
-    for (const auto& c : kContainers)
-        if (extension == c.extension) return c.format;
+    const int container = kindOf(path).format;
+    if (container != kWave) return container;
     const std::int64_t frameBytes = shape.channels * bitsOf(format) / 8;
     if (shape.frames < 0 || shape.frames > kMostWaveBytes / frameBytes) return SF_FORMAT_RF64;
     return shape.mask ? SF_FORMAT_WAVEX : SF_FORMAT_WAV;
@@ -63,6 +96,7 @@ int encodingOf(int container, SampleFormat format)
                                   SF_FORMAT_FLOAT,  SF_FORMAT_DOUBLE, SF_FORMAT_PCM_U8};
     const bool isUnsigned8 = container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX ||
                              container == SF_FORMAT_RF64 || container == SF_FORMAT_W64;
+    if (format == SampleFormat::Coded) return 0;
     if (format == SampleFormat::Pcm8 && !isUnsigned8) return SF_FORMAT_PCM_S8;
     return kEncodings[static_cast<int>(format)];
 }
@@ -74,6 +108,27 @@ SF_INFO infoOf(int container, const SoundShape& shape, SampleFormat format)
     info.samplerate = shape.sampleRate;
     info.format = container | encodingOf(container, format);
     return info;
+}
+
+/// Whether the installed libsndfile encodes such files: it says so only when it begins one.
+bool canEncode(int container, const SoundShape& shape)
+{
+    // More than two channels of Opus come out of libsndfile 1.2 without their upper octaves.
+    if ((container & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS && shape.channels > 2) return false;
+    std::int64_t bytes = 0;
+    SF_VIRTUAL_IO nowhere = {};
+    nowhere.get_filelen =
+        nowhere.tell = [](void* n) -> sf_count_t { return *static_cast<std::int64_t*>(n); };
+    nowhere.seek = [](sf_count_t, int, void*) -> sf_count_t { return 0; };
+    nowhere.read = [](void*, sf_count_t, void*) -> sf_count_t { return 0; };
+    nowhere.write = [](const void*, sf_count_t count, void* n) -> sf_count_t {
+        *static_cast<std::int64_t*>(n) += count;
+        return count;
+    };
+    SF_INFO info = infoOf(container, shape, SampleFormat::Coded);
+    SNDFILE* const file = sf_open_virtual(&nowhere, SFM_WRITE, &info, &bytes);
+    if (file) sf_close(file);
+    return file != nullptr;
 }
 
 /// Titles, broadcast and cue data, instrument loops.
@@ -93,15 +148,23 @@ void copyDescriptions(SNDFILE* from, SNDFILE* to)
 
 }  // namespace
 
+bool isCoded(const std::string& path)
+{
+    return (kindOf(path).format & SF_FORMAT_SUBMASK) != 0;
+}
+
 bool canHold(const std::string& path, const SoundShape& shape, SampleFormat format)
 {
-    const SF_INFO info = infoOf(containerOf(path, shape, format), shape, format);
+    const int container = containerOf(path, shape, format);
+    if (isCoded(path) != (format == SampleFormat::Coded)) return false;
+    if (format == SampleFormat::Coded) return canEncode(container, shape);
+    const SF_INFO info = infoOf(container, shape, format);
     return path == "-" || sf_format_check(&info);
 }
 
 SoundWriter::SoundWriter(const std::string& path, const SoundShape& shape, SampleFormat format,
                          const SoundReader* source)
-    : shape_(shape), format_(format), output_(path)
+    : path_(path), shape_(shape), format_(format), output_(path)
 {
     if (output_.isStream()) {
         if (isatty(output_.descriptor()))
@@ -131,6 +194,13 @@ void SoundWriter::openFile(int container, const SoundReader* source)
     // The chunk carries the time of writing: the same input would not give the same file.
     sf_command(file_, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
     sf_command(file_, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+    if (format_ == SampleFormat::Coded) {
+        // 0 is the best and 1 the smallest: here about 200 to 300 kbit/s in stereo.
+        double compression = 0.2;
+        sf_command(file_, SFC_SET_COMPRESSION_LEVEL, &compression, sizeof compression);
+        if ((container & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG)
+            order_ = vorbisOrder(shape_.channels);
+    }
     if (source && source->handle()) copyDescriptions(source->handle(), file_);
 }
 
@@ -159,9 +229,16 @@ void SoundWriter::writeFloats(const Planes<T>& planes, int from, int to)
     const auto step = static_cast<std::size_t>(shape_.channels);
     buffer_.resize(static_cast<std::size_t>(to - from) * step * sizeof(S));
     for (int c = 0; c < shape_.channels; ++c) {
-        const T* const in = planes[c];
+        const T* const in = planes[order_ ? order_->channel[static_cast<std::size_t>(c)] : c];
         S* out = reinterpret_cast<S*>(buffer_.data()) + c;
-        for (int i = from; i < to; ++i, out += step) *out = static_cast<S>(in[i]);
+        S sum = 0;  // stays 0 as long as all is finite
+        for (int i = from; i < to; ++i, out += step) {
+            *out = static_cast<S>(in[i]);
+            sum += *out - *out;
+        }
+        if (sum != 0 && std::all_of(in + from, in + to, [](T x) { return std::isfinite(x); }))
+            throw WorkError(path_ + ": cannot be written: a sample is too large for 32 bits " +
+                            "(--format float64 holds it)");
     }
     flush(to - from, sizeof(S) == sizeof(float) ? Unit::Float : Unit::Double);
 }
@@ -223,7 +300,13 @@ template <typename T> void SoundWriter::write(const Planes<T>& planes, int from,
 {
     if (to <= from) return;
     errno = 0;
-    if (format_ == SampleFormat::Float32)
+    needingMemory(std::to_string(to - from) + " frames of " + path_,
+                  [&] { writeAs(planes, from, to); });
+}
+
+template <typename T> void SoundWriter::writeAs(const Planes<T>& planes, int from, int to)
+{
+    if (format_ == SampleFormat::Float32 || format_ == SampleFormat::Coded)
         writeFloats<float>(planes, from, to);
     else if (format_ == SampleFormat::Float64)
         writeFloats<double>(planes, from, to);

@@ -19,6 +19,9 @@ struct SoundShape {
     std::int64_t frames = -1;  // as far as known beforehand
 };
 
+/// Whether files of this name hold what a codec makes of the samples (Vorbis, Opus, MP3) and not
+/// the samples. UsageError for an extension that is not known, with those that are.
+bool isCoded(const std::string& path);
 /// Whether files of this name can hold the format.
 bool canHold(const std::string& path, const SoundShape& shape, SampleFormat format);
 
@@ -47,15 +50,18 @@ private:
 
     template <typename S, typename T> void writeFloats(const Planes<T>& planes, int from, int to);
     template <typename T> void writeIntegers(const Planes<T>& planes, int from, int to);
+    template <typename T> void writeAs(const Planes<T>& planes, int from, int to);
     template <typename T> void countClipped(const T* samples, std::size_t n, double limit);
     void flush(std::int64_t frames, Unit unit);
     void openFile(int containerFormat, const SoundReader* source);
     void settleHeader();
 
+    std::string path_;
     SoundShape shape_;
     SampleFormat format_;
     OutputFile output_;
     SNDFILE* file_ = nullptr;
+    const VorbisOrder* order_ = nullptr;  // of the channels in the file, null: as they come
     bool isWave_ = false;
     std::int64_t clipped_ = 0, framesWritten_ = 0;
     double peak_ = 0;

@@ -58,11 +58,30 @@ std::string nearest(std::string_view word, std::span<const std::string> names)
     return text.empty() ? text : text + ")";
 }
 
+std::string escaped(std::string_view text)
+{
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+        const bool isC1 = c == 0xC2 && next >= 0x80 && next < 0xA0;  // as UTF-8
+        if (c == '\n' || c == '\t' || c == '\r') {
+            result += c == '\n' ? "\\n" : c == '\t' ? "\\t" : "\\r";
+        } else if (c < ' ' || c == 0x7F || isC1) {
+            const auto shown = isC1 ? static_cast<unsigned char>(text[++i]) : c;
+            result += {'\\', 'x', kDigits[shown >> 4], kDigits[shown & 15]};
+        } else {
+            result += text[i];
+        }
+    }
+    return result;
+}
+
 std::string inQuotes(std::string_view text)
 {
     std::string result = "\"";
-    for (const char c : text) result += static_cast<unsigned char>(c) < ' ' ? ' ' : c;
-    return result + "\"";
+    return result.append(escaped(text)).append("\"");
 }
 
 std::string fixedText(double value, int digits)

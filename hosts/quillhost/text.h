@@ -22,6 +22,9 @@ inline bool sameName(std::string_view a, std::string_view b)
 /// "(nearest: A, B, C)", or "" without names.
 std::string nearest(std::string_view word, std::span<const std::string> names);
 
+/// The text with what a terminal would obey (control characters, C0 and C1) written as "\n" or
+/// "\x1b"; all else as it is.
+std::string escaped(std::string_view text);
 std::string inQuotes(std::string_view text);
 
 /// Reads all of `text` as a finite number; false otherwise.

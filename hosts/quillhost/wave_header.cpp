@@ -4,11 +4,13 @@
 #include <algorithm>
 #include <cstring>
 
+#include "chunk_sizes.h"
+
 namespace quillhost {
 namespace {
 
-// Programs that write to a pipe leave 0, all ones, or the largest signed size less the header.
-constexpr std::uint32_t kUnknownFrom = 0x7FFFF000;
+// Above it the size of the whole file does not fit.
+constexpr std::uint64_t kLargestSize = 0xFFFFF000;
 constexpr std::uint16_t kExtensible = 0xFFFE;
 // Behind the first two bytes, which hold the format tag (KSDATAFORMAT_SUBTYPE_...).
 constexpr unsigned char kSubFormat[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80,
@@ -71,7 +73,7 @@ bool readWaveHeader(const ReadBytes& read, std::int64_t knownBytes, WaveHeader& 
             header.dataOffset = in.at();
             header.dataBytes = isRf64 && size == 0xFFFFFFFF ? static_cast<std::int64_t>(longData)
                                                             : static_cast<std::int64_t>(size);
-            const bool unknown = (!isRf64 && size >= kUnknownFrom) || header.dataBytes < 0 ||
+            const bool unknown = (!isRf64 && isUnknownSize(size)) || header.dataBytes < 0 ||
                                  (size == 0 && knownBytes < 0);
             if (unknown) header.dataBytes = -1;
             break;
@@ -97,6 +99,13 @@ bool readWaveHeader(const ReadBytes& read, std::int64_t knownBytes, WaveHeader& 
         }
         if (header.channels == 0) return reason = "it has 0 channels", false;
         if (header.bytesPerFrame == 0) return reason = "its frames have no bytes", false;
+        const bool isPlain =
+            header.format == WaveHeader::kPcm || header.format == WaveHeader::kFloat;
+        if (isPlain && header.bytesPerFrame != (header.bits + 7) / 8 * header.channels)
+            return reason = "its frames of " + std::to_string(header.bytesPerFrame) +
+                            " bytes are not " + std::to_string(header.channels) + " channels of " +
+                            std::to_string(header.bits) + " bits",
+                   false;
         hasFormat = true;
     }
     if (knownBytes >= 0 && header.dataBytes >= 0 &&
@@ -123,7 +132,8 @@ std::vector<unsigned char> writeWaveHeader(const WaveHeader& header, std::int64_
     const std::uint32_t formatBytes = extensible ? 40 : 16;
     const std::uint64_t dataBytes =
         static_cast<std::uint64_t>(std::max<std::int64_t>(frames, 0)) * header.bytesPerFrame;
-    const bool known = frames >= 0 && dataBytes < kUnknownFrom;
+    const bool known = frames >= 0 && dataBytes < kLargestSize &&
+                       !isUnknownSize(static_cast<std::uint32_t>(dataBytes));
     text("RIFF");
     put(known ? 20 + formatBytes + dataBytes + (dataBytes & 1) : 0xFFFFFFFF, 4);
     text("WAVE");

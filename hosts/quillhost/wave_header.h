@@ -35,7 +35,8 @@ bool isWave(const unsigned char (&start)[12]) noexcept;
 
 /// Reads up to the first sample. False with a reason otherwise; no memory depends on what the
 /// header says. `knownBytes` is the length of the file, or -1: a data chunk that ends beyond it
-/// is refused, save where a program has written the usual mark for "until the end".
+/// is refused, save where a program has written a mark for "until the end" (isUnknownSize, or 0 in
+/// a pipe).
 bool readWaveHeader(const ReadBytes& read, std::int64_t knownBytes, WaveHeader& header,
                     std::string& reason);
 

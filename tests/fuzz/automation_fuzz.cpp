@@ -15,7 +15,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
                                                 session.create("Analog Delay")};
     try {
         const auto text = quillworks::fuzz::textOf(data, size);
-        const auto events = parseAutomation(text, "file", effects);
+        const auto events = parseAutomation(text, "file", effects).events;
         require(std::is_sorted(events.begin(), events.end(),
                                [](auto& a, auto& b) { return a.frame < b.frame; }),
                 "events are in their order");

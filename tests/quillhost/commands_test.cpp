@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: ISC
 // What list, info, preset, plot and bench give.
+#include <cmath>
+#include <cstdlib>
 #include <set>
 #include <sndfile.h>
+#include <sstream>
 
 #include "program.h"
 
@@ -38,6 +41,8 @@ TEST_F(Commands, ListAndInfoDescribeEveryClass)
         }
         EXPECT_TRUE(keys.count("bypass"));
         EXPECT_GE(info["views"].size(), 1u);
+        std::istringstream page(run({"info", name}).out);
+        for (std::string line; std::getline(page, line);) EXPECT_LE(line.size(), 100u) << line;
     }
     EXPECT_EQ(Json::parse(run({"info", "mixtool", "--json"}).out)["passThrough"], false);
 }
@@ -106,6 +111,57 @@ TEST_F(Commands, BenchNamesEachSpecWithItsTime)
     EXPECT_EQ(all[1]["name"], "compressor:ratio=4");
     EXPECT_GT(all[1]["nsPerFrame"], 0);
     EXPECT_NEAR(double(all[0]["timesRealTime"]) * double(all[0]["nsPerFrame"]), 1e9 / 48000, 0.01);
+}
+
+TEST_F(Commands, WhatPassesThroughSaysSoWhereItIsNotSeen)
+{
+    const auto list = Json::parse(run({"list", "--json"}).out);
+    writeSound("in.wav", noise(2, 100), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    for (const bool passes : {false, true}) {
+        const auto row = std::find_if(list.begin(), list.end(),
+                                      [&](const Json& r) { return r["passThrough"] == passes; });
+        if (row == list.end()) continue;  // there is none any more
+        const std::string name = (*row)["name"];
+        const Words commands[] = {{"render", "in.wav", "o.wav", "--fx", name, "--fx", name},
+                                  {"plot", name, "--what", "gain", "--in", "in.wav", "-o", "p.png"},
+                                  {"preset", "save", name, "p.fxpreset"},
+                                  {"bench", name, name}};
+        for (const auto& words : commands)
+            EXPECT_EQ(run(words).err,
+                      passes ? "quillhost: " + name + " passes audio through for now\n" : "")
+                << words[0];
+    }
+}
+
+TEST_F(Commands, ExamplesOfTheHelpWork)
+{
+    // What they speak of; the mix is as loud as its example asks for.
+    Sound mix{2, 48000, 0, {}};
+    for (int i = 0; i < 48000; ++i)
+        mix.samples.insert(mix.samples.end(), 2, 0.0708 * std::sin(i * 2 * 3.14159265 / 48));
+    const int kWav = SF_FORMAT_WAV | SF_FORMAT_PCM_24;
+    for (const char* name : {"in.wav", "speech.wav", "mix.wav"}) writeSound(name, mix, kWav);
+    std::filesystem::create_directories("album");
+    writeSound("album/one.flac", mix, SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    expectSilence(run({"preset", "save", "limiter", "loud.fxpreset"}));
+    std::filesystem::create_directories("build/release/module");
+    std::filesystem::create_symlink(QUILLHOST_MODULE, "build/release/module/quillworks.so");
+    std::filesystem::create_symlink(QUILLHOST_PROGRAM, "quillhost");
+    const std::string path = "export PATH=.:$PATH QUILLWORKS_MODULE=" QUILLHOST_MODULE "; ";
+    for (const std::string command :
+         {"list", "info", "render", "measure", "plot", "preset", "bench"}) {
+        std::istringstream help(run({command, "--help"}).out);
+        int examples = 0;
+        bool isExample = false;
+        for (std::string line; std::getline(help, line); isExample |= line == "Examples:") {
+            if (!isExample || line.find("quillhost") == std::string::npos) continue;
+            ++examples;
+            EXPECT_EQ(std::system((path + "(" + line + ") >said 2>&1").c_str()), 0)
+                << line << "\n"
+                << readBytes("said");
+        }
+        EXPECT_GE(examples, 1) << command;
+    }
 }
 
 }  // namespace

@@ -81,6 +81,15 @@ void Program::signal(int number)
     kill(pid_, number);
 }
 
+int Program::unnamedFiles() const
+{
+    int count = 0;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid_) + "/fd", error))
+        count += fs::read_symlink(entry.path(), error).string().ends_with(" (deleted)");
+    return count;
+}
+
 Result Program::wait()
 {
     close(std::exchange(in_, -1));

@@ -31,6 +31,9 @@ public:
     Program& operator=(const Program&) = delete;
     void send(const std::string& data);
     void signal(int number);
+    pid_t id() const { return pid_; }
+    /// How many files it has open that no folder holds.
+    int unnamedFiles() const;
     Result wait();
 
 private:

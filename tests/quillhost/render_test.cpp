@@ -118,10 +118,13 @@ TEST_F(Render, AutomationActsFromExactlyItsFrame)
                              {"frame":999999,"fx":0,"key":"gain","value":-20}])");
     for (const char* block : {"1", "64", "512", "5000"}) {
         SCOPED_TRACE(block);
-        expectSilence(
+        const auto result =
             run(render("in.wav", "out.wav",
                        {"--fx", "mixtool", "--fx", "mixtool", "--precision", "64", "--automation",
-                        "a.json", "--block", block, "--meters", "m.jsonl"})));
+                        "a.json", "--block", block, "--meters", "m.jsonl"}));
+        EXPECT_EQ(result.code, 0);
+        EXPECT_EQ(result.err, "quillhost: a.json: 1 entry lies behind the end of the sound and had "
+                              "no effect\n");
         const auto out = readSound("out.wav");
         for (std::size_t i = 0; i < in.frames(); ++i) {
             const double sign = i >= 777 && i < 1501 ? -1 : 1;
@@ -147,6 +150,92 @@ TEST_F(Render, AutomationActsFromExactlyItsFrame)
         EXPECT_EQ(next[0], 3000);
         EXPECT_EQ(next[1], 3000);
     }
+}
+
+TEST_F(Render, AnAutomatedBypassKeepsTheSoundInLine)
+{
+    // With a ratio of 1 this effect is nothing but its delay.
+    ASSERT_GT(latencyOf("compressor"), 0);
+    const auto in = noise(2, 30000);
+    writeSound("in.wav", in, kWavDouble);
+    writeBytes("a.json", R"([{"frame":700,"fx":0,"key":"bypass","value":0},
+                             {"frame":9001,"fx":0,"key":"bypass","value":1},
+                             {"frame":20000,"fx":0,"key":"BYPASS","value":0}])");
+    for (const char* fx : {"compressor", "compressor:bypass=1"}) {
+        expectSilence(run(render("in.wav", "out.wav",
+                                 {"--fx", fx, "--precision", "64", "--automation", "a.json",
+                                  "--block", "333", "--meters", "m.jsonl"})));
+        EXPECT_EQ(readSound("out.wav").samples, in.samples) << fx;
+        std::istringstream lines(readBytes("m.jsonl"));
+        for (std::string line; std::getline(lines, line);) {
+            const auto entry = Json::parse(line);
+            const int frame = entry["frame"];
+            const bool isOn = frame < 700 ? fx[10] != 0 : frame >= 9001 && frame < 20000;
+            ASSERT_EQ(entry["parameters"]["bypass"], isOn ? 1 : 0) << frame;
+        }
+    }
+    // Bypassed from the first frame to the last it is the input as well.
+    writeBytes("a.json", R"([{"frame":0,"fx":0,"key":"bypass","value":1}])");
+    expectSilence(run(render("in.wav", "out.wav",
+                             {"--fx", "compressor:threshold=-40,ratio=10", "--precision", "64",
+                              "--automation", "a.json"})));
+    EXPECT_EQ(readSound("out.wav").samples, in.samples);
+}
+
+TEST_F(Render, WhatIsGivenTwiceIsRemarkedOn)
+{
+    writeSound("in.wav", noise(1, 100), kWav16);
+    writeBytes("a.json", R"([{"frame":5,"frame":6,"fx":0,"key":"gain","value":1},
+                             {"frame":6,"fx":0,"key":"GAIN","value":2}])");
+    const auto result = run(
+        render("in.wav", "out.wav", {"--fx", "mixtool:gain=1,Gain=2", "--automation", "a.json"}));
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.err,
+              "quillhost: Mixtool: Gain is given twice (the last one holds)\n"
+              "quillhost: a.json: entry 0: \"frame\" is given twice (the last one holds)\n"
+              "quillhost: a.json: 1 entry is replaced by a later one for the same frame, fx and "
+              "key\n");
+}
+
+TEST_F(Render, CodedFilesAreWrittenForRealAndKeepLengthAndPlaces)
+{
+    Sound in{2, 48000, 0, {}};
+    for (int i = 0; i < 96000; ++i)
+        for (const double f : {440, 1000}) in.samples.push_back(0.3 * std::sin(f * i * 2e-4 / 1.5));
+    writeSound("in.wav", in, kWavFloat);
+    const std::pair<const char*, int> kinds[] = {{"o.ogg", SF_FORMAT_VORBIS},
+                                                 {"o.opus", SF_FORMAT_OPUS},
+                                                 {"o.mp3", SF_FORMAT_MPEG_LAYER_III}};
+    for (const auto& [out, encoding] : kinds) {
+        expectSilence(run(render("in.wav", out, {"--fx", "mixtool"})));
+        EXPECT_EQ(readSound(out).format & SF_FORMAT_SUBMASK, encoding);
+        expectSilence(run(render(out, "back.wav", {"--fx", "mixtool"})));
+        const auto back = readSound("back.wav");
+        ASSERT_EQ(back.frames(), in.frames()) << out;
+        double error = 0, power = 0;
+        for (std::size_t i = 9600; i < in.samples.size(); ++i) {
+            error += std::pow(back.samples[i] - in.samples[i], 2);
+            power += in.samples[i] * in.samples[i];
+        }
+        EXPECT_LT(10 * std::log10(error / power), -20) << out;
+    }
+    in.rate = 96000;
+    writeSound("in.wav", in, kWavFloat);
+    expectFailure(run(render("in.wav", "o.mp3", {"--fx", "mixtool"})), 2, "2 channels at 96000 Hz");
+
+    // Vorbis has an order of its own: what lies where stays where it was.
+    Sound surround{6, 48000, 0, {}};
+    for (int i = 0; i < 48000; ++i)
+        for (int c = 0; c < 6; ++c)
+            surround.samples.push_back((c + 1) * 0.1 * std::sin((c == 3 ? 50 : 700) * i * 1.3e-4));
+    writeSound("5.1.wav", surround, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT);
+    expectSilence(run(render("5.1.wav", "o.ogg", {"--fx", "mixtool"})));
+    const auto figures = Json::parse(run({"measure", "--json", "5.1.wav", "o.ogg"}).out);
+    EXPECT_NEAR(figures[1]["integrated"], figures[0]["integrated"], 0.2);
+    for (std::size_t c = 0; c < 6; ++c)  // the codec itself makes the low effects louder
+        EXPECT_NEAR(figures[1]["rms"][c], figures[0]["rms"][c], c == 3 ? 1.7 : 0.5) << c;
+    expectSilence(run(render("o.ogg", "back.wav", {"--fx", "mixtool"})));
+    EXPECT_EQ(maskOf("back.wav"), 0x3Fu);
 }
 
 TEST_F(Render, MetersAreThoseThatTheEffectNames)
