@@ -20,18 +20,17 @@ using namespace test;
 /// Memory that is full of what must not be heard, as freed memory may be.
 class DirtyMemory {
 public:
-    DirtyMemory()
-    {
-        BufferMemory::service().allocate = [](std::size_t bytes) noexcept {
+    ~DirtyMemory() { BufferMemory::exchangeService(usual_); }
+
+private:
+    static constexpr BufferMemory kDirty{
+        [](std::size_t bytes) noexcept {
             void* const memory = std::malloc(bytes);
             std::memset(memory, 0xff, bytes);  // not-a-number, as float and as double
             return memory;
-        };
-    }
-    ~DirtyMemory() { BufferMemory::service() = usual_; }
-
-private:
-    BufferMemory usual_ = BufferMemory::service();
+        },
+        [](void* memory) noexcept { std::free(memory); }};
+    const BufferMemory& usual_ = BufferMemory::exchangeService(kDirty);
 };
 
 template <typename T> class LongLines : public ::testing::Test {
@@ -83,15 +82,15 @@ TEST(LongLine, PreparingTouchesNoMemory)
 {
     static std::vector<std::uint8_t> block;
     block.assign(1 << 20, 0x5a);
-    const BufferMemory usual = BufferMemory::service();
-    BufferMemory::service() = {[](std::size_t) noexcept -> void* { return block.data(); },
-                               [](void*) noexcept {}};
+    static constexpr BufferMemory own{[](std::size_t) noexcept -> void* { return block.data(); },
+                                      [](void*) noexcept {}};
+    const BufferMemory& usual = BufferMemory::exchangeService(own);
     {
         LongLine<double> line;
         line.prepare(2, 50000);
         EXPECT_EQ(std::count(block.begin(), block.end(), 0x5a), std::ssize(block));
     }
-    BufferMemory::service() = usual;
+    BufferMemory::exchangeService(usual);
 }
 
 TYPED_TEST(LongLines, ReadersBetweenTheSamplesHearNothingFromBeforeTheClear)
