@@ -14,8 +14,8 @@ namespace quillworks {
 /// rate on, is faded out in 10 ms and then skipped: with both out, the signal passes untouched bit
 /// by bit. One that comes in starts from silence and fades in.
 ///
-/// Standing or gliding it adds gain at no frequency, so it may be part of a loop of gain 1. (While a
-/// cut of fourth order fades, its gain may pass 1 by 1 % for some milliseconds.)
+/// Standing or gliding it adds gain at no frequency, so it may be part of a loop of gain 1. (While
+/// a cut of fourth order fades, its gain may pass 1 by 1 % for some milliseconds.)
 template <typename T> class CutFilters {
 public:
     struct Design {
