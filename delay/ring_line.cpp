@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: ISC
 #include "delay/ring_line.h"
 
-#include <algorithm>
-
 #include "delay/sinc_rows.h"
 #include "dsp/tap_reader.h"
 
@@ -24,16 +22,8 @@ void limitedCopy(float* d, const float* s, int n)
 
 void RingLine::write(const float* const* in, int n) noexcept
 {
-    constexpr int kRun = 64;
-    for (int done = 0; done < n; done += kRun) {
-        const int run = std::min(kRun, n - done);
-        float limited[kRun];
-        for (int c = 0; c < line_.channels(); ++c) {
-            limitedCopy(limited, in[c] + done, run);
-            line_.put(c, limited, run);
-        }
-        line_.advance(run);
-    }
+    for (int c = 0; c < line_.channels(); ++c) line_.put(c, in[c], n, limitedCopy);
+    line_.advance(n);
 }
 
 void RingLine::copy(float* const* out, int distance, int n) const noexcept

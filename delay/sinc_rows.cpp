@@ -18,13 +18,17 @@ SincRows::SincRows()
     // One row more than there are: the row above the last one is read, times 0.
     : taps_(static_cast<std::size_t>((kCuts * kRows + 1) * kTaps))
 {
-    float* to = taps_.data();
-    for (int j = 0; j < kCuts; ++j)
-        for (int phase = 0; phase < kRows; ++phase) {
-            double row[kTaps];
-            sincTaps({kTaps, kPhases, 8, std::exp2(-j / 4.0)}, double(phase) / kPhases, row);
-            for (const double tap : row) *to++ = static_cast<float>(tap);
+    constexpr double kBeta = 8;
+    for (int phase = 0; phase < kRows; ++phase) {
+        const double place = double(phase) / kPhases;
+        double window[kTaps], row[kTaps];
+        sincWindow({kTaps, kPhases, kBeta}, place, window);
+        for (int j = 0; j < kCuts; ++j) {
+            sincTaps({kTaps, kPhases, kBeta, std::exp2(-j / 4.0)}, place, window, row);
+            float* const to = &taps_[static_cast<std::size_t>((j * kRows + phase) * kTaps)];
+            for (int t = 0; t < kTaps; ++t) to[t] = static_cast<float>(row[t]);
         }
+    }
 }
 
 const float* SincRows::below(float limit) const noexcept

@@ -36,8 +36,10 @@ public:
     }
     /// The same in two steps, for those who work channel by channel: the new samples of each
     /// channel, of which nothing is read yet, and then all of them as the newest.
-    void put(int channel, const T* in, int n) noexcept;
+    void put(int channel, const T* in, int n) noexcept { put(channel, in, n, vec::copy<T>); }
     void advance(int n) noexcept;
+    /// What is put passes through copy(to, from, count), which may limit it.
+    template <class Copy> void put(int channel, const T* in, int n, Copy copy) noexcept;
 
     /// n samples from `distance` on, toward the newest; distance >= n - 1.
     void copy(int channel, T* out, int distance, int n) const noexcept;
@@ -79,17 +81,18 @@ template <typename T> void LongLine<T>::prepare(int channels, int capacity)
     next_ = valid_ = 0;
 }
 
-template <typename T> void LongLine<T>::put(int channel, const T* in, int n) noexcept
+template <typename T>
+template <class Copy>
+void LongLine<T>::put(int channel, const T* in, int n, Copy copy) noexcept
 {
     T* const line = samples_.data() + offset(channel);
-    const int first = std::min(n, capacity_ - next_);
-    vec::copy(line + next_, in, first);
-    vec::copy(line, in + first, n - first);
-    if (next_ < kMirror) {
-        const int mirrored = std::min(first, kMirror - next_);
-        vec::copy(line + capacity_ + next_, in, mirrored);
-    }
-    vec::copy(line + capacity_, in + first, std::min(n - first, kMirror));
+    const int first = std::min(n, capacity_ - next_), rest = n - first;
+    copy(line + next_, in, first);
+    if (next_ < kMirror)
+        vec::copy(line + capacity_ + next_, line + next_, std::min(first, kMirror - next_));
+    if (rest == 0) return;
+    copy(line, in + first, rest);
+    vec::copy(line + capacity_, line, std::min(rest, kMirror));
 }
 
 template <typename T> void LongLine<T>::advance(int n) noexcept

@@ -79,13 +79,19 @@ void integralRow(const SincDesign& d, const Tails& tails, int i, double* out)
 
 }  // namespace
 
-void sincTaps(const SincDesign& d, double phase, double* out) noexcept
+void sincWindow(const SincDesign& d, double phase, double* out) noexcept
 {
     const KaiserWindow window(d.beta);
+    const int half = d.taps / 2;
+    for (int k = 0; k < d.taps; ++k) out[k] = window((k - (half - 1) - phase) / half);
+}
+
+void sincTaps(const SincDesign& d, double phase, const double* window, double* out) noexcept
+{
     double sum = 0;
     for (int k = 0; k < d.taps; ++k) {
         const double distance = k - (d.taps / 2 - 1) - phase;
-        out[k] = window(distance / (d.taps / 2)) * sinc(d.cut * distance);
+        out[k] = window[k] * sinc(d.cut * distance);
         // The zeros of the widest sinc fall on samples, and are to be none but 0 there.
         if (d.cut == 1 && (phase == 0 || phase == 1) && distance != 0) out[k] = 0;
         sum += out[k];
@@ -98,15 +104,18 @@ SincTable<T>::SincTable(const SincDesign& design)
     : design_(design), taps_(design.taps + (design.kind == SincKind::Increment))
 {
     rows_.require(static_cast<std::size_t>((design.phases + 2) * taps_));
-    std::vector<double> row(static_cast<std::size_t>(taps_));
+    std::vector<double> row(static_cast<std::size_t>(taps_)), window(row.size());
     std::unique_ptr<Tails> tails;
     if (design.kind != SincKind::Taps) tails = std::make_unique<Tails>(design);
     T* to = rows_.data();
     for (int i = 0; i <= design.phases; ++i) {
-        if (tails)
+        if (tails) {
             integralRow(design, *tails, i, row.data());
-        else
-            sincTaps(design, double(i) / design.phases, row.data());
+        } else {
+            const double phase = double(i) / design.phases;
+            sincWindow(design, phase, window.data());
+            sincTaps(design, phase, window.data(), row.data());
+        }
         for (const double tap : row) *to++ = static_cast<T>(tap);
     }
 }

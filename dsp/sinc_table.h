@@ -65,7 +65,9 @@ private:
     AlignedBuffer<T> rows_;
 };
 
-/// One row of interpolating taps, summing to 1, in double.
-void sincTaps(const SincDesign& design, double phase, double* out) noexcept;
+/// The window of a row of a phase, in double.
+void sincWindow(const SincDesign& design, double phase, double* window) noexcept;
+/// The row of interpolating taps under it, summing to 1.
+void sincTaps(const SincDesign& design, double phase, const double* window, double* out) noexcept;
 
 }  // namespace quillworks

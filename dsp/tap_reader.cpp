@@ -3,6 +3,9 @@
 #define HWY_TARGET_INCLUDE "dsp/tap_reader.cpp"
 #include "dsp/simd.h"
 //
+#include <cstddef>
+#include <cstdint>
+
 #include "dsp/tap_reader.h"
 
 #ifndef QUILLWORKS_TAP_POINTS
@@ -10,13 +13,16 @@
 namespace quillworks {
 namespace {
 
-/// Where to read: index of the first tap in the line, the row below and how far on to the next.
-template <typename T> struct TapPoint {
-    int start, row;
-    T fraction;
+/// What of one or two lines a kernel reads.
+template <typename T> struct TapSource {
+    const T* lines[2];
+    int channels;
+    int newest, capacity, valid;  // place of the newest sample, samples in the ring and since clear
+    const T* rows;
+    int phases;
 };
 
-constexpr int kBatch = 8;  // points read side by side
+constexpr int kBatch = 8;  // points read side by side at most
 
 }  // namespace
 }  // namespace quillworks
@@ -29,9 +35,9 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 #if HWY_TARGET == HWY_SCALAR
 
-template <typename T, class D, class V> void storeSums(D, const V* v, T* out)
+template <int batch, typename T, class D, class V> void storeSums(D, const V* v, T* out)
 {
-    for (int p = 0; p < kBatch; ++p) out[p] = hn::GetLane(v[p]);
+    for (int p = 0; p < batch; ++p) out[p] = hn::GetLane(v[p]);
 }
 
 #else
@@ -54,12 +60,12 @@ template <class Sums> HWY_INLINE hn::Vec<Sums> pairSums(hn::Vec<Sums> a, hn::Vec
 }
 
 /// out[p] = sum of the lanes of v[p].
-template <typename T, class D, class V> HWY_INLINE void storeSums(D, const V* v, T* out)
+template <int batch, typename T, class D, class V> HWY_INLINE void storeSums(D, const V* v, T* out)
 {
     // Within 128 bits, so that shuffles stay cheap on every processor.
     using Sums = hn::FixedTag<T, 16 / sizeof(T)>;
     constexpr int kLanes = static_cast<int>(hn::MaxLanes(Sums()));
-    for (int p = 0; p < kBatch; p += kLanes) {
+    for (int p = 0; p < batch; p += kLanes) {
         const auto first = pairSums<Sums>(folded<Sums>(D(), v[p]), folded<Sums>(D(), v[p + 1]));
         if constexpr (kLanes == 2) {
             hn::StoreU(first, Sums(), out + p);
@@ -73,60 +79,117 @@ template <typename T, class D, class V> HWY_INLINE void storeSums(D, const V* v,
 
 #endif
 
-/// The taps of a point are interpolated between two rows once and serve all channels. A batch that
-/// is not full repeats its last point, so that a point's result does not depend on its place.
-template <int taps, int channels, typename T>
-HWY_INLINE void readOf(const T* const* lines, const T* rows, const TapPoint<T>* points, int n,
-                       T* const* out)
+/// Where to read for a batch of points: index of the first tap in the line, the row below and how
+/// far on to the next.
+template <typename T> struct TapPoints {
+    HWY_ALIGN std::int32_t start[kBatch], row[kBatch];
+    HWY_ALIGN T fraction[kBatch];
+};
+
+/// False if a point has taps that are no samples.
+template <int taps, int batch, typename T>
+HWY_INLINE bool findPoints(const TapSource<T>& source, const double* distances, TapPoints<T>& to)
+{
+    const hn::CappedTag<double, batch> d;
+    const hn::Rebind<std::int32_t, decltype(d)> di;
+    const hn::Rebind<T, decltype(d)> dt;
+    const auto capacity = hn::Set(di, source.capacity);
+    auto oldest = hn::Set(di, 0), newest = hn::Set(di, taps);
+    for (std::size_t i = 0; i < batch; i += hn::Lanes(d)) {
+        const auto distance = hn::LoadU(d, distances + i);
+        // The sample before the point, and how far the point lies beyond it.
+        const auto whole = hn::Ceil(distance);
+        const auto place = hn::Mul(hn::Sub(whole, distance), hn::Set(d, source.phases));
+        const auto age = hn::Add(hn::DemoteTo(di, whole), hn::Set(di, taps / 2 - 1));
+        oldest = hn::Max(oldest, age);
+        newest = hn::Min(newest, age);
+        const auto start = hn::Sub(hn::Set(di, source.newest), age);
+        hn::Store(hn::Add(start, hn::IfThenElseZero(hn::Lt(start, hn::Zero(di)), capacity)), di,
+                  to.start + i);
+        if constexpr (sizeof(T) == 4) {
+            const auto fine = hn::DemoteTo(dt, place);
+            const auto row = hn::ConvertTo(di, fine);
+            hn::Store(row, di, to.row + i);
+            hn::Store(hn::Sub(fine, hn::ConvertTo(dt, row)), dt, to.fraction + i);
+        } else {
+            const auto row = hn::DemoteTo(di, place);
+            hn::Store(row, di, to.row + i);
+            hn::Store(hn::Sub(place, hn::PromoteTo(dt, row)), dt, to.fraction + i);
+        }
+    }
+    return hn::AllTrue(di, hn::And(hn::Lt(oldest, hn::Set(di, source.valid)),
+                                   hn::Gt(newest, hn::Set(di, taps - 2))));
+}
+
+/// Reads `batch` points, or the n that there are; false if one has taps that are no samples. The
+/// taps of a point are interpolated between two rows once and serve all channels. A batch that is
+/// not full repeats its last point, so that a point's result does not depend on its place.
+template <int taps, int channels, int batch, typename T>
+HWY_INLINE bool readBatch(const TapSource<T>& source, const double* distances, int n, T* const* out,
+                          int to)
 {
     // The largest power of two that divides the taps: whole vectors.
     const hn::CappedTag<T, (taps & -taps)> d;
     using V = hn::Vec<decltype(d)>;
     constexpr int kLanes = static_cast<int>(hn::MaxLanes(d));
-    for (int i = 0; i < n; i += kBatch) {
-        V sum[channels][kBatch];
-        for (int p = 0; p < kBatch; ++p) {
-            const TapPoint<T> point = points[i + p < n ? i + p : n - 1];
-            const T* const below = rows + point.row * taps;
-            const T* const above = below + taps;
-            const auto fraction = hn::Set(d, point.fraction);
-            V now[channels];
-            for (int c = 0; c < channels; ++c) now[c] = hn::Zero(d);
-            for (int t = 0; t < taps; t += kLanes) {
-                const auto from = hn::LoadU(d, below + t);
-                const auto tap = hn::MulAdd(fraction, hn::Sub(hn::LoadU(d, above + t), from), from);
-                for (int c = 0; c < channels; ++c)
-                    now[c] = hn::MulAdd(tap, hn::LoadU(d, lines[c] + point.start + t), now[c]);
-            }
-            for (int c = 0; c < channels; ++c) sum[c][p] = now[c];
+    double last[batch];
+    if (n < batch) {
+        for (int p = 0; p < batch; ++p) last[p] = distances[p < n ? p : n - 1];
+        distances = last;
+    }
+    TapPoints<T> points;
+    if (!findPoints<taps, batch>(source, distances, points)) return false;
+    V sum[channels][batch];
+    for (int p = 0; p < batch; ++p) {
+        const T* const below = source.rows + points.row[p] * taps;
+        const T* const above = below + taps;
+        const auto fraction = hn::Set(d, points.fraction[p]);
+        V now[channels];
+        for (int c = 0; c < channels; ++c) now[c] = hn::Zero(d);
+        for (int t = 0; t < taps; t += kLanes) {
+            const auto from = hn::LoadU(d, below + t);
+            const auto tap = hn::MulAdd(fraction, hn::Sub(hn::LoadU(d, above + t), from), from);
+            for (int c = 0; c < channels; ++c)
+                now[c] =
+                    hn::MulAdd(tap, hn::LoadU(d, source.lines[c] + points.start[p] + t), now[c]);
         }
-        for (int c = 0; c < channels; ++c) {
-            if (i + kBatch <= n) {
-                storeSums(d, sum[c], out[c] + i);
-            } else {
-                T last[kBatch];
-                storeSums(d, sum[c], last);
-                for (int p = 0; i + p < n; ++p) out[c][i + p] = last[p];
-            }
+        for (int c = 0; c < channels; ++c) sum[c][p] = now[c];
+    }
+    for (int c = 0; c < channels; ++c) {
+        if (n >= batch) {
+            storeSums<batch>(d, sum[c], out[c] + to);
+        } else {
+            T rest[batch];
+            storeSums<batch>(d, sum[c], rest);
+            for (int p = 0; p < n; ++p) out[c][to + p] = rest[p];
         }
     }
+    return true;
+}
+
+/// Reads points until a batch has taps that are no samples; returns how many.
+template <int taps, int channels, typename T>
+HWY_INLINE int readOf(const TapSource<T>& source, const double* distances, int n, T* const* out)
+{
+    int i = 0;
+    for (; n - i > kBatch / 2; i += kBatch)
+        if (!readBatch<taps, channels, kBatch>(source, distances + i, n - i, out, i)) return i;
+    if (i < n && !readBatch<taps, channels, kBatch / 2>(source, distances + i, n - i, out, i))
+        return i;
+    return n;
 }
 
 template <int taps, typename T>
-HWY_INLINE void readAny(const T* const* lines, int channels, const T* rows,
-                        const TapPoint<T>* points, int n, T* const* out)
+HWY_INLINE int readAny(const TapSource<T>& source, const double* distances, int n, T* const* out)
 {
-    if (channels == 1)
-        readOf<taps, 1>(lines, rows, points, n, out);
-    else
-        readOf<taps, 2>(lines, rows, points, n, out);
+    return source.channels == 1 ? readOf<taps, 1>(source, distances, n, out)
+                                : readOf<taps, 2>(source, distances, n, out);
 }
 
 #define QUILLWORKS_READER(T, taps, name)                                                           \
-    void name(const T* const* lines, int channels, const T* rows, const TapPoint<T>* points,       \
-              int n, T* const* out)                                                                \
+    int name(const TapSource<T>& source, const double* distances, int n, T* const* out)            \
     {                                                                                              \
-        readAny<taps>(lines, channels, rows, points, n, out);                                      \
+        return readAny<taps>(source, distances, n, out);                                           \
     }
 QUILLWORKS_READER(float, 24, readFloat24)
 QUILLWORKS_READER(double, 24, readDouble24)
@@ -138,6 +201,7 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 #include <algorithm>
+#include <cmath>
 
 namespace quillworks {
 namespace {
@@ -146,30 +210,31 @@ HWY_EXPORT(readFloat24);
 HWY_EXPORT(readDouble24);
 HWY_EXPORT(readFloat32);
 
-template <typename T>
-using Reader = void (*)(const T* const*, int, const T*, const TapPoint<T>*, int, T* const*);
+template <typename T> using Reader = int (*)(const TapSource<T>&, const double*, int, T* const*);
 template <typename T, int taps> const Reader<T> chosenReader = nullptr;
 template <> const Reader<float> chosenReader<float, 24> = SIMD_CHOOSE(readFloat24);
 template <> const Reader<double> chosenReader<double, 24> = SIMD_CHOOSE(readDouble24);
 template <> const Reader<float> chosenReader<float, 32> = SIMD_CHOOSE(readFloat32);
 
 /// A point some of whose taps are no samples: before the clear, or newer than the newest, where
-/// the first row has a 0.
+/// the first row has a 0. A line of its own is made of them.
 template <typename T, int taps>
-void readEdge(const LongLine<T>& line, int channel, int channels, const T* rows, int age,
-              TapPoint<T> point, T* const* out, int i) noexcept
+void readEdge(const LongLine<T>& line, int channel, TapSource<T> source, double distance,
+              T* const* out) noexcept
 {
-    T around[2][taps];
-    T* to[2];
+    constexpr int kBefore = taps / 2 - 1;
+    const int whole = static_cast<int>(std::ceil(distance)), age = whole + kBefore;
     const int newest = std::max(0, age - taps + 1);
-    for (int c = 0; c < channels; ++c) {
-        std::fill_n(around[c], taps, T(0));
+    T around[2][taps]{};
+    for (int c = 0; c < source.channels; ++c) {
         line.copy(channel + c, around[c], age, age - newest + 1);
-        to[c] = out[c] + i;
+        source.lines[c] = around[c];
     }
-    point.start = 0;
-    const T* const lines[2] = {around[0], around[1]};
-    chosenReader<T, taps>(lines, channels, rows, &point, 1, to);
+    // In that line the newest tap has the distance 0.
+    source.newest = source.capacity = source.valid = taps;
+    --source.newest;
+    const double within = distance - whole + taps / 2;
+    chosenReader<T, taps>(source, &within, 1, out);
 }
 
 }  // namespace
@@ -178,31 +243,20 @@ template <typename T, int taps>
 void readBetween(const LongLine<T>& line, int channel, int channels, TapRows<T> rows,
                  const double* distances, int n, T* const* out) noexcept
 {
-    constexpr int kRun = 64, kBefore = taps / 2 - 1;
-    const T* const lines[2] = {line.start(channel), line.start(channel + channels - 1)};
-    for (int done = 0; done < n; done += kRun) {
-        TapPoint<T> points[kRun];
-        int age[kRun];
-        const int run = std::min(kRun, n - done);
-        int oldest = 0, newest = taps;
-        for (int i = 0; i < run; ++i) {
-            const double distance = distances[done + i];
-            // The sample before the point, and how far the point lies beyond it.
-            int whole = static_cast<int>(distance);
-            whole += whole < distance;
-            const T place = static_cast<T>((whole - distance) * rows.phases);
-            const int row = static_cast<int>(place);
-            age[i] = whole + kBefore;
-            oldest = std::max(oldest, age[i]);
-            newest = std::min(newest, age[i] - (taps - 1));
-            points[i] = {line.place(age[i]), row, place - static_cast<T>(row)};
-        }
-        T* const to[2] = {out[0] + done, out[channels - 1] + done};
-        if (oldest < line.valid() && newest >= 0) {
-            chosenReader<T, taps>(lines, channels, rows.rows, points, run, to);
-        } else {
-            for (int i = 0; i < run; ++i)
-                readEdge<T, taps>(line, channel, channels, rows.rows, age[i], points[i], to, i);
+    const TapSource<T> source{{line.start(channel), line.start(channel + channels - 1)},
+                              channels,
+                              line.place(0),
+                              line.capacity(),
+                              line.valid(),
+                              rows.rows,
+                              rows.phases};
+    for (int i = 0; i < n;) {
+        T* to[2] = {out[0] + i, out[channels - 1] + i};
+        i += chosenReader<T, taps>(source, distances + i, n - i, to);
+        const int end = std::min(n, i + kBatch);
+        for (; i < end; ++i) {
+            T* const one[2] = {out[0] + i, out[channels - 1] + i};
+            readEdge<T, taps>(line, channel, source, distances[i], one);
         }
     }
 }
