@@ -75,6 +75,7 @@ void SongPosition::read(const LV2_Atom& atom) noexcept
     const auto& object = reinterpret_cast<const LV2_Atom_Object&>(atom);
     if (object.body.otype != ids_.position) return;
     const Place come = place();
+    const bool wasCounted = isBeatCounted();
     double frame = 0, beat = 0, bar = 0, barBeat = 0;
     bool hasFrame = false, hasBeat = false, hasBar = false, hasBarBeat = false;
     LV2_ATOM_OBJECT_FOREACH(&object, property)
@@ -105,10 +106,12 @@ void SongPosition::read(const LV2_Atom& atom) noexcept
         beat = bar * beatsPerBar_ + barBeat;  // one signature since the start, as far as is known
         hasBeat = true;
     }
+    // A jump that is told by the frame alone leaves the beat behind; hosts round their frames.
+    const bool hasJumped = hasFrame && isFrameKnown_ && !(std::abs(frame - come.frame) <= 1);
+    isBeatKnown_ = hasBeat || (isBeatKnown_ && wasCounted && !hasJumped);
     frame_ = hasFrame ? frame : come.frame;
     quarterNotes_ = hasBeat ? beat * quarters : come.quarterNotes;
     isFrameKnown_ = isFrameKnown_ || hasFrame;
-    isBeatKnown_ = isBeatKnown_ || hasBeat;
     elapsed_ = 0;
 }
 
@@ -119,7 +122,7 @@ void SongPosition::tell(VNK::IEffectAlgorithm& algorithm) const noexcept
     now.playing = speed_ != 0;
     now.tempo = tempo();
     const auto [frame, quarterNotes] = place();
-    now.positionKnown = isBeatKnown_ && std::isfinite(quarterNotes);
+    now.positionKnown = isBeatKnown_ && isBeatCounted() && std::isfinite(quarterNotes);
     if (now.positionKnown) now.quarterNotes = quarterNotes;
     now.frameKnown = isFrameKnown_ && std::abs(frame) < kMostFrames;
     if (now.frameKnown) now.frame = std::llround(frame);

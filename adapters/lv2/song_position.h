@@ -32,6 +32,9 @@ private:
         double frame, quarterNotes;
     };
     Place place() const noexcept;  // of the coming block
+    /// Whether the beat of the last event could be carried on: not while the song runs at a tempo
+    /// that nobody has told.
+    bool isBeatCounted() const noexcept { return elapsed_ == 0 || speed_ == 0 || tempo() > 0; }
 
     struct {
         LV2_URID sequence, object, blank, intType, longType, floatType, doubleType;

@@ -85,6 +85,24 @@ TEST_F(Lv2Song, RunsAtItsSpeedHoweverBlocksAreCut)
         }
 }
 
+TEST_F(Lv2Song, ABeatThatCannotBeCountedOnIsUnknownRatherThanStale)
+{
+    send({{LV2_TIME__speed, 1}, {LV2_TIME__frame, 0}, {LV2_TIME__beat, 8}});
+    EXPECT_EQ(told().quarterNotes, 8);
+    advance(4800, 480);
+    EXPECT_FALSE(told().positionKnown) << "it runs at nobody knows what tempo";
+    send({{LV2_TIME__frame, 4800}, {LV2_TIME__beatsPerMinute, 60}});
+    EXPECT_FALSE(told().positionKnown) << "and has run so";
+    send({{LV2_TIME__frame, 4800}, {LV2_TIME__beat, 9}});
+    advance(4800, 480);
+    EXPECT_DOUBLE_EQ(told().quarterNotes, 9.1);
+    send({{LV2_TIME__frame, 9601}});  // where it has come to, but for the host's rounding
+    EXPECT_TRUE(told().positionKnown);
+    send({{LV2_TIME__frame, 480000}});
+    EXPECT_FALSE(told().positionKnown) << "a jump that tells no beat";
+    EXPECT_EQ(told().frame, 480000);
+}
+
 TEST_F(Lv2Song, NumbersThatNoSongHasAreUnknown)
 {
     for (const double wild : {1e300, -1e300, 0x1p63, 1e17}) {
