@@ -9,7 +9,8 @@
 #include <vector>
 
 #include "module/class_registry.h"
-#include "vnk/effect.h"
+#include "vnk/effect_runner.h"
+#include "vnk/hosted_effect.h"
 
 namespace {
 
@@ -61,31 +62,21 @@ template <typename T> std::vector<T> programme(int frames, unsigned seed)
 template <typename T> void run(benchmark::State& state, const Case& test)
 {
     const int block = static_cast<int>(state.range(0));
-    const auto object = VNK::Ref<VNK::IObject>::adopt(quillworks::createEffect(test.effect));
-    const auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+    const auto component = VNK::HostedEffect::adopt(quillworks::createEffect(test.effect));
     for (const auto& [key, value] : test.values)
         if (!component->setValue(component->findParameter(key), value))
             return state.SkipWithError(key);
-    auto& algorithm = *component->algorithm();
+    VNK::EffectRunner runner(*component->algorithm());
     const auto stereo = VNK::SpeakerArrangement::withChannels(2);
-    algorithm.setSpeakerArrangement(stereo, stereo);
-    algorithm.setPrecision(sizeof(T) == 4 ? VNK::Precision::Float : VNK::Precision::Double);
-    algorithm.setSampleRate(block, 48000);
-    algorithm.reset();
+    const auto precision = sizeof(T) == 4 ? VNK::Precision::Float : VNK::Precision::Double;
+    if (!runner.prepare({stereo, stereo, precision, 48000, block}))
+        return state.SkipWithError("cannot be prepared");
     constexpr int kFrames = 48 * 1024;
     const std::vector<T> in[] = {programme<T>(kFrames, 1), programme<T>(kFrames, 2)};
     std::vector<T> out[] = {std::vector<T>(kFrames), std::vector<T>(kFrames)};
     for (auto _ : state) {
-        for (int at = 0; at + block <= kFrames; at += block) {
-            const void* inputs[] = {in[0].data() + at, in[1].data() + at};
-            void* outputs[] = {out[0].data() + at, out[1].data() + at};
-            VNK::ProcessData data;
-            data.inputs = inputs;
-            data.outputs = outputs;
-            data.inputChannels = data.outputChannels = 2;
-            data.frames = block;
-            algorithm.process(data);
-        }
+        for (int at = 0; at + block <= kFrames; at += block)
+            runner.process<T>({in, 2, at}, {out, 2, at}, block);
     }
     state.counters["ns/frame"] =
         benchmark::Counter(kFrames * 1e-9, benchmark::Counter::kIsIterationInvariantRate |

@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "module/class_registry.h"
-#include "vnk/effect.h"
+#include "vnk/effect_runner.h"
+#include "vnk/hosted_effect.h"
 
 namespace {
 
@@ -51,23 +52,17 @@ double runPeer(const std::vector<float>& interleaved)
     return time;
 }
 
-double runMeter(VNK::IEffectComponent& meter, std::vector<std::vector<float>>& planar, int block)
+double runMeter(const VNK::HostedEffect& meter, std::vector<std::vector<float>>& planar, int block)
 {
-    auto& algorithm = *meter.algorithm();
-    algorithm.setSampleRate(block, kRate);
-    algorithm.reset();
-    VNK::ProcessData data;
-    const void* inputs[2];
-    void* outputs[2];
-    data.inputs = inputs;
-    data.outputs = outputs;
-    data.inputChannels = data.outputChannels = 2;
+    VNK::EffectRunner runner(*meter.algorithm());
+    const auto stereo = VNK::SpeakerArrangement::withChannels(2);
+    runner.prepare({stereo, stereo, VNK::Precision::Float, kRate, block});
     const auto start = Clock::now();
-    for (int at = 0; at < kFrames; at += block) {
-        for (std::size_t c = 0; c < 2; ++c) inputs[c] = outputs[c] = planar[c].data() + at;
-        data.frames = std::min(block, kFrames - at);
-        algorithm.process(data);
-    }
+    VNK::runCut(
+        kFrames, [block](int) { return block; },
+        [&](int at, int n) {
+            runner.process<float>({planar, 2, at}, {planar, 2, at}, n);
+        });
     return nanosecondsPerFrame(start);
 }
 
@@ -83,8 +78,7 @@ int main()
     for (std::size_t i = 0; i < kFrames; ++i)
         for (std::size_t c = 0; c < 2; ++c) planar[c][i] = interleaved[2 * i + c];
 
-    const auto object = VNK::Ref<VNK::IObject>::adopt(quillworks::createEffect("Level Meter"));
-    const auto meter = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+    const auto meter = VNK::HostedEffect::adopt(quillworks::createEffect("Level Meter"));
     if (!meter) return 1;
     meter->setValue(meter->findParameter("usecorr"), 1);
 

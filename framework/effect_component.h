@@ -37,7 +37,13 @@ struct Delays {
     bool operator==(const Delays&) const = default;
 };
 
-class AudioEffectComponent : public VNK::Object<VNK::IEffectComponent>, private AlgorithmOwner {
+/// Offers every interface of vnk/effect.h. What only some effects have is a further interface:
+/// class ScopeComponent : public VNK::Extended<AudioEffectComponent, VNK::IEffectDisplays>.
+class AudioEffectComponent
+    : public VNK::Object<VNK::IEffectComponent, VNK::IEffectParameters, VNK::IEffectGestures,
+                         VNK::IEffectMeters, VNK::IEffectState, VNK::IEffectPrograms,
+                         VNK::IEffectAttributes, VNK::IEffectViews>,
+      private AlgorithmOwner {
 public:
     /// Owns the algorithm from now on and publishes the parameters of its table in their order.
     AudioEffectComponent(AudioEffectAlgorithm& algorithm, EffectTraits traits);
@@ -73,7 +79,6 @@ public:
                              std::int32_t size) const noexcept final;
     const char* meterChoice(std::int32_t index, std::int32_t step) const noexcept final;
     void setEditorOpen(bool open) noexcept final;
-    using IEffectComponent::saveState, IEffectComponent::savePreset, IEffectComponent::remotePages;
     bool saveState(VNK::IByteSink* sink) const noexcept final;
     bool loadState(const void* data, std::size_t bytes) noexcept final;
     bool savePreset(const char* name, VNK::IByteSink* sink) const noexcept final;

@@ -130,7 +130,7 @@ std::string writeChunk(const StoredState& state)
     Writer out;
     out.bytes(kMagic);
     out.number(kVersion);
-    out.bytes({reinterpret_cast<const char*>(state.classId.bytes.data()), 16});
+    out.bytes({reinterpret_cast<const char*>(state.classId.bytes), 16});
     out.number(std::uint32_t{3});
     std::vector<std::pair<std::string, AttributeValue>> entries;
     if (state.algorithmVersion) entries.emplace_back("algorithmVersion", *state.algorithmVersion);
@@ -148,7 +148,7 @@ bool readChunk(const void* data, std::size_t bytes, StoredState& state, std::str
     if (in.number<std::uint32_t>() > kVersion)
         return reason = "the state is of a newer version", false;
     const auto id = in.bytes(16);
-    std::memcpy(read.classId.bytes.data(), id.data(), id.size());
+    std::memcpy(read.classId.bytes, id.data(), id.size());
     const auto sections = in.number<std::uint32_t>();
     bool good = true;
     for (std::uint32_t i = 0; i < sections && in.ok() && good; ++i) {

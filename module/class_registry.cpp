@@ -24,7 +24,7 @@ VNK::IObject* create(const VNK::ClassDescription& description) noexcept
         const auto algorithm = VNK::Ref<Algorithm>::adopt(new Algorithm);
         auto component = VNK::Ref<Component>::adopt(new Component(*algorithm));
         component->identify(description.classId, description.name->text());
-        return component.detach();
+        return static_cast<VNK::IEffectComponent*>(component.detach());
     } catch (...) {
         return nullptr;
     }
@@ -126,9 +126,12 @@ const std::array<VNK::ClassDescription, kCount> kDescriptions = buildDescription
 
 bool registerClasses(VNK::IClassFactory& factory) noexcept
 {
-    for (std::size_t i = 0; i < std::size(kOffered); ++i)
-        if (!factory.registerClass(kDescriptions[i], kOffered[i].create, kOffered[i].attributes))
+    for (std::size_t i = 0; i < std::size(kOffered); ++i) {
+        const auto& row = kOffered[i];
+        if (!factory.registerClass(kDescriptions[i], row.create, row.attributes.data(),
+                                   static_cast<std::int32_t>(row.attributes.size())))
             return false;
+    }
     return true;
 }
 

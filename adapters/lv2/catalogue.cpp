@@ -31,7 +31,8 @@ template <class F> void forEachPart(std::string_view list, F&& f)
 
 }  // namespace
 
-std::vector<Plugin> pluginsOf(const VNK::ClassDescription& effect, VNK::IEffectComponent& component)
+std::vector<Plugin> pluginsOf(const VNK::ClassDescription& effect,
+                              const VNK::HostedEffect& component)
 {
     std::vector<Plugin> plugins;
     auto& algorithm = *component.algorithm();
@@ -80,8 +81,7 @@ Catalogue::Catalogue()
     if (!factory_) return;
     for (int i = 0; i < factory_->countClasses(); ++i) {
         const auto& effect = *factory_->getClass(i);
-        const auto object = VNK::Ref<VNK::IObject>::adopt(factory_->createInstance(effect.classId));
-        const auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+        const auto component = VNK::HostedEffect::create(*factory_, effect.classId);
         if (!component) continue;
         auto plugins = pluginsOf(effect, *component);
         std::move(plugins.begin(), plugins.end(), std::back_inserter(plugins_));
@@ -94,11 +94,9 @@ Catalogue::~Catalogue()
     VNKModuleMain(this, VNK::kModuleUnload);
 }
 
-VNK::Ref<VNK::IEffectComponent> Catalogue::create(const Plugin& plugin) const
+VNK::HostedEffect Catalogue::create(const Plugin& plugin) const
 {
-    const auto object =
-        VNK::Ref<VNK::IObject>::adopt(factory_->createInstance(plugin.effect->classId));
-    auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+    auto component = VNK::HostedEffect::create(*factory_, plugin.effect->classId);
     if (!component) return {};
     component->algorithm()->setSpeakerArrangement(plugin.input, plugin.output);
     component->algorithm()->setPrecision(VNK::Precision::Float);

@@ -8,7 +8,7 @@
 
 #include "adapters/lv2/ports.h"
 #include "vnk/class_factory.h"
-#include "vnk/effect.h"
+#include "vnk/hosted_effect.h"
 #include "vnk/speaker_arrangement.h"
 
 namespace quillworks::lv2 {
@@ -29,7 +29,7 @@ struct Plugin {
 /// sides differ), the usual one first, each followed by the one without side-chain ports if it has
 /// any. The component is left in the last layout.
 std::vector<Plugin> pluginsOf(const VNK::ClassDescription& effect,
-                              VNK::IEffectComponent& component);
+                              const VNK::HostedEffect& component);
 
 /// Loads the module this binary carries, as a host would. [main thread]
 class Catalogue {
@@ -44,7 +44,7 @@ public:
     const VNK::IClassFactory& factory() const noexcept { return *factory_; }
     /// A new effect in the plug-in's layout, in single precision, not prepared yet; empty without
     /// memory.
-    VNK::Ref<VNK::IEffectComponent> create(const Plugin& plugin) const;
+    VNK::HostedEffect create(const Plugin& plugin) const;
 
 private:
     bool loaded_ = false;

@@ -20,7 +20,7 @@ constexpr double kLongestDrySeconds = 0.25;
 
 }  // namespace
 
-Instance::Instance(VNK::Ref<VNK::IEffectComponent> effect, const Plugin& plugin, double sampleRate,
+Instance::Instance(VNK::HostedEffect effect, const Plugin& plugin, double sampleRate,
                    const LV2_Feature* const* features)
     : plugin_(plugin),
       effect_(std::move(effect)),
@@ -28,7 +28,10 @@ Instance::Instance(VNK::Ref<VNK::IEffectComponent> effect, const Plugin& plugin,
       seen_(plugin.ports.size())
 {
     readOptions(features);
-    if (!effect_ || !effect_->algorithm()->setSampleRate(maxFrames_, sampleRate))
+    if (!effect_) throw std::bad_alloc();
+    runner_ = VNK::EffectRunner(*effect_->algorithm());
+    if (!runner_.prepare(
+            {plugin.input, plugin.output, VNK::Precision::Float, sampleRate, maxFrames_}))
         throw std::bad_alloc();
     // Hosts show output ports whenever they like: meters run as if somebody looked.
     effect_->setEditorOpen(true);
@@ -167,39 +170,28 @@ void Instance::run(std::uint32_t frames) noexcept
 
 void Instance::process(int from, int frames) noexcept
 {
-    const float* in[VNK::kMaxChannels];
-    float* out[VNK::kMaxChannels];
-    const void *inputs[VNK::kMaxChannels], *sides[VNK::kMaxChannels];
-    void* outputs[VNK::kMaxChannels];
-    auto& algorithm = *effect_->algorithm();
-    for (const int end = from + frames; from < end;) {
-        const int n = std::min(end - from, maxFrames_);
+    const auto inputs = static_cast<int>(in_.size()), outputs = static_cast<int>(out_.size());
+    const auto piece = [&](int at, int n) {
+        const float* in[VNK::kMaxChannels];
+        float* out[VNK::kMaxChannels];
         for (std::size_t c = 0; c < in_.size(); ++c)
-            inputs[c] = in[c] = in_[c] ? in_[c] + from : silence_.data();
+            in[c] = in_[c] ? in_[c] + from + at : silence_.data();
         for (std::size_t c = 0; c < out_.size(); ++c)
-            outputs[c] = out[c] = out_[c] ? out_[c] + from : nowhere_.data();
-        for (std::size_t c = 0; c < side_.size(); ++c) {
+            out[c] = out_[c] ? out_[c] + from + at : nowhere_.data();
+        for (std::size_t c = 0; c < side_.size(); ++c)
             if (side_[c])
-                std::copy_n(side_[c] + from, n, sideCopy_[c].data());
+                std::copy_n(side_[c] + from + at, n, sideCopy_[c].data());
             else
                 std::fill_n(sideCopy_[c].data(), n, 0.0f);
-            sides[c] = sideCopy_[c].data();
-        }
         dry_.keep(in, n);
-        VNK::ProcessData data;
-        data.inputs = inputs;
-        data.outputs = outputs;
-        data.inputChannels = static_cast<std::int32_t>(in_.size());
-        data.outputChannels = static_cast<std::int32_t>(out_.size());
-        data.sideChain = sides;
-        data.sideChainChannels = static_cast<std::int32_t>(side_.size());
-        data.frames = n;
-        position_.tell(algorithm);
-        algorithm.process(data);
+        position_.tell(runner_.algorithm());
+        runner_.process<float>({in, inputs}, {out, outputs}, n,
+                               {sideCopy_, static_cast<int>(side_.size())});
         position_.advance(n);
-        dry_.mix(out, n, static_cast<int>(algorithm.getLatency()), isOn(enabled_, true));
-        from += n;
-    }
+        dry_.mix(out, n, static_cast<int>(runner_.algorithm().getLatency()), isOn(enabled_, true));
+    };
+    VNK::runCut(
+        frames, [this](int) { return maxFrames_; }, piece);
 }
 
 void Instance::writeOutputs() noexcept

@@ -13,6 +13,7 @@
 #include "adapters/lv2/catalogue.h"
 #include "adapters/lv2/song_position.h"
 #include "vnk/dry_path.h"
+#include "vnk/effect_runner.h"
 
 namespace quillworks::lv2 {
 
@@ -24,7 +25,7 @@ class Instance {
 public:
     /// Runs an effect that stands in the plug-in's layouts. Throws where there is none, or not at
     /// this rate. [main thread]
-    Instance(VNK::Ref<VNK::IEffectComponent> effect, const Plugin& plugin, double sampleRate,
+    Instance(VNK::HostedEffect effect, const Plugin& plugin, double sampleRate,
              const LV2_Feature* const* features);
 
     void connect(std::uint32_t port, void* data) noexcept;
@@ -36,7 +37,7 @@ public:
     LV2_State_Status save(LV2_State_Store_Function store, LV2_State_Handle handle);
     LV2_State_Status restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle);
 
-    VNK::IEffectComponent& effect() noexcept { return *effect_; }  // what runs in it
+    const VNK::HostedEffect& effect() noexcept { return *effect_; }  // what runs in it
 
 private:
     /// A control input: where the host writes it.
@@ -62,7 +63,8 @@ private:
     }
 
     const Plugin& plugin_;
-    VNK::Ref<VNK::IEffectComponent> effect_;
+    VNK::HostedEffect effect_;
+    VNK::EffectRunner runner_;
     LV2_URID_Map* map_ = nullptr;
     double sampleRate_;
     int maxFrames_ = 1024;

@@ -25,7 +25,7 @@ std::string channelSymbol(const std::string& prefix, const VNK::SpeakerArrangeme
 
 }  // namespace
 
-std::vector<Port> portsOf(VNK::IEffectComponent& component, const VNK::SpeakerArrangement& input,
+std::vector<Port> portsOf(const VNK::HostedEffect& component, const VNK::SpeakerArrangement& input,
                           const VNK::SpeakerArrangement& output, bool hasSideChain)
 {
     std::vector<Port> ports;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "vnk/effect.h"
+#include "vnk/hosted_effect.h"
 
 namespace quillworks::lv2 {
 
@@ -30,7 +30,7 @@ struct Port {
 
 /// Ports of an effect that stands in its layouts; side-chain buses have at most two channels. What
 /// is published keeps its index: rows of later generations follow behind all of the earlier ones.
-std::vector<Port> portsOf(VNK::IEffectComponent& component, const VNK::SpeakerArrangement& input,
+std::vector<Port> portsOf(const VNK::HostedEffect& component, const VNK::SpeakerArrangement& input,
                           const VNK::SpeakerArrangement& output, bool hasSideChain);
 
 /// Channels of the main input or output of these ports, or of the side-chain.

@@ -1,37 +1,37 @@
 // SPDX-License-Identifier: ISC
 #include "benchmarks/peers/contestant.h"
+#include "vnk/effect_runner.h"
+#include "vnk/hosted_effect.h"
 
 namespace quillworks::peers {
 namespace {
 
 class OurEffect final : public Contestant {
 public:
-    OurEffect(VNK::Ref<VNK::IEffectComponent> component, const Format& format)
-        : Contestant(format), component_(std::move(component))
+    OurEffect(VNK::HostedEffect component, const VNK::EffectRunner& runner, const Format& format)
+        : Contestant(format),
+          component_(std::move(component)),
+          runner_(runner),
+          inputs_(in_, format.channels),
+          outputs_(out_, format.channels)
+    {}
+    void run() noexcept override
     {
-        for (auto& channel : in_) inputs_.push_back(channel.data());
-        for (auto& channel : out_) outputs_.push_back(channel.data());
-        data_.inputs = inputs_.data();
-        data_.outputs = outputs_.data();
-        data_.inputChannels = data_.outputChannels = format.channels;
-        data_.frames = format.block;
+        runner_.process<float>(inputs_, outputs_, static_cast<int>(block_));
     }
-    void run() noexcept override { component_->algorithm()->process(data_); }
 
 private:
-    VNK::Ref<VNK::IEffectComponent> component_;
-    std::vector<const void*> inputs_;
-    std::vector<void*> outputs_;
-    VNK::ProcessData data_;
+    VNK::HostedEffect component_;
+    VNK::EffectRunner runner_;
+    VNK::ChannelPointers<const float> inputs_;
+    VNK::ChannelPointers<float> outputs_;
 };
 
-VNK::Ref<VNK::IEffectComponent> find(VNK::IClassFactory& factory, const std::string& name)
+VNK::HostedEffect find(VNK::IClassFactory& factory, const std::string& name)
 {
     for (int i = 0; i < factory.countClasses(); ++i)
-        if (const auto* c = factory.getClass(i); name == c->name->text()) {
-            const auto object = VNK::Ref<VNK::IObject>::adopt(factory.createInstance(c->classId));
-            return VNK::queryInterface<VNK::IEffectComponent>(object.get());
-        }
+        if (const auto* c = factory.getClass(i); name == c->name->text())
+            return VNK::HostedEffect::create(factory, c->classId);
     return {};
 }
 
@@ -56,16 +56,14 @@ std::unique_ptr<Contestant> ourEffect(VNK::IClassFactory& factory, const std::st
             return nullptr;
         }
     }
-    auto& algorithm = *component->algorithm();
+    VNK::EffectRunner runner(*component->algorithm());
     const auto layout = VNK::SpeakerArrangement::withChannels(format.channels);
-    algorithm.setSpeakerArrangement(layout, layout);
-    algorithm.setPrecision(VNK::Precision::Float);
-    if (!algorithm.setSampleRate(format.block, format.sampleRate)) {
+    if (!runner.prepare(
+            {layout, layout, VNK::Precision::Float, double(format.sampleRate), format.block})) {
         reason = name + " does not run at this rate";
         return nullptr;
     }
-    algorithm.reset();
-    return std::make_unique<OurEffect>(std::move(component), format);
+    return std::make_unique<OurEffect>(std::move(component), runner, format);
 }
 
 }  // namespace quillworks::peers

@@ -12,16 +12,19 @@ namespace quillhost {
 Chain::Chain(const std::vector<Effect>& effects, const ChainSetup& setup)
     : setup_(setup), input_(setup.input)
 {
-    for (const auto& effect : effects) links_.push_back({effect});
+    for (const auto& effect : effects)
+        links_.push_back({effect, VNK::EffectRunner(effect.algorithm())});
     arrange();
     for (auto& link : links_) {
+        link.setup.precision = setup.precision;
+        link.setup.sampleRate = setup.sampleRate;
+        link.setup.maxFrames = setup.block;
         auto& algorithm = link.effect.algorithm();
-        algorithm.setPrecision(setup.precision);
         link.hasSideChain = setup.sideChainChannels > 0 && algorithm.hasSideChain();
         algorithm.setSideChainActive(link.hasSideChain);
-        if (!algorithm.setSampleRate(setup.block, setup.sampleRate))
+        if (!link.runner.prepare(link.setup))
             throw WorkError(link.effect.name() + " cannot run at " + shortText(setup.sampleRate) +
-                            " Hz with " + std::to_string(link.input.channels) +
+                            " Hz with " + std::to_string(link.setup.input.channels) +
                             " channels: there is not enough memory for blocks of " +
                             std::to_string(setup.block) + " frames");
     }
@@ -45,12 +48,13 @@ void Chain::arrange()
     output_ = input_;
     planeChannels_ = input_.channels;
     for (auto& link : links_) {
-        link.input = output_;
+        link.setup.input = output_;
         if (wanted && !(output_ == *wanted) && accepts(link, output_, *wanted)) output_ = *wanted;
-        link.output = output_;
-        if (!link.effect.algorithm().setSpeakerArrangement(link.input, link.output))
-            throw WorkError(link.effect.name() + " does not take the layout " + link.input.names() +
-                            " (" + std::to_string(link.input.channels) + " channels)");
+        link.setup.output = output_;
+        const auto& input = link.setup.input;
+        if (!accepts(link, input, output_))
+            throw WorkError(link.effect.name() + " does not take the layout " + input.names() +
+                            " (" + std::to_string(input.channels) + " channels)");
         planeChannels_ = std::max(planeChannels_, output_.channels);
     }
     if (wanted && !(output_ == *wanted))
@@ -143,8 +147,8 @@ void Chain::followBypass(Link& link, int parameter)
     const int most = std::max(latency, static_cast<int>(kLongestDelay * setup_.sampleRate));
     const auto prepare = [&](auto& dry) {
         needingMemory("the delay of " + link.effect.name(), [&] {
-            dry.prepare(link.effect.algorithm(), link.input.channels, link.output.channels,
-                        setup_.sampleRate, setup_.block, most);
+            dry.prepare(link.effect.algorithm(), link.setup.input.channels,
+                        link.setup.output.channels, setup_.sampleRate, setup_.block, most);
         });
     };
     setup_.precision == VNK::Precision::Float ? prepare(link.floatDry) : prepare(link.doubleDry);
@@ -157,7 +161,9 @@ float Chain::value(std::size_t effect, int parameter) const noexcept
     return link.effect.component().getValue(parameter);
 }
 
-void Chain::applyEvents()
+/// Sets what is due at the next frame, and returns how many frames are left to the next event or to
+/// the end of the block.
+std::int64_t Chain::applyEvents()
 {
     for (; nextEvent_ < events_.size() && events_[nextEvent_].frame <= frame_; ++nextEvent_) {
         const auto& event = events_[nextEvent_];
@@ -169,25 +175,19 @@ void Chain::applyEvents()
         else
             link.effect.component().automate(event.parameter, event.value);
     }
+    const std::int64_t left = setup_.block - frame_ % setup_.block;
+    return nextEvent_ < events_.size() ? std::min(left, events_[nextEvent_].frame - frame_) : left;
 }
 
 template <typename T>
 void Chain::runPiece(Planes<T>& planes, const Planes<T>* sideChain, int at, int frames)
 {
-    T *here[kMostChannels], *scratch[kMostChannels];
-    const T* side[kMostChannels];
     auto& spare = [this]() -> Planes<T>& {
         if constexpr (std::is_same_v<T, float>)
             return floatScratch_;
         else
             return doubleScratch_;
     }();
-    for (int c = 0; c < planeChannels_; ++c) {
-        here[c] = planes[c] + at;
-        scratch[c] = spare[c];
-    }
-    for (int c = 0; sideChain && c < setup_.sideChainChannels; ++c) side[c] = (*sideChain)[c] + at;
-
     VNK::Transport transport;
     transport.playing = transport.positionKnown = transport.frameKnown = true;
     transport.quarterNotes = quarterNotes();
@@ -198,42 +198,35 @@ void Chain::runPiece(Planes<T>& planes, const Planes<T>* sideChain, int at, int 
 
     for (std::size_t i = 0; i < links_.size(); ++i) {
         auto& link = links_[i];
-        VNK::ProcessData data;
-        const bool inPlace = link.input.channels == link.output.channels;
-        data.inputs = reinterpret_cast<const void* const*>(here);
-        data.outputs = reinterpret_cast<void* const*>(inPlace ? here : scratch);
-        data.inputChannels = link.input.channels;
-        data.outputChannels = link.output.channels;
-        if (link.hasSideChain && sideChain) {
-            data.sideChain = reinterpret_cast<const void* const*>(side);
-            data.sideChainChannels = setup_.sideChainChannels;
-        }
-        data.frames = frames;
-        auto& algorithm = link.effect.algorithm();
-        if (setup_.playing) algorithm.setTransport(transport);
-        auto& dry = link.dry<T>();
-        if (link.bypass >= 0) dry.keep(here, frames);
-        algorithm.process(data);
-        if (link.bypass >= 0)
-            dry.mix(inPlace ? here : scratch, frames, static_cast<int>(algorithm.getLatency()),
+        const int inputs = link.setup.input.channels, outputs = link.setup.output.channels;
+        const bool inPlace = inputs == outputs;
+        T *here[kMostChannels], *target[kMostChannels];
+        for (int c = 0; c < inputs; ++c) here[c] = planes[c] + at;
+        for (int c = 0; c < outputs; ++c) target[c] = inPlace ? here[c] : spare[c];
+        VNK::ChannelPointers<const T> side;
+        if (link.hasSideChain && sideChain) side = {*sideChain, setup_.sideChainChannels, at};
+        const bool isFollowed = link.bypass >= 0;
+        auto& dry = link.template dry<T>();
+        if (isFollowed) dry.keep(here, frames);
+        link.runner.template process<T>({here, inputs}, {target, outputs}, frames, side,
+                                        setup_.playing ? &transport : nullptr);
+        if (isFollowed)
+            dry.mix(target, frames, static_cast<int>(link.effect.algorithm().getLatency()),
                     !link.isBypassed);
         if (!inPlace)
-            for (int c = 0; c < link.output.channels; ++c) std::copy_n(scratch[c], frames, here[c]);
+            for (int c = 0; c < outputs; ++c) std::copy_n(spare[c], frames, planes[c] + at);
         if (watcher_) watcher_(i, frame_, frames);
     }
 }
 
 template <typename T> void Chain::run(Planes<T>& planes, const Planes<T>* sideChain, int frames)
 {
-    for (int at = 0; at < frames;) {
-        applyEvents();
-        int n = std::min(frames - at, setup_.block - static_cast<int>(frame_ % setup_.block));
-        if (nextEvent_ < events_.size())
-            n = static_cast<int>(std::min<std::int64_t>(n, events_[nextEvent_].frame - frame_));
-        runPiece(planes, sideChain, at, n);
-        at += n;
-        frame_ += n;
-    }
+    VNK::runCut(
+        frames, [this](int) { return applyEvents(); },
+        [&](int at, int n) {
+            runPiece(planes, sideChain, at, n);
+            frame_ += n;
+        });
 }
 
 template void Chain::run(Planes<float>&, const Planes<float>*, int);

@@ -11,6 +11,7 @@
 #include "session.h"
 #include "sound_file.h"
 #include "vnk/dry_path.h"
+#include "vnk/effect_runner.h"
 
 namespace quillhost {
 
@@ -65,7 +66,8 @@ public:
 private:
     struct Link {
         Effect effect;
-        VNK::SpeakerArrangement input = {}, output = {};
+        VNK::EffectRunner runner;
+        VNK::RunSetup setup = {};
         bool hasSideChain = false;
         int bypass = -1;  // parameter that is followed here, -1: none
         bool isBypassed = false;
@@ -81,7 +83,7 @@ private:
     };
     void arrange();
     void followBypass(Link& link, int parameter);
-    void applyEvents();
+    std::int64_t applyEvents();
     void setTempo(double tempo) noexcept;
     double quarterNotes() const noexcept;
     template <typename T>

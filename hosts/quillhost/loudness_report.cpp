@@ -5,6 +5,7 @@
 
 #include "error.h"
 #include "sound_file.h"
+#include "vnk/effect_runner.h"
 
 namespace quillhost {
 namespace {
@@ -26,16 +27,14 @@ LoudnessReport LoudnessGauge::measure(const std::string& path, std::atomic<std::
 {
     SoundReader reader(path);
     auto& component = effect_.component();
-    auto& algorithm = effect_.algorithm();
     const bool isWide = reader.sampleFormat() == SampleFormat::Float64 ||
                         reader.sampleFormat() == SampleFormat::Pcm32;
     const auto layout = reader.layout();
     component.setInteger(kMeasurement, kStarts);
-    algorithm.setPrecision(isWide ? VNK::Precision::Double : VNK::Precision::Float);
-    if (!algorithm.setSpeakerArrangement(layout, layout) ||
-        !algorithm.setSampleRate(kBlock, reader.sampleRate()))
+    VNK::EffectRunner runner(effect_.algorithm());
+    const auto precision = isWide ? VNK::Precision::Double : VNK::Precision::Float;
+    if (!runner.prepare({layout, layout, precision, double(reader.sampleRate()), kBlock}))
         throw WorkError(shownPath(path) + ": the meter does not run at this rate and layout");
-    algorithm.reset();
     isWide ? play<double>(reader, progress) : play<float>(reader, progress);
 
     LoudnessReport r;
@@ -63,27 +62,24 @@ void LoudnessGauge::play(SoundReader& reader, std::atomic<std::int64_t>& progres
 {
     const int channels = reader.channels();
     Planes<T> planes(channels, kBlock);
-    std::vector<void*> pointers;
-    for (int c = 0; c < channels; ++c) pointers.push_back(planes[c]);
-    VNK::ProcessData data;
-    data.inputs = pointers.data();
-    data.outputs = pointers.data();
-    data.inputChannels = data.outputChannels = channels;
+    const VNK::EffectRunner runner(effect_.algorithm());
+    const auto process = [&](int n) {
+        runner.process<T>({planes, channels}, {planes, channels}, n);
+    };
     frames_ = 0;
     std::int64_t shown = 0;
-    while ((data.frames = reader.read(planes, kBlock)) > 0) {
-        effect_.algorithm().process(data);
-        frames_ += data.frames;
+    for (int n = 0; (n = reader.read(planes, kBlock)) > 0;) {
+        process(n);
+        frames_ += n;
         const auto all = reader.estimatedFrames();
         const auto now = all > 0 ? std::min<std::int64_t>(kWhole, kWhole * frames_ / all) : 0;
         if (now != shown) progress += now - std::exchange(shown, now);
-        if (data.frames < kBlock) break;
+        if (n < kBlock) break;
     }
     // The meter takes the change with a block, which it does not measure any more.
     effect_.component().setInteger(kMeasurement, kIsOver);
     planes.clear(0, 1);
-    data.frames = 1;
-    effect_.algorithm().process(data);
+    process(1);
 }
 
 float LoudnessGauge::meter(const std::string& key) const

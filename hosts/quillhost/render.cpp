@@ -98,26 +98,23 @@ std::int64_t askedTail(const Options& options, int sampleRate)
 template <typename T> class Rendering {
 public:
     Rendering(const Options& options, SoundReader& in, SoundReader* sideChain, Chain& chain)
-        : options_(options),
-          in_(in),
+        : in_(in),
           sideIn_(sideChain),
           chain_(chain),
           chunk_(in.isStream() ? options.block
                                : options.block * std::max(1, kChunk / options.block)),
           planes_(std::max(chain.planeChannels(), in.channels()), chunk_),
           side_(sideChain ? sideChain->channels() : 0, chunk_),
-          latency_(chain.latency())
+          skipped_(options.keepLatency ? 0 : chain.latency()),
+          trim_(skipped_)
     {}
-
-    /// What the output begins with and does not write.
-    std::int64_t skipped() const { return options_.keepLatency ? 0 : latency_; }
 
     std::int64_t tail(std::int64_t asked) const
     {
         if (asked >= 0) return asked;
         const auto limit = static_cast<std::int64_t>(kLongestAutoTail * in_.sampleRate());
         const auto own = chain_.tail(limit);
-        return own == limit ? limit : std::max<std::int64_t>(0, own - skipped());
+        return own == limit ? limit : std::max<std::int64_t>(0, own - skipped_);
     }
 
     void run(SoundWriter& writer, std::int64_t askedTail, Progress& progress)
@@ -127,7 +124,7 @@ public:
             int n = 0;
             if (end < 0) {
                 n = in_.read(planes_, chunk_);
-                if (n < chunk_) end = done_ + n + tail(askedTail) + skipped();
+                if (n < chunk_) end = done_ + n + tail(askedTail) + skipped_;
             }
             const int run =
                 end < 0 ? n : static_cast<int>(std::min<std::int64_t>(chunk_, end - done_));
@@ -138,8 +135,7 @@ public:
                 side_.clear(got, run);
             }
             chain_.run(planes_, sideIn_ ? &side_ : nullptr, run);
-            const auto from = std::clamp<std::int64_t>(skipped() - done_, 0, run);
-            writer.write(planes_, static_cast<int>(from), run);
+            writer.write(planes_, trim_.skip(run), run);
             done_ += run;
             isOver = end >= 0 && done_ >= end;
             progress.show(done_);
@@ -147,13 +143,14 @@ public:
     }
 
 private:
-    const Options& options_;
     SoundReader& in_;
     SoundReader* sideIn_;
     Chain& chain_;
     int chunk_;
     Planes<T> planes_, side_;
-    std::int64_t latency_, done_ = 0;
+    std::int64_t skipped_;  // what the output begins with and does not write
+    VNK::LatencyTrim trim_;
+    std::int64_t done_ = 0;
     bool sideEnded_ = false;
 };
 

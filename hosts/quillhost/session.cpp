@@ -195,10 +195,9 @@ const VNK::ClassDescription& Session::find(const std::string& name) const
 
 Effect Session::create(const VNK::ClassDescription& description) const
 {
-    const auto object = VNK::Ref<VNK::IObject>::adopt(
+    auto component = VNK::HostedEffect::adopt(
         needingMemory(std::string("the effect ") + description.name->text(),
                       [&] { return factory().createInstance(description.classId); }));
-    auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
     if (!component || !component->algorithm())
         throw WorkError(std::string("the effect ") + description.name->text() +
                         " is not available");

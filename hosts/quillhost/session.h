@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "vnk/effect.h"
+#include "vnk/hosted_effect.h"
 #include "vnk/plugin_manager.h"
 
 namespace quillhost {
@@ -14,11 +14,11 @@ namespace quillhost {
 /// An instance of an effect. Lives no longer than the session that created it.
 class Effect {
 public:
-    Effect(VNK::Ref<VNK::IEffectComponent> component, const VNK::ClassDescription& description)
+    Effect(VNK::HostedEffect component, const VNK::ClassDescription& description)
         : component_(std::move(component)), description_(&description)
     {}
 
-    VNK::IEffectComponent& component() const noexcept { return *component_; }
+    const VNK::HostedEffect& component() const noexcept { return *component_; }
     VNK::IEffectAlgorithm& algorithm() const noexcept { return *component_->algorithm(); }
     std::string name() const { return description_->name->text(); }
     std::string classId() const { return description_->classId.text(); }
@@ -48,7 +48,7 @@ public:
     std::string range(int index, const char* to) const;
 
 private:
-    VNK::Ref<VNK::IEffectComponent> component_;
+    VNK::HostedEffect component_;
     const VNK::ClassDescription* description_;
 };
 

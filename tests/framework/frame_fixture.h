@@ -9,6 +9,7 @@
 #include "tests/framework/probe_effect.h"
 #include "tests/support/audio_thread_guard.h"
 #include "tests/support/signals.h"
+#include "vnk/effect_runner.h"
 
 namespace quillworks::test {
 
@@ -21,23 +22,17 @@ protected:
     void prepare(int channels = 1, int frames = 480, double rate = 48000)
     {
         const auto layout = VNK::SpeakerArrangement::withChannels(channels);
-        ASSERT_TRUE(algorithm->setSpeakerArrangement(layout, layout));
-        ASSERT_TRUE(algorithm->setSampleRate(frames, rate));
-        algorithm->reset();
+        ASSERT_TRUE(VNK::EffectRunner(*algorithm)
+                        .prepare({layout, layout, VNK::Precision::Float, rate, frames}));
     }
     Channels<float> play(Channels<float> x, int outputs = 0, const Channels<float>& side = {})
     {
         Channels<float> y(outputs ? static_cast<std::size_t>(outputs) : x.size(),
                           Signal<float>(x[0].size(), 99.f));
-        std::vector<const void*> in, sideIn;
-        std::vector<void*> out;
-        for (auto& s : x) in.push_back(s.data());
-        for (auto& s : side) sideIn.push_back(s.data());
-        for (auto& s : y) out.push_back(s.data());
-        VNK::ProcessData data{in.data(),     int(in.size()),     out.data(),      int(out.size()),
-                              sideIn.data(), int(sideIn.size()), int(x[0].size())};
         const AudioThreadGuard guard;
-        algorithm->process(data);
+        VNK::EffectRunner(*algorithm)
+            .process<float>({x, int(x.size())}, {y, int(y.size())}, int(x[0].size()),
+                            {side, int(side.size())});
         return y;
     }
     void set(const char* key, float value)

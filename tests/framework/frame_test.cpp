@@ -264,7 +264,7 @@ TEST_F(Frame, OldStatesAreMigratedAndAttributesStored)
     ASSERT_TRUE(component->setInteger("mode", 9));
     EXPECT_FALSE(component->setInteger("channelcount", 9));
     VNK::StringSink sink;
-    component->savePreset("x", sink);
+    component->savePreset("x", &sink);
     std::string text = sink.text();
     set("gain", 0);
     component->setInteger("mode", 1);

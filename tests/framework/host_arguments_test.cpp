@@ -177,7 +177,7 @@ TEST(HostFramework, FactoryRefusesRecordsThatLackSomething)
     }
     EXPECT_FALSE(factory->registerClass(good, nullptr));
     const VNK::ClassAttribute nameless[] = {{nullptr, "x"}};
-    EXPECT_FALSE(factory->registerClass(good, create, nameless));
+    EXPECT_FALSE(factory->registerClass(good, create, nameless, 1));
     EXPECT_TRUE(factory->registerClass(good, create));
     EXPECT_EQ(factory->countClasses(), 1);
 }

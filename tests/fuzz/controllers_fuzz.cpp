@@ -23,7 +23,7 @@ bool isSame(XmlElement a, XmlElement b)
     return !c && !d;
 }
 
-void walkPages(XmlElement root, const VNK::IEffectComponent& effect)
+void walkPages(XmlElement root, const VNK::HostedEffect& effect)
 {
     for (auto group = root.child("Group"); group; group = group.next("Group"))
         for (auto page = group.child("Page"); page; page = page.next("Page"))

@@ -12,7 +12,8 @@
 #include <utility>
 
 #include "module/module_main.h"
-#include "vnk/effect.h"
+#include "vnk/effect_runner.h"
+#include "vnk/hosted_effect.h"
 
 /// One input through the code under test. libFuzzer calls it, and so does the regression program.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -36,17 +37,16 @@ inline VNK::IClassFactory& factory()
     return *shared;
 }
 
-inline VNK::Ref<VNK::IEffectComponent> create(const VNK::UID& classId)
+inline VNK::HostedEffect create(const VNK::UID& classId)
 {
-    const auto object = VNK::Ref<VNK::IObject>::adopt(factory().createInstance(classId));
-    return VNK::queryInterface<VNK::IEffectComponent>(object.get());
+    return VNK::HostedEffect::create(factory(), classId);
 }
 
 /// The effect of a class, the same one at each call, ready for loadedOrUntouched(); without such a
 /// class the compressor.
-inline VNK::IEffectComponent& effectOf(VNK::UID classId)
+inline const VNK::HostedEffect& effectOf(VNK::UID classId)
 {
-    static std::map<VNK::UID, VNK::Ref<VNK::IEffectComponent>> effects;
+    static std::map<VNK::UID, VNK::HostedEffect> effects;
     auto& effect = effects[classId];
     if (!effect) effect = create(classId);
     if (!effect) {
@@ -60,31 +60,26 @@ inline constexpr int kFrames = 32;
 
 /// One block of a square wave in mono at a low rate, where the delay lines that reset() clears are
 /// short: nothing that a state may hold makes the output other than finite.
-inline void processes(VNK::IEffectComponent& effect)
+inline void processes(const VNK::HostedEffect& effect)
 {
     auto& algorithm = *effect.algorithm();
     const auto mono = VNK::SpeakerArrangement::withChannels(1);
     const auto layout =
         algorithm.acceptsArrangement(mono, mono) ? mono : VNK::SpeakerArrangement::withChannels(2);
+    VNK::EffectRunner runner(algorithm);
     static std::map<const void*, bool> prepared;
-    if (!std::exchange(prepared[&effect], true)) {
-        algorithm.setSpeakerArrangement(layout, layout);
-        algorithm.setSampleRate(kFrames, 8000);
-    }
-    algorithm.reset();
+    if (std::exchange(prepared[&algorithm], true))
+        algorithm.reset();
+    else
+        runner.prepare({layout, layout, VNK::Precision::Float, 8000, kFrames});
     float left[kFrames], right[kFrames];
     for (int i = 0; i < kFrames; ++i) left[i] = right[i] = i % 8 < 4 ? 0.5f : -0.5f;
-    void* channels[] = {left, right};
-    VNK::ProcessData data;
-    data.inputs = channels;
-    data.outputs = channels;
-    data.inputChannels = data.outputChannels = layout.channels;
-    data.frames = kFrames;
-    algorithm.process(data);
+    float* const channels[] = {left, right};
+    runner.process<float>({channels, layout.channels}, {channels, layout.channels}, kFrames);
     for (const float y : left) require(std::isfinite(y), "the output is finite");
 }
 
-inline std::string savedState(const VNK::IEffectComponent& effect)
+inline std::string savedState(const VNK::HostedEffect& effect)
 {
     VNK::StringSink sink;
     require(effect.saveState(sink), "a state can be saved");
@@ -93,8 +88,8 @@ inline std::string savedState(const VNK::IEffectComponent& effect)
 
 /// Loads a state or preset. What is refused leaves the effect alone and has a reason; what is
 /// accepted leaves values within their ranges, comes back bit for bit, and processes.
-inline void loadedOrUntouched(VNK::IEffectComponent& effect,
-                              bool (VNK::IEffectComponent::*load)(const void*, std::size_t),
+inline void loadedOrUntouched(const VNK::HostedEffect& effect,
+                              bool (VNK::HostedEffect::*load)(const void*, std::size_t) const,
                               std::string_view data)
 {
     const auto before = savedState(effect);

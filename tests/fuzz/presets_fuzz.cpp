@@ -10,6 +10,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     VNK::UID id;
     if (const auto at = document.find(kClass); at != document.npos)
         VNK::UID::parse(document.substr(at + kClass.size(), 38), id);
-    loadedOrUntouched(effectOf(id), &VNK::IEffectComponent::loadPreset, document);
+    loadedOrUntouched(effectOf(id), &VNK::HostedEffect::loadPreset, document);
     return 0;
 }

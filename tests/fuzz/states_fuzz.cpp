@@ -9,8 +9,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     using namespace quillworks::fuzz;
     constexpr std::size_t kClassAt = 8;  // after magic and version
     VNK::UID id;
-    if (size >= kClassAt + id.bytes.size())
-        std::copy_n(data + kClassAt, id.bytes.size(), id.bytes.begin());
-    loadedOrUntouched(effectOf(id), &VNK::IEffectComponent::loadState, textOf(data, size));
+    if (size >= kClassAt + sizeof id.bytes) std::copy_n(data + kClassAt, sizeof id.bytes, id.bytes);
+    loadedOrUntouched(effectOf(id), &VNK::HostedEffect::loadState, textOf(data, size));
     return 0;
 }

@@ -11,9 +11,9 @@ namespace {
 using namespace quillworks::fuzz;
 
 /// One effect for each list of parameters: those that only pass audio through have the same.
-std::vector<VNK::Ref<VNK::IEffectComponent>> distinctEffects()
+std::vector<VNK::HostedEffect> distinctEffects()
 {
-    std::vector<VNK::Ref<VNK::IEffectComponent>> all;
+    std::vector<VNK::HostedEffect> all;
     for (int i = 0; i < factory().countClasses(); ++i) {
         auto effect = create(factory().getClass(i)->classId);
         std::int64_t passes = 0;
@@ -22,7 +22,7 @@ std::vector<VNK::Ref<VNK::IEffectComponent>> distinctEffects()
     return all;
 }
 
-void checkText(const VNK::IEffectComponent& effect, int index, const char* text)
+void checkText(const VNK::HostedEffect& effect, int index, const char* text)
 {
     VNK::ParameterInfo p{};
     effect.getParameter(index, p);

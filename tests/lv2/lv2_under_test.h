@@ -129,7 +129,7 @@ inline EffectUnderTest<float> effectOf(const lv2::Plugin& plugin, double sampleR
 {
     EffectUnderTest<float> effect(plugin.effect->name->text(), sampleRate);
     effect.component().setEditorOpen(true);
-    effect.layout(plugin.input).prepare(plugin.input.channels, kMaxFrames);
+    effect.layouts(plugin.input, plugin.output).prepare(plugin.input.channels, kMaxFrames);
     return effect;
 }
 

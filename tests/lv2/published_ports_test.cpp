@@ -142,12 +142,13 @@ protected:
     Pairs()
     {
         const auto algorithm = VNK::Ref<PairAlgorithm>::adopt(new PairAlgorithm);
-        component = VNK::Ref<VNK::IEffectComponent>::adopt(new PairComponent(*algorithm));
+        component = VNK::HostedEffect::adopt(
+            static_cast<VNK::IEffectComponent*>(new PairComponent(*algorithm)));
         description.name = VNKGetConstantString("Pair Pan");
         plugins = lv2::pluginsOf(description, *component);
     }
     VNK::ClassDescription description;
-    VNK::Ref<VNK::IEffectComponent> component;
+    VNK::HostedEffect component;
     std::vector<lv2::Plugin> plugins;
 };
 

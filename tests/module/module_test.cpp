@@ -12,8 +12,8 @@
 #include "module/initialisers.h"
 #include "module/module_main.h"
 #include "vnk/debug.h"
-#include "vnk/effect.h"
 #include "vnk/file.h"
+#include "vnk/hosted_effect.h"
 #include "vnk/plugin_manager.h"
 #include "vnk/skin.h"
 #include "vnk/xml.h"
@@ -145,8 +145,7 @@ TEST(Factory, OffersEveryClassOnce)
         EXPECT_STREQ(c.description->text(), "");
         EXPECT_NE(name, "Overdrive");
         EXPECT_NE(name, "Multiband Distortion");
-        const auto object = VNK::Ref<VNK::IObject>::adopt(first->createInstance(c.classId));
-        EXPECT_TRUE(VNK::queryInterface<VNK::IEffectComponent>(object.get())) << name;
+        EXPECT_TRUE(VNK::HostedEffect::create(*first, c.classId)) << name;
         EXPECT_EQ(first->getAttribute(i, 0) != nullptr, name == "Vaulter" || name == "Scope")
             << name;
     }
@@ -362,9 +361,7 @@ TEST(ControllerPages, NameParametersOfTheirEffectOnceEach)
 {
     const auto f = factory();
     for (int i = 0; i < f->countClasses(); ++i) {
-        const auto object =
-            VNK::Ref<VNK::IObject>::adopt(f->createInstance(f->getClass(i)->classId));
-        const auto component = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+        const auto component = VNK::HostedEffect::create(*f, f->getClass(i)->classId);
         VNK::StringSink pages;
         if (!component->remotePages(pages)) continue;
         const char* name = f->getClass(i)->name->text();

@@ -104,10 +104,8 @@ private:
     int draw()
     {
         for (int i = 0; pack_.empty() || i % factory_->countClasses() != 0; ++i) {
-            const auto object = VNK::Ref<VNK::IObject>::adopt(create(i));
             std::int64_t flag = 0;
-            const bool passes = VNK::queryInterface<VNK::IEffectComponent>(object.get())
-                                    ->getInteger("passThrough", flag);
+            const bool passes = VNK::HostedEffect::adopt(create(i)).getInteger("passThrough", flag);
             pack_.insert(pack_.end(), passes ? 1 : 4, i);
         }
         std::swap(pack_[below(pack_.size())], pack_.back());
@@ -150,8 +148,8 @@ private:
     template <typename T> double playPart(double rate, double seconds)
     {
         constexpr int lengths[] = {1, 61, 256, 441, 512, 1024, 2048, 4096, 4801, 8192};
-        Setup setup;
-        setup.rate = rate;
+        VNK::RunSetup setup;
+        setup.sampleRate = rate;
         setup.maxFrames = lengths[below(std::size(lengths))];
         setup.precision = std::is_same_v<T, float> ? VNK::Precision::Float : VNK::Precision::Double;
         setup.input = layout();
@@ -207,7 +205,7 @@ private:
         // that a frame too many is beyond the allocation.
         Channels<T> first(VNK::kMaxChannels, Signal<T>(static_cast<std::size_t>(maxFrames)));
         Channels<T> second = first, side(first.begin(), first.begin() + 2);
-        const double rate = running_.front().second->setup().rate;
+        const double rate = running_.front().second->setup().sampleRate;
         Programme sideProgramme(rate, options_.seed, 2);
         for (long at = 0; at < frames;) {
             constexpr int lengths[] = {1,  2,  3,   7,   13,  31,  32,   33,   61,
@@ -255,7 +253,7 @@ private:
             std::transform(target.begin(), target.begin() + outputs, to, moved);
             std::transform(key.begin(), key.begin() + keys, steer, moved);
             stage.process<T>(from, to, steer, keys, piece, randomTransport(random));
-            if (isDue(piece, stage.setup().rate / 1000, random)) stage.automate(random);
+            if (isDue(piece, stage.setup().sampleRate / 1000, random)) stage.automate(random);
         }
         if (order == 0) out = in;
         in = target;

@@ -12,7 +12,8 @@
 #include "tests/support/audio_thread_guard.h"
 #include "tests/support/random_transport.h"
 #include "tests/support/signals.h"
-#include "vnk/effect.h"
+#include "vnk/effect_runner.h"
+#include "vnk/hosted_effect.h"
 
 namespace quillworks::test {
 
@@ -29,13 +30,6 @@ template <typename T> std::vector<T*> pointers(Channels<T>& x, int offset = 0)
     return p;
 }
 
-struct Setup {
-    double rate = 48000;  // Hz
-    int maxFrames = 512;
-    VNK::Precision precision = VNK::Precision::Float;
-    VNK::SpeakerArrangement input, output;
-};
-
 class Stage final : public VNK::IEffectListener {
 public:
     /// The output may exceed 0 dBFS, or the loudest sample of input and side-chain since the last
@@ -46,8 +40,7 @@ public:
     static constexpr double kAbsurdLevel = 1e15;
 
     explicit Stage(VNK::IObject* adopted)
-        : component_(VNK::queryInterface<VNK::IEffectComponent>(
-              VNK::Ref<VNK::IObject>::adopt(adopted).get())),
+        : component_(VNK::HostedEffect::adopt(adopted)),
           algorithm_(*component_->algorithm()),
           remembered_(state())
     {
@@ -58,14 +51,12 @@ public:
     Stage& operator=(const Stage&) = delete;
 
     VNK::IEffectAlgorithm& algorithm() const { return algorithm_; }
-    const Setup& setup() const { return setup_; }
+    const VNK::RunSetup& setup() const { return setup_; }
 
-    void prepare(const Setup& setup)
+    void prepare(const VNK::RunSetup& setup)
     {
         setup_ = setup;
-        check(algorithm_.setSpeakerArrangement(setup.input, setup.output), "refuses its layout");
-        algorithm_.setPrecision(setup.precision);
-        check(algorithm_.setSampleRate(setup.maxFrames, setup.rate), "refuses a rate");
+        check(runner_.prepare(setup), "refuses its layout or rate");
         reset();
     }
 
@@ -73,7 +64,7 @@ public:
     void checkLatency()
     {
         const auto now = algorithm_.getLatency();
-        check(now <= setup_.rate, "announces an absurd latency");
+        check(now <= setup_.sampleRate, "announces an absurd latency");
         check(now == latency_ || announced_, "changes its latency without a word");
         latency_ = now;
         announced_ = false;
@@ -150,7 +141,7 @@ public:
     void automate(std::mt19937& random)
     {
         const auto before = algorithm_.getLatency();
-        checkGuarded([&] { setRandom(random, &VNK::IEffectComponent::automate); });
+        checkGuarded([&] { setRandom(random, &VNK::HostedEffect::automate); });
         // Whoever automates looks himself.
         if (algorithm_.getLatency() != before) announced_ = true;
     }
@@ -172,25 +163,15 @@ public:
     {
         const double heard =
             std::max(peakOf(in, setup_.input.channels, frames), peakOf(side, sideChannels, frames));
-        const void *inputs[VNK::kMaxChannels], *sides[VNK::kMaxChannels];
-        void* outputs[VNK::kMaxChannels];
-        VNK::ProcessData data;
-        std::copy_n(in, data.inputChannels = setup_.input.channels, inputs);
-        std::copy_n(out, data.outputChannels = setup_.output.channels, outputs);
-        std::copy_n(side, data.sideChainChannels = sideChannels, sides);
-        data.inputs = inputs;
-        data.outputs = outputs;
-        data.sideChain = sideChannels > 0 ? sides : nullptr;
-        data.frames = frames;
         checkGuarded([&] {
-            algorithm_.setTransport(transport);
-            algorithm_.process(data);
+            runner_.process<T>({in, setup_.input.channels}, {out, setup_.output.channels}, frames,
+                               {side, sideChannels}, &transport);
         });
         if (heard > kAbsurdLevel)
             cleanFrames_ = -frames;
         else
             loudest_ = std::max(loudest_, heard);
-        if (cleanFrames_ >= setup_.rate) {
+        if (cleanFrames_ >= setup_.sampleRate) {
             const double level = peakOf<T>(out, setup_.output.channels, frames);
             gFramesJudged += unsigned(frames);
             check(level <= kAbsurdLevel, "puts out what is no audio");
@@ -216,7 +197,7 @@ private:
         VNK::StringSink preset;
         component_->savePreset(what, preset);
         found(setup_.input.names() + " -> " + setup_.output.names() + " at " +
-              std::to_string(setup_.rate) + " Hz: " + what + "\n" + preset.text());
+              std::to_string(setup_.sampleRate) + " Hz: " + what + "\n" + preset.text());
     }
     template <class F> void checkGuarded(F call) const
     {
@@ -245,8 +226,8 @@ private:
         check(component_->loadState(state.data(), state.size()), "refuses its own state");
     }
 
-    using Set = bool (VNK::IEffectComponent::*)(std::int32_t, float) noexcept;
-    void setRandom(std::mt19937& random, Set set = &VNK::IEffectComponent::setValue)
+    using Set = bool (VNK::HostedEffect::*)(std::int32_t, float) const noexcept;
+    void setRandom(std::mt19937& random, Set set = &VNK::HostedEffect::setValue)
     {
         const auto i = static_cast<int>(random() % unsigned(component_->countParameters()));
         const auto p = parameter(i);
@@ -269,7 +250,7 @@ private:
         component_->getInteger("sideChainActive", n);
         check(component_->getInteger("channelcount", n) && n == setup_.output.channels,
               "has the attributes of another layout");
-        check(algorithm_.getLatency() <= setup_.rate, "announces an absurd latency");
+        check(algorithm_.getLatency() <= setup_.sampleRate, "announces an absurd latency");
         algorithm_.getTailLength();
         for (int i = 0; i < component_->countMeters(); ++i)
             check(!std::isinf(component_->readMeter(i)), "has an infinite meter");
@@ -312,9 +293,10 @@ private:
         return peak;
     }
 
-    VNK::Ref<VNK::IEffectComponent> component_;
+    VNK::HostedEffect component_;
     VNK::IEffectAlgorithm& algorithm_;
-    Setup setup_;
+    VNK::EffectRunner runner_{algorithm_};
+    VNK::RunSetup setup_;
     bool wetOnly_ = false;
     std::string remembered_;  // a state of before
     std::uint32_t latency_ = 0;

@@ -13,7 +13,8 @@
 #include "module/class_registry.h"
 #include "tests/support/audio_thread_guard.h"
 #include "tests/support/signals.h"
-#include "vnk/effect.h"
+#include "vnk/effect_runner.h"
+#include "vnk/hosted_effect.h"
 
 namespace quillworks::test {
 
@@ -36,12 +37,12 @@ public:
     explicit EffectUnderTest(const std::string& name, double sampleRate = 48000, int channels = 0)
         : rate_(sampleRate), channels_(channels)
     {
-        const auto object = VNK::Ref<VNK::IObject>::adopt(createEffect(name));
-        component_ = VNK::queryInterface<VNK::IEffectComponent>(object.get());
+        component_ = VNK::HostedEffect::adopt(createEffect(name));
         if (!component_) throw std::runtime_error("no effect " + name);
+        runner_ = VNK::EffectRunner(algorithm());
     }
 
-    VNK::IEffectComponent& component() { return *component_; }
+    const VNK::HostedEffect& component() { return *component_; }
     VNK::IEffectAlgorithm& algorithm() { return *component_->algorithm(); }
 
     int indexOf(const std::string& key)
@@ -83,8 +84,14 @@ public:
     EffectUnderTest& sampleRate(double rate) { return rate_ = rate, *this; }
     EffectUnderTest& layout(const VNK::SpeakerArrangement& arrangement)
     {
-        layout_ = arrangement;
-        channels_ = arrangement.channels;
+        return layouts(arrangement, arrangement);
+    }
+    EffectUnderTest& layouts(const VNK::SpeakerArrangement& input,
+                             const VNK::SpeakerArrangement& output)
+    {
+        input_ = input;
+        output_ = output;
+        channels_ = input.channels;
         return *this;
     }
     EffectUnderTest& tempo(double beatsPerMinute) { return tempo_ = beatsPerMinute, *this; }
@@ -100,14 +107,11 @@ public:
     {
         if (channels == 0) channels = channels_ ? channels_ : 1;
         channels_ = channels;
-        const auto arrangement = layout_.channels == channels
-                                     ? layout_
-                                     : VNK::SpeakerArrangement::withChannels(channels);
-        EXPECT_TRUE(algorithm().setSpeakerArrangement(arrangement, arrangement));
-        algorithm().setPrecision(std::is_same_v<T, float> ? VNK::Precision::Float
-                                                          : VNK::Precision::Double);
-        EXPECT_TRUE(algorithm().setSampleRate(maxFrames, rate_));
-        algorithm().reset();
+        if (input_.channels != channels)
+            input_ = output_ = VNK::SpeakerArrangement::withChannels(channels);
+        const auto precision =
+            std::is_same_v<T, float> ? VNK::Precision::Float : VNK::Precision::Double;
+        EXPECT_TRUE(runner_.prepare({input_, output_, precision, rate_, maxFrames}));
         prepared_ = true;
         played_ = 0;
         return *this;
@@ -121,7 +125,8 @@ public:
         waitUntilReady(*component_);
         // Frames that an effect leaves unwritten are found by what looks at the result.
         constexpr T unwritten = std::numeric_limits<T>::quiet_NaN();
-        Channels<T> out(in.size(), Signal<T>(in.front().size(), unwritten));
+        Channels<T> out(static_cast<std::size_t>(output_.channels),
+                        Signal<T>(in.front().size(), unwritten));
         const auto frames = static_cast<int>(in.front().size());
         for (int at = 0; at < frames; at += block)
             processBlock(in, out, at, std::min(block, frames - at));
@@ -147,39 +152,23 @@ public:
     /// Frames at .. at + n of `in` to `out`, which may be `in`.
     void processBlock(const Channels<T>& in, Channels<T>& out, int at, int n)
     {
-        const void* inputs[VNK::kMaxChannels];
-        void* outputs[VNK::kMaxChannels];
-        const void* side[VNK::kMaxChannels];
-        for (std::size_t c = 0; c < in.size(); ++c) {
-            inputs[c] = in[c].data() + at;
-            outputs[c] = out[c].data() + at;
-        }
-        VNK::ProcessData data;
-        data.inputs = inputs;
-        data.outputs = outputs;
-        data.inputChannels = data.outputChannels = static_cast<std::int32_t>(in.size());
-        if (!side_.empty()) {
-            for (std::size_t c = 0; c < side_.size(); ++c) {
-                side_[c].resize(std::max(side_[c].size(), played_ + static_cast<std::size_t>(n)));
-                side[c] = side_[c].data() + played_;
-            }
-            data.sideChain = side;
-            data.sideChainChannels = static_cast<std::int32_t>(side_.size());
-        }
-        data.frames = n;
+        for (auto& side : side_)
+            side.resize(std::max(side.size(), played_ + static_cast<std::size_t>(n)));
         {
             const AudioThreadGuard guard;
             algorithm().setTempo(tempo_);
-            algorithm().process(data);
+            runner_.process<T>({in, int(in.size()), at}, {out, int(out.size()), at}, n,
+                               {side_, int(side_.size()), static_cast<std::int64_t>(played_)});
         }
         played_ += static_cast<std::size_t>(n);
     }
 
 private:
-    VNK::Ref<VNK::IEffectComponent> component_;
+    VNK::HostedEffect component_;
+    VNK::EffectRunner runner_;
     double rate_;
     int channels_;
-    VNK::SpeakerArrangement layout_;
+    VNK::SpeakerArrangement input_, output_;
     double tempo_ = 120;
     Channels<T> side_;
     std::size_t played_ = 0;

@@ -83,7 +83,7 @@ TEST(Removal, AListenerIsCalledByNobodyOnceItIsTakenAway)
 TEST(Removal, AListenerMayTakeItselfAwayWithinACall)
 {
     struct Ear final : VNK::IEffectListener {
-        explicit Ear(VNK::IEffectComponent& c) : component(c) {}
+        explicit Ear(const VNK::HostedEffect& c) : component(c) {}
         void message(const char*) noexcept override
         {
             ++calls;
@@ -92,7 +92,7 @@ TEST(Removal, AListenerMayTakeItselfAwayWithinACall)
         void parameterChanged(std::int32_t) noexcept override {}
         void editBegun(std::int32_t) noexcept override {}
         void editEnded(std::int32_t) noexcept override {}
-        VNK::IEffectComponent& component;
+        const VNK::HostedEffect& component;
         int calls = 0;
     };
     EffectUnderTest<float> fx("Compressor");

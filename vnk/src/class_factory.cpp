@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: ISC
 #include "vnk/class_factory.h"
 
+#include <algorithm>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -43,16 +45,19 @@ public:
     }
     void setModuleId(const char* id) noexcept override { moduleId_ = id ? id : ""; }
     bool registerClass(const ClassDescription& description, CreateFunction create,
-                       std::span<const ClassAttribute> attributes) noexcept override
+                       const ClassAttribute* attributes,
+                       std::int32_t attributeCount) noexcept override
     {
+        const auto count = static_cast<std::size_t>(attributes ? std::max(0, attributeCount) : 0);
         const auto& d = description;
         if (!create || !d.category || !d.name || !d.subCategory || !d.description) return false;
-        for (const auto& attribute : attributes)
+        const std::span all(attributes, count);
+        for (const auto& attribute : all)
             if (!attribute.key) return false;
         for (const auto& c : classes_)
             if (c.description->classId == d.classId) return false;
         try {
-            classes_.push_back({&description, create, attributes});
+            classes_.push_back({&description, create, all});
             return true;
         } catch (...) {
             return false;

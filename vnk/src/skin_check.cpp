@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "one_line.h"
-#include "vnk/effect.h"
+#include "vnk/hosted_effect.h"
 #include "vnk/skin.h"
 
 namespace VNK {
@@ -41,7 +41,7 @@ std::string tagText(Tag tag)
 
 class EffectCheck {
 public:
-    EffectCheck(const SkinEffect& effect, IEffectComponent& component, std::string& reason)
+    EffectCheck(const SkinEffect& effect, const HostedEffect& component, std::string& reason)
         : effect_(effect), component_(component), reason_(reason)
     {}
 
@@ -178,7 +178,7 @@ private:
     }
 
     const SkinEffect& effect_;
-    IEffectComponent& component_;
+    const HostedEffect& component_;
     std::string& reason_;
 };
 
@@ -200,8 +200,7 @@ bool checkSkin(const Skin& skin, IClassFactory& factory, std::string& reason)
             reason = oneLine("the effect \"" + effect.className + "\" is unknown or stands twice");
             return false;
         }
-        const auto object = Ref<IObject>::adopt(factory.createInstance(description->classId));
-        const auto component = queryInterface<IEffectComponent>(object.get());
+        const auto component = HostedEffect::create(factory, description->classId);
         if (!component) {
             reason = "the effect \"" + effect.className + "\" cannot be created";
             return false;

@@ -39,7 +39,7 @@ constexpr ClassOf kKinds[] = {
     {"generator", "lv2:OscillatorPlugin"},  {"amplifier", "lv2:AmplifierPlugin"},
 };
 
-std::string_view classOf(const Plugin& plugin, VNK::IEffectComponent& effect)
+std::string_view classOf(const Plugin& plugin, const VNK::HostedEffect& effect)
 {
     const auto find = [](const auto& table, std::string_view name) -> std::string_view {
         for (const auto& row : table)

@@ -121,7 +121,7 @@ void addChoices(Node& node, float minimum, int choices, auto&& text)
     if (!points.empty()) node.add("lv2:scalePoint", turtle::list(points, " ,\n            "));
 }
 
-void addParameter(Node& node, VNK::IEffectComponent& effect, const Plugin& plugin, int index)
+void addParameter(Node& node, const VNK::HostedEffect& effect, const Plugin& plugin, int index)
 {
     VNK::ParameterInfo p{};
     effect.getParameter(index, p);
@@ -146,7 +146,7 @@ void addParameter(Node& node, VNK::IEffectComponent& effect, const Plugin& plugi
         node.add("pg:group", groupUri(plugin, group));
 }
 
-void addMeter(Node& node, VNK::IEffectComponent& effect, const Plugin& plugin, int index)
+void addMeter(Node& node, const VNK::HostedEffect& effect, const Plugin& plugin, int index)
 {
     VNK::MeterInfo m{};
     effect.getMeter(index, m);
@@ -184,7 +184,7 @@ void addSwitch(Node& node, bool isOnByDefault)
     addRange(node, 0, 1);
 }
 
-std::string nameOf(VNK::IEffectComponent& effect, const Plugin& plugin, const Port& port)
+std::string nameOf(const VNK::HostedEffect& effect, const Plugin& plugin, const Port& port)
 {
     VNK::ParameterInfo p{};
     VNK::MeterInfo m{};
@@ -256,7 +256,7 @@ std::string groupUri(const Plugin& plugin, const std::string& group)
     return turtle::iri(plugin.uri + "#" + group);
 }
 
-std::vector<std::string> describePorts(VNK::IEffectComponent& effect, const Plugin& plugin)
+std::vector<std::string> describePorts(const VNK::HostedEffect& effect, const Plugin& plugin)
 {
     std::vector<std::string> ports;
     std::set<std::string> names;
@@ -314,7 +314,7 @@ std::vector<std::string> describePorts(VNK::IEffectComponent& effect, const Plug
     return ports;
 }
 
-std::string describeGroups(VNK::IEffectComponent& effect, const Plugin& plugin)
+std::string describeGroups(const VNK::HostedEffect& effect, const Plugin& plugin)
 {
     const auto bus = [&](const char* group, const char* name, int channels, const char* direction) {
         return Node()

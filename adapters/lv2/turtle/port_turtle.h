@@ -10,9 +10,9 @@
 namespace quillworks::lv2 {
 
 /// All ports, as objects of lv2:port.
-std::vector<std::string> describePorts(VNK::IEffectComponent& effect, const Plugin& plugin);
+std::vector<std::string> describePorts(const VNK::HostedEffect& effect, const Plugin& plugin);
 /// The groups that the ports are in, a subject each.
-std::string describeGroups(VNK::IEffectComponent& effect, const Plugin& plugin);
+std::string describeGroups(const VNK::HostedEffect& effect, const Plugin& plugin);
 /// URI of a group, in angle brackets.
 std::string groupUri(const Plugin& plugin, const std::string& group);
 

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 
 #include "vnk/object.h"
 #include "vnk/string.h"
@@ -41,7 +40,7 @@ using CreateFunction = IObject* (*)(const ClassDescription& description);
 /// [main thread]
 class IClassFactory : public IObject {
 public:
-    static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D20}");
+    static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D21}");
 
     virtual const ModuleInformation& moduleInformation() const noexcept = 0;
     virtual const char* moduleId() const noexcept = 0;
@@ -61,7 +60,8 @@ public:
     /// Records are kept by reference. False for a class ID that is registered already, for a record
     /// that lacks a text or the create function, for attributes without a key, or without memory.
     virtual bool registerClass(const ClassDescription& description, CreateFunction create,
-                               std::span<const ClassAttribute> attributes = {}) noexcept = 0;
+                               const ClassAttribute* attributes = nullptr,
+                               std::int32_t attributeCount = 0) noexcept = 0;
 
 protected:
     ~IClassFactory() = default;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: ISC
-// The host-facing interface of an effect: a component (main thread) and its algorithm (audio
-// thread).
+// The host-facing interfaces of an effect: a component (main thread) and its algorithm (audio
+// thread). A component offers an interface for each thing that it does; a host asks for those that
+// it needs with queryInterface (vnk/hosted_effect.h asks for all). None of them changes any more,
+// nor do the structures in them: what is new comes as an interface of its own, beside the others.
 //
 // Calling sequence: create the component; setSpeakerArrangement; setPrecision; setSampleRate;
 // reset; then per block, in this order: parameter values, tempo and transport if known, process. A
@@ -10,9 +12,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "vnk/buffer.h"
+#include "vnk/effect_attributes.h"
+#include "vnk/effect_meters.h"
+#include "vnk/effect_parameters.h"
+#include "vnk/effect_state.h"
 #include "vnk/object.h"
-#include "vnk/parameter.h"
 #include "vnk/speaker_arrangement.h"
 
 namespace VNK {
@@ -48,7 +52,7 @@ inline constexpr double kHighestSampleRate = 768000;  // Hz
 
 class IEffectAlgorithm : public IObject {
 public:
-    static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D01}");
+    static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D0B}");
 
     /// [main thread, not processing]
     virtual bool acceptsArrangement(const SpeakerArrangement& input,
@@ -114,106 +118,16 @@ protected:
     ~IEffectListener() = default;
 };
 
-/// The component. Every operation is [main thread] unless it says otherwise. Keys, names, texts,
-/// data and sinks that are null are refused as ones that do not exist.
+/// The component itself. Every operation of it and of its interfaces is [main thread] unless it
+/// says otherwise. Keys, names, texts, data and sinks that are null are refused as ones that do not
+/// exist.
 class IEffectComponent : public IObject {
 public:
-    static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D02}");
+    static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D03}");
 
     /// Belongs to the component, whose last reference goes only while nothing calls the algorithm;
     /// a host that holds the algorithm longer may go on with it alone.
     virtual IEffectAlgorithm* algorithm() noexcept = 0;
-
-    // Parameters, in declaration order.
-    virtual std::int32_t countParameters() const noexcept = 0;
-    virtual bool getParameter(std::int32_t index, ParameterInfo& info) const noexcept = 0;
-    /// Index of a key, or -1.
-    virtual std::int32_t findParameter(const char* key) const noexcept = 0;
-    /// Value in the parameter's own unit; a meter's latest reading. [any thread]
-    virtual float getValue(std::int32_t index) const noexcept = 0;
-    /// Limits the value to the range and, for lists and toggles, to whole steps. Values that are
-    /// not finite, and read-only parameters, are refused. A trigger acts for each value other
-    /// than 0. While a group edit is open the value belongs to that gesture.
-    virtual bool setValue(std::int32_t index, float value) noexcept = 0;
-    /// The same for automation, between two blocks: no gesture, and the listener is not called.
-    /// What else it has moved is told by changeCount, and by the algorithm's latency and tail.
-    /// Refuses parameters marked isNotAutomatable. [audio thread]
-    virtual bool automate(std::int32_t index, float value) noexcept = 0;
-    /// As automate(), for parameters marked isNotAutomatable too: for formats that hand a person's
-    /// settings over between two blocks, by the same way as automation, and tell the host by a mark
-    /// of their own what is not to be automated. [audio thread]
-    virtual bool setBetweenBlocks(std::int32_t index, float value) noexcept = 0;
-    /// Position of the control, 0 .. 1, for a value, and back.
-    virtual float toNormalized(std::int32_t index, float value) const noexcept = 0;
-    virtual float fromNormalized(std::int32_t index, float position) const noexcept = 0;
-    /// Text with unit, cut to `size` - 1 bytes; returns the length of the whole text.
-    virtual std::int32_t valueToText(std::int32_t index, float value, char* text,
-                                     std::int32_t size) const noexcept = 0;
-    /// Reads a number with or without the unit, or one of the list's texts. False if it is neither,
-    /// or out of range.
-    virtual bool textToValue(std::int32_t index, const char* text, float& value) const noexcept = 0;
-    /// Text of a list's step, counted from the minimum; null beyond the end.
-    virtual const char* choiceText(std::int32_t index, std::int32_t step) const noexcept = 0;
-    /// Counts every change of the value, by whomever. [any thread]
-    virtual std::uint32_t changeCount(std::int32_t index) const noexcept = 0;
-
-    // Gestures: a person holds a control. Nested calls count.
-    virtual void beginEdit(Tag tag) noexcept = 0;
-    virtual void endEdit(Tag tag) noexcept = 0;
-    virtual void beginGroupEdit() noexcept = 0;
-    virtual void endGroupEdit() noexcept = 0;
-
-    // Meters: every measured value, the read-only parameters among them. The list depends on the
-    // channel count.
-    virtual std::int32_t countMeters() const noexcept = 0;
-    virtual bool getMeter(std::int32_t index, MeterInfo& info) const noexcept = 0;
-    /// [any thread]
-    virtual float readMeter(std::int32_t index) const noexcept = 0;
-    /// Text of a reading with its unit, "-" for not-a-number; cut and counted as by valueToText.
-    virtual std::int32_t meterToText(std::int32_t index, float value, char* text,
-                                     std::int32_t size) const noexcept = 0;
-    /// Text of a list's step, counted from the minimum; null beyond the end.
-    virtual const char* meterChoice(std::int32_t index, std::int32_t step) const noexcept = 0;
-    /// Somebody begins or ceases to look at the meters; some run only meanwhile. Calls count: the
-    /// effect sees the first beginning and the last end.
-    virtual void setEditorOpen(bool open) noexcept = 0;
-
-    // State. A refused state or preset leaves everything as it was; refusalReason() says why. After
-    // one that was accepted it says what had to be put right in it (values out of range, values
-    // that are not finite), or nothing. The text lives until the next call.
-    virtual bool saveState(IByteSink* sink) const noexcept = 0;
-    bool saveState(IByteSink& sink) const noexcept { return saveState(&sink); }
-    virtual bool loadState(const void* data, std::size_t bytes) noexcept = 0;
-    virtual bool savePreset(const char* name, IByteSink* sink) const noexcept = 0;
-    bool savePreset(const char* name, IByteSink& sink) const noexcept
-    {
-        return savePreset(name, &sink);
-    }
-    virtual bool loadPreset(const void* data, std::size_t bytes) noexcept = 0;
-    virtual const char* refusalReason() const noexcept = 0;
-    /// The program list: the effect's factory presets.
-    virtual std::int32_t countPrograms() const noexcept = 0;
-    virtual const char* programTitle(std::int32_t index) const noexcept = 0;  // null beyond the end
-    virtual bool loadProgram(std::int32_t index) noexcept = 0;
-    /// Name of the current program, "(Unnamed)" without one.
-    virtual const char* programName() const noexcept = 0;
-
-    // Attributes: values by key beside the parameters ("channelcount", "remotepages", ...). The
-    // getters return false where the key is missing or of another type.
-    virtual bool getInteger(const char* key, std::int64_t& value) const noexcept = 0;
-    virtual bool getFloat(const char* key, float& value) const noexcept = 0;
-    virtual const char* getString(const char* key) const noexcept = 0;  // null where missing
-    /// False for keys that the host may only read.
-    virtual bool setInteger(const char* key, std::int64_t value) noexcept = 0;
-
-    /// Names of the nodes of the parameter tree, root first; null beyond the end.
-    virtual const char* treeNode(std::int32_t index) const noexcept = 0;
-    /// Names of the editor views ("Compressor/Editor", ...), null beyond the end.
-    virtual const char* viewName(std::int32_t index) const noexcept = 0;
-    /// The document that lays the parameters onto hardware controllers; false without one.
-    virtual bool remotePages(IByteSink* sink) const noexcept = 0;
-    bool remotePages(IByteSink& sink) const noexcept { return remotePages(&sink); }
-
     /// At most one listener; null removes it. Not owned. Once it returns the former one is called
     /// no more, on whatever thread, and may be freed: it waits for a call that the audio thread is
     /// just making. May be called from within a call.

@@ -97,6 +97,21 @@ private:
     std::atomic<std::uint32_t> count_{1};
 };
 
+/// A class of objects with further interfaces, for what only some of its kind offer.
+template <class Base, class... Is> class Extended : public Base, public Is... {
+public:
+    using Base::Base;
+
+    std::uint32_t retain() noexcept override { return Base::retain(); }
+    std::uint32_t release() noexcept override { return Base::release(); }
+    void* queryInterface(const UID& id) noexcept override
+    {
+        void* found = nullptr;
+        ((found = id == Is::iid ? static_cast<Is*>(this) : found), ...);
+        return found ? found : Base::queryInterface(id);
+    }
+};
+
 /// `object` as interface I, sharing ownership; empty where it does not offer it.
 template <class I> Ref<I> queryInterface(IObject* object) noexcept
 {

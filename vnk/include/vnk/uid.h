@@ -2,7 +2,7 @@
 // 16-byte identifiers of classes and interfaces, and their registry form.
 #pragma once
 
-#include <array>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -13,7 +13,7 @@
 namespace VNK {
 
 struct UID {
-    std::array<std::uint8_t, 16> bytes{};
+    std::uint8_t bytes[16] = {};
 
     friend bool operator==(const UID&, const UID&) = default;
     friend auto operator<=>(const UID&, const UID&) = default;
