@@ -126,24 +126,14 @@ bool plays(VNK::IEffectAlgorithm& algorithm, const VNK::SpeakerArrangement& inpu
 {
     constexpr int kFrames = 480;
     constexpr T unwritten = std::numeric_limits<T>::quiet_NaN();
-    algorithm.setPrecision(std::is_same_v<T, float> ? VNK::Precision::Float
-                                                    : VNK::Precision::Double);
-    if (!algorithm.setSampleRate(256, kRate)) return false;
-    algorithm.reset();
-    const void* inputs[VNK::kMaxChannels];
-    void* outputs[VNK::kMaxChannels];
+    VNK::EffectRunner runner(algorithm);
+    const auto precision =
+        std::is_same_v<T, float> ? VNK::Precision::Float : VNK::Precision::Double;
+    if (!runner.prepare({input, output, precision, kRate, 256})) return false;
     Channels<T> x, y(std::size_t(output.channels), Signal<T>(kFrames, unwritten));
     for (int c = 0; c < input.channels; ++c) x.push_back(noise<T>(kFrames, std::uint32_t(c)));
-    for (std::size_t c = 0; c < x.size(); ++c) inputs[c] = x[c].data();
-    for (std::size_t c = 0; c < y.size(); ++c) outputs[c] = y[c].data();
-    VNK::ProcessData data;
-    data.inputs = inputs;
-    data.inputChannels = input.channels;
-    data.outputs = outputs;
-    data.outputChannels = output.channels;
-    data.frames = kFrames;
     const AudioThreadGuard guard;
-    algorithm.process(data);
+    runner.process<T>({x, input.channels}, {y, output.channels}, kFrames);
     return std::all_of(y.begin(), y.end(), [](const auto& s) { return isFinite(s); });
 }
 
