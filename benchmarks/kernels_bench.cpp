@@ -4,12 +4,13 @@
 // 4096 bytes from a recent store delays a load, which moves a time by a tenth or two as arrays and
 // stack happen to lie; so each candidate is timed at many placements, and its best counts.
 //
-//     kernels_bench [substring of an operation's name]
+//     kernels_bench [substring of an operation's name [COUNT...]]
 #include <alloca.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -28,6 +29,7 @@
 namespace {
 
 namespace vec = quillworks::vec;
+namespace lib = DSP::VectorLib;
 
 constexpr int kRepeats = 128;
 constexpr std::size_t kStackShifts = 32;       // spread over a page
@@ -85,7 +87,6 @@ template <class T> struct Arrays {
         d = memory.data() + (64 / sizeof(T) - misaligned) % (64 / sizeof(T));
         a = d + stride;
         b = a + stride;
-        std::fill(a, a + n, T(0.5));
     }
     std::vector<T> memory;
     T *d, *a, *b;
@@ -102,50 +103,27 @@ template <class T> std::vector<Row> rows(Arrays<T>& arrays, int n)
                      batch(plain),
                      {}});
     };
+    // Ones neither vanish nor overflow, however often an operation is applied.
+#define TYPED(front, operation, operands, sources, constants, result, law)                         \
+    add(                                                                                           \
+        #front,                                                                                    \
+        [=] {                                                                                      \
+            lib::reference::callWithOperands<sources, constants>(                                  \
+                [](auto... x) { return vec::front(x...); }, d, a, b, one, one, one, n);            \
+        },                                                                                         \
+        [=] {                                                                                      \
+            plain::loop<lib::reference::front##Law, lib::Result::result>(d, a, b, one, one, one,   \
+                                                                         n);                       \
+        });
+#define MIXED(...)
+    VECTORLIB_OPERATIONS(TYPED, MIXED)
+#undef TYPED
+#undef MIXED
     // clang-format off
-    add("set", [=] { vec::set(d, one, n); }, [=] { plain::set(d, one, n); });
-    add("clear", [=] { vec::clear(d, n); }, [=] { plain::clear(d, n); });
-    add("copy", [=] { vec::copy(d, a, n); }, [=] { plain::copy(d, a, n); });
-    add("negateCopy", [=] { vec::negateCopy(d, a, n); }, [=] { plain::negateCopy(d, a, n); });
-    add("addInplace", [=] { vec::addInplace(d, a, n); }, [=] { plain::addInplace(d, a, n); });
-    add("subInplace", [=] { vec::subInplace(d, a, n); }, [=] { plain::subInplace(d, a, n); });
-    add("mulInplace", [=] { vec::mulInplace(d, b, n); }, [=] { plain::mulInplace(d, b, n); });
-    add("addCopy", [=] { vec::addCopy(d, a, b, n); }, [=] { plain::addCopy(d, a, b, n); });
-    add("subCopy", [=] { vec::subCopy(d, a, b, n); }, [=] { plain::subCopy(d, a, b, n); });
-    add("mulCopy", [=] { vec::mulCopy(d, a, b, n); }, [=] { plain::mulCopy(d, a, b, n); });
-    add("scale", [=] { vec::scale(d, one, n); }, [=] { plain::scale(d, one, n); });
-    add("scaleCopy", [=] { vec::scaleCopy(d, a, half, n); }, [=] { plain::scaleCopy(d, a, half, n); });
-    add("addConst", [=] { vec::addConst(d, half, n); }, [=] { plain::addConst(d, half, n); });
-    add("addScaled", [=] { vec::addScaled(d, a, half, n); }, [=] { plain::addScaled(d, a, half, n); });
-    add("addScaledCopy", [=] { vec::addScaledCopy(d, a, b, half, n); }, [=] { plain::addScaledCopy(d, a, b, half, n); });
-    add("mixScaled", [=] { vec::mixScaled(d, a, b, half, one, n); }, [=] { plain::mixScaled(d, a, b, half, one, n); });
-    add("addScale", [=] { vec::addScale(d, a, b, half, n); }, [=] { plain::addScale(d, a, b, half, n); });
-    add("subScale", [=] { vec::subScale(d, a, b, half, n); }, [=] { plain::subScale(d, a, b, half, n); });
-    add("complement", [=] { vec::complement(d, one, n); }, [=] { plain::complement(d, one, n); });
-    add("ramp", [=] { vec::ramp(d, half, one, n); }, [=] { plain::ramp(d, half, one, n); });
-    add("rampGain", [=] { vec::rampGain(d, one, one, n); }, [=] { plain::rampGain(d, one, one, n); });
-    add("rampGainCopy", [=] { vec::rampGainCopy(d, a, half, one, n); }, [=] { plain::rampGainCopy(d, a, half, one, n); });
-    add("addRampGain", [=] { vec::addRampGain(d, a, half, one, n); }, [=] { plain::addRampGain(d, a, half, one, n); });
-    add("offsetRange", [=] { vec::offsetRange(d, half, half, one, n); }, [=] { plain::offsetRange(d, half, half, one, n); });
-    add("offsetRangeCopy", [=] { vec::offsetRangeCopy(d, a, half, half, one, n); }, [=] { plain::offsetRangeCopy(d, a, half, half, one, n); });
-    add("clampMax", [=] { vec::clampMax(d, half, n); }, [=] { plain::clampMax(d, half, n); });
-    add("clampMin", [=] { vec::clampMin(d, one, n); }, [=] { plain::clampMin(d, one, n); });
-    add("max", [=] { vec::max(d, a, n); }, [=] { plain::max(d, a, n); });
-    add("min", [=] { vec::min(d, a, n); }, [=] { plain::min(d, a, n); });
-    add("maxAbsCopy", [=] { vec::maxAbsCopy(d, a, b, n); }, [=] { plain::maxAbsCopy(d, a, b, n); });
-    add("maxAbs", [=] { vec::maxAbs(d, a, n); }, [=] { plain::maxAbs(d, a, n); });
-    add("absMaxCopy", [=] { vec::absMaxCopy(d, a, b, n); }, [=] { plain::absMaxCopy(d, a, b, n); });
-    add("absMax", [=] { vec::absMax(d, a, n); }, [=] { plain::absMax(d, a, n); });
-    add("absCopy", [=] { vec::absCopy(d, a, n); }, [=] { plain::absCopy(d, a, n); });
-    add("abs", [=] { vec::abs(d, n); }, [=] { plain::abs(d, n); });
-    add("peak", [=] { *b = vec::peak(d, n); }, [=] { *b = plain::peak(d, n); });
-    add("rampGainPeak", [=] { *b = vec::rampGainPeak(d, one, one, n); }, [=] { *b = plain::rampGainPeak(d, one, one, n); });
-    add("gainPeak", [=] { *b = vec::gainPeak(d, one, n); }, [=] { *b = plain::gainPeak(d, one, n); });
     add("log2", [=] { vec::log2(d, a, n); }, [=] { plain::log2(d, a, n); });
     add("log10", [=] { vec::log10(d, a, n); }, [=] { plain::log10(d, a, n); });
     add("exp", [=] { vec::exp(d, a, n); }, [=] { plain::exp(d, a, n); });
     add("exp2", [=] { vec::exp2(d, a, n); }, [=] { plain::exp2(d, a, n); });
-    add("exp10", [=] { vec::exp10(d, a, n); }, [=] { plain::exp10(d, a, n); });
     add("tanh", [=] { vec::tanh(d, a, n); }, [=] { plain::tanh(d, a, n); });
     add("sqrt", [=] { vec::sqrt(d, a, n); }, [=] { plain::sqrt(d, a, n); });
     add("gainFromDecibels", [=] { vec::gainFromDecibels(d, a, n); }, [=] { plain::gainFromDecibels(d, a, n); });
@@ -186,23 +164,43 @@ template <class T> std::vector<Row> rows(Arrays<T>& arrays, int n)
 
 std::vector<Row> mixedRows(Arrays<float>& single, Arrays<double>& wide, int n)
 {
+    const auto arrays = [&]<class T>(T) -> auto&
+    {
+        if constexpr (std::is_same_v<T, float>)
+            return single;
+        else
+            return wide;
+    };
+    std::vector<Row> r;
+#define TYPED(...)
+#define MIXED(id, front, name, D, S, C, constants, law)                                            \
+    {                                                                                              \
+        D* const d = arrays(D()).d;                                                                \
+        const S* const s = arrays(S()).d;                                                          \
+        r.push_back({#id,                                                                          \
+                     batch([=] {                                                                   \
+                         lib::reference::callWithOperands<1, constants>(                           \
+                             [](auto... x) { return vec::front(x...); }, d, s, s, C(1), C(1),      \
+                             C(1), n);                                                             \
+                     }),                                                                           \
+                     batch([=] {                                                                   \
+                         plain::loop<lib::reference::id##Law, lib::Result::Stores>(d, s, s, C(1),  \
+                                                                                   C(1), C(1), n); \
+                     }),                                                                           \
+                     {}});                                                                         \
+    }
+    VECTORLIB_OPERATIONS(TYPED, MIXED)
+#undef TYPED
+#undef MIXED
+#ifdef WITH_VOLK
     float* const f = single.d;
     double* const d = wide.d;
-    // clang-format off
-    std::vector<Row> r = {
-        {"convert to double", batch([=] { vec::convert(d, f, n); }), batch([=] { plain::convert(d, f, n); }), {}},
-        {"convert to float", batch([=] { vec::convert(f, d, n); }), batch([=] { plain::convert(f, d, n); }), {}},
-        {"convertScaled to double", batch([=] { vec::convertScaled(d, f, 1, n); }), batch([=] { plain::convertScaled(d, f, 1, n); }), {}},
-        {"convertScaled to float", batch([=] { vec::convertScaled(f, d, 1, n); }), batch([=] { plain::convertScaled(f, d, 1, n); }), {}},
-        {"addScaled double to float", batch([=] { vec::addScaled(f, d, 0.0f, n); }), batch([=] { plain::addScaledMixed(f, d, 0.0f, n); }), {}},
-        {"addScaled float to double", batch([=] { vec::addScaled(d, f, 0.0f, n); }), batch([=] { plain::addScaledMixed(d, f, 0.0f, n); }), {}},
-    };
-#ifdef WITH_VOLK
     const auto u = static_cast<unsigned>(n);
-    r[0].volk = batch([=] { volk_32f_convert_64f(d, f, u); });
-    r[1].volk = batch([=] { volk_64f_convert_32f(f, d, u); });
+    for (auto& row : r) {
+        if (row.name == "convertToDouble") row.volk = batch([=] { volk_32f_convert_64f(d, f, u); });
+        if (row.name == "convertToFloat") row.volk = batch([=] { volk_64f_convert_32f(f, d, u); });
+    }
 #endif
-    // clang-format on
     return r;
 }
 
@@ -210,12 +208,16 @@ std::vector<Row> mixedRows(Arrays<float>& single, Arrays<double>& wide, int n)
 
 int main(int argc, char** argv)
 {
-    const int counts[] = {32, 512, 4096};
+    std::vector<int> counts;
+    for (int i = 2; i < argc; ++i) counts.push_back(std::atoi(argv[i]));
+    if (counts.empty()) counts = {32, 512, 4096};
     std::printf("Nanoseconds per call (ours), and ours divided by plain loop and VOLK: below 1 we "
                 "are faster.\n\n");
-    std::printf("| operation | n = 32 | plain | VOLK | n = 512 | plain | VOLK | n = 4096 | plain | "
-                "VOLK |\n");
-    std::printf("|---|---|---|---|---|---|---|---|---|---|\n");
+    std::printf("| operation |");
+    for (const int n : counts) std::printf(" n = %d | plain | VOLK |", n);
+    std::printf("\n|---|");
+    for (std::size_t i = 0; i < counts.size(); ++i) std::printf("---|---|---|");
+    std::printf("\n");
     // By count and placement.
     std::vector<std::vector<Row>> tables;
     std::deque<Arrays<float>> single;
@@ -234,7 +236,7 @@ int main(int argc, char** argv)
         const auto& name = tables[0][k].name;
         if (argc > 1 && name.find(argv[1]) == std::string::npos) continue;
         std::printf("| %s |", name.c_str());
-        for (std::size_t i = 0; i < std::size(counts); ++i) {
+        for (std::size_t i = 0; i < counts.size(); ++i) {
             double t[] = {1e9, 1e9, 1e9};
             for (std::size_t g = 0; g < std::size(kGaps); ++g)
                 measure(tables[i * std::size(kGaps) + g][k], t);

@@ -20,6 +20,21 @@ if(QUILLWORKS_SANITIZE)
     "HWY_DISABLED_TARGETS=(HWY_SSSE3|HWY_SSE4|HWY_AVX3|HWY_AVX3_DL)")
 endif()
 
+# For a build from nothing: the headers that most files read are read once. Not for development, since
+# it hides a missing #include and keeps ccache from its work.
+option(QUILLWORKS_PRECOMPILED_HEADERS "Precompile the headers that most files include" OFF)
+
+# quillworks_precompile(TARGET PRIVATE HEADERS...), or (TARGET REUSE_FROM OTHER) where the flags of the
+# two are the same: precompiles headers for a target.
+function(quillworks_precompile target)
+  if(QUILLWORKS_PRECOMPILED_HEADERS)
+    target_precompile_headers(${target} ${ARGN})
+  endif()
+endfunction()
+set(QUILLWORKS_STANDARD_HEADERS <algorithm> <array> <atomic> <bit> <cmath> <concepts> <cstdint>
+    <cstring> <functional> <map> <memory> <optional> <span> <string> <string_view> <tuple>
+    <utility> <vector>)
+
 # quillworks_library(NAME [LIBRARIES...]): a static library of the .cpp files in the current folder.
 # New files are found by themselves.
 function(quillworks_library name)
@@ -36,6 +51,7 @@ function(quillworks_effect_families)
     if(sources)
       add_library(${family} STATIC ${sources})
       target_link_libraries(${family} PUBLIC quillworks_options framework)
+      quillworks_precompile(${family} REUSE_FROM dsp)
       list(APPEND families ${family})
     endif()
   endforeach()

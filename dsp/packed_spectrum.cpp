@@ -11,6 +11,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::packed::HWY_NAMESPACE {
+namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
 // A vector holds complex numbers as they lie in memory: real and imaginary parts in turn.
@@ -133,6 +134,7 @@ template <typename T> HWY_INLINE void product(const T* a, const T* b, T* to, std
 QUILLWORKS_KERNELS(float, Float)
 QUILLWORKS_KERNELS(double, Double)
 
+}  // namespace
 }  // namespace quillworks::packed::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

@@ -11,6 +11,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::HWY_NAMESPACE {
+namespace {
 
 /// Inclusive scan in log2(lanes) steps (Hillis and Steele 1986), for up to 8 lanes of type D. Zero
 /// must change nothing: for sums, and for maxima of values >= 0.
@@ -69,6 +70,7 @@ private:
     Table last_;
 };
 
+}  // namespace
 }  // namespace quillworks::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 #endif

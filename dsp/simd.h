@@ -13,6 +13,7 @@
 //
 //     HWY_BEFORE_NAMESPACE();
 //     namespace quillworks::HWY_NAMESPACE {
+//     namespace {                                 // nothing in here may be seen from outside
 //     namespace hn = hwy::HWY_NAMESPACE;
 //
 //     void halve(float* x, int n)  // n a multiple of 16
@@ -22,6 +23,7 @@
 //             hn::StoreU(hn::Mul(hn::LoadU(d, x + i), hn::Set(d, 0.5f)), d, x + i);
 //     }
 //
+//     } // namespace
 //     } // namespace quillworks::HWY_NAMESPACE
 //     HWY_AFTER_NAMESPACE();
 //
@@ -36,6 +38,16 @@
 // Give everything between the two namespace macros to templates and plain functions: a lambda there
 // needs HWY_ATTR after its parameters. A class hands its state to the chosen function by pointer.
 // With several functions, export one that returns a table of pointers, as dsp/vector_math.cpp does.
+//
+// The namespace of an instruction set has the same name in every file, so a function or template of
+// external linkage in it, be it of an -inl.h, would be merged silently with a namesake in another
+// file: all of it lies in the unnamed namespace, and the test "linkage" looks into the objects.
+//
+// Tests of such a file belong to the test program of its folder, which ctest runs once plainly, on
+// the best instruction set of the machine, and once for each poorer one, by QUILLWORKS_SIMD=scalar,
+// sse2 or avx2 in the environment. So they must hold on every set: give tolerances where MulAdd may
+// fuse, and say nothing of which set is in use. A new file in dsp/ or in the folder of a family is
+// found by itself.
 
 // No include guard around this line: it acts anew for every instruction set.
 #include "vectorlib/instruction_sets.h"

@@ -10,6 +10,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::HWY_NAMESPACE {
+namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
 /// A phase h and its reversal share their work: with e = x[-k] + x[k-11] and o = x[-k] - x[k-11],
@@ -49,6 +50,7 @@ float interpolatedPeakKernel(const TruePeakFilter& filter, const float* x, int n
     return hn::GetLane(hn::MaxOfLanes(d, largest));
 }
 
+}  // namespace
 }  // namespace quillworks::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

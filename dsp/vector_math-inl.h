@@ -17,6 +17,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::vec::HWY_NAMESPACE {
+namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -209,6 +210,7 @@ template <class D, class V> HWY_INLINE V gainFromDecibels(D d, V x)
     return exponential(d, x, 20 * kLog10Of2);
 }
 
+}  // namespace
 }  // namespace quillworks::vec::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 #endif

@@ -10,6 +10,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::vec::HWY_NAMESPACE {
+namespace {
 
 struct Log2 {
     template <class D, class V> HWY_INLINE V operator()(D d, V x) const
@@ -37,12 +38,6 @@ struct Exp2 {
     template <class D, class V> HWY_INLINE V operator()(D d, V x) const
     {
         return exponential(d, x, 1);
-    }
-};
-struct Exp10 {
-    template <class D, class V> HWY_INLINE V operator()(D d, V x) const
-    {
-        return exponential(d, x, kLog10Of2);
     }
 };
 struct GainFromDecibels {
@@ -103,7 +98,6 @@ constexpr detail::MathKernels<T> kMath = {
     .log10 = each<T, Log10>,
     .exp = each<T, Exp>,
     .exp2 = each<T, Exp2>,
-    .exp10 = each<T, Exp10>,
     .tanh = each<T, Tanh>,
     .sqrt = each<T, Sqrt>,
     .gainFromDecibels = each<T, GainFromDecibels>,
@@ -119,6 +113,7 @@ const detail::MathKernels<double>* doubleKernels()
     return &kMath<double>;
 }
 
+}  // namespace
 }  // namespace quillworks::vec::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

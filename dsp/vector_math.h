@@ -18,7 +18,7 @@ namespace detail {
 
 template <class T> struct MathKernels {
     using Map = void (*)(T* d, const T* s, int n);
-    Map log2, log10, exp, exp2, exp10, tanh, sqrt, gainFromDecibels;
+    Map log2, log10, exp, exp2, tanh, sqrt, gainFromDecibels;
     void (*decibelsFromPower)(T* d, const T* s, T floor, int n);
 };
 
@@ -61,12 +61,6 @@ template <class T> void exp(T* d, const T* s, int n)
 template <class T> void exp2(T* d, const T* s, int n)
 {
     detail::math<T>().exp2(d, s, n);
-}
-
-/// d = 10^s
-template <class T> void exp10(T* d, const T* s, int n)
-{
-    detail::math<T>().exp10(d, s, n);
 }
 
 /// d = tanh(s)

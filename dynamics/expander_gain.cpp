@@ -7,6 +7,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::HWY_NAMESPACE {
+namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -45,6 +46,7 @@ void followExpander(ExpanderEnvelope& state, double* x, int n)
     state.highest = hn::GetLane(highest);
 }
 
+}  // namespace
 }  // namespace quillworks::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

@@ -7,6 +7,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::HWY_NAMESPACE {
+namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -58,6 +59,7 @@ void followReduction(ReductionEnvelope& state, double* x, const double* delayed,
     state.isLatched = latched;
 }
 
+}  // namespace
 }  // namespace quillworks::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

@@ -10,6 +10,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::HWY_NAMESPACE {
+namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -144,6 +145,7 @@ void runDetector(State& s, const double* key, double* level, int n, bool isAdapt
         followBy<false>(s, key, level, n, speed);
 }
 
+}  // namespace
 }  // namespace quillworks::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

@@ -7,6 +7,7 @@
 
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::HWY_NAMESPACE {
+namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -61,6 +62,7 @@ double heldGainDouble(double* x, const double* s, const double* gain, double hel
     return heldGain(x, s, gain, held, n);
 }
 
+}  // namespace
 }  // namespace quillworks::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 

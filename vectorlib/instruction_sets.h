@@ -22,18 +22,6 @@
 
 namespace DSP::VectorLib {
 
-/// The targets of Highway that `permitted` allows and this processor has; 0 if there are none.
-inline std::int64_t availableTargets(int permitted)
-{
-    std::int64_t allowed = 0;
-    if (permitted & kPermitScalar) allowed |= HWY_SCALAR;
-    if (permitted & kPermitSse2) allowed |= HWY_SSSE3 | HWY_SCALAR;
-    if (permitted & kPermitAvx2) allowed |= HWY_AVX2;
-    if (permitted & kPermitAvx512) allowed |= HWY_AVX3;
-    static const std::int64_t present = hwy::SupportedTargets();  // slow: asks the processor anew
-    return allowed & (present | HWY_SCALAR);
-}
-
 /// The best permitted build of the function whose table HWY_EXPORT made, or null if the processor
 /// has none of the permitted sets. Safe during static initialisation.
 template <class Function, std::size_t size>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// The one loop and tail behind every kernel; compiled once per instruction set.
+// The loop and the tails behind every kernel; compiled once per instruction set.
 #if defined(QUILLWORKS_VECTORLIB_KERNEL_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef QUILLWORKS_VECTORLIB_KERNEL_INL_H
 #undef QUILLWORKS_VECTORLIB_KERNEL_INL_H
@@ -11,51 +11,61 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
+#include "vectorlib/operations.h"
 #include "vectorlib/vector_library.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace DSP::VectorLib::HWY_NAMESPACE {
+namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Elements per turn of the main loop. One for the scalar build, which then needs no tails.
-inline constexpr std::size_t kGroup = HWY_TARGET == HWY_SCALAR ? 1 : 16;
-inline constexpr std::size_t kSlots = 16;
+// Elements per turn of the main loop. One for the scalar build, which then needs no tail.
+constexpr std::size_t kGroup = HWY_TARGET == HWY_SCALAR ? 1 : 16;
+constexpr std::size_t kSlots = 16;
 
 /// Vectors of at most `bytes`.
 template <class T, std::size_t bytes> using Widest = hn::CappedTag<T, bytes / sizeof(T)>;
 
 // Long blocks are bound by their loads and stores, which are faster in 32 bytes; the fewer
 // instructions of 64 show in blocks up to this count, and in conversions always (Zen 4).
-inline constexpr std::size_t kShortBlock = 64;
+constexpr std::size_t kShortBlock = 64;
 
-/// Element types of an operation. Mixed ones compute in the wider type and round once.
-template <class Dest, class Source = Dest, class Constant = Dest> struct Types {
+/// What an operation takes and gives. Mixed types compute in the wider one and round once.
+template <class Dest, class Source, class Constant, std::size_t sourceCount,
+          std::size_t constantCount, Result kind = Result::Stores>
+struct Form {
     using D = Dest;
     using S = Source;
     using C = Constant;
     using Work = std::conditional_t<(sizeof(D) > sizeof(S)), D, S>;
+    static constexpr std::size_t sources = sourceCount, constants = constantCount;
+    static constexpr bool stores = kind != Result::Meters, meters = kind != Result::Stores;
+    static constexpr bool converts = sizeof(D) != sizeof(S);
+    // In place, a wider destination overtakes its source: such a loop runs from the end.
+    static constexpr bool backwards = sizeof(D) > sizeof(S);
 };
 
-/// The arguments of a call as the operands see them.
-template <class Ty> struct Frame {
-    typename Ty::D* d;
-    const typename Ty::S* s[2];
-    typename Ty::Work c[3];
+/// The arguments of a call as the law sees them.
+template <class F> struct Frame {
+    typename F::D* d;
+    const typename F::S* s[2];
+    typename F::Work c[3], step;  // step: of the ramp
 };
 
-// Minimum, maximum and rounding as SSE2 defines them: b wins over a NaN and between zeros, and
+// The functions of the laws, as SSE2 defines them: b wins over a NaN and between zeros, and
 // rounding is to nearest. Highway's portable scalar build has other rules.
 #if HWY_TARGET == HWY_SCALAR
-template <class D, class V> HWY_INLINE V minimum(D, V a, V b)
+template <class V> HWY_INLINE V min(V a, V b)
 {
     return a.raw < b.raw ? a : b;
 }
-template <class D, class V> HWY_INLINE V maximum(D, V a, V b)
+template <class V> HWY_INLINE V max(V a, V b)
 {
     return a.raw > b.raw ? a : b;
 }
@@ -68,11 +78,11 @@ template <class Half, class V> HWY_INLINE V halvesMaximum(Half, V v)
     return v;  // one lane has no halves
 }
 #else
-template <class D, class V> HWY_INLINE V minimum(D, V a, V b)
+template <class V> HWY_INLINE V min(V a, V b)
 {
     return hn::Min(a, b);
 }
-template <class D, class V> HWY_INLINE V maximum(D, V a, V b)
+template <class V> HWY_INLINE V max(V a, V b)
 {
     return hn::Max(a, b);
 }
@@ -85,89 +95,77 @@ template <class Half, class V> HWY_INLINE hn::Vec<Half> halvesMaximum(Half half,
     return hn::Max(hn::LowerHalf(half, v), hn::UpperHalf(half, v));
 }
 #endif
+template <class V> HWY_INLINE V abs(V a)
+{
+    return hn::Abs(a);
+}
+template <class V> HWY_INLINE V negative(V a)  // flips the sign bit, of zero and NaN too
+{
+    return hn::Neg(a);
+}
+template <class V> HWY_INLINE V larger(V a, V b)
+{
+    return hn::IfThenElse(hn::Ge(abs(a), abs(b)), a, b);
+}
+
+/// The operands that a law uses: found by applying it to them.
+struct Uses {
+    bool d = false, s1 = false, s2 = false, ramp = false;
+
+    friend constexpr Uses operator+(Uses a, Uses b)
+    {
+        return {a.d || b.d, a.s1 || b.s1, a.s2 || b.s2, a.ramp || b.ramp};
+    }
+    friend constexpr Uses operator-(Uses a, Uses b) { return a + b; }
+    friend constexpr Uses operator*(Uses a, Uses b) { return a + b; }
+    friend constexpr Uses min(Uses a, Uses b) { return a + b; }
+    friend constexpr Uses max(Uses a, Uses b) { return a + b; }
+    friend constexpr Uses larger(Uses a, Uses b) { return a + b; }
+    friend constexpr Uses abs(Uses a) { return a; }
+    friend constexpr Uses negative(Uses a) { return a; }
+};
+template <class Law>
+constexpr Uses kUses = Law::of(Uses{.d = true}, Uses{.s1 = true}, Uses{.s2 = true}, Uses{}, Uses{},
+                               Uses{}, Uses{.ramp = true}, Uses{});
+
+// By bytes, since the memory may hold elements of the other precision when working in place.
+template <class D, class T> HWY_INLINE hn::Vec<D> loadBytes(D d, const T* p)
+{
+#if HWY_TARGET == HWY_SCALAR
+    T x;
+    std::memcpy(&x, p, sizeof x);
+    return hn::Set(d, x);
+#else
+    return hn::LoadU(d, p);
+#endif
+}
+template <class D, class T> HWY_INLINE void storeBytes(D d, hn::Vec<D> v, T* p)
+{
+#if HWY_TARGET == HWY_SCALAR
+    std::memcpy(p, &v.raw, sizeof v.raw);
+    static_cast<void>(d);
+#else
+    hn::StoreU(v, d, p);
+#endif
+}
 
 template <class D, class T> HWY_INLINE hn::Vec<D> load(D d, const T* p)
 {
     if constexpr (std::is_same_v<T, hn::TFromD<D>>)
-        return hn::LoadU(d, p);
+        return loadBytes(d, p);
     else
-        return hn::PromoteTo(d, hn::LoadU(hn::Rebind<T, D>(), p));
+        return hn::PromoteTo(d, loadBytes(hn::Rebind<T, D>(), p));
 }
 
 template <class D, class T> HWY_INLINE void store(D d, hn::Vec<D> v, T* p)
 {
     if constexpr (std::is_same_v<T, hn::TFromD<D>>) {
-        hn::StoreU(v, d, p);
+        storeBytes(d, v, p);
     } else {
         const hn::Rebind<T, D> narrow;
-        hn::StoreU(rounded(narrow, v), narrow, p);
+        storeBytes(narrow, rounded(narrow, v), p);
     }
 }
-
-// Operands. `at` is an element index; `left` holds count - 1 - index per lane, for ramps.
-
-struct Dest {
-    template <class D, class F>
-    static HWY_INLINE hn::Vec<D> get(D d, const F& f, std::size_t at, hn::Vec<D>)
-    {
-        return load(d, f.d + at);
-    }
-};
-
-template <int index> struct Source {
-    template <class D, class F>
-    static HWY_INLINE hn::Vec<D> get(D d, const F& f, std::size_t at, hn::Vec<D>)
-    {
-        return load(d, f.s[index] + at);
-    }
-};
-using S1 = Source<0>;
-using S2 = Source<1>;
-
-template <int index> struct Constant {
-    template <class D, class F>
-    static HWY_INLINE hn::Vec<D> get(D d, const F& f, std::size_t, hn::Vec<D>)
-    {
-        return hn::Set(d, f.c[index]);
-    }
-};
-using C1 = Constant<0>;
-using C2 = Constant<1>;
-using C3 = Constant<2>;
-
-/// Linear ramp whose last element is c2 exactly: c2 - (c2 - c1)/n (n - 1 - i). c[0] holds the step.
-struct Ramp {
-    template <class D, class F>
-    static HWY_INLINE hn::Vec<D> get(D d, const F& f, std::size_t, hn::Vec<D> left)
-    {
-        return hn::Sub(hn::Set(d, f.c[1]), hn::Mul(hn::Set(d, f.c[0]), left));
-    }
-};
-
-template <class Operand> struct Magnitude {
-    template <class D, class F>
-    static HWY_INLINE hn::Vec<D> get(D d, const F& f, std::size_t at, hn::Vec<D> left)
-    {
-        return hn::Abs(Operand::get(d, f, at, left));
-    }
-};
-
-// What the operands of an operation ask of the call.
-template <class Operand> struct Needs {
-    static constexpr std::size_t sources = 0, constants = 0;
-};
-template <int index> struct Needs<Source<index>> {
-    static constexpr std::size_t sources = index + 1, constants = 0;
-};
-template <int index> struct Needs<Constant<index>> {
-    static constexpr std::size_t sources = 0, constants = index + 1;
-};
-template <> struct Needs<Ramp> {
-    static constexpr std::size_t sources = 0, constants = 2;
-};
-template <class Operand> struct Needs<Magnitude<Operand>> : Needs<Operand> {};
-
-enum class Result { Store, StoreAndPeak, Peak };
 
 /// The element count less one and the lane number, counted down: the ramp's clock. In 32-bit
 /// integers for float, so that counts above 2^24 still convert as the scalar formula does.
@@ -195,184 +193,225 @@ template <class D> struct Countdown {
     }
 };
 
-/// The operation Op over Operands in vectors of up to `bytes`: groups of 16 elements, then a tail
-/// split by the bits of its length. Nothing but `run` and `finish` knows that length, which keeps
+/// The elements of an operation. Nothing but `tail` knows the remainder of the count, which keeps
 /// compile times down.
-template <class Op, class Ty, Result result, std::size_t bytes, class... Operands> struct Loop {
-    using Work = typename Ty::Work;
-    static constexpr bool ramps = (std::is_same_v<Operands, Ramp> || ...);
-    using D = Widest<Work, bytes>;
-    static constexpr std::size_t kLanes = hn::MaxLanes(D());
-    static constexpr std::size_t kVectors = kGroup / kLanes;
+template <class Law, class F> struct Elements {
+    using Work = typename F::Work;
+    static constexpr Uses kUse = kUses<Law>;
 
+    /// One vector of elements; `left` is how many follow each, for ramps.
     template <class Tag>
-    static HWY_INLINE void step(Tag tag, const Frame<Ty>& f, std::size_t at,
-                                [[maybe_unused]] hn::Vec<Tag> left, hn::Vec<Tag>& peak)
+    static HWY_INLINE void step(Tag tag, const Frame<F>& f, std::size_t at, hn::Vec<Tag> left,
+                                [[maybe_unused]] hn::Vec<Tag>& peak)
     {
-        const auto v = Op::run(tag, Operands::get(tag, f, at, left)...);
-        if constexpr (result != Result::Peak) store(tag, v, f.d + at);
-        if constexpr (result != Result::Store)
-            peak = maximum(tag, hn::Abs(v), peak);  // a NaN loses
+        const auto zero = hn::Zero(tag);
+        auto d = zero, s1 = zero, s2 = zero, c1 = zero, c2 = zero, c3 = zero, g = zero;
+        if constexpr (kUse.d) d = load(tag, f.d + at);
+        if constexpr (kUse.s1) s1 = load(tag, f.s[0] + at);
+        if constexpr (kUse.s2) s2 = load(tag, f.s[1] + at);
+        if constexpr (F::constants > 0) c1 = hn::Set(tag, f.c[0]);
+        if constexpr (F::constants > 1) c2 = hn::Set(tag, f.c[1]);
+        if constexpr (F::constants > 2) c3 = hn::Set(tag, f.c[2]);
+        if constexpr (kUse.ramp) g = hn::Sub(c2, hn::Mul(hn::Set(tag, f.step), left));
+        const auto v = Law::of(d, s1, s2, c1, c2, c3, g, zero);
+        if constexpr (F::stores) store(tag, v, f.d + at);
+        if constexpr (F::meters) peak = max(abs(v), peak);  // a NaN loses
     }
 
-    template <std::size_t... v>
-    static HWY_INLINE void group(const Frame<Ty>& f, std::size_t at, const Countdown<D>& clock,
-                                 hn::Vec<D> (&peaks)[kVectors], std::index_sequence<v...>)
+    /// How many elements follow each of a vector's, `elements` behind the clock's.
+    template <class Tag>
+    static HWY_INLINE hn::Vec<Tag> left(const Countdown<Tag>& clock, std::size_t elements)
     {
-        (step(D(), f, at + v * kLanes, leftAt(clock, v), peaks[v]), ...);
-    }
-    static HWY_INLINE hn::Vec<D> leftAt(const Countdown<D>& clock, std::size_t vector)
-    {
-        if constexpr (ramps)
-            return clock.minus(vector * kLanes).left();
+        if constexpr (kUse.ramp)
+            return clock.minus(elements).left();
         else
-            return hn::Zero(D());
+            return hn::Zero(Tag());
     }
 
-    /// The last `rest` elements, fewer than 2 * bit. The vectors get narrower with the bits, and
-    /// the peak, lane by lane, with them. Returns the peak of all lanes.
+    template <class D, std::size_t vectors, std::size_t... v>
+    static HWY_INLINE void group(const Frame<F>& f, std::size_t at, const Countdown<D>& clock,
+                                 hn::Vec<D> (&peaks)[vectors], std::index_sequence<v...>)
+    {
+        constexpr std::size_t lanes = hn::MaxLanes(D()), turn = F::backwards ? vectors - 1 : 0;
+        (step(D(), f, at + (turn ^ v) * lanes, left(clock, (turn ^ v) * lanes), peaks[v]), ...);
+    }
+
+    /// `whole` elements in groups, in vectors of up to `bytes`, and `rest` elements behind them.
+    /// Returns their peak.
+    template <std::size_t bytes, std::size_t rest>
+    static HWY_INLINE Work groups(const Frame<F>& f, std::size_t whole, std::size_t count)
+    {
+        using D = Widest<Work, bytes>;
+        constexpr std::size_t vectors = kGroup / hn::MaxLanes(D());
+        hn::Vec<D> peaks[vectors];
+        for (auto& peak : peaks) peak = hn::Zero(D());
+        const auto all = std::make_index_sequence<vectors>();
+        if constexpr (F::backwards) {
+            for (std::size_t at = whole; at > 0; at -= kGroup)
+                group(f, at - kGroup, Countdown<D>(), peaks, all);
+            return {};
+        } else {
+            auto clock = Countdown<D>::from(count);
+            for (std::size_t at = 0; at < whole; at += kGroup) {
+                group(f, at, clock, peaks, all);
+                if constexpr (kUse.ramp) clock = clock.minus(kGroup);
+            }
+            if constexpr (F::meters)
+                for (std::size_t v = 1; v < vectors; ++v) peaks[0] = max(peaks[v], peaks[0]);
+            return finish<kGroup / 2, rest>(D(), f, whole, peaks[0]);
+        }
+    }
+
+    /// The last `rest` elements, fewer than 2 * bit, from `at` on. The vectors get narrower with
+    /// the bits, and the peak, lane by lane, with them. Returns the peak of all lanes.
     template <std::size_t bit, std::size_t rest, class Tag>
-    static HWY_INLINE Work finish(Tag tag, const Frame<Ty>& f, std::size_t at, hn::Vec<Tag> peak)
+    static HWY_INLINE Work finish(Tag tag, const Frame<F>& f, std::size_t at, hn::Vec<Tag> peak)
     {
         constexpr std::size_t lanes = hn::MaxLanes(Tag());
-        if constexpr (bit == 0 || (rest == 0 && result == Result::Store)) {
-            return result == Result::Store ? Work{} : hn::GetLane(peak);
+        if constexpr (bit == 0 || (rest == 0 && !F::meters)) {
+            return F::meters ? hn::GetLane(peak) : Work{};
         } else if constexpr (lanes > bit) {
             const hn::Half<Tag> half;
-            if constexpr (result == Result::Store)
-                return finish<bit, rest>(half, f, at, hn::Zero(half));
-            else
+            if constexpr (F::meters)
                 return finish<bit, rest>(half, f, at, halvesMaximum(half, peak));
+            else
+                return finish<bit, rest>(half, f, at, hn::Zero(half));
+        } else if constexpr (F::backwards) {
+            constexpr std::size_t here = rest & bit;
+            finish<bit / 2, rest % bit>(tag, f, at + here, peak);
+            for (std::size_t i = here; i > 0; i -= lanes)
+                step(tag, f, at + i - lanes, hn::Zero(tag), peak);
+            return {};
         } else {
-            if constexpr ((rest & bit) != 0) {
-                for (std::size_t i = 0; i < bit; i += lanes)
-                    step(tag, f, at + i, Countdown<Tag>::from(rest - i).left(), peak);
-                at += bit;
-            }
-            return finish<bit / 2, rest % bit>(tag, f, at, peak);
+            constexpr std::size_t here = rest & bit;
+            for (std::size_t i = 0; i < here; i += lanes)
+                step(tag, f, at + i, left(Countdown<Tag>::from(rest), i), peak);
+            return finish<bit / 2, rest % bit>(tag, f, at + here, peak);
         }
     }
 
-    template <std::size_t tail> static HWY_INLINE Work run(const Frame<Ty>& f, std::size_t count)
+    /// The last `rest` elements of `count`. Returns their peak.
+    template <std::size_t rest> static HWY_INLINE Work tail(const Frame<F>& f, std::size_t count)
     {
-        hn::Vec<D> peaks[kVectors];
-        for (auto& peak : peaks) peak = hn::Zero(D());
-        const std::size_t whole = count - tail;
-        if (tail == 0 && whole == 0) __builtin_unreachable();  // counts begin at 1
-        auto clock = Countdown<D>::from(count);
-        for (std::size_t at = 0; at < whole; at += kGroup) {
-            group(f, at, clock, peaks, std::make_index_sequence<kVectors>());
-            if constexpr (ramps) clock = clock.minus(kGroup);
-        }
-        if constexpr (result != Result::Store)
-            for (std::size_t v = 1; v < kVectors; ++v) peaks[0] = maximum(D(), peaks[v], peaks[0]);
-        return finish<kGroup / 2, tail>(D(), f, whole, peaks[0]);
+        const Widest<Work, 32> tag;
+        return finish<kGroup / 2, rest>(tag, f, count - rest, hn::Zero(tag));
     }
 };
 
 template <class T, std::size_t> using Repeat = T;
 
-/// The C function of one slot: as many pointers as the operands ask for.
-template <class Op, class Ty, Result result, std::size_t tail, class Sources, class Constants,
-          class Outputs, class... Operands>
-struct Kernel;
+/// The C functions of an operation: as many pointers as the form has sources, constants and
+/// results.
+template <class Law, class F, class Sources, class Constants, class Outputs> struct Kernels;
 
-template <class Op, class Ty, Result result, std::size_t tail, std::size_t... s, std::size_t... c,
-          std::size_t... o, class... Operands>
-struct Kernel<Op, Ty, result, tail, std::index_sequence<s...>, std::index_sequence<c...>,
-              std::index_sequence<o...>, Operands...> {
-    static void run(typename Ty::D* d, Repeat<const typename Ty::S*, s>... sources,
-                    Repeat<const typename Ty::C*, c>... constants,
-                    Repeat<typename Ty::D*, o>... output, std::int32_t count)
+template <class Law, class F, std::size_t... s, std::size_t... c, std::size_t... o>
+struct Kernels<Law, F, std::index_sequence<s...>, std::index_sequence<c...>,
+               std::index_sequence<o...>> {
+    using D = typename F::D;
+    using S = typename F::S;
+    using C = typename F::C;
+    using Work = typename F::Work;
+    using All = Elements<Law, F>;
+
+    static HWY_INLINE Frame<F> frame(D* d, Repeat<const S*, s>... sources,
+                                     Repeat<const C*, c>... constants, Work step)
     {
-        using Long = Loop<Op, Ty, result, 32, Operands...>;
-        using Short = Loop<Op, Ty, result, 64, Operands...>;
-        constexpr bool converts = sizeof(typename Ty::D) != sizeof(typename Ty::S);
-        constexpr bool same = Long::kLanes == Short::kLanes;
-        const auto n = static_cast<std::size_t>(count);
-        // Each loop loads the constants itself: straight into all lanes.
-        const auto through = [&](auto loop) HWY_ATTR {
-            Frame<Ty> f{d, {sources...}, {static_cast<typename Ty::Work>(*constants)...}};
-            if constexpr (Long::ramps)
-                f.c[0] = (f.c[1] - f.c[0]) / static_cast<typename Ty::Work>(count);
-            return decltype(loop)::template run<tail>(f, n);
-        };
-        [[maybe_unused]] typename Ty::Work peak;
-        if (converts || (!same && n <= kShortBlock))
-            peak = through(Short());
+        return {d, {sources...}, {static_cast<Work>(*constants)...}, step};
+    }
+    static HWY_INLINE Work rampStep(const Work (&constant)[3], std::int32_t count)
+    {
+        if constexpr (All::kUse.ramp)
+            return (constant[1] - constant[0]) / static_cast<Work>(count);
         else
-            peak = through(Long());
+            return {};
+    }
+
+    /// The whole groups of 16, and `rest` elements behind them.
+    template <std::size_t rest>
+    static void groups(D* d, Repeat<const S*, s>... sources, Repeat<const C*, c>... constants,
+                       Repeat<D*, o>... output, std::int32_t count)
+    {
+        constexpr bool same = hn::MaxLanes(Widest<Work, 32>()) == hn::MaxLanes(Widest<Work, 64>());
+        constexpr std::size_t fused = F::meters ? rest : 0;
+        const auto n = static_cast<std::size_t>(count), whole = n - rest;
+        if (rest == 0 && n == 0) __builtin_unreachable();  // counts begin at 1
+        const Work step = rampStep({static_cast<Work>(*constants)...}, count);
+        [[maybe_unused]] Work peak;
+        // Each loop loads the constants itself: straight into all lanes.
+        if (F::converts || (!same && n <= kShortBlock))
+            peak =
+                All::template groups<64, fused>(frame(d, sources..., constants..., step), whole, n);
+        else
+            peak =
+                All::template groups<32, fused>(frame(d, sources..., constants..., step), whole, n);
+        if constexpr (rest != fused)
+            All::template tail<rest>(frame(d, sources..., constants..., step), n);
         ((*output = peak), ...);
+    }
+
+    /// The same with the groups by a call of groups<0>, which all remainders share: half the
+    /// compile time. The remainder comes first, so that the call is a jump, unless the destination
+    /// is narrower than its source and would overtake it.
+    template <std::size_t rest>
+    static void restAndGroups(D* d, Repeat<const S*, s>... sources,
+                              Repeat<const C*, c>... constants, std::int32_t count)
+    {
+        constexpr bool groupsFirst = sizeof(D) < sizeof(S);
+        const auto n = static_cast<std::size_t>(count);
+        const auto whole = static_cast<std::int32_t>(count - static_cast<std::int32_t>(rest));
+        if (groupsFirst && n >= kGroup) groups<0>(d, sources..., constants..., whole);
+        All::template tail<rest>(frame(d, sources..., constants..., {}), n);
+        if (!groupsFirst && n >= kGroup) groups<0>(d, sources..., constants..., whole);
+    }
+
+    template <std::size_t... k> static void fill(RawKernel* slots, std::index_sequence<k...>)
+    {
+        const auto raw = [](auto kernel) { return reinterpret_cast<RawKernel>(kernel); };
+        slots[0] = raw(&groups<0>);
+        if constexpr (kGroup == 1)
+            ((slots[k + 1] = slots[0]), ...);
+        else if constexpr (F::meters || All::kUse.ramp)  // two peaks to join, two divisions to do
+            ((slots[k + 1] = raw(&groups<k + 1>)), ...);
+        else
+            ((slots[k + 1] = raw(&restAndGroups<k + 1>)), ...);
+        std::copy(slots, slots + kSlots, slots + kSlots);
     }
 };
 
-using Fill = void (*)(RawKernel*);
-
-template <class Op, class Ty, Result result, class... Operands, std::size_t... tail>
-void fillSlots(RawKernel* slots, std::index_sequence<tail...>)
+/// Fills the slots of an operation.
+template <class Law, class F> void fill(RawKernel* slots)
 {
-    using Sources =
-        std::make_index_sequence<std::max({std::size_t{0}, Needs<Operands>::sources...})>;
-    using Constants =
-        std::make_index_sequence<std::max({std::size_t{0}, Needs<Operands>::constants...})>;
-    using Outputs = std::make_index_sequence<result == Result::Store ? 0 : 1>;
-    ((slots[tail] = slots[tail + kSlots] = reinterpret_cast<RawKernel>(
-          &Kernel<Op, Ty, result, tail % kGroup, Sources, Constants, Outputs, Operands...>::run)),
-     ...);
+    using K = Kernels<Law, F, std::make_index_sequence<F::sources>,
+                      std::make_index_sequence<F::constants>, std::make_index_sequence<F::meters>>;
+    K::fill(slots, std::make_index_sequence<kSlots - 1>());
 }
 
-template <class Op, class Ty, Result result, class... Operands> void fill(RawKernel* slots)
-{
-    fillSlots<Op, Ty, result, Operands...>(slots, std::make_index_sequence<kSlots>());
-}
-
-/// A row of a table of kernels: `operation` + "_float" or "_double" + `operands` is the name.
-/// Operations with their own spelling of the types have one Fill only, for `operation` alone.
 struct Row {
-    std::string_view operation, operands;
-    Fill single, wide;  // float and double
+    std::string_view name;
+    void (*fill)(RawKernel* slots);
 };
-
-template <class Op, class... Operands>
-constexpr Row row(std::string_view operation, std::string_view operands)
-{
-    return {operation, operands, fill<Op, Types<float>, Result::Store, Operands...>,
-            fill<Op, Types<double>, Result::Store, Operands...>};
-}
-
-template <class Op, Result result, class... Operands>
-constexpr Row meterRow(std::string_view operation, std::string_view operands)
-{
-    return {operation, operands, fill<Op, Types<float>, result, Operands...>,
-            fill<Op, Types<double>, result, Operands...>};
-}
-
-template <class Op, class Ty, class... Operands> constexpr Row mixedRow(std::string_view name)
-{
-    return {name, "", fill<Op, Ty, Result::Store, Operands...>, nullptr};
-}
 
 /// Binds `entry` if its name is among `rows`.
 template <std::size_t count> bool bindAmong(const Row (&rows)[count], VectorOpTableEntryRaw* entry)
 {
-    const std::string_view name = entry->name;
-    for (const Row& r : rows) {
-        if (!name.starts_with(r.operation)) continue;
-        const std::string_view rest = name.substr(r.operation.size());
-        const auto is = [&](std::string_view type) {
-            return rest.starts_with(type) && rest.substr(type.size()) == r.operands;
-        };
-        const Fill fill = r.wide == nullptr ? (rest.empty() ? r.single : nullptr)
-                          : is("_float")    ? r.single
-                          : is("_double")   ? r.wide
-                                            : nullptr;
-        if (fill == nullptr) continue;
-        fill(entry->slots);
+    for (const Row& row : rows) {
+        if (row.name != entry->name) continue;
+        row.fill(entry->slots);
         return true;
     }
     return false;
 }
 
+// The rows of an operation, whose laws are defined.
+#define VECTORLIB_TYPED_ROW(front, operation, operands, sources, constants, result, law)           \
+    {operation "_float" operands,                                                                  \
+     fill<front##Law, Form<float, float, float, sources, constants, Result::result>>},             \
+        {operation "_double" operands,                                                             \
+         fill<front##Law, Form<double, double, double, sources, constants, Result::result>>},
+#define VECTORLIB_MIXED_ROW(id, front, name, D, S, C, constants, law)                              \
+    {name, fill<id##Law, Form<D, S, C, 1, constants>>},
+
+}  // namespace
 }  // namespace DSP::VectorLib::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 #endif

@@ -13,7 +13,8 @@ void vectorLibraryInfo(LibraryInfo* info, int /*permitted*/)
 bool vectorLibraryBindFunction(VectorOpTableEntryRaw* entry, int permitted)
 {
     return bindArithmetic(entry, permitted) || bindGains(entry, permitted) ||
-           bindLimits(entry, permitted);
+           bindMixes(entry, permitted) || bindLimits(entry, permitted) ||
+           bindMeters(entry, permitted);
 }
 
 }  // namespace DSP::VectorLib

@@ -34,6 +34,12 @@ enum Permitted : int {
     kPermitAll = -1,
 };
 
+/// Highway's targets that `permitted` and the environment allow and this processor has; 0 if there
+/// are none. QUILLWORKS_SIMD in the environment, "scalar", "sse2", "avx2" or "avx512", names
+/// the best set allowed: the tests run with each, and a user may find out whether a fault comes
+/// from one. Read once, when the first choice is made. Safe during static initialisation.
+std::int64_t availableTargets(int permitted);
+
 /// Fills `info`. The description does not depend on the instruction sets permitted.
 void vectorLibraryInfo(LibraryInfo* info, int permitted);
 

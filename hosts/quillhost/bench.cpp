@@ -107,12 +107,12 @@ void print(const std::vector<Result>& results, const Options& options)
 std::function<int(Session&)> declare(CLI::App& app)
 {
     auto o = std::make_shared<Options>();
-    app.add_option("SPEC", o->specs, "NAME or NAME:key=value,... (default: every effect)");
+    addOption(app, "SPEC", o->specs, "NAME or NAME:key=value,... (default: every effect)");
     addNumber(app, "--rate", o->rate, double(kLowestRate), double(kHighestRate),
               "sampling rate in Hz (48000)");
     addNumber(app, "--block", o->block, 1, 1 << 20, "block length in frames (512)");
     addChoice(app, "--precision", o->precision, {"32", "64"}, "bits of the processing (32)");
-    app.add_flag("--json", o->json, "as a JSON array");
+    addFlag(app, "--json", o->json, "as a JSON array");
     return [o](Session& session) {
         std::vector<std::pair<Effect, std::string>> effects;
         for (const auto& spec : o->specs)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 #include "command_line.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
 
@@ -46,7 +47,54 @@ void refuseExtras(const CLI::App& app)
         if (word != "--") refuseWord(app, word);
 }
 
+CLI::Option* named(CLI::Option* option, const char* type)
+{
+    return type == nullptr ? option : option->type_name(type);
+}
+
 }  // namespace
+
+CLI::Option* addOption(CLI::App& app, const std::string& name, std::string& target,
+                       const std::string& help, const char* type)
+{
+    return named(app.add_option(name, target, help), type);
+}
+
+CLI::Option* addOption(CLI::App& app, const std::string& name, std::vector<std::string>& target,
+                       const std::string& help, const char* type)
+{
+    return named(app.add_option(name, target, help), type);
+}
+
+CLI::Option* addRepeatable(CLI::App& app, const std::string& name, std::vector<std::string>& target,
+                           const std::string& help, const char* type)
+{
+    return addOption(app, name, target, help, type)->allow_extra_args(false);
+}
+
+CLI::Option* addFlag(CLI::App& app, const std::string& name, bool& target, const std::string& help)
+{
+    return app.add_flag(name, target, help);
+}
+
+CLI::Option* addRead(CLI::App& app, const std::string& name,
+                     std::function<void(const std::string& text)> read, const std::string& help,
+                     const char* type)
+{
+    return named(app.add_option_function<std::string>(name, std::move(read), help), type);
+}
+
+bool isGiven(const CLI::Option* option)
+{
+    return option->count() > 0;
+}
+
+std::vector<const CLI::Option*> optionsGiven(const CLI::App& app)
+{
+    return {app.parse_order().begin(), app.parse_order().end()};
+}
+
+CommandLine::~CommandLine() = default;
 
 void CommandLine::addGlobals(CLI::App& app)
 {
@@ -59,16 +107,17 @@ void CommandLine::addGlobals(CLI::App& app)
 }
 
 CommandLine::CommandLine(std::vector<std::string> words)
-    : app_("Runs audio effects on sound files.", "quillhost")
+    : parser_(std::make_unique<CLI::App>("Runs audio effects on sound files.", "quillhost"))
 {
-    addGlobals(app_);
-    app_.set_version_flag("--version", "quillhost " QUILLHOST_VERSION);
-    app_.footer("quillhost COMMAND --help shows a command's options and examples.\n"
-                "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 interrupted.");
-    app_.failure_message(CLI::FailureMessage::simple);
+    auto& app = *parser_;
+    addGlobals(app);
+    app.set_version_flag("--version", "quillhost " QUILLHOST_VERSION);
+    app.footer("quillhost COMMAND --help shows a command's options and examples.\n"
+               "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 interrupted.");
+    app.failure_message(CLI::FailureMessage::simple);
     std::vector<Entry> entries;
     for (const auto* command : commands()) {
-        auto* sub = app_.add_subcommand(command->name, command->summary);
+        auto* sub = app.add_subcommand(command->name, command->summary);
         // The options of a command that is not named are not asked for.
         if (std::find(words.begin(), words.end(), command->name) == words.end()) continue;
         addGlobals(*sub);
@@ -84,17 +133,17 @@ CommandLine::CommandLine(std::vector<std::string> words)
     }
     std::reverse(words.begin(), words.end());  // the order that the parser takes
     try {
-        app_.parse(words);
+        app.parse(words);
     } catch (const CLI::Success& asked) {  // help or version
-        if (app_.remaining_size() > 0 && app_.get_subcommands().empty()) refuseExtras(app_);
+        if (app.remaining_size() > 0 && app.get_subcommands().empty()) refuseExtras(app);
         std::ostringstream answer;
-        app_.exit(asked, answer, answer);
+        app.exit(asked, answer, answer);
         answer_ = answer.str();
         return;
     } catch (const CLI::ParseError& error) {
         throw UsageError(error.what());
     }
-    refuseExtras(app_);
+    refuseExtras(app);
     for (auto& entry : entries) {
         if (!entry.app->parsed()) continue;
         refuseExtras(*entry.app);

@@ -2,6 +2,7 @@
 // The words of the command line, understood but not yet acted upon.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@ public:
     /// The words after the program's name. UsageError for what is no command or what the command
     /// does not take.
     explicit CommandLine(std::vector<std::string> words);
+    ~CommandLine();
     CommandLine(const CommandLine&) = delete;
     CommandLine& operator=(const CommandLine&) = delete;
 
@@ -29,7 +31,7 @@ public:
 private:
     void addGlobals(CLI::App& app);
 
-    CLI::App app_;  // what commands look up in it is valid as long as this lives
+    std::unique_ptr<CLI::App> parser_;  // commands look options up in it while they run
     std::string module_, answer_;
     bool quiet_ = false;
     const Command* command_ = nullptr;

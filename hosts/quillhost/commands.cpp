@@ -2,6 +2,8 @@
 // THE table: one row per command, in the order the help lists them.
 #include "command.h"
 
+#include <algorithm>
+
 namespace quillhost {
 
 extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench;
@@ -22,17 +24,15 @@ CLI::Option* addChoice(CLI::App& app, const std::string& name, int& target,
 {
     std::string all;
     for (const auto& word : words) all += (all.empty() ? "" : "|") + word;
-    return app
-        .add_option_function<std::string>(
-            name,
-            [=, &target](const std::string& text) {
-                const auto at = std::find(words.begin(), words.end(), text);
-                if (at == words.end())
-                    throw UsageError(name + " does not take " + inQuotes(text) + " (" + all + ")");
-                target = static_cast<int>(at - words.begin());
-            },
-            help)
-        ->type_name(all);
+    return addRead(
+        app, name,
+        [=, &target](const std::string& text) {
+            const auto at = std::find(words.begin(), words.end(), text);
+            if (at == words.end())
+                throw UsageError(name + " does not take " + inQuotes(text) + " (" + all + ")");
+            target = static_cast<int>(at - words.begin());
+        },
+        help, all.c_str());
 }
 
 void requireArgument(const std::string& value, const char* name, const char* command)

@@ -165,10 +165,9 @@ std::function<int(Session&)> declare(CLI::App& app)
         bool json = false;
     };
     auto options = std::make_shared<Options>();
-    app.add_option("EFFECT", options->effect, "display name or class ID");
-    app.add_flag(
-        "--json", options->json,
-        "as a JSON object; latency in samples at 48 kHz, tail in seconds, null if endless");
+    addOption(app, "EFFECT", options->effect, "display name or class ID");
+    addFlag(app, "--json", options->json,
+            "as a JSON object; latency in samples at 48 kHz, tail in seconds, null if endless");
     return [options](Session& session) {
         requireArgument(options->effect, "EFFECT", "info");
         const Effect effect = session.create(options->effect);

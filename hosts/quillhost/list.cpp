@@ -48,7 +48,7 @@ void printJson(const Session& session)
 std::function<int(Session&)> declare(CLI::App& app)
 {
     auto json = std::make_shared<bool>(false);
-    app.add_flag("--json", *json, "as a JSON array");
+    addFlag(app, "--json", *json, "as a JSON array");
     return [json](Session& session) {
         *json ? printJson(session) : printTable(session);
         return kDone;

@@ -125,7 +125,10 @@ std::string shown(float value)
 std::string shown(const std::vector<float>& values)
 {
     std::string all;
-    for (const float v : values) all += (all.empty() ? "" : "/") + shown(v);
+    for (const float v : values) {
+        if (!all.empty()) all += '/';
+        all += shown(v);
+    }
     return all;
 }
 
@@ -167,8 +170,8 @@ int run(const Session& session, const Options& options)
 std::function<int(Session&)> declare(CLI::App& app)
 {
     auto o = std::make_shared<Options>();
-    app.add_option("FILE", o->files, "sound files; - is a WAV from standard input");
-    app.add_flag("--json", o->json, "as a JSON array, figures with nothing to report as null");
+    addOption(app, "FILE", o->files, "sound files; - is a WAV from standard input");
+    addFlag(app, "--json", o->json, "as a JSON array, figures with nothing to report as null");
     addNumber(app, "--jobs", o->jobs, 1, 1024, "files measured side by side (the cores)");
     auto limits = std::make_shared<std::array<double, 2>>();
     auto* target = addNumber(app, "--target", (*limits)[0], -100.0, 20.0,
@@ -179,12 +182,12 @@ std::function<int(Session&)> declare(CLI::App& app)
                            "highest true peak allowed, in dBTP");
     return [=](Session& session) {
         if (o->files.empty()) requireArgument("", "a FILE", "measure");
-        if (tolerance->count() > 0 && target->count() == 0)
+        if (isGiven(tolerance) && !isGiven(target))
             throw UsageError("--tolerance needs --target LUFS");
         if (std::count(o->files.begin(), o->files.end(), "-") > 1)
             throw UsageError("standard input can be measured once only");
-        if (target->count() > 0) o->target = (*limits)[0];
-        if (peak->count() > 0) o->maxTruePeak = (*limits)[1];
+        if (isGiven(target)) o->target = (*limits)[0];
+        if (isGiven(peak)) o->maxTruePeak = (*limits)[1];
         return run(session, *o);
     };
 }

@@ -281,10 +281,10 @@ int plot(const Session& session, const Options& o)
 std::function<int(Session&)> declare(CLI::App& app)
 {
     auto o = std::make_shared<Options>();
-    app.add_option("SPEC", o->spec, "NAME or NAME:key=value,...");
+    addOption(app, "SPEC", o->spec, "NAME or NAME:key=value,...");
     addChoice(app, "--what", o->what, kWhat, "what the picture shows");
-    app.add_option("-o,--output", o->out, "picture")->type_name("FILE.png|.svg");
-    app.add_option("--in", o->in, "sound file whose gain is shown")->type_name("FILE");
+    addOption(app, "-o,--output", o->out, "picture", "FILE.png|.svg");
+    addOption(app, "--in", o->in, "sound file whose gain is shown", "FILE");
     addNumber(app, "--seconds", o->seconds, 0.001, 60.0,
               "length of a step picture (as long as the effect answers)");
     return [o](Session& session) { return plot(session, *o); };

@@ -103,11 +103,10 @@ int show(const Session& session, const Options& options)
 std::function<int(Session&)> declare(CLI::App& app)
 {
     auto o = std::make_shared<Options>();
-    app.add_option("ACTION", o->action, "save SPEC FILE, or show FILE");
-    app.add_option("ARGUMENTS", o->words, "SPEC is NAME:key=value,...; FILE ends in .fxpreset")
-        ->type_name("");
-    app.add_option("--name", o->name, "title to save (the file's name)")->type_name("TEXT");
-    app.add_flag("--json", o->json, "show as a JSON object");
+    addOption(app, "ACTION", o->action, "save SPEC FILE, or show FILE");
+    addOption(app, "ARGUMENTS", o->words, "SPEC is NAME:key=value,...; FILE ends in .fxpreset", "");
+    addOption(app, "--name", o->name, "title to save (the file's name)", "TEXT");
+    addFlag(app, "--json", o->json, "show as a JSON object");
     return [o](Session& session) {
         if (o->action == "save") return save(session, *o);
         if (o->action == "show") return show(session, *o);

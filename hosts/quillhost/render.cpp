@@ -257,41 +257,34 @@ int render(const Session& session, const Options& options)
 std::function<int(Session&)> declare(CLI::App& app)
 {
     auto o = std::make_shared<Options>();
-    app.add_option("IN", o->in, "sound file, - for a WAV from standard input");
-    app.add_option("OUT", o->out, "sound file, kind by its extension; - for standard output");
-    auto* const effect =
-        app.add_option("--fx", o->effects, "effect with settings, NAME:key=value,...; repeatable")
-            ->allow_extra_args(false)
-            ->type_name("SPEC");
-    auto* const preset = app.add_option("--preset", o->presets,
-                                        "preset for the --fx before it, loaded before its values")
-                             ->allow_extra_args(false)
-                             ->type_name("FILE");
+    addOption(app, "IN", o->in, "sound file, - for a WAV from standard input");
+    addOption(app, "OUT", o->out, "sound file, kind by its extension; - for standard output");
+    auto* const effect = addRepeatable(
+        app, "--fx", o->effects, "effect with settings, NAME:key=value,...; repeatable", "SPEC");
+    auto* const preset =
+        addRepeatable(app, "--preset", o->presets,
+                      "preset for the --fx before it, loaded before its values", "FILE");
     addNumber(app, "--block", o->block, 1, kLongestBlock, "longest block in frames (512)");
     addChoice(app, "--precision", o->precision, {"32", "64"}, "bits of the processing (32)");
     addNumber(app, "--tempo", o->tempo, 10.0, 400.0, "quarter notes per minute (120)");
     addNumber(app, "--position", o->position, -1e6, 1e6,
               "song position of frame 0, in quarters (0)");
-    app.add_flag("--stopped", o->stopped, "the song stands still: no position is reported");
+    addFlag(app, "--stopped", o->stopped, "the song stands still: no position is reported");
     addChoice(app, "--format", o->format, {"pcm16", "pcm24", "pcm32", "float32", "float64"},
               "samples of OUT (as IN)");
-    app.add_option("--tail", o->tail,
-                   "silence after IN: seconds, or the effects' own, at most 60 s")
-        ->type_name("SECONDS|auto");
-    app.add_option("--sidechain", o->sideChain, "sound file for the side-chain inputs")
-        ->type_name("FILE");
-    app.add_option("--automation", o->automation,
-                   "JSON array of {\"frame\",\"fx\",\"key\",\"value\"}; \"tempo\" moves the song's")
-        ->type_name("FILE");
-    app.add_option("--meters", o->meters, "JSON Lines of all meters and parameters, per block")
-        ->type_name("FILE");
-    app.add_option("--layout", o->layout, "layout of OUT (stereo, 5.1, 7.1.4, ...)")
-        ->type_name("NAME");
-    app.add_flag(
-        "--keep-latency", o->keepLatency,
-        "leave the effects' delay in OUT; else it is taken out as it is before any automation");
+    addOption(app, "--tail", o->tail,
+              "silence after IN: seconds, or the effects' own, at most 60 s", "SECONDS|auto");
+    addOption(app, "--sidechain", o->sideChain, "sound file for the side-chain inputs", "FILE");
+    addOption(app, "--automation", o->automation,
+              "JSON array of {\"frame\",\"fx\",\"key\",\"value\"}; \"tempo\" moves the song's",
+              "FILE");
+    addOption(app, "--meters", o->meters, "JSON Lines of all meters and parameters, per block",
+              "FILE");
+    addOption(app, "--layout", o->layout, "layout of OUT (stereo, 5.1, 7.1.4, ...)", "NAME");
+    addFlag(app, "--keep-latency", o->keepLatency,
+            "leave the effects' delay in OUT; else it is taken out as it is before any automation");
     return [o, &app, effect, preset](Session& session) {
-        for (const auto* option : app.parse_order())
+        for (const auto* option : optionsGiven(app))
             if (option == effect || option == preset) o->order.push_back(option == effect);
         return render(session, *o);
     };

@@ -36,7 +36,6 @@ template <class T> std::vector<Function<T>> functions()
         {"log2 near 1",  [](M m, T* d, const T* s, int n) { m.log2(d, s, n); },  [](Extended x) { return std::log2(x); }, 0.999L, 1.001L},
         {"exp",   [](M m, T* d, const T* s, int n) { m.exp(d, s, n); },   [](Extended x) { return std::exp(x); }, -octaves * 0.68L, octaves * 0.69L},
         {"exp2",  [](M m, T* d, const T* s, int n) { m.exp2(d, s, n); },  [](Extended x) { return std::exp2(x); }, -octaves + 2, octaves - 0.001L},
-        {"exp10", [](M m, T* d, const T* s, int n) { m.exp10(d, s, n); }, [](Extended x) { return std::pow(10.0L, x); }, -octaves * 0.29L, octaves * 0.301L},
         {"gainFromDecibels", [](M m, T* d, const T* s, int n) { m.gainFromDecibels(d, s, n); }, [](Extended x) { return std::pow(10.0L, x / 20); }, -700, 700},
         {"tanh",  [](M m, T* d, const T* s, int n) { m.tanh(d, s, n); },  [](Extended x) { return std::tanh(x); }, -30, 30},
         {"tanh near 0", [](M m, T* d, const T* s, int n) { m.tanh(d, s, n); }, [](Extended x) { return std::tanh(x); }, 1e-30L, 1},
@@ -156,9 +155,6 @@ TYPED_TEST(VectorMath, EdgesOfTheDomain)
         {"exp2", L::lowest(), 0},
         {"exp2", 10, 1024},
         {"exp2", -10, T(1) / 1024},
-        {"exp10", nan, nan},
-        {"exp10", 400, inf},
-        {"exp10", -400, 0},
         {"gainFromDecibels", 0, 1},
         {"gainFromDecibels", -inf, 0},
         {"tanh", inf, 1},
@@ -209,7 +205,6 @@ TYPED_TEST(VectorMath, FrontCallsTheFunctionItNames)
     EXPECT_NEAR(of(log10<T>), std::log10(x), t);
     EXPECT_NEAR(of(exp<T>), std::exp(x), t);
     EXPECT_NEAR(of(exp2<T>), std::exp2(x), t);
-    EXPECT_NEAR(of(exp10<T>), std::pow(T(10), x), t);
     EXPECT_NEAR(of(tanh<T>), std::tanh(x), t);
     EXPECT_EQ(of(sqrt<T>), std::sqrt(x));
     EXPECT_NEAR(of(gainFromDecibels<T>), std::pow(T(10), x / 20), t);
