@@ -28,7 +28,7 @@ std::string UID::text() const
 {
     const auto& b = bytes;
     const auto word = [&](std::size_t i) { return static_cast<unsigned>(b[i] << 8 | b[i + 1]); };
-    char buffer[40];
+    char buffer[64];
     std::snprintf(buffer, sizeof buffer, "{%08lX-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
                   static_cast<unsigned long>(word(0)) << 16 | word(2), word(4), word(6), b[8], b[9],
                   b[10], b[11], b[12], b[13], b[14], b[15]);

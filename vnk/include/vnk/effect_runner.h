@@ -23,7 +23,7 @@ struct RunSetup {
 /// inputs.
 template <typename Sample> class ChannelPointers {
 public:
-    ChannelPointers() = default;  // no channels
+    ChannelPointers() noexcept {}  // no channels
     /// Of anything whose [c] is a pointer (null: silent, or not heard) or a container. At most
     /// kMaxChannels are taken.
     template <class Buffers>
@@ -46,7 +46,7 @@ public:
 private:
     using Void = std::conditional_t<std::is_const_v<Sample>, const void, void>;
 
-    Void* pointers_[kMaxChannels] = {};
+    Void* pointers_[kMaxChannels];  // left as they are beyond the count: this is made per block
     std::int32_t count_ = 0;
 };
 
