@@ -401,9 +401,10 @@ void AudioEffectComponent::publishAttribute(const char* key, AttributeValue valu
 
 bool AudioEffectComponent::getInteger(const char* key, std::int64_t& value) const noexcept
 {
-    // Changes on the audio thread, which does not touch the attributes.
+    // These two change on other threads, which do not touch the attributes.
     if (key && std::string_view(key) == "sideChainActive")
         return value = algorithm_->isSideChainActive(), true;
+    if (key && std::string_view(key) == "busy") return value = isBusy(), true;
     const auto* found = find<std::int64_t>(attributes_, key);
     if (found) value = *found;
     return found != nullptr;

@@ -120,6 +120,9 @@ protected:
     {
         return p.forward(value);
     }
+    /// Whether something is under way on another thread (a file, a table) without which the effect
+    /// does not sound as it will: attribute "busy", which offline hosts wait for. [any thread]
+    virtual bool isBusy() const noexcept { return false; }
     /// An attribute declared by the effect has been set to a new value.
     virtual void attributeChanged(const std::string& /*key*/, std::int64_t /*value*/) noexcept {}
 
