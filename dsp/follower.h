@@ -83,12 +83,10 @@ public:
     template <typename T> void add(const T* const* x, int channels, GridSlice slice) noexcept
     {
         if (slice.begins()) std::fill(std::begin(sums_), std::end(sums_), 0.0);
-        double squares[kSubBlock]{};
-        const int n = slice.frames;
-        for (int c = 0; c < channels; ++c)
-            for (int i = 0; i < n; ++i) squares[i] += double(x[c][i]) * double(x[c][i]);
-        // Eight sums side by side: a chain of additions would take longer than the rest.
-        for (int i = 0; i < n; ++i) sums_[(slice.phase + i) % kSums] += squares[i];
+        if (slice.frames == kSubBlock)
+            addWhole(x, channels);
+        else
+            addPiece(x, channels, slice);
         if (!slice.ends()) return;
         double sum = 0;
         for (const double s : sums_) sum += s;
@@ -98,7 +96,30 @@ public:
     double power() const noexcept { return std::isfinite(power_) ? power_ : 0; }
 
 private:
+    // Eight sums side by side: a chain of additions would take longer than the rest.
     static constexpr int kSums = 8;
+
+    template <typename T> void addPiece(const T* const* x, int channels, GridSlice slice) noexcept
+    {
+        double squares[kSubBlock]{};
+        const int n = slice.frames;
+        for (int c = 0; c < channels; ++c)
+            for (int i = 0; i < n; ++i) squares[i] += double(x[c][i]) * double(x[c][i]);
+        for (int i = 0; i < n; ++i) sums_[(slice.phase + i) % kSums] += squares[i];
+    }
+    /// The same sums in the same order, in registers.
+    template <typename T> void addWhole(const T* const* x, int channels) noexcept
+    {
+        double sums[kSums]{};
+        for (int from = 0; from < kSubBlock; from += kSums) {
+            double squares[kSums]{};
+            for (int c = 0; c < channels; ++c)
+                for (int i = 0; i < kSums; ++i)
+                    squares[i] += double(x[c][from + i]) * double(x[c][from + i]);
+            for (int i = 0; i < kSums; ++i) sums[i] += squares[i];
+        }
+        std::copy(std::begin(sums), std::end(sums), sums_);
+    }
 
     double sums_[kSums]{};
     double power_ = 0;

@@ -172,15 +172,12 @@ TYPED_TEST(StepLines, AreLinearWithinFullScaleAndBendSmoothlyAbove)
 {
     using T = TypeParam;
     Echo<T> echo(8000);
-    const T in[] = {0.3f, -1, 1.001f, -1.5f, 2, 3, -7, T(1e30), T(-1e-20)};
-    const T out[] = {in[0], -1, T(1.00099975), -1.4375f, 1.75f, 2, -2, 2, in[8]};
+    const T in[] = {T(0.3), -1, -1.5, 2, 3, -7}, out[] = {T(0.3), -1, -1.4375, 1.75, 2, -2};
     echo.feedback = 0;
     Channels<T> x(2, Signal<T>(32));
     std::copy(std::begin(in), std::end(in), x[0].begin());
     const auto y = echo.run(x, 32);
-    for (std::size_t i = 0; i < std::size(in); ++i) EXPECT_NEAR(y[0][i + 8], out[i], 1e-6) << i;
-    EXPECT_EQ(y[0][8], in[0]);
-    EXPECT_EQ(y[0][16], in[8]);
+    EXPECT_TRUE(std::equal(std::begin(out), std::end(out), y[0].begin() + 8));
 }
 
 /// What comes of a signal on the left whose time goes from 500 to 461.5 ms at 2 s, while noise on
