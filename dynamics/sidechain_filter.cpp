@@ -9,6 +9,18 @@ namespace {
 
 using Pair [[gnu::vector_size(16)]] = double;
 
+/// Coefficients as wide as the signal: spread once per run and not for every sample.
+template <class V> struct Spread {
+    V a11, a12, a21, a22, b1, b2, l1, l2, lx, h1, h2, hx;
+
+    static Spread of(const SvfCoefficients& c) noexcept
+    {
+        const V o{};
+        return {o + c.a11, o + c.a12, o + c.a21, o + c.a22, o + c.b1, o + c.b2,
+                o + c.l1,  o + c.l2,  o + c.lx,  o + c.h1,  o + c.h2, o + c.hx};
+    }
+};
+
 }  // namespace
 
 void SidechainFilter::prepare(double sampleRate, int channels, int highCutOrder)
@@ -98,12 +110,13 @@ void SidechainFilter::cascade(SvfStateOf<V>* lowCut, SvfStateOf<V>* highCut, V* 
                               int n) const noexcept
 {
     SvfStateOf<V> l[kSections], h[kSections];  // in registers
-    for (int s = 0; s < low; ++s) l[s] = lowCut[s];
-    for (int s = 0; s < high; ++s) h[s] = highCut[s];
+    Spread<V> lc[kSections], hc[kSections];
+    for (int s = 0; s < low; ++s) l[s] = lowCut[s], lc[s] = Spread<V>::of(lowCutSection_[s]);
+    for (int s = 0; s < high; ++s) h[s] = highCut[s], hc[s] = Spread<V>::of(highCutSection_[s]);
     for (int i = 0; i < n; ++i) {
         V y = x[i];
-        for (int s = 0; s < low; ++s) y = l[s].highPass(lowCutSection_[s], y);
-        for (int s = 0; s < high; ++s) y = h[s].lowPass(highCutSection_[s], y);
+        for (int s = 0; s < low; ++s) y = l[s].highPass(lc[s], y);
+        for (int s = 0; s < high; ++s) y = h[s].lowPass(hc[s], y);
         x[i] = y;
     }
     for (int s = 0; s < low; ++s) lowCut[s] = l[s];

@@ -253,6 +253,9 @@ TYPED_TEST(Gate, EveryChannelOfTheBusOpensAndAMonoBusIsHeardInAll)
         const auto y = mono.play({x, x});
         EXPECT_EQ(y[0], y[1]);
         EXPECT_NEAR(db(amplitudeAt(y[1], 1000, kRate, 24000, 48000)), -48.2, 1) << key;
+
+        EffectUnderTest<T> own("Gate");  // channels that are filtered two at a time: the same bits
+        EXPECT_EQ(own.set(key, frequency).set("listen", 1).play({x, loud})[1], y[1]);
     }
 }
 
