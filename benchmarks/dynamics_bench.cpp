@@ -42,6 +42,11 @@ const Case kCases[] = {
      "Limiter",
      {{"ingain", 18}, {"ceiling", -1}, {"release", 50}, {"highqual", 1}}},
     {"Expander", "Expander", {{"highthresh", -20}, {"ratio", 0.5f}}},
+    {"Gate", "Gate", {{"threshold", -20}}},
+    {"Gate hold 0", "Gate", {{"threshold", -20}, {"hold", 0}, {"hysteresis", 0}}},
+    {"Gate key filter",
+     "Gate",
+     {{"threshold", -20}, {"sidechainfreqlow", 100}, {"sidechainfreqhigh", 8000}}},
 };
 
 /// Noise with a level that moves over 30 dB, like speech.

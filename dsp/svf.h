@@ -38,16 +38,17 @@ struct SvfCoefficients {
 };
 
 /// What one filter remembers. V is double, or a vector of doubles that runs several side by side.
+/// The coefficients are SvfCoefficients, or a set under the same names spread to the width of V.
 template <class V> struct SvfStateOf {
     V z1{}, z2{};
 
-    V lowPass(const SvfCoefficients& c, V x) noexcept
+    template <class Coefficients> V lowPass(const Coefficients& c, V x) noexcept
     {
         const V y = c.l1 * z1 + c.l2 * z2 + c.lx * x;
         advance(c, x);
         return y;
     }
-    V highPass(const SvfCoefficients& c, V x) noexcept
+    template <class Coefficients> V highPass(const Coefficients& c, V x) noexcept
     {
         const V y = c.h1 * z1 + c.h2 * z2 + c.hx * x;
         advance(c, x);
@@ -55,7 +56,7 @@ template <class V> struct SvfStateOf {
     }
 
 private:
-    void advance(const SvfCoefficients& c, V x) noexcept
+    template <class Coefficients> void advance(const Coefficients& c, V x) noexcept
     {
         const V next1 = c.a11 * z1 + (c.a12 * z2 + c.b1 * x);
         z2 = c.a22 * z2 + (c.a21 * z1 + c.b2 * x);

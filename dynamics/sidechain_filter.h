@@ -11,14 +11,14 @@
 
 namespace quillworks {
 
-/// Low-cut: fourth-order Butterworth, 24 dB per octave; high-cut: second order, 12 dB per octave.
-/// Computed in double in both precisions of an effect, like the detectors behind it.
+/// Low-cut: fourth-order Butterworth, 24 dB per octave; high-cut: second order, 12 dB per octave,
+/// or fourth. Computed in double in both precisions of an effect, like the detectors behind it.
 class SidechainFilter {
 public:
     static constexpr double kLowest = 20, kHighest = 16000;  // Hz; beyond, a stage is left out
 
-    /// Allocates.
-    void prepare(double sampleRate, int channels);
+    /// `highCutOrder` 2 or 4. Allocates.
+    void prepare(double sampleRate, int channels, int highCutOrder = 2);
     void reset() noexcept;
     /// All channels go on from where the first one stands.
     void spread() noexcept { std::fill(channels_.begin(), channels_.end(), channels_.front()); }
@@ -33,21 +33,30 @@ public:
     void next(GridSlice slice) noexcept;
     /// One channel, in place.
     void run(int channel, double* x, GridSlice slice) noexcept;
+    /// `channel` and the one behind it, in place: in about the time of one, to the same bits.
+    void runPair(int channel, double* x, double* y, GridSlice slice) noexcept;
 
 private:
-    struct Channel {
-        SvfState lowCut[2], highCut;
-        SvfState fadingHighCut;  // of the form that is being left
-    };
+    static constexpr int kSections = 2;  // of a cut, at most
 
-    void lowCut(Channel& channel, double* x, int n) const noexcept;
-    void highCut(SvfState& state, double* x, int n) const noexcept;
-    void series(Channel& channel, double* x, int n) const noexcept;
-    void parallel(Channel& channel, double* x, int n) const noexcept;
-    void crossFade(Channel& channel, double* x, GridSlice slice) const noexcept;
+    /// V is double, or a pair of them.
+    template <class V> struct States {
+        SvfStateOf<V> lowCut[kSections], highCut[kSections];
+        SvfStateOf<V> fadingHighCut[kSections];  // of the form that is being left
+    };
+    using Channel = States<double>;
+
+    template <class V> void filter(States<V>& s, V* x, GridSlice slice) const noexcept;
+    template <class V>
+    void cuts(SvfStateOf<V>* low, SvfStateOf<V>* high, V* x, int n) const noexcept;
+    template <class V> void parallel(States<V>& s, V* x, int n) const noexcept;
+    template <class V> void crossFade(States<V>& s, V* x, GridSlice slice) const noexcept;
+    template <int low, int high, class V>
+    void cascade(SvfStateOf<V>* lowCut, SvfStateOf<V>* highCut, V* x, int n) const noexcept;
 
     double sampleRate_ = 44100;
-    SvfCoefficients lowCutSection_[2], highCutSection_;
+    SvfCoefficients lowCutSection_[kSections], highCutSection_[kSections];
+    int highCutSections_ = 1;
     bool lowCutOn_ = false, highCutOn_ = false;
     bool wantsParallel_ = false, isParallel_ = false;
     bool isFading_ = false;

@@ -9,6 +9,7 @@
 #include "delay/analog_delay.h"
 #include "dynamics/compressor.h"
 #include "dynamics/expander.h"
+#include "dynamics/gate.h"
 #include "dynamics/limiter.h"
 #include "mixing/mixtool.h"
 #include "module/pending_effects.h"
