@@ -17,6 +17,7 @@ constexpr double kTolerance = 1e-6;  // of a range, where a glide ends
 constexpr double kOctaves = 8, kBits = 23;
 
 static_assert(SampleClock::kMaxEdges <= kMaxQuantised);
+static_assert(kDrawnFrames >= kSubBlock + kStepTaps);
 // An edge is reported when the last sample that its reading needs has come, and its step, drawn
 // around the middle of an increment row one frame later, is centred kLatency behind the edge.
 static_assert(SampleClock::kDelay == kEdgeTaps / 2);
@@ -52,7 +53,7 @@ void Digitiser::reset() noexcept
         ch.past.reset();
         ch.held = ch.level = 0;
         ch.age = kStepTaps;
-        vec::clear(ch.sums, kSums);
+        vec::clear(ch.sums, kDrawnFrames);
     }
 }
 
@@ -91,7 +92,7 @@ void Digitiser::startClock(GridSlice slice) noexcept
         quantise(law_.present(), &now, 1, {steps_.of(slice), nullptr, 0, 0});
         ch.held = ch.level = now;
         ch.age = kStepTaps;
-        vec::clear(ch.sums, kSums);
+        vec::clear(ch.sums, kDrawnFrames);
     }
 }
 
@@ -160,8 +161,8 @@ void Digitiser::play(Channel& ch, int number, int n, double* out) noexcept
     ch.level = level;
     ch.held = held;
     ch.age = std::min(n - latest, kStepTaps);
-    std::copy(ch.sums + n, ch.sums + kSums, ch.sums);
-    std::fill(ch.sums + kSums - n, ch.sums + kSums, 0.0);
+    std::copy(ch.sums + n, ch.sums + kDrawnFrames, ch.sums);
+    std::fill(ch.sums + kDrawnFrames - n, ch.sums + kDrawnFrames, 0.0);
 }
 
 void Digitiser::process(double* const* x, GridSlice slice) noexcept

@@ -41,15 +41,14 @@ public:
     void process(double* const* x, GridSlice slice) noexcept;
 
 private:
-    static constexpr int kSums = kSubBlock + kStepTaps + 1;
     static constexpr int kMaxEdges = SampleClock::kMaxEdges;
 
     struct Channel {
         RecentSamples<double> past;
-        double held = 0;       // value that the latest step leads to
-        double level = 0;      // of the output
-        int age = kStepTaps;   // frames since the latest step, or more than its length
-        double sums[kSums]{};  // what the level grows by in the coming frames
+        double held = 0;              // value that the latest step leads to
+        double level = 0;             // of the output
+        int age = kStepTaps;          // frames since the latest step, or more than its length
+        double sums[kDrawnFrames]{};  // what the level grows by in the coming frames
     };
 
     void follow(GridSlice slice) noexcept;

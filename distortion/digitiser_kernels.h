@@ -6,15 +6,18 @@ namespace quillworks {
 
 inline constexpr int kEdgeTaps = 32;             // of the interpolator
 inline constexpr int kStepTaps = kEdgeTaps + 1;  // of a step's increments
-inline constexpr int kRowStride = 40;            // of laid rows: on the boundaries of vectors
+/// Laid rows begin on the boundaries of vectors, with zeros before and behind them.
+inline constexpr int kRowMargin = 16, kRowStride = 64;
+/// Frames that steps are drawn into: whole groups.
+inline constexpr int kDrawnFrames = 80;
 
 struct DigitiserKernels {
-    /// rows[i] = the row at table + place[i] rows of `taps` values (32 or 33), interpolated
-    /// linearly between its neighbours.
+    /// Row i, at rows + i kRowStride + kRowMargin, is that at table + place[i] rows of `taps`
+    /// values (32 or 33), interpolated linearly between its neighbours. The margins stay.
     void (*layRows)(const double* table, int taps, const double* place, int count, double* rows);
-    /// out[i] = sum of rows[i][k] x[frame[i] - 31 + k].
+    /// out[i] = sum of row i [k] x[frame[i] - 31 + k].
     void (*read)(const double* x, const int* frame, const double* rows, int count, double* out);
-    /// sums[frame[i] + 1 + k] += step[i] rows[i][k].
+    /// sums[frame[i] + 1 + k] += step[i] row i [k], up to kDrawnFrames; frames in rising order.
     void (*draw)(double* sums, const int* frame, const double* rows, const double* step, int count);
 };
 
