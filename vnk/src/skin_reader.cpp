@@ -78,6 +78,7 @@ constexpr Attributes kDisplays[] = {
     {"EchoLine", "time beats feedback width mode"},
     {"ModWave", "wave rate depth"},
     {"FilterCurve", "low high resonance"},
+    {"StepCurve", "rate bits law gain"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)

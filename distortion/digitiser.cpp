@@ -1,0 +1,199 @@
+// SPDX-License-Identifier: ISC
+#include "distortion/digitiser.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "dsp/vec.h"
+
+namespace quillworks {
+namespace {
+
+constexpr SincDesign kKernel{.taps = kEdgeTaps, .phases = 256, .beta = 9, .cut = 0.92};
+constexpr SincDesign kStepKernel{
+    .taps = kEdgeTaps, .phases = 256, .beta = 9, .cut = 0.92, .kind = SincKind::Increment};
+constexpr double kFadeSeconds = 0.01;
+constexpr double kTolerance = 1e-6;  // of a range, where a glide ends
+constexpr double kOctaves = 8, kBits = 23;
+
+static_assert(SampleClock::kMaxEdges <= kMaxQuantised);
+static_assert(kDrawnFrames >= kSubBlock + kStepTaps);
+// An edge is reported when the last sample that its reading needs has come, and its step, drawn
+// around the middle of an increment row one frame later, is centred kLatency behind the edge.
+static_assert(SampleClock::kDelay == kEdgeTaps / 2);
+static_assert(Digitiser::kLatency == 2 * SampleClock::kDelay);
+
+}  // namespace
+
+void Digitiser::prepare(double sampleRate, int channels, double glideHalfLife)
+{
+    sampleRate_ = sampleRate;
+    taps_ = SincTable<double>::shared(kKernel);
+    increments_ = SincTable<double>::shared(kStepKernel);
+    isClocked_.prepare(sampleRate, kFadeSeconds);
+    law_.prepare(sampleRate, kFadeSeconds);
+    period_.prepare(glideHalfLife, kTolerance * kOctaves);
+    steps_.prepare(glideHalfLife, kTolerance * kBits);
+    jitter_.prepare(glideHalfLife, kTolerance);
+    dither_.prepare(glideHalfLife, kTolerance);
+    channels_.resize(static_cast<std::size_t>(channels));
+    for (auto& ch : channels_) ch.past.prepare(kLatency, kSubBlock);
+    for (auto* rows : {&tapRows_, &incrementRows_})
+        rows->require(static_cast<std::size_t>(kMaxEdges * kRowStride));
+}
+
+void Digitiser::reset() noexcept
+{
+    isClocked_.snap();
+    law_.snap();
+    for (auto* course : {&period_, &jitter_, &steps_, &dither_}) course->snap();
+    clock_.reset();
+    frames_ = 0;
+    for (auto& ch : channels_) {
+        ch.past.reset();
+        ch.held = ch.level = 0;
+        ch.age = kStepTaps;
+        vec::clear(ch.sums, kDrawnFrames);
+    }
+}
+
+void Digitiser::setClock(bool isOn, double rate) noexcept
+{
+    isClocked_.target(isOn);
+    if (isOn) period_.target(std::log2(rate));  // a clock that goes out keeps its rate
+}
+
+void Digitiser::setQuantiser(QuantiserLaw law, double bits) noexcept
+{
+    law_.target(law);
+    steps_.target(bits);
+}
+
+void Digitiser::follow(GridSlice slice) noexcept
+{
+    const bool starts = isClocked_.next(slice) && isClocked_.present();
+    law_.next(slice);
+    if (starts) period_.snap();
+    const auto share = [](double x) { return x; };
+    period_.follow(slice, [this](double octave) { return sampleRate_ / std::exp2(octave); });
+    jitter_.follow(slice, share);
+    steps_.follow(slice, [](double bits) { return std::exp2(bits - 1); });
+    dither_.follow(slice, share);
+    if (law_.isFading()) law_.fade().weights(fade_, slice.frames);
+    if (starts) startClock(slice);
+}
+
+/// The converter comes in as if it had been holding what is played just now.
+void Digitiser::startClock(GridSlice slice) noexcept
+{
+    clock_.startNow();
+    for (auto& ch : channels_) {
+        double now = ch.past.end()[-slice.frames - kLatency];
+        quantise(law_.present(), &now, 1, {steps_.of(slice), nullptr, 0, 0});
+        ch.held = ch.level = now;
+        ch.age = kStepTaps;
+        vec::clear(ch.sums, kDrawnFrames);
+    }
+}
+
+/// The slice's edges, and what all channels share of them.
+void Digitiser::layEdges(GridSlice slice) noexcept
+{
+    clock_.next(period_.of(slice), jitter_.of(slice), slice.frames, edges_);
+    double place[kMaxEdges], rest[kMaxEdges];
+    for (int i = 0; i < edges_.count; ++i) {
+        const int frame = edges_.frame[i];
+        place[i] = edges_.fraction[i] * kKernel.phases;
+        rest[i] = kKernel.phases - place[i];
+        edgeSteps_[i] = steps_.of(slice)[frame];
+        edgeDither_[i] = dither_.of(slice)[frame];
+        edgeFade_[i] = fade_[frame];
+    }
+    digitiserKernels.layRows(taps_->row(0), taps_->taps(), place, edges_.count, tapRows_.data());
+    digitiserKernels.layRows(increments_->row(0), increments_->taps(), rest, edges_.count,
+                             incrementRows_.data());
+}
+
+/// Quantises n samples, by two laws while one follows the other.
+void Digitiser::convert(double* x, int n, const double* steps, const double* dither,
+                        const double* fade, std::uint32_t index, int channel) const noexcept
+{
+    const QuantiserBlock block{steps, dither_.is(0) ? nullptr : dither, index,
+                               static_cast<std::uint32_t>(channel) + 1};
+    if (!law_.isFading()) return quantise(law_.present(), x, n, block);
+    double old[kMaxQuantised];
+    std::copy_n(x, n, old);
+    quantise(law_.leaving(), old, n, block);
+    quantise(law_.present(), x, n, block);
+    for (int i = 0; i < n; ++i) x[i] = old[i] + (x[i] - old[i]) * fade[i];
+}
+
+/// What the clock makes of a channel's past.
+void Digitiser::play(Channel& ch, int number, int n, double* out) noexcept
+{
+    const int count = edges_.count;
+    double value[kMaxEdges], step[kMaxEdges];
+    digitiserKernels.read(ch.past.end() - n, edges_.frame, tapRows_.data(), count, value);
+    convert(value, count, edgeSteps_, edgeDither_, edgeFade_, edges_.index, number);
+
+    double held = ch.held;
+    for (int i = 0; i < count; ++i) {
+        step[i] = value[i] - held;
+        held = value[i];
+    }
+    digitiserKernels.draw(ch.sums, edges_.frame, incrementRows_.data(), step, count);
+
+    double level = ch.level;
+    int done = 0;
+    held = ch.held;
+    int latest = -ch.age;  // frame of the latest step
+    for (int i = 0; i < count; ++i) {
+        if (const int frame = edges_.frame[i]; frame - latest >= kStepTaps) {
+            // The last step is complete: what rounding has added to the sum goes.
+            for (; done <= frame; ++done) out[done] = level += ch.sums[done];
+            level = held;
+        }
+        if (step[i] != 0) latest = edges_.frame[i];
+        held = value[i];
+    }
+    for (; done < n; ++done) out[done] = level += ch.sums[done];
+
+    ch.level = level;
+    ch.held = held;
+    ch.age = std::min(n - latest, kStepTaps);
+    std::copy(ch.sums + n, ch.sums + kDrawnFrames, ch.sums);
+    std::fill(ch.sums + kDrawnFrames - n, ch.sums + kDrawnFrames, 0.0);
+}
+
+void Digitiser::process(double* const* x, GridSlice slice) noexcept
+{
+    const int n = slice.frames;
+    for (std::size_t c = 0; c < channels_.size(); ++c)
+        std::copy_n(x[c], n, channels_[c].past.append(n));
+    follow(slice);
+    const bool isFading = isClocked_.isFading();
+    const bool isPlayed = isClocked_.present() || isFading;
+    const bool isDirect = !isClocked_.present() || isFading;
+    if (isPlayed) layEdges(slice);
+    for (int c = 0; c < static_cast<int>(channels_.size()); ++c) {
+        auto& ch = channels_[static_cast<std::size_t>(c)];
+        double played[kSubBlock];
+        if (isDirect) {
+            std::copy_n(ch.past.end() - n - kLatency, n, x[c]);
+            convert(x[c], n, steps_.of(slice), dither_.of(slice), fade_, frames_, c);
+        }
+        if (isPlayed) play(ch, c, n, isDirect ? played : x[c]);
+        if (!isDirect || !isPlayed) continue;
+        if (isClocked_.present()) {
+            isClocked_.fade().mix(played, x[c], n);
+            std::copy_n(played, n, x[c]);
+        } else {
+            isClocked_.fade().mix(x[c], played, n);
+        }
+    }
+    frames_ += static_cast<std::uint32_t>(n);
+    isClocked_.advance(n);
+    law_.advance(n);
+}
+
+}  // namespace quillworks
