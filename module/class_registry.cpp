@@ -10,6 +10,7 @@
 #include "dynamics/compressor.h"
 #include "dynamics/expander.h"
 #include "dynamics/limiter.h"
+#include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"
 #include "module/pending_effects.h"
 
