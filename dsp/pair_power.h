@@ -2,7 +2,6 @@
 // Mean squares and mean product of two channels over each sub-block.
 #pragma once
 
-#include <algorithm>
 #include <cmath>
 
 #include "dsp/control_grid.h"
@@ -13,26 +12,53 @@ struct PairMoments {
     double xx = 0, yy = 0, xy = 0;
 };
 
+inline constexpr int kPairSums = 8;
+
+/// Sums of products in which frame i of a sub-block counts for the sums of index i % 8.
+template <typename T> struct PairSums {
+    T xx[kPairSums]{}, yy[kPairSums]{}, xy[kPairSums]{};
+
+    /// Those of a whole sub-block, for the instruction set at hand.
+    static void (*const ofSubBlock)(const T* x, const T* y, PairSums& sums);
+
+    void add(int frame, T x, T y) noexcept
+    {
+        const int k = frame % kPairSums;
+        xx[k] += x * x;
+        yy[k] += y * y;
+        xy[k] += x * y;
+    }
+    PairMoments moments() const noexcept { return {mean(xx), mean(yy), mean(xy)}; }
+
+private:
+    static double mean(const T* s) noexcept
+    {
+        const auto two = [s](int k) { return double(s[k]) + double(s[k + kPairSums / 2]); };
+        return ((two(0) + two(1)) + (two(2) + two(3))) / kSubBlock;
+    }
+};
+
 /// Summed in an order that hangs on the frame alone, so the moments have the same bits however the
-/// signal is divided into calls. Products in the precision of the signal and eight sums side by
-/// side, each of four products: as exact as the samples are, and no chain from frame to frame.
+/// signal is divided into calls. Products in the precision of the signal, and only four in a sum:
+/// as exact as the samples are.
 template <typename T> class PairPower {
 public:
     void reset() noexcept
     {
-        clear();
+        sums_ = {};
         moments_ = {};
     }
     /// A slice within one sub-block. Where that ends with it, moments() is that sub-block's.
     void add(const T* x, const T* y, GridSlice slice) noexcept
     {
-        if (slice.begins()) clear();
-        if (slice.frames == kSubBlock)
-            for (int i = 0; i < kSubBlock; i += kSums) addRow(x + i, y + i);
-        else
-            for (int i = 0; i < slice.frames; ++i) addTo((slice.phase + i) % kSums, x[i], y[i]);
-        if (!slice.ends()) return;
-        moments_ = {mean(xx_), mean(yy_), mean(xy_)};
+        if (slice.frames == kSubBlock) {
+            PairSums<T>::ofSubBlock(x, y, sums_);
+        } else {
+            if (slice.begins()) sums_ = {};
+            for (int i = 0; i < slice.frames; ++i) sums_.add(slice.phase + i, x[i], y[i]);
+            if (!slice.ends()) return;
+        }
+        moments_ = sums_.moments();
         const bool isSound =
             std::isfinite(moments_.xx) && std::isfinite(moments_.yy) && std::isfinite(moments_.xy);
         if (!isSound) moments_ = {};
@@ -41,30 +67,7 @@ public:
     const PairMoments& moments() const noexcept { return moments_; }
 
 private:
-    static constexpr int kSums = 8;
-
-    void clear() noexcept
-    {
-        for (T* sums : {xx_, yy_, xy_}) std::fill(sums, sums + kSums, T(0));
-    }
-    void addTo(int k, T x, T y) noexcept
-    {
-        xx_[k] += x * x;
-        yy_[k] += y * y;
-        xy_[k] += x * y;
-    }
-    void addRow(const T* x, const T* y) noexcept
-    {
-        for (int k = 0; k < kSums; ++k) addTo(k, x[k], y[k]);
-    }
-    static double mean(const T* sums) noexcept
-    {
-        double sum = 0;
-        for (int k = 0; k < kSums; ++k) sum += double(sums[k]);
-        return sum / kSubBlock;
-    }
-
-    T xx_[kSums]{}, yy_[kSums]{}, xy_[kSums]{};
+    PairSums<T> sums_;
     PairMoments moments_;
 };
 

@@ -151,6 +151,7 @@ template <typename T> void DualPanCore<T>::process(const AudioBlock<T>& block) n
 template <typename T> void DualPanCore<T>::beginSubBlock() noexcept
 {
     for (Gain* gain : {&ll_, &lr_, &rl_, &rr_}) gain->begin();
+    isIdentity_ = ll_.course.is(1) && lr_.course.is(0) && rl_.course.is(0) && rr_.course.is(1);
     if (bass_.next(kWholeSubBlock) && bass_.present()) {
         bassOctave_.snap();
         bassCoefficients_.snap(coefficients());
@@ -158,7 +159,7 @@ template <typename T> void DualPanCore<T>::beginSubBlock() noexcept
     } else if (bassOctave_.isGliding()) {
         bassOctave_.next(kWholeSubBlock);
         bassCoefficients_.follow(coefficients());
-    } else {
+    } else if (bassCoefficients_.isMoving()) {
         bassCoefficients_.follow(bassCoefficients_.end());
     }
     if (isGuarding_ != wantsGuard_) {
@@ -183,7 +184,7 @@ void DualPanCore<T>::processPair(Pair& pair, const AudioBlock<T>& slice) noexcep
 {
     T* const left = slice[pair.left];
     T* const right = slice[pair.right];
-    if (!isIdentity()) place(left, right, slice);
+    if (!isIdentity_) place(left, right, slice);
     if (hasSide_) shapeSide(pair, left, right, slice);
     pair.heard.add(left, right, slice);
     if (slice.ends()) pair.correlation.addSubBlock(pair.heard.moments());

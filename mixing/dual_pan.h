@@ -54,6 +54,7 @@ private:
         }
         void begin() noexcept
         {
+            if (!glide.isGliding()) return;  // and the course is laid out already
             const auto ramp = glide.next(kWholeSubBlock);
             course.follow(Ramp<T>{T(ramp.from), T(ramp.to)});
         }
@@ -74,10 +75,6 @@ private:
     void filterSide(Pair& pair, T* side, GridSlice slice) noexcept;
     void followGuard(Pair& pair) noexcept;
     SectionCoefficients<T> coefficients() const noexcept;
-    bool isIdentity() const noexcept
-    {
-        return ll_.course.is(1) && lr_.course.is(0) && rl_.course.is(0) && rr_.course.is(1);
-    }
 
     double sampleRate_ = 44100;
     bool isFromMono_ = false;  // one channel comes in and two go out
@@ -86,7 +83,9 @@ private:
     Smoothed<double> bassOctave_;  // log2 of the corner in Hz
     SectionRamp<T> bassCoefficients_;
     bool wantsGuard_ = false, isGuarding_ = false;
-    bool hasSide_ = false;  // mid and side are apart in this sub-block
+    // In this sub-block:
+    bool isIdentity_ = false;  // of the matrix
+    bool hasSide_ = false;     // mid and side are apart
     std::vector<Pair> pairs_;
     std::vector<T> peaks_;  // of each channel since publish()
     double lowestGuard_ = 1;
