@@ -6,9 +6,9 @@
 
 #include "analysis/channel_meter.h"
 #include "analysis/loudness_meter.h"
-#include "analysis/phase_correlation.h"
 #include "analysis/ring_handover.h"
 #include "dsp/fine_true_peak.h"
+#include "dsp/phase_correlation.h"
 #include "dsp/true_peak.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"

@@ -12,6 +12,7 @@
 #include "dynamics/expander.h"
 #include "dynamics/gate.h"
 #include "dynamics/limiter.h"
+#include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"
 #include "module/pending_effects.h"
 

@@ -85,7 +85,7 @@ TEST(Lv2Bundle, SoundsAndMeasuresLikeTheEffectAtAnySettingAndBlockLength)
                 effect.sideChain(side);
             }
             auto in = noiseChannels(plugin.input.channels, 3000, seed);
-            Channels<float> a = in, b = in;
+            auto a = laidOut(plugin, in), b = a;
             for (int turn = 0; turn < 2; ++turn) {  // parameters change while it runs
                 randomise(effect, running, seed + static_cast<std::uint32_t>(turn));
                 for (int at = 0; at < 3000; at += block) {

@@ -27,7 +27,7 @@ TEST(Lv2Enabled, OffIsTheInputAtTheReportedLatencyBitForBit)
             running.set("enabled", 0);
             const auto in = noiseChannels(plugin.input.channels, 6000);
             const auto out = running.play(in, block);
-            EXPECT_TRUE(isSame(out, delayed(in, running.latency())));
+            EXPECT_TRUE(isSame(out, delayed(laidOut(plugin, in), running.latency())));
         }
 }
 
@@ -41,18 +41,19 @@ TEST(Lv2Enabled, SwitchingFadesWithinTenMillisecondsAndTheEffectKeepsRunning)
         auto other = effectOf(plugin);
         randomise(other, always, kSeed);
         const auto in = noiseChannels(plugin.input.channels, 4800);
-        const auto dry = delayed(in, (running.play(in), running.latency()));
+        const auto input = laidOut(plugin, in);
+        const auto dry = delayed(input, (running.play(in), running.latency()));
         always.play(in);
         const auto wet = always.play(in), wetAgain = always.play(in);
         running.set("enabled", 0);
         const auto off = running.play(in);
         running.set("enabled", 1);
         const auto on = running.play(in);
-        for (std::size_t c = 0; c < in.size(); ++c) {
+        for (std::size_t c = 0; c < dry.size(); ++c) {
             for (std::size_t i = 0; i < 480; ++i) {  // between the two, in equal steps
                 const float w = 1 - float(i + 1) / 480;
                 const float old = i < std::size_t(running.latency())
-                                      ? in[c][4800 + i - std::size_t(running.latency())]
+                                      ? input[c][4800 + i - std::size_t(running.latency())]
                                       : dry[c][i];
                 ASSERT_NEAR(off[c][i], old + (wet[c][i] - old) * w, 2e-4) << i;
                 ASSERT_NEAR(on[c][i], old + (wetAgain[c][i] - old) * (1 - w), 2e-4) << i;
@@ -91,7 +92,7 @@ TEST(Lv2Tempo, ActsFromTheFrameOfTheEventAndStays)
         Lv2UnderTest running(plugin.uri);
         auto effect = effectOf(plugin);
         auto in = noiseChannels(plugin.input.channels, 30000);
-        Channels<float> a = in, b = in;
+        auto a = laidOut(plugin, in), b = a;
         const auto play = [&](int at, int n) { effect.processBlock(in, a, at, n); };
         const auto at0 = position(372, 8), later = position(71.5f, 4);
         running.instance().send(0, reinterpret_cast<const LV2_Atom*>(at0.data()));

@@ -61,7 +61,8 @@ public:
         if (!instance_) throw std::runtime_error(reason);
         for (const auto& port : instance_->ports())
             if (port.designation == LV2_CORE__latency) latency_ = port.symbol;
-        mainInputs_ = instance_->audioOutputs().size();
+        for (const auto& plugin : catalogue().plugins())
+            if (plugin.uri == uri) mainInputs_ = std::size_t(plugin.input.channels);
         instance_->activate();
     }
 
@@ -91,10 +92,10 @@ public:
     void runBlock(Channels<float>& in, Channels<float>& out, std::size_t at, int n)
     {
         auto& i = *instance_;
-        for (std::size_t c = 0; c < mainInputs_; ++c) {
+        for (std::size_t c = 0; c < mainInputs_; ++c)
             i.connect(i.audioInputs()[c], in[c].data() + at);
+        for (std::size_t c = 0; c < i.audioOutputs().size(); ++c)
             i.connect(i.audioOutputs()[c], out[c].data() + at);
-        }
         for (std::size_t c = 0; c < side_.size(); ++c)
             i.connect(i.audioInputs()[mainInputs_ + c], side_[c].data() + sidePlayed_);
         sidePlayed_ += static_cast<std::size_t>(n);
@@ -108,7 +109,7 @@ public:
 
     Channels<float> play(Channels<float> in, int block = kMaxFrames)
     {
-        Channels<float> out(in.size(), Signal<float>(in.front().size()));
+        Channels<float> out(instance_->audioOutputs().size(), Signal<float>(in.front().size()));
         for (std::size_t at = 0; at < in.front().size(); at += static_cast<std::size_t>(block))
             runBlock(in, out, at,
                      static_cast<int>(
@@ -131,6 +132,12 @@ inline EffectUnderTest<float> effectOf(const lv2::Plugin& plugin, double sampleR
     effect.component().setEditorOpen(true);
     effect.layouts(plugin.input, plugin.output).prepare(plugin.input.channels, kMaxFrames);
     return effect;
+}
+
+/// What bypass plays of an input: where one channel comes in for two, both have it.
+inline Channels<float> laidOut(const lv2::Plugin& plugin, const Channels<float>& in)
+{
+    return in.size() == 1 ? Channels<float>(std::size_t(plugin.output.channels), in[0]) : in;
 }
 
 /// Sets every automatable parameter but the bypass switch to the same random value in both, in the
