@@ -13,6 +13,7 @@
 #include "dynamics/gate.h"
 #include "dynamics/limiter.h"
 #include "mixing/mixtool.h"
+#include "modulation/wobbla.h"
 #include "module/pending_effects.h"
 
 namespace quillworks {
