@@ -79,6 +79,13 @@ StepEdges::Stretches StepEdges::stretchesOf(const StepPattern& p) const noexcept
         add(start, hasLevels ? k % p.steps : kFull);
         if (isFlat && p.gate < 1) add(start + p.gate * (end - start), kSilent);
     }
+    // A stretch over the end of a turn has its edges beyond it: the turn begins behind that one.
+    if (isFlat && s.count > 1 &&
+        levelOf(s.at[0].level) == levelOf(s.at[static_cast<std::size_t>(s.count - 1)].level)) {
+        std::copy_n(s.at.begin() + 1, --s.count, s.at.begin());
+        s.origin = s.at[0].start;
+        for (int i = 0; i < s.count; ++i) s.at[static_cast<std::size_t>(i)].start -= s.origin;
+    }
     for (int i = 0; i < s.count; ++i) {
         auto& stretch = s.at[static_cast<std::size_t>(i)];
         const auto& before = s.at[static_cast<std::size_t>(i > 0 ? i - 1 : s.count - 1)];
@@ -110,7 +117,7 @@ bool StepEdges::set(const StepPattern& pattern) noexcept
     limitEdges();
     bool jumps = pattern.shape != old.shape || pattern.edge != old.edge ||
                  stretches_.count != before.count || stretches_.period != before.period ||
-                 pattern.swing != old.swing;
+                 stretches_.origin != before.origin || pattern.swing != old.swing;
     for (int i = 0; i < stretches_.count && !jumps; ++i)
         jumps = !stretches_.at[static_cast<std::size_t>(i)].isLikeThat(
             before.at[static_cast<std::size_t>(i)]);
@@ -137,15 +144,8 @@ void StepEdges::limitEdges() noexcept
         const auto at = static_cast<std::size_t>(i);
         return s.at[at + 1].start - s.at[at].start;
     };
-    // The last and the first stretch of a turn may be one.
-    const auto& first = s.at[0];
-    const bool isJoined = s.count > 1 && !first.rises && !first.falls && !isShaped();
-    const double joined = isJoined ? lengthOf(0) + lengthOf(s.count - 1) : 0;
-    const auto stretch = [&](int i) {
-        return isJoined && (i == 0 || i == s.count - 1) ? joined : lengthOf(i);
-    };
     for (int i = 0; i < s.count; ++i) {
-        const double shorter = std::min(stretch(i), stretch(i > 0 ? i - 1 : s.count - 1));
+        const double shorter = std::min(lengthOf(i), lengthOf(i > 0 ? i - 1 : s.count - 1));
         s.at[static_cast<std::size_t>(i)].edge = std::min(kShare * shorter, pattern_.edge * speed_);
     }
     s.at[static_cast<std::size_t>(s.count)].edge = s.at[0].edge;
@@ -185,7 +185,7 @@ template <typename T>
 StepEdges::Run StepEdges::next(const FrameLine& line, double ahead, int first, int most,
                                T* v) const noexcept
 {
-    const auto placeOf = [&](int i) { return line.at(first + i) + ahead; };
+    const auto placeOf = [&](int i) { return line.at(first + i) + ahead - stretches_.origin; };
     if (!(std::abs(placeOf(0)) < kFarthest)) {
         v[0] = T(height(stretches_.at[0].level, 0));
         return {most, true};

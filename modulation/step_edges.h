@@ -78,6 +78,7 @@ private:
         std::array<Stretch, 4 * kMostSteps + 1> at{};  // the last one begins the next turn
         int count = 0;
         double period = 1;
+        double origin = 0;  // where the turn starts, in steps since the start of the pattern
     };
     /// A piece of a stretch: a rise, a fall, or what lies between them.
     struct Piece {

@@ -205,7 +205,8 @@ void WobblaCore<T>::processSlice(const AudioBlock<T>& slice, int first) noexcept
     Values values;
     Gains gains, leaving;
     for (const Side side : {Left, Right}) {
-        if (side == Left || stereo_ != 0) valuesOf(side, first, slice.frames, values);
+        const bool isOwn = stereo_ != 0 || first < jumpLeft_;
+        if (side == Left || isOwn) valuesOf(side, first, slice.frames, values);
         gainsOf(mode_.present(), side, values, slice, gains);
         if (mode_.isFading()) gainsOf(mode_.leaving(), side, values, slice, leaving);
         for (int c = 0; c < slice.channels; ++c) {
