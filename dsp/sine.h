@@ -8,13 +8,15 @@ namespace quillworks {
 /// sin(pi x) for |x| <= 0.5, within 7e-12: the Taylor series to x^15.
 template <typename T> constexpr T sinPi(T x) noexcept
 {
-    constexpr double kTerms[] = {3.14159265358979324,     -5.16771278004997003,
-                                 2.55016403987734549,     -0.599264529320792077,
-                                 0.0821458866111282288,   -0.00737043094571435077,
-                                 0.000466302805767612567, -2.19153534478302173e-05};
-    const T square = x * x;
-    T sum = T(kTerms[7]);
-    for (int i = 6; i >= 0; --i) sum = sum * square + T(kTerms[i]);
+    const T s = x * x;
+    T sum = T(-2.19153534478302173e-05);  // written out: a loop would keep callers' from vectors
+    sum = sum * s + T(0.000466302805767612567);
+    sum = sum * s + T(-0.00737043094571435077);
+    sum = sum * s + T(0.0821458866111282288);
+    sum = sum * s + T(-0.599264529320792077);
+    sum = sum * s + T(2.55016403987734549);
+    sum = sum * s + T(-5.16771278004997003);
+    sum = sum * s + T(3.14159265358979324);
     return sum * x;
 }
 

@@ -29,10 +29,10 @@ double startOf(int k, double swing) noexcept
 }
 
 /// One step's shape over its fraction u.
-template <StepShape shape> double shaped(double u) noexcept
+template <StepShape shape, typename T> T shaped(T u) noexcept
 {
     if constexpr (shape == StepShape::Sine) {
-        const double s = sinPi(std::min(u, 1 - u));
+        const T s = sinPi(std::min(u, 1 - u));
         return 1 - s * s;
     } else if constexpr (shape == StepShape::Triangle) {
         return std::abs(2 * u - 1);
@@ -212,20 +212,23 @@ StepEdges::Run StepEdges::next(const FrameLine& line, double ahead, int first, i
     // The raw value.
     const double perStep = 1 / (after.start - here.start);
     const auto fill = [&](auto&& value) {
-        for (int i = 0; i < n; ++i) v[i] = T(value((whereOf(i) - here.start) * perStep));
+        // Copies, which the compiler knows `v` not to reach: a vector of frames at once.
+        const FrameLine places = line;
+        const double back = ahead - stretches_.origin - piece.base - here.start, scale = perStep;
+        for (int i = 0; i < n; ++i) v[i] = value(T((places.at(first + i) + back) * scale));
     };
     switch (pattern_.shape) {
     case StepShape::Sine:
-        fill(shaped<StepShape::Sine>);
+        fill(shaped<StepShape::Sine, T>);
         break;
     case StepShape::Triangle:
-        fill(shaped<StepShape::Triangle>);
+        fill(shaped<StepShape::Triangle, T>);
         break;
     case StepShape::RampUp:
-        fill(shaped<StepShape::RampUp>);
+        fill(shaped<StepShape::RampUp, T>);
         break;
     case StepShape::RampDown:
-        fill(shaped<StepShape::RampDown>);
+        fill(shaped<StepShape::RampDown, T>);
         break;
     case StepShape::Steps:
     case StepShape::Square:

@@ -66,8 +66,9 @@ public:
     double at(double t) const
     {
         if (stretches_.size() < 2) return stretches_[0].level;
-        auto i = stretches_.size() - 2;
-        while (stretches_[i].start > t) --i;
+        const auto later = std::upper_bound(stretches_.begin(), stretches_.end(), t,
+                                            [](double a, const Stretch& s) { return a < s.start; });
+        const auto i = std::size_t(later - stretches_.begin()) - 1;
         double v = stretches_[i].level;
         for (const auto e : {i, i + 1}) {
             const double jump = stretches_[e].level - stretches_[e - 1].level;
@@ -129,7 +130,7 @@ TEST(WobblaEdges, FollowTheLawInRandomPatternsAtAnyRate)
         const auto y = Song{.rate = rate}.play(fx, 0, frames)[0];
         for (auto& p : percent) p = double(float(p) * 0.01f);
         const Model model(percent, 0.125, double(float(fx.get("swing")) * 0.01f),
-                          double(float(fx.get("gate")) * 0.01f), double(float(edge) * 0.001f), 14);
+                          double(float(fx.get("gate")) * 0.01f), double(float(edge) * 0.001f), 80);
         double worst = 0;
         for (int i = 0; i < frames; ++i)
             worst = std::max(worst, std::abs(y[std::size_t(i)] - model.at(i / rate)));
