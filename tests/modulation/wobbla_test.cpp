@@ -157,6 +157,8 @@ TEST(WobblaEdges, EndOnTheBeatAndBeginThere)
             EXPECT_NEAR(next, k % 2 ? 0.2 : 1, 1e-6);
             EXPECT_LT(y[std::size_t(k * step + (k % 2 ? 1 : -1) * 72)], 0.7) << "in 3 ms";
         }
+        EXPECT_NEAR(fx.meter("position"), 2, 1e-3) << "the end of the second step";
+        EXPECT_EQ(fx.meter("gainleft"), y.back());
     }
 }
 
