@@ -2,6 +2,7 @@
 // Note values of tempo-synced parameters: the table, snapping, tempo conversions and texts.
 #pragma once
 #include <array>
+#include <cmath>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,6 +44,15 @@ float snapNoteValue(float value) noexcept;
 /// `snapNoteValue`, but the whole note's triplet and dotted value, which the table lacks and songs
 /// may hold, stay what they are.
 float soundingNoteValue(float value) noexcept;
+
+/// A note value without the rounding of single precision: every note is a multiple of a 192nd. What
+/// follows the song for long would otherwise drift off its triplets, by a sample in ten minutes.
+/// Values that are no note stay as they are.
+inline double exactNoteValue(double value) noexcept
+{
+    const double note = std::floor(value * 192 + 0.5) / 192;
+    return std::abs(note - value) <= 1e-6 * value ? note : value;
+}
 
 // Conversions at a tempo in BPM (above 0). Those that give a note value are not snapped yet.
 

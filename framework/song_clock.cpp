@@ -50,24 +50,57 @@ void SongClock::begin(const VNK::Transport& t, int frames) noexcept
     quarterNotesPerFrame_ = isPlaying_ ? tempo / (60 * sampleRate_) : 0;
 }
 
-double LfoCycle::next(const SongClock& clock, int offset) noexcept
+SongFollower::Way SongFollower::look(const SongClock& clock) noexcept
 {
-    const int end = offset + kSubBlock;
     const bool isLocked = settings_.isSynced && clock.isLocked();
     const bool clockJumped = clock.jumps() != sounded_.jumps;
     const bool restarts = clockJumped || sounded_.isFirst;
-    const auto songFrame = clock.songFrame(end);
-    if (isLocked)
-        cycle_ = clock.position(end) / (2 * settings_.noteValue);
-    else if (restarts)
-        cycle_ = songFrame ? settings_.hertz * double(*songFrame) / sampleRate_ : 0;
-    else
-        cycle_ += settings_.hertz * kSubBlock / sampleRate_;
     const bool changes =
         isLocked != sounded_.isLocked || (isLocked && settings_.noteValue != sounded_.noteValue);
     hasJumped_ = !sounded_.isFirst && (clockJumped || changes);
     sounded_ = {isLocked, false, settings_.noteValue, clock.jumps()};
+    return isLocked ? Way::Locked : restarts ? Way::Restarts : Way::GoesOn;
+}
+
+double LfoCycle::next(const SongClock& clock, int offset) noexcept
+{
+    const int end = offset + kSubBlock;
+    const auto songFrame = clock.songFrame(end);
+    switch (look(clock)) {
+    case Way::Locked:
+        cycle_ = clock.position(end) * cyclesPerQuarterNote();
+        break;
+    case Way::Restarts:
+        cycle_ = songFrame ? hertz() * double(*songFrame) / sampleRate_ : 0;
+        break;
+    case Way::GoesOn:
+        cycle_ += hertz() * kSubBlock / sampleRate_;
+        break;
+    }
     return cycle_;
+}
+
+const FrameLine& FrameCycle::next(const SongClock& clock, int frames) noexcept
+{
+    const double place = line_.at(frames_), step = hertz() / sampleRate_;
+    const auto songFrame = clock.songFrame(0);
+    switch (look(clock)) {
+    case Way::Locked:
+        line_ = clock.line();
+        line_.scale = cyclesPerQuarterNote();
+        break;
+    case Way::Restarts:
+        line_ = {songFrame ? double(*songFrame) * step : 0, 0, step};
+        break;
+    case Way::GoesOn:
+        if (line_.scale == 1 && line_.step == step)
+            line_.first += frames_;
+        else
+            line_ = {place, 0, step};
+        break;
+    }
+    frames_ = frames;
+    return line_;
 }
 
 }  // namespace quillworks

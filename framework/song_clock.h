@@ -6,9 +6,23 @@
 #include <optional>
 
 #include "dsp/control_grid.h"
+#include "dsp/note_value.h"
 #include "vnk/effect.h"
 
 namespace quillworks {
+
+/// A value that grows by the same amount from frame to frame: (origin + (first + i) step) scale.
+/// Every factor but i stays what it is from block to block, so that a frame has the same bits in
+/// whatever block it lies.
+struct FrameLine {
+    double origin = 0;
+    double first = 0;  // frames since the origin, a whole number
+    double step = 0;   // per frame, before `scale`
+    double scale = 1;
+
+    double at(int i) const noexcept { return (origin + (first + i) * step) * scale; }
+    double perFrame() const noexcept { return step * scale; }
+};
 
 /// Hosts tell the position once a block and round it as they like. The clock keeps an anchor and
 /// counts frames from there, in double, so that what follows the song depends on the frame alone
@@ -43,6 +57,11 @@ public:
     {
         return anchor_.position + double(frame_ + offset - anchor_.frame) * quarterNotesPerFrame_;
     }
+    /// position() as a line over the frames of the block.
+    FrameLine line() const noexcept
+    {
+        return {anchor_.position, double(frame_ - anchor_.frame), quarterNotesPerFrame_};
+    }
     /// Frames since the start of the song at `offset`, where the host counts them and plays.
     std::optional<std::int64_t> songFrame(int offset) const noexcept
     {
@@ -70,34 +89,35 @@ private:
     std::uint32_t jumps_ = 0;
 };
 
-/// Where a modulation stands in its cycle: a count of periods that goes on for ever, so that chance
-/// drawn from its whole part repeats in every rendering. Advances with the control grid and gives
-/// the place at the end of the sub-block that begins.
-class LfoCycle {
+/// What every modulation that may follow the song goes by: its period, and whether it is locked,
+/// starts anew, or goes on by itself.
+class SongFollower {
 public:
-    void prepare(double sampleRate) noexcept { sampleRate_ = sampleRate; }
-    void reset() noexcept { cycle_ = 0, sounded_ = {}, hasJumped_ = false; }
+    void reset() noexcept { sounded_ = {}, hasJumped_ = false; }
 
     /// Period in note values (0.5 is a quarter note) while locked to the song, and in Hz else.
     /// `isSynced`: a song that plays at a known position is followed.
     void set(bool isSynced, double noteValue, double hertz) noexcept
     {
-        settings_ = {isSynced, noteValue, hertz};
+        settings_ = {isSynced, exactNoteValue(noteValue), hertz};
     }
-
-    /// For a slice that begins a sub-block, `offset` frames after the first one of the block.
-    double next(const SongClock& clock, int offset) noexcept;
     /// The cycle has not come here by itself: the song or the settings have jumped since the last
-    /// call. Not after a reset.
+    /// look. Not after a reset.
     bool hasJumped() const noexcept { return hasJumped_; }
+
+protected:
+    enum class Way { Locked, Restarts, GoesOn };
+
+    /// How the place is found now.
+    Way look(const SongClock& clock) noexcept;
+    double hertz() const noexcept { return settings_.hertz; }
+    double cyclesPerQuarterNote() const noexcept { return 0.5 / settings_.noteValue; }
 
 private:
     struct Settings {
         bool isSynced = false;
         double noteValue = 4;
         double hertz = 1;
-
-        bool operator==(const Settings&) const = default;
     };
     /// How the last place was found.
     struct Sounded {
@@ -106,11 +126,51 @@ private:
         std::uint32_t jumps = 0;  // of the clock
     };
 
-    double sampleRate_ = 48000;
     Settings settings_;
     Sounded sounded_;
-    double cycle_ = 0;
     bool hasJumped_ = false;
+};
+
+/// Where a modulation stands in its cycle: a count of periods that goes on for ever, so that chance
+/// drawn from its whole part repeats in every rendering. Advances with the control grid and gives
+/// the place at the end of the sub-block that begins.
+class LfoCycle : public SongFollower {
+public:
+    void prepare(double sampleRate) noexcept { sampleRate_ = sampleRate; }
+    void reset() noexcept
+    {
+        SongFollower::reset();
+        cycle_ = 0;
+    }
+
+    /// For a slice that begins a sub-block, `offset` frames after the first one of the block.
+    double next(const SongClock& clock, int offset) noexcept;
+
+private:
+    double sampleRate_ = 48000;
+    double cycle_ = 0;
+};
+
+/// The same frame by frame, for what has to be exact to the sample.
+class FrameCycle : public SongFollower {
+public:
+    void prepare(double sampleRate) noexcept { sampleRate_ = sampleRate; }
+    void reset() noexcept
+    {
+        SongFollower::reset();
+        line_ = {};
+        frames_ = 0;
+    }
+
+    /// Once per process call, behind the clock's: the places at the next `frames` frames and, as
+    /// far as the course goes on unchanged, beyond.
+    const FrameLine& next(const SongClock& clock, int frames) noexcept;
+    const FrameLine& line() const noexcept { return line_; }
+
+private:
+    double sampleRate_ = 48000;
+    FrameLine line_;
+    int frames_ = 0;  // of the last call
 };
 
 }  // namespace quillworks

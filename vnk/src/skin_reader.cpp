@@ -78,6 +78,7 @@ constexpr Attributes kDisplays[] = {
     {"EchoLine", "time beats feedback width mode"},
     {"ModWave", "wave rate depth"},
     {"FilterCurve", "low high resonance"},
+    {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
 };
 
