@@ -8,7 +8,7 @@
 
 #include "dsp/fast_log.h"
 #include "dsp/sanitise.h"
-#include "dynamics/sidechain_source.h"
+#include "framework/sidechain_source.h"
 
 namespace quillworks {
 namespace {

@@ -8,7 +8,7 @@
 #include "dsp/decibel.h"
 #include "dsp/sanitise.h"
 #include "dsp/vec.h"
-#include "dynamics/sidechain_source.h"
+#include "framework/sidechain_source.h"
 
 namespace quillworks {
 namespace {
