@@ -38,6 +38,10 @@ private:
     }
 };
 
+template <> void (*const PairSums<float>::ofSubBlock)(const float*, const float*, PairSums<float>&);
+template <>
+void (*const PairSums<double>::ofSubBlock)(const double*, const double*, PairSums<double>&);
+
 /// Summed in an order that hangs on the frame alone, so the moments have the same bits however the
 /// signal is divided into calls. Products in the precision of the signal, and only four in a sum:
 /// as exact as the samples are.

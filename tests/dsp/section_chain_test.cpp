@@ -231,7 +231,7 @@ TYPED_TEST(Chains, CutsAreButterworthAndCopyAtTheirNeutralEnds)
         // Ends read back from text; a high cut that the rate has no room for.
         for (const auto& [low, high] :
              {std::pair{20.0f, 16000.0f}, {20.00003f, 15999.99f}, {20, 21601}}) {
-            const auto y = cut<T>(design, x, 2000, [&](Filters& f, int at) {
+            const auto y = cut<T>(design, x, 2000, [&, low = low, high = high](Filters& f, int at) {
                 f.tune(low, high);
                 EXPECT_TRUE(at < 0 || f.isIdle());
             });

@@ -24,7 +24,7 @@ struct ThatThrows : Plain {
 };
 struct WithoutProcess {
     using Settings = Plain::Settings;
-    static constexpr CoreHooks kHooks{};
+    [[maybe_unused]] static constexpr CoreHooks kHooks{};
     void prepare(const ProcessSpec&) {}
     void reset() noexcept {}
     void apply(const Settings&, unsigned) noexcept {}
