@@ -29,6 +29,12 @@ public:
     bool run(T* gain, bool isConstant, GridSlice slice) noexcept
     {
         const int n = slice.frames;
+        const T last = gain[isConstant ? 0 : n - 1];
+        if (isConstant && rests_ && !isFresh_ && last == goalInDb_) {
+            vec::set(gain, T(goal_), n);
+            return true;
+        }
+        goalInDb_ = last;
         vec::gainFromDecibels(gain, gain, isConstant ? 1 : n);
         if (isConstant) vec::set(gain + 1, gain[0], n - 1);
         if (isFresh_) {
@@ -59,8 +65,9 @@ public:
 private:
     double pole_ = 0;
     double factor_ = 1, goal_ = 1;  // of the last sample: smoothed, and as computed
-    bool isFresh_ = true;           // no gain since reset
-    bool rests_ = false;            // at the goal
+    T goalInDb_ = 0;
+    bool isFresh_ = true;  // no gain since reset
+    bool rests_ = false;   // at the goal
 };
 
 }  // namespace quillworks
