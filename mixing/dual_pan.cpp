@@ -16,6 +16,7 @@ using S = DualPanSettings;
 using namespace conversion;
 
 constexpr Tag kOutPeak = 1200;
+constexpr double kHighestPeak = 20;  // dB, that the meter shows
 constexpr float kLowestBass = 20;         // Hz; below, the filter is off
 constexpr double kLowestGuard = 0.25119;  // -12 dB
 constexpr double kGuardSeconds = 0.3;
@@ -265,7 +266,9 @@ template <typename T> void DualPanCore<T>::publish(MeterSlots& meters) noexcept
     meters.publish("Corr"_tag, isHeard ? static_cast<float>(lowest) : 0);
     meters.publish("GrdR"_tag, static_cast<float>(gainToDb(lowestGuard_)));
     meters.publishFamily(kOutPeak, static_cast<int>(peaks_.size()), [this](int c) {
-        return static_cast<float>(gainToDb(double(peaks_[static_cast<std::size_t>(c)])));
+        // Channels outside pairs pass as they are, an infinity too.
+        const double peak = gainToDb(double(peaks_[static_cast<std::size_t>(c)]));
+        return static_cast<float>(std::min(peak, kHighestPeak));
     });
     std::fill(peaks_.begin(), peaks_.end(), T(0));
     lowestGuard_ = 1;
