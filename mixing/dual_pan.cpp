@@ -16,7 +16,7 @@ using S = DualPanSettings;
 using namespace conversion;
 
 constexpr Tag kOutPeak = 1200;
-constexpr double kHighestPeak = 20;  // dB, that the meter shows
+constexpr double kHighestPeak = 20;       // dB, that the meter shows
 constexpr float kLowestBass = 20;         // Hz; below, the filter is off
 constexpr double kLowestGuard = 0.25119;  // -12 dB
 constexpr double kGuardSeconds = 0.3;
