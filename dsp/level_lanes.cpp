@@ -39,29 +39,42 @@ HWY_INLINE hn::Vec<D> frame(const float* row, int lane)
         return hn::LoadU(D(), row + lane % kSignals);
 }
 
-/// At most kPiece frames. The envelope over what a fall has left of it since the piece began only
-/// rises: it stands in single precision, where the tiny steps of a fall would not.
+/// At most kPiece frames, in single precision: of what a fall leaves of the envelope nothing is
+/// taken off before the end, and what a fall takes on is summed up apart, where no step is too
+/// small to count.
 void follow(const LevelLanes::Times& t, const float* const* x, int n, double* envelopes)
 {
     const D d;
     alignas(64) float rows[kSignals * (LevelLanes::kPiece + LevelLanes::kReadsBeyond)];
-    alignas(64) float risen[kAll];
+    alignas(64) float base[kAll], added[kAll];
     interleave(x, n, rows);
-    for (int lane = 0; lane < kAll; ++lane) risen[lane] = static_cast<float>(envelopes[lane]);
+    for (int lane = 0; lane < kAll; ++lane) base[lane] = static_cast<float>(envelopes[lane]);
     for (int v = 0; v < kVectors; ++v) {
         const int lane = v * kLanes;
         const auto grow = hn::Load(d, t.grow + lane), rise = hn::Load(d, t.rise + lane);
         const auto keep = hn::Load(d, t.keep + lane);
-        auto weight = hn::Load(d, t.take + lane), u = hn::Load(d, risen + lane);
-        for (int i = 0; i < n; ++i) {
+        auto weight = hn::Load(d, t.take + lane), u = hn::Load(d, base + lane);
+        auto sum = hn::Zero(d);
+        // What a rise at the next frame would make of nothing, less the sum of all that has been
+        // taken on; a rise adds what it keeps of u, a fall leaves u as it is.
+        const auto risen = [&](int i) HWY_ATTR {
             weight = hn::Mul(weight, grow);
-            const auto fallen = hn::Mul(frame(rows + kSignals * i, lane), weight);
-            u = hn::Max(hn::Add(u, fallen), hn::MulAdd(u, keep, hn::Mul(fallen, rise)));
+            const auto taken = hn::Mul(frame(rows + kSignals * i, lane), weight);
+            sum = hn::Add(sum, taken);
+            return hn::MulSub(taken, rise, sum);
+        };
+        int i = 0;
+        for (; i + 2 <= n; i += 2) {  // two at a time: what one waits for is what takes time
+            const auto first = risen(i), second = risen(i + 1);
+            const auto both = hn::MulAdd(first, keep, second);
+            u = hn::Max(hn::Max(u, both), hn::MulAdd(u, keep, hn::Max(first, second)));
         }
-        hn::Store(u, d, risen + lane);
+        if (i < n) u = hn::Max(u, hn::MulAdd(u, keep, risen(i)));
+        hn::Store(u, d, base + lane);
+        hn::Store(sum, d, added + lane);
     }
     for (int lane = 0; lane < kAll; ++lane) {
-        const double e = double(risen[lane]) * t.left[n][lane / kSignals];
+        const double e = (double(base[lane]) + double(added[lane])) * t.left[n][lane / kSignals];
         envelopes[lane] = e < 1e30 ? e : 0;  // nothing that is not finite stays
     }
 }

@@ -5,11 +5,11 @@
 namespace quillworks {
 
 /// Linear envelopes of magnitudes, two for each of four signals: both rise within a sample (all but
-/// exp(-2 pi) of a step), one falls in 1 s and one in 3 s. As `PeakFollower` to 0.001 dB.
+/// exp(-2 pi) of a step), one falls in 1 s and one in 3 s. As `PeakFollower` to 0.002 dB.
 class LevelLanes {
 public:
     static constexpr int kSignals = 4;
-    static constexpr int kPiece = 32;        // frames that are worked on at once
+    static constexpr int kPiece = 64;        // frames that are worked on at once
     static constexpr int kReadsBeyond = 16;  // samples behind a signal's last, whatever they are
 
     /// What all lanes of one sample rate have in common.

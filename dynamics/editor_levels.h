@@ -36,8 +36,8 @@ template <class Settings> constexpr Parameter<Settings> levelRow(const LevelFami
             .family = {.count = VNK::kMaxChannels, .perChannel = true}};
 }
 
-/// In slices of all channels. What is measured waits until there is as much of every signal, for
-/// the envelopes are followed side by side.
+/// In slices, the channels of each in their order. What is measured waits until there is enough of
+/// it or it is published: the envelopes are followed side by side, many frames at a time.
 class EditorLevels {
 public:
     static constexpr int kLongest = 256;  // frames of a slice
@@ -103,11 +103,13 @@ private:
     {
         assert(n <= kLongest);
         n = std::min(n, kLongest);
-        if (channel == 0 && frames_[side] > 0) follow();
-        float* const to = row(channel, side);
+        if (channel == 0) {
+            if (frames_[side] + n > kLongest) follow();
+            begin_[side] = frames_[side];
+            frames_[side] += n;
+        }
+        float* const to = row(channel, side) + begin_[side];
         for (int i = 0; i < n; ++i) to[i] = static_cast<float>(x[i]);
-        frames_[side] = n;
-        if (channel == channels_ - 1 && frames_[kInput] == frames_[kOutput]) follow();
     }
     /// Takes on what waits.
     void follow() noexcept
@@ -129,6 +131,7 @@ private:
 
     bool isOpen_ = false;
     int channels_ = 0;
+    int begin_[2] = {};              // of the present slice among the frames that wait
     int frames_[2] = {};             // that wait, of the inputs and of the outputs
     std::vector<LevelLanes> pairs_;  // of channels: both inputs, both outputs
     AlignedBuffer<float> waiting_;

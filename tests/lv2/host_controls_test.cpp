@@ -63,7 +63,9 @@ TEST(Lv2Enabled, SwitchingFadesWithinTenMillisecondsAndTheEffectKeepsRunning)
                 ASSERT_NEAR(on[c][i], old + (wetAgain[c][i] - old) * (1 - w), 2e-4) << i;
             }
             for (std::size_t i = 481; i < 4800; ++i) {
-                if (i >= latency + 481) ASSERT_EQ(off[c][i], dry[c][i]) << i;
+                if (i >= latency + 481) {
+                    ASSERT_EQ(off[c][i], dry[c][i]) << i;
+                }
                 ASSERT_EQ(on[c][i], wetAgain[c][i]) << i;  // nothing was reset meanwhile
             }
         }
