@@ -65,6 +65,7 @@ template <typename T> void BeatDelayCore<T>::prepare(const ProcessSpec& spec)
 {
     channels_ = spec.channels;
     pairs_ = ChannelPairs::of(spec.layout);
+    for (auto* rows : {&rows_, &leavingRows_, &echoes_}) rows->prepare(channels_);
     network_.prepare(channels_, 1, {spec.sampleRate, kLongest});
     output_.prepare(channels_, spec.sampleRate);
     entry_.prepare(spec.sampleRate, 0.02);
@@ -118,34 +119,36 @@ template <typename T> void BeatDelayCore<T>::updateTimes() noexcept
 /// What comes into the lines: the channels themselves, or the middle of each pair on the side where
 /// the ping-pong begins.
 template <typename T>
-void BeatDelayCore<T>::enter(BeatRouting routing, const AudioBlock<T>& part, T (*rows)[kSubBlock],
-                             const T** in) const noexcept
+void BeatDelayCore<T>::enter(BeatRouting routing, const AudioBlock<T>& part,
+                             const ChannelRows<T>& rows, ChannelList<const T>& in) const noexcept
 {
-    for (int c = 0; c < channels_; ++c) in[c] = part[c];
+    for (int c = 0; c < channels_; ++c) in[std::size_t(c)] = part[c];
     if (routing == BeatRouting::Stereo) return;
     for (int p = 0; p < pairs_.count; ++p) {
         const auto [left, right] = pairs_.pairs[static_cast<std::size_t>(p)];
         const bool isLeft = routing == BeatRouting::PingPongLeft;
         const int first = isLeft ? left : right, second = isLeft ? right : left;
-        vec::addScale(rows[first], in[left], in[right], T(0.5), part.frames);
+        vec::addScale(rows[first], static_cast<const T*>(part[left]),
+                      static_cast<const T*>(part[right]), T(0.5), part.frames);
         vec::clear(rows[second], part.frames);
-        in[first] = rows[first];
-        in[second] = rows[second];
+        in[std::size_t(first)] = rows[first];
+        in[std::size_t(second)] = rows[second];
     }
 }
 
-template <typename T> void BeatDelayCore<T>::route(const AudioBlock<T>& part, const T** in) noexcept
+template <typename T> void BeatDelayCore<T>::route(const AudioBlock<T>& part) noexcept
 {
     entry_.next(part);
-    enter(entry_.present(), part, rows_, in);
+    enter(entry_.present(), part, rows_, ins_);
     if (!entry_.isFading()) return;
-    const T* leaving[kMostEchoChannels]{};
-    enter(entry_.leaving(), part, leavingRows_, leaving);
+    enter(entry_.leaving(), part, leavingRows_, leaving_);
     for (int c = 0; c < channels_; ++c) {
-        if (in[c] == leaving[c]) continue;
-        if (in[c] != rows_[c]) vec::copy(rows_[c], in[c], part.frames);
-        entry_.fade().mix(rows_[c], leaving[c], part.frames);
-        in[c] = rows_[c];
+        const T*& in = ins_[std::size_t(c)];
+        const T* const old = leaving_[std::size_t(c)];
+        if (in == old) continue;
+        if (in != rows_[c]) vec::copy(rows_[c], in, part.frames);
+        entry_.fade().mix(rows_[c], old, part.frames);
+        in = rows_[c];
     }
     entry_.advance(part.frames);
 }
@@ -169,17 +172,11 @@ template <typename T> void BeatDelayCore<T>::narrow(T* const* echoes, GridSlice 
 template <typename T> void BeatDelayCore<T>::process(const AudioBlock<T>& block) noexcept
 {
     forEachSubBlock(block, [this](const AudioBlock<T>& part) {
-        Rows echoRows;
-        const T* in[kMostEchoChannels]{};
-        T *x[kMostEchoChannels]{}, *echoes[kMostEchoChannels]{};
-        for (int c = 0; c < channels_; ++c) {
-            x[c] = part[c];
-            echoes[c] = echoRows[c];
-        }
-        route(part, in);
-        network_.process(in, echoes, part);
-        narrow(echoes, part);
-        output_.process(x, echoes, part);
+        for (int c = 0; c < channels_; ++c) channel_[std::size_t(c)] = part[c];
+        route(part);
+        network_.process(ins_.data(), echoes_.data(), part);
+        narrow(echoes_.data(), part);
+        output_.process(channel_.data(), echoes_.data(), part);
     });
 }
 

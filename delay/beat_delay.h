@@ -45,12 +45,10 @@ public:
     void publish(MeterSlots& meters) noexcept { output_.publish(meters, network_.lines()); }
 
 private:
-    using Rows = T[kMostEchoChannels][kSubBlock];
-
     void updateTimes() noexcept;
-    void enter(BeatRouting routing, const AudioBlock<T>& part, T (*rows)[kSubBlock],
-               const T** in) const noexcept;
-    void route(const AudioBlock<T>& part, const T** in) noexcept;
+    void enter(BeatRouting routing, const AudioBlock<T>& part, const ChannelRows<T>& rows,
+               ChannelList<const T>& in) const noexcept;
+    void route(const AudioBlock<T>& part) noexcept;
     void narrow(T* const* echoes, GridSlice slice) noexcept;
 
     int channels_ = 0;
@@ -62,7 +60,9 @@ private:
     Switch<BeatRouting> entry_;
     Smoothed<T> own_;  // share of its own echoes in the sound of a side: (1 + width)/2
     Course<T> owns_;
-    Rows rows_, leavingRows_;  // what enters the lines
+    ChannelRows<T> rows_, leavingRows_, echoes_;
+    ChannelList<const T> ins_{}, leaving_{};  // what enters the lines
+    ChannelList<T> channel_{};
 };
 
 class BeatDelayAlgorithm final : public PrecisionAlgorithm<BeatDelayCore> {

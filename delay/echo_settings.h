@@ -3,7 +3,7 @@
 #pragma once
 
 #include <array>
-#include <cstdint>
+#include <cmath>
 
 #include "delay/step_line.h"
 #include "framework/effect_component.h"

@@ -11,7 +11,7 @@ void FeedbackNetwork<T>::prepare(int lines, int taps, const StepDelays& delays)
     cuts_.prepare({.lowEnd = kEchoLowEnd, .highEnd = kEchoHighEnd}, lines, delays.sampleRate, base);
     order_.prepare(lines, delays.sampleRate);
     feedback_.prepareHalfLife(2 * base);
-    rows_.require(static_cast<std::size_t>(lines * kSubBlock));
+    rows_.prepare(lines);
 }
 
 template <typename T> void FeedbackNetwork<T>::reset() noexcept
@@ -36,24 +36,26 @@ void FeedbackNetwork<T>::circulate(const T* const* in, T* const* echoes, GridSli
                                    int offset) noexcept
 {
     const int n = run.frames, lines = lines_.channels();
-    const T *x[kMostLines]{}, *fed[kMostLines]{};
-    T *echo[kMostLines]{}, *row[kMostLines]{};
-    for (int c = 0; c < lines; ++c) {
-        x[c] = in[c] + offset;
-        echo[c] = echoes[c] + offset;
-        row[c] = rows_.data() + c * kSubBlock;
+    if (offset != 0) {
+        for (int c = 0; c < lines; ++c) {
+            const auto i = static_cast<std::size_t>(c);
+            ins_[i] = in[c] + offset;
+            echoes_[i] = echoes[c] + offset;
+        }
+        in = ins_.data();
+        echoes = echoes_.data();
     }
-    lines_.read(0, echo, run);
+    lines_.read(0, echoes, run);
     if (lines_.isLive()) {
-        cuts_.process(echo, run);
+        cuts_.process(echoes, run);
     } else {
-        for (int c = 0; c < lines; ++c) vec::copy(row[c], echo[c], n);
-        cuts_.process(echo, run);
-        lines_.unfilter(echo, row, n);
+        for (int c = 0; c < lines; ++c) vec::copy(rows_[c], static_cast<const T*>(echoes[c]), n);
+        cuts_.process(echoes, run);
+        lines_.unfilter(echoes, rows_.data(), n);
     }
     order_.next(run);
-    order_.process(fed, echo, row, n);
-    lines_.write(x, fed, gains_.of(run), n);
+    order_.process(fed_.data(), echoes, rows_.data(), n);
+    lines_.write(in, fed_.data(), gains_.of(run), n);
     order_.advance(n);
 }
 

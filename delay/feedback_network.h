@@ -2,6 +2,7 @@
 // The loop of the echo effects: lines whose echoes are filtered, change places and come back.
 #pragma once
 
+#include "delay/channel_rows.h"
 #include "delay/echo_settings.h"
 #include "delay/permutation.h"
 #include "delay/step_line.h"
@@ -57,7 +58,9 @@ private:
     Permutation order_;
     Smoothed<T> feedback_;
     Course<T> gains_;
-    AlignedBuffer<T> rows_;  // a sub-block per line: before the cuts, and on the way to its place
+    ChannelRows<T> rows_;  // before the cuts, and on the way to its place
+    ChannelList<const T> ins_{}, fed_{};
+    ChannelList<T> echoes_{};
 };
 
 }  // namespace quillworks
