@@ -11,52 +11,76 @@ namespace quillworks::HWY_NAMESPACE {
 namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
-template <Saturation curve, bool isBiased, typename T>
-HWY_INLINE void means(const T* const* x, int phases, const T* bias, const T* output, T* const* y,
-                      int n)
+/// Frame 0 of x and y is frame `phase` of the drive.
+template <typename T, Saturation curve>
+void shape(const ShapeDrive<T>& drive, int phase, const T* const* x, int phases, T* const* y, int n)
 {
     using Curve = CurveMean<curve, T>;
     const CurveTag<T> d;
     constexpr int kLanes = static_cast<int>(hn::MaxLanes(CurveTag<T>()));
-    static_assert(kLanes <= AntiderivativeShape<T>::kPadding + 1);
+    static_assert(kLanes <= kShapePadding + 1);
     for (int i = 0; i < n; i += kLanes) {
-        const auto value = isBiased ? hn::LoadU(d, bias + i) : hn::Zero(d);
-        const auto zero = isBiased ? hn::LoadU(d, output + i) : hn::Zero(d);
-        const auto at = [&](const T* from) HWY_ATTR {
-            const auto v = hn::LoadU(d, from);
-            return Curve::at(isBiased ? hn::Add(v, value) : v);
-        };
-        auto before = at(x[phases - 1] + i - 1);
+        const auto gain = hn::LoadU(d, drive.gain + phase + i);
+        const auto bias = hn::LoadU(d, drive.bias + phase + i);
+        const auto rest = hn::LoadU(d, drive.rest + phase + i);
+        const auto level = hn::LoadU(d, drive.level + phase + i);
+        auto before = Curve::at(hn::MulAdd(gain, hn::LoadU(d, x[phases - 1] + i - 1), bias));
         for (int p = 0; p < phases; ++p) {
-            const auto now = at(x[p] + i);
+            const auto now = Curve::at(hn::MulAdd(gain, hn::LoadU(d, x[p] + i), bias));
             const auto mean = Curve::mean(now, before);
-            hn::StoreU(isBiased ? hn::Sub(mean, zero) : mean, d, y[p] + i);
+            hn::StoreU(hn::Mul(level, hn::Sub(mean, rest)), d, y[p] + i);
             before = now;
         }
     }
 }
 
-template <typename T, Saturation curve>
-void shape(const T* const* x, int phases, const T* bias, const T* output, T* const* y, int n)
+template <typename T, Saturation curve> void findRest(ShapeDrive<T>& drive)
 {
-    if (bias)
-        means<curve, true>(x, phases, bias, output, y, n);
-    else
-        means<curve, false>(x, phases, bias, output, y, n);
+    using Curve = CurveMean<curve, T>;
+    const CurveTag<T> d;
+    constexpr int kLanes = static_cast<int>(hn::MaxLanes(CurveTag<T>()));
+    static_assert(kSubBlock % kLanes == 0);
+    for (int i = 0; i < kSubBlock; i += kLanes) {
+        const auto at = Curve::at(hn::LoadU(d, drive.bias + i));
+        hn::StoreU(Curve::mean(at, at), d, drive.rest + i);
+    }
 }
 
-#define QUILLWORKS_SHAPES(T, suffix)                                                               \
-    auto shapes##suffix(Saturation curve)                                                          \
-    {                                                                                              \
-        using enum Saturation;                                                                     \
-        constexpr decltype(&shape<T, Warm>) kOf[] = {                                              \
-            shape<T, Warm>, shape<T, Soft>, shape<T, Hard>, shape<T, Tube>, shape<T, Fold>};       \
-        static_assert(std::size(kOf) == kSaturations);                                             \
-        return kOf[static_cast<int>(curve)];                                                       \
-    }
-QUILLWORKS_SHAPES(float, OfFloats)
-QUILLWORKS_SHAPES(double, OfDoubles)
-#undef QUILLWORKS_SHAPES
+template <typename T> struct Shapes {
+    decltype(&shape<T, Saturation::Warm>) process;
+    decltype(&findRest<T, Saturation::Warm>) findRest;
+};
+
+template <typename T> Shapes<T> shapesOf(Saturation curve)
+{
+    using enum Saturation;
+    constexpr Shapes<T> kOf[] = {{shape<T, Warm>, findRest<T, Warm>},
+                                 {shape<T, Soft>, findRest<T, Soft>},
+                                 {shape<T, Hard>, findRest<T, Hard>},
+                                 {shape<T, Tube>, findRest<T, Tube>},
+                                 {shape<T, Fold>, findRest<T, Fold>}};
+    static_assert(std::size(kOf) == kSaturations);
+    return kOf[static_cast<int>(curve)];
+}
+
+void shapeFloats(Saturation curve, const ShapeDrive<float>& drive, int phase, const float* const* x,
+                 int phases, float* const* y, int n)
+{
+    shapesOf<float>(curve).process(drive, phase, x, phases, y, n);
+}
+void shapeDoubles(Saturation curve, const ShapeDrive<double>& drive, int phase,
+                  const double* const* x, int phases, double* const* y, int n)
+{
+    shapesOf<double>(curve).process(drive, phase, x, phases, y, n);
+}
+void restOfFloats(Saturation curve, ShapeDrive<float>& drive)
+{
+    shapesOf<float>(curve).findRest(drive);
+}
+void restOfDoubles(Saturation curve, ShapeDrive<double>& drive)
+{
+    shapesOf<double>(curve).findRest(drive);
+}
 
 }  // namespace
 }  // namespace quillworks::HWY_NAMESPACE
@@ -66,22 +90,35 @@ HWY_AFTER_NAMESPACE();
 namespace quillworks {
 namespace {
 
-HWY_EXPORT(shapesOfFloats);
-HWY_EXPORT(shapesOfDoubles);
+HWY_EXPORT(shapeFloats);
+HWY_EXPORT(shapeDoubles);
+HWY_EXPORT(restOfFloats);
+HWY_EXPORT(restOfDoubles);
 
-template <typename T>
-using Shapes = void (*(*)(Saturation))(const T* const*, int, const T*, const T*, T* const*, int);
-template <typename T> const Shapes<T> chosen = nullptr;
-template <> const Shapes<float> chosen<float> = SIMD_CHOOSE(shapesOfFloats);
-template <> const Shapes<double> chosen<double> = SIMD_CHOOSE(shapesOfDoubles);
+template <typename T> struct Builds {
+    void (*process)(Saturation, const ShapeDrive<T>&, int, const T* const*, int, T* const*, int);
+    void (*findRest)(Saturation, ShapeDrive<T>&);
+};
+template <typename T> const Builds<T> chosen{};
+template <>
+const Builds<float> chosen<float> = {SIMD_CHOOSE(shapeFloats), SIMD_CHOOSE(restOfFloats)};
+template <>
+const Builds<double> chosen<double> = {SIMD_CHOOSE(shapeDoubles), SIMD_CHOOSE(restOfDoubles)};
 
 }  // namespace
 
 template <typename T>
-void AntiderivativeShape<T>::process(Saturation curve, const T* const* x, int phases,
-                                     const Bias& bias, T* const* y, int n) noexcept
+void AntiderivativeShape<T>::process(Saturation curve, const ShapeDrive<T>& drive,
+                                     const T* const* x, int phases, T* const* y,
+                                     GridSlice slice) noexcept
 {
-    chosen<T>(curve)(x, phases, bias.value, bias.output, y, n);
+    chosen<T>.process(curve, drive, slice.phase, x, phases, y, slice.frames);
+}
+
+template <typename T>
+void AntiderivativeShape<T>::findRest(Saturation curve, ShapeDrive<T>& drive) noexcept
+{
+    chosen<T>.findRest(curve, drive);
 }
 
 template struct AntiderivativeShape<float>;

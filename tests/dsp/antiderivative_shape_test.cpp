@@ -2,6 +2,7 @@
 // Means of the saturation curves and the gain that keeps their level.
 #include "dsp/antiderivative_shape.h"
 
+#include <algorithm>
 #include <array>
 #include <gtest/gtest.h>
 
@@ -43,10 +44,18 @@ template <typename T> class AntiderivativeShaping : public ::testing::Test {};
 using Precisions = ::testing::Types<float, double>;
 TYPED_TEST_SUITE(AntiderivativeShaping, Precisions);
 
+/// Gain 1 around no bias.
+template <typename T> ShapeDrive<T> plainDrive()
+{
+    ShapeDrive<T> drive;
+    std::fill(std::begin(drive.gain), std::end(drive.gain), T(1));
+    std::fill(std::begin(drive.level), std::end(drive.level), T(1));
+    return drive;
+}
+
 TYPED_TEST(AntiderivativeShaping, IsTheMeanOverTheWayHoweverNearTheNeighbours)
 {
     using T = TypeParam;
-    using Shape = AntiderivativeShape<T>;
     const double exactness = std::is_same_v<T, float> ? 5e-7 : 1e-10;
     const double points[] = {0,    -0.0, 1e-7,  0.003, 0.3,  -0.3, 0.99999, 1,   -1,
                              1.01, 1.5,  -1.49, 2.5,   -2.6, 7,    -12.5,   9.4, -15.8};
@@ -56,12 +65,13 @@ TYPED_TEST(AntiderivativeShaping, IsTheMeanOverTheWayHoweverNearTheNeighbours)
         for (const double near : {1e-3, 1e-6, 1e-9, 1e-15})
             from.push_back(T(a)), to.push_back(T(a + near));
     }
+    const auto drive = plainDrive<T>();
     for (const auto curve : kCurves)
         for (std::size_t k = 0; k < from.size(); ++k) {
-            T x[2 + Shape::kPadding]{from[k], to[k]}, y[1 + Shape::kPadding]{};
+            T x[2 + kShapePadding]{from[k], to[k]}, y[1 + kShapePadding]{};
             const T* const in = x + 1;
             T* const out = y;
-            Shape::process(curve, &in, 1, {}, &out, 1);
+            AntiderivativeShape<T>::process(curve, drive, &in, 1, &out, {1, 0});
             const double a = double(from[k]), b = double(to[k]);
             const double size = std::min(1.0, std::max(std::abs(a), std::abs(b)));
             ASSERT_NEAR(double(y[0]), meanOf(curve, a, b), exactness * size)
@@ -72,33 +82,40 @@ TYPED_TEST(AntiderivativeShaping, IsTheMeanOverTheWayHoweverNearTheNeighbours)
 TYPED_TEST(AntiderivativeShaping, StaysWithinItsLimitsAndSilent)
 {
     using T = TypeParam;
-    using Shape = AntiderivativeShape<T>;
-    auto x = noise<T>(64 + Shape::kPadding, 3, 1e6);
+    auto x = noise<T>(1 + ShapeDrive<T>::kFrames, 3, 1e6);
     const T smallest = std::numeric_limits<T>::min();
-    for (int i = 40; i < 46; ++i) x[std::size_t(i)] = (i % 2 ? 1 : -1) * smallest;
-    for (int i = 46; i < 52; ++i) x[std::size_t(i)] = (i % 2 ? 0 : smallest / 2);
-    for (int i = 52; i < 60; ++i) x[std::size_t(i)] = 0;
+    for (int i = 8; i < 14; ++i) x[std::size_t(i)] = (i % 2 ? 1 : -1) * smallest;
+    for (int i = 14; i < 20; ++i) x[std::size_t(i)] = i % 2 ? 0 : smallest / 2;
+    for (int i = 20; i < 28; ++i) x[std::size_t(i)] = 0;
     const FlushDenormals flush;  // as while an effect runs
-    for (const auto curve : kCurves) {
-        Signal<T> y(x.size());
-        const T* const in = x.data() + 1;
-        T* const out = y.data() + 1;
-        Shape::process(curve, &in, 1, {}, &out, 63);
-        for (std::size_t i = 1; i < 64; ++i) ASSERT_LE(std::abs(y[i]), T(1.000001)) << int(curve);
-        for (std::size_t i = 54; i < 60; ++i) ASSERT_EQ(y[i], 0) << int(curve);
-    }
+    for (const auto curve : kCurves)
+        for (const double bias : {0.0, 0.3, -0.7}) {
+            auto drive = plainDrive<T>();
+            std::fill(std::begin(drive.bias), std::end(drive.bias), T(bias));
+            AntiderivativeShape<T>::findRest(curve, drive);
+            Signal<T> y(x.size());
+            const T* const in = x.data() + 1;
+            T* const out = y.data() + 1;
+            AntiderivativeShape<T>::process(curve, drive, &in, 1, &out, {32, 0});
+            for (std::size_t i = 1; i <= 32; ++i)
+                ASSERT_LE(std::abs(y[i]), T(2.000001)) << int(curve);
+            for (std::size_t i = 21; i < 28; ++i) ASSERT_EQ(y[i], 0) << int(curve) << ", " << bias;
+        }
 }
 
-/// Phases, lengths and a bias against one sample after the other.
-TYPED_TEST(AntiderivativeShaping, GoesThroughThePhasesInOrderAroundItsBias)
+/// Phases, lengths and a drive that moves against one sample after the other.
+TYPED_TEST(AntiderivativeShaping, GoesThroughThePhasesInOrderUnderItsDrive)
 {
     using T = TypeParam;
-    using Shape = AntiderivativeShape<T>;
-    constexpr std::size_t kRoom = 32 + Shape::kPadding, kPast = 1;
-    const auto bias = noise<T>(kRoom, 9, 0.8);
-    for (const auto curve : kCurves)
+    constexpr std::size_t kRoom = ShapeDrive<T>::kFrames, kPast = 1;
+    ShapeDrive<T> drive;
+    std::ranges::copy(noise<T>(kRoom, 9, 0.8), drive.bias);
+    std::ranges::copy(noise<T>(kRoom, 10, 3), drive.gain);
+    std::ranges::copy(noise<T>(kRoom, 11, 1), drive.level);
+    for (const auto curve : kCurves) {
+        AntiderivativeShape<T>::findRest(curve, drive);
         for (const std::size_t phases : {1u, 2u, 4u, 8u})
-            for (const int n : {1, 7, 32}) {
+            for (const GridSlice slice : {GridSlice{1, 31}, GridSlice{7, 3}, kWholeSubBlock}) {
                 Channels<T> x(phases), y(phases, Signal<T>(kRoom));
                 std::array<const T*, 8> in{};
                 std::array<T*, 8> out{};
@@ -107,22 +124,21 @@ TYPED_TEST(AntiderivativeShaping, GoesThroughThePhasesInOrderAroundItsBias)
                     in[p] = x[p].data() + kPast;
                     out[p] = y[p].data();
                 }
-                Signal<T> zero(kRoom);
-                for (std::size_t i = 0; i < kRoom; ++i) zero[i] = saturate(curve, bias[i]);
-                Shape::process(curve, in.data(), int(phases), {bias.data(), zero.data()},
-                               out.data(), n);
-                for (int i = 0; i < n; ++i)
+                AntiderivativeShape<T>::process(curve, drive, in.data(), int(phases), out.data(),
+                                                slice);
+                for (int i = 0; i < slice.frames; ++i)
                     for (std::size_t p = 0; p < phases; ++p) {
-                        const T before = p > 0 ? in[p - 1][i] : in[phases - 1][i - 1];
-                        const auto at = std::size_t(i);
-                        const double b = double(bias[at]);
-                        const double wanted =
-                            meanOf(curve, double(before) + b, double(in[p][i]) + b) -
-                            saturate(curve, b);
-                        ASSERT_NEAR(double(y[p][at]), wanted, 1e-6)
+                        const double before = double(p > 0 ? in[p - 1][i] : in[phases - 1][i - 1]);
+                        const int at = slice.phase + i;
+                        const double gain = double(drive.gain[at]), bias = double(drive.bias[at]);
+                        const double mean =
+                            meanOf(curve, gain * before + bias, gain * double(in[p][i]) + bias);
+                        ASSERT_NEAR(double(out[p][i]),
+                                    double(drive.level[at]) * (mean - saturate(curve, bias)), 2e-6)
                             << int(curve) << ", " << phases << ", " << i;
                     }
             }
+    }
 }
 
 TEST(LevelMatch, KeepsNoiseAtItsLevel)
