@@ -135,14 +135,17 @@ protected:
         position_[v] = hn::Add(position_[v], hn::Set(D(), T(1)));
         given_[v] = Pair::turned(y, v == vectors - 1 ? lastTurn_ : turn_);
     }
-    /// Calls step(t) for all steps: those in the middle, where no lane rests, are not `masked`.
-    template <class Pass> static HWY_INLINE void runSteps(Pass& pass)
+    /// Calls step(t, buffers) for all steps: those in the middle, where no lane rests, are not
+    /// `masked`. (The buffers are no members: what is stored there could be a state then, and the
+    /// states would not stay in registers.)
+    template <class Pass, class Buffers>
+    static HWY_INLINE void runSteps(Pass& pass, Buffers& buffers)
     {
         const int filled = HWY_MIN(pass.delay_, pass.frames_);
         int t = 0;
-        for (; t < filled; ++t) pass.template step<true>(t);
-        for (; t < pass.frames_; ++t) pass.template step<false>(t);
-        for (; t < pass.frames_ + pass.delay_; ++t) pass.template step<true>(t);
+        for (; t < filled; ++t) pass.template step<true>(t, buffers);
+        for (; t < pass.frames_; ++t) pass.template step<false>(t, buffers);
+        for (; t < pass.frames_ + pass.delay_; ++t) pass.template step<true>(t, buffers);
     }
     static HWY_INLINE void save(const V* z, T* row)
     {
@@ -182,33 +185,40 @@ public:
 
     HWY_INLINE void run()
     {
-        interleave();
-        Base::runSteps(*this);
+        Buffers b;
+        interleave(b.in);
+        Base::runSteps(*this, b);
         for (int k = 0; k < 4; ++k) Base::save(z_[k], run_.z[k]);
-        spread();
+        spread(b.low);
         T* const last = run_.band + 2 * run_.count * run_.stride;
-        Base::separate(rest_ + 2 * delay_, last, last + run_.stride, frames_);
+        Base::separate(b.rest + 2 * delay_, last, last + run_.stride, frames_);
     }
 
 private:
-    HWY_INLINE void interleave()
+    struct Buffers {
+        HWY_ALIGN T in[2 * (kSubBlock + kDelay) + kLanes];
+        HWY_ALIGN T rest[2 * (kSubBlock + kDelay) + kLanes];
+        HWY_ALIGN T low[kSteps * vectors * kLanes];
+    };
+
+    HWY_INLINE void interleave(T* in) const
     {
         const T *const left = run_.channel[0], *const right = run_.channel[1];
         const int n = frames_;
         if (right) {
-            for (int i = 0; i < n; ++i) in_[2 * i] = left[i], in_[2 * i + 1] = right[i];
+            for (int i = 0; i < n; ++i) in[2 * i] = left[i], in[2 * i + 1] = right[i];
         } else {
-            for (int i = 0; i < n; ++i) in_[2 * i] = left[i], in_[2 * i + 1] = 0;
+            for (int i = 0; i < n; ++i) in[2 * i] = left[i], in[2 * i + 1] = 0;
         }
-        for (int i = 2 * n; i < 2 * (n + delay_) + kLanes; ++i) in_[i] = 0;
+        for (int i = 2 * n; i < 2 * (n + delay_) + kLanes; ++i) in[i] = 0;
     }
 
-    template <bool masked> HWY_INLINE void step(int t)
+    template <bool masked> HWY_INLINE void step(int t, Buffers& b)
     {
         const D d;
         const V half = hn::Set(d, T(0.5)), one = hn::Set(d, T(1)), k = hn::Set(d, T(kDamping));
         V x[vectors];
-        x[0] = hn::IfThenElse(isInput_, Pair::load(in_ + 2 * t), given_[0]);
+        x[0] = hn::IfThenElse(isInput_, Pair::load(b.in + 2 * t), given_[0]);
         for (int v = 1; v < vectors; ++v) x[v] = hn::IfThenElse(isInput_, given_[v - 1], given_[v]);
         for (int v = 0; v < vectors; ++v) {
             V &z1 = z_[0][v], &z2 = z_[1][v], &z3 = z_[2][v], &z4 = z_[3][v];
@@ -227,21 +237,21 @@ private:
             const V between = hn::MulAdd(lowX, x[v], lowPass);
             Base::template follow<masked>(between, z3, z4, v);
             Base::template follow<masked>(x[v], z1, z2, v);
-            hn::Store(low, d, low_ + (t * vectors + v) * kLanes);
+            hn::Store(low, d, b.low + (t * vectors + v) * kLanes);
             Base::pass(rest, v);
         }
-        Pair::store(given_[vectors - 1], rest_ + 2 * t);
+        Pair::store(given_[vectors - 1], b.rest + 2 * t);
     }
 
     /// From lanes, which are a sample apart from split to split, to the rows of the bands.
-    HWY_INLINE void spread() const
+    HWY_INLINE void spread(const T* low) const
     {
         const D d;
         for (int t = 0; t < frames_ + delay_; t += kLanes)
             for (int v = 0; v < vectors; ++v) {
                 V w[kLanes];
                 for (int i = 0; i < kLanes; ++i)
-                    w[i] = hn::Load(d, low_ + ((t + i) * vectors + v) * kLanes);
+                    w[i] = hn::Load(d, low + ((t + i) * vectors + v) * kLanes);
                 transpose(d, w);
                 for (int i = 0; i < kLanes; ++i) {
                     const int lane = v * kLanes + i;
@@ -253,9 +263,6 @@ private:
     const SplitRun<T>& run_;
     hn::Mask<D> isInput_;
     V z_[4][vectors];
-    HWY_ALIGN T in_[2 * (kSubBlock + kDelay) + kLanes];
-    HWY_ALIGN T rest_[2 * (kSubBlock + kDelay) + kLanes];
-    HWY_ALIGN T low_[kSteps * vectors * kLanes];
 };
 
 template <class D, int vectors, bool moves> class JoinPass : Lanes<D, vectors, moves> {
@@ -279,15 +286,21 @@ public:
 
     HWY_INLINE void run()
     {
-        gather();
-        Base::runSteps(*this);
+        Buffers b;
+        gather(b.in);
+        Base::runSteps(*this, b);
         for (int k = 0; k < 2; ++k) Base::save(z_[k], run_.z[k]);
-        Base::separate(sum_ + 2 * delay_, run_.channel[0], run_.channel[1], frames_);
+        Base::separate(b.sum + 2 * delay_, run_.channel[0], run_.channel[1], frames_);
     }
 
 private:
+    struct Buffers {
+        HWY_ALIGN T in[kSteps * vectors * kLanes];
+        HWY_ALIGN T sum[2 * (kSubBlock + kDelay) + kLanes];
+    };
+
     /// From the rows of the bands to lanes, a sample apart from all-pass to all-pass.
-    HWY_INLINE void gather()
+    HWY_INLINE void gather(T* in) const
     {
         const D d;
         for (int t = 0; t < frames_ + delay_; t += kLanes)
@@ -299,11 +312,11 @@ private:
                 }
                 transpose(d, w);
                 for (int i = 0; i < kLanes; ++i)
-                    hn::Store(w[i], d, in_ + ((t + i) * vectors + v) * kLanes);
+                    hn::Store(w[i], d, in + ((t + i) * vectors + v) * kLanes);
             }
     }
 
-    template <bool masked> HWY_INLINE void step(int t)
+    template <bool masked> HWY_INLINE void step(int t, Buffers& b)
     {
         const D d;
         const V one = hn::Set(d, T(1)), k = hn::Set(d, T(kDamping));
@@ -311,7 +324,7 @@ private:
         for (int v = 0; v < vectors; ++v) {
             V below = hn::IfThenElseZero(isBehind_, given_[v]);
             if (v > 0) below = hn::IfThenElse(isBehind_, given_[v], given_[v - 1]);
-            x[v] = hn::Add(hn::Load(d, in_ + (t * vectors + v) * kLanes), below);
+            x[v] = hn::Add(hn::Load(d, b.in + (t * vectors + v) * kLanes), below);
         }
         for (int v = 0; v < vectors; ++v) {
             V &z1 = z_[0][v], &z2 = z_[1][v];
@@ -322,14 +335,12 @@ private:
             Base::template follow<masked>(x[v], z1, z2, v);
             Base::pass(y, v);
         }
-        Pair::store(given_[vectors - 1], sum_ + 2 * t);
+        Pair::store(given_[vectors - 1], b.sum + 2 * t);
     }
 
     const JoinRun<T>& run_;
     hn::Mask<D> isBehind_;
     V z_[2][vectors];
-    HWY_ALIGN T in_[kSteps * vectors * kLanes];
-    HWY_ALIGN T sum_[2 * (kSubBlock + kDelay) + kLanes];
 };
 
 template <template <class, int, bool> class Pass, class D, int vectors, class Run>

@@ -15,56 +15,63 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 constexpr double kSame = 0.05;  // dB below u that are still its peak
 constexpr double kDone = 1e-6;  // dB of v that are nothing
-constexpr int kMostLanes = 8;   // keys of one pass
 
-/// Rows of lanes: release, attack, hold, u, v, frames left.
-template <class V> struct Detector {
+/// Lanes of keys; the rows of PeakHold, and what follows from them.
+template <class D> struct Detector {
+    using V = hn::Vec<D>;
+
+    HWY_INLINE Detector(D, const double* rows, int stride)
+        : release(hn::LoadU(D(), rows)),
+          attack(hn::LoadU(D(), rows + stride)),
+          hold(hn::LoadU(D(), rows + 2 * stride)),
+          u(hn::LoadU(D(), rows + 3 * stride)),
+          v(hn::LoadU(D(), rows + 4 * stride)),
+          left(hn::LoadU(D(), rows + 5 * stride)),
+          releaseShare(hn::Sub(hn::Set(D(), 1.0), release)),
+          attackShare(hn::Sub(hn::Set(D(), 1.0), attack)),
+          over(hn::Div(hn::Set(D(), kSame), release)),
+          gone(hn::Div(hn::Set(D(), kDone), attack))
+    {}
+    HWY_INLINE void save(double* rows, int stride) const
+    {
+        hn::StoreU(u, D(), rows + 3 * stride);
+        hn::StoreU(v, D(), rows + 4 * stride);
+        hn::StoreU(left, D(), rows + 5 * stride);
+    }
+
+    /// One sample: r in, v out. The way from u to u and from v to v is what limits the speed, so
+    /// all that does not lie on it is worked out beside it: r + cr (u - r) as two products, and
+    /// whether an end is reached from the value before.
+    HWY_INLINE V next(V r)
+    {
+        const D d;
+        const V zero = hn::Zero(d);
+        const auto asks = hn::Gt(r, zero);
+        const V peak = hn::IfThenElse(asks, hn::Add(r, hn::Set(d, kSame)), hn::Set(d, -1.0));
+        const auto isPeak = hn::Gt(peak, u);
+        const auto holds = hn::Gt(left, zero);
+        const auto isOver = hn::AndNot(asks, hn::Le(u, over));
+        const V falling = hn::MulAdd(release, u, hn::Mul(releaseShare, r));
+        const V still = hn::IfThenElse(holds, u, hn::IfThenElse(isOver, zero, falling));
+        u = hn::IfThenElse(isPeak, hn::Max(u, r), still);
+        left = hn::IfThenElse(isPeak, hold, hn::Max(hn::Sub(left, hn::Set(d, 1.0)), zero));
+        const auto isGone = hn::And(hn::Eq(u, zero), hn::Lt(v, gone));
+        v = hn::IfThenElse(isGone, zero, hn::MulAdd(attack, v, hn::Mul(attackShare, u)));
+        return v;
+    }
+
     V release, attack, hold, u, v, left;
+    V releaseShare, attackShare;  // 1 - coefficient
+    V over, gone;                 // below these u and v, falling, are at their ends
 };
-
-/// One sample of all lanes: r in, v out.
-template <class D, class V> HWY_INLINE V follow(D d, Detector<V>& s, V r)
-{
-    const auto zero = hn::Zero(d), same = hn::Set(d, kSame);
-    const auto asks = hn::Gt(r, zero);
-    const auto isPeak = hn::And(asks, hn::Gt(r, hn::Sub(s.u, same)));
-    const auto holds = hn::Gt(s.left, zero);
-    const V falling = hn::MulAdd(s.release, hn::Sub(s.u, r), r);
-    const auto isOver = hn::AndNot(asks, hn::Le(falling, same));
-    const V lower = hn::IfThenElse(holds, s.u, hn::IfThenElse(isOver, zero, falling));
-    s.u = hn::IfThenElse(isPeak, hn::Max(s.u, r), lower);
-    s.left = hn::IfThenElse(isPeak, s.hold, hn::Max(hn::Sub(s.left, hn::Set(d, 1.0)), zero));
-    const V v = hn::MulAdd(s.attack, hn::Sub(s.v, s.u), s.u);
-    const auto isGone = hn::And(hn::Eq(s.u, zero), hn::Lt(v, hn::Set(d, kDone)));
-    s.v = hn::IfThenElse(isGone, zero, v);
-    return s.v;
-}
-
-template <class D> HWY_INLINE Detector<hn::Vec<D>> load(D d, const double* rows, int stride)
-{
-    return {hn::LoadU(d, rows),
-            hn::LoadU(d, rows + stride),
-            hn::LoadU(d, rows + 2 * stride),
-            hn::LoadU(d, rows + 3 * stride),
-            hn::LoadU(d, rows + 4 * stride),
-            hn::LoadU(d, rows + 5 * stride)};
-}
-
-template <class D, class V>
-HWY_INLINE void save(D d, const Detector<V>& s, double* rows, int stride)
-{
-    hn::StoreU(s.u, d, rows + 3 * stride);
-    hn::StoreU(s.v, d, rows + 4 * stride);
-    hn::StoreU(s.left, d, rows + 5 * stride);
-}
 
 /// One key.
 template <typename T> void followOne(double* rows, int stride, T* x, int n)
 {
     const hn::CappedTag<double, 1> d;
-    auto s = load(d, rows, stride);
-    for (int i = 0; i < n; ++i) x[i] = T(hn::GetLane(follow(d, s, hn::Set(d, double(x[i])))));
-    save(d, s, rows, stride);
+    Detector s(d, rows, stride);
+    for (int i = 0; i < n; ++i) x[i] = T(hn::GetLane(s.next(hn::Set(d, double(x[i])))));
+    s.save(rows, stride);
 }
 
 #if HWY_TARGET == HWY_SCALAR
@@ -94,54 +101,63 @@ template <class D> HWY_INLINE void storeSamples(D, hn::Vec<D> v, float* x)
     hn::StoreU(hn::DemoteTo(narrow, v), narrow, x);
 }
 
-/// Keys side by side in `vectors` vectors.
+/// Keys side by side, in one vector or in two.
 template <int vectors, typename T> void followLanes(double* rows, int stride, T* x, int keys, int n)
 {
+    static_assert(vectors <= 2);
     const hn::CappedTag<double, 4> d;
-    using V = hn::Vec<decltype(d)>;
+    using D = hn::CappedTag<double, 4>;
+    using V = hn::Vec<D>;
     constexpr int lanes = static_cast<int>(hn::MaxLanes(d));
     T unused[kSubBlock] = {};  // stands for the rows that the last vector has too many
     T* row[vectors * lanes];
     for (int k = 0; k < vectors * lanes; ++k) row[k] = k < keys ? x + k * kSubBlock : unused;
-    Detector<V> s[vectors];
-    for (int v = 0; v < vectors; ++v) s[v] = load(d, rows + v * lanes, stride);
+    Detector<D> s(d, rows, stride), more(d, rows + (vectors - 1) * lanes, stride);
     for (int at = 0; at < n; at += lanes) {
-        V w[vectors][lanes];
-        for (int v = 0; v < vectors; ++v) {
-            for (int k = 0; k < lanes; ++k) w[v][k] = loadSamples(d, row[v * lanes + k] + at);
-            transpose(d, w[v]);
+        V w[lanes], z[lanes];
+        for (int k = 0; k < lanes; ++k) w[k] = loadSamples(d, row[k] + at);
+        transpose(d, w);
+        if (vectors == 2) {
+            for (int k = 0; k < lanes; ++k)
+                z[k] = loadSamples(d, row[(vectors - 1) * lanes + k] + at);
+            transpose(d, z);
         }
         const int steps = HWY_MIN(lanes, n - at);
         if (steps == lanes) {
-            for (int i = 0; i < lanes; ++i)
-                for (int v = 0; v < vectors; ++v) w[v][i] = follow(d, s[v], w[v][i]);
+            for (int i = 0; i < lanes; ++i) {
+                w[i] = s.next(w[i]);
+                if (vectors == 2) z[i] = more.next(z[i]);
+            }
         } else {
-            for (int i = 0; i < steps; ++i)
-                for (int v = 0; v < vectors; ++v) w[v][i] = follow(d, s[v], w[v][i]);
+            for (int i = 0; i < steps; ++i) {
+                w[i] = s.next(w[i]);
+                if (vectors == 2) z[i] = more.next(z[i]);
+            }
         }
-        for (int v = 0; v < vectors; ++v) {
-            transpose(d, w[v]);
-            for (int k = 0; k < lanes; ++k) storeSamples(d, w[v][k], row[v * lanes + k] + at);
+        transpose(d, w);
+        for (int k = 0; k < lanes; ++k) storeSamples(d, w[k], row[k] + at);
+        if (vectors == 2) {
+            transpose(d, z);
+            for (int k = 0; k < lanes; ++k)
+                storeSamples(d, z[k], row[(vectors - 1) * lanes + k] + at);
         }
     }
-    for (int v = 0; v < vectors; ++v) save(d, s[v], rows + v * lanes, stride);
+    s.save(rows, stride);
+    if (vectors == 2) more.save(rows + (vectors - 1) * lanes, stride);
 }
 
 template <typename T> void followAll(double* rows, int stride, T* x, int keys, int n)
 {
     constexpr int lanes = static_cast<int>(hn::MaxLanes(hn::CappedTag<double, 4>()));
-    for (int k = 0; k < keys; k += kMostLanes) {
-        const int count = HWY_MIN(kMostLanes, keys - k);
-        double* const r = rows + k;
+    for (int k = 0; k < keys; k += 2 * lanes) {
+        const int count = HWY_MIN(2 * lanes, keys - k);
         T* const y = x + k * kSubBlock;
         if (count == 1)
-            followOne(r, stride, y, n);
+            followOne(rows + k, stride, y, n);
         else if (count <= lanes)
-            followLanes<1>(r, stride, y, count, n);
-        else if (count <= 2 * lanes)
-            followLanes<2>(r, stride, y, count, n);
+            followLanes<1>(rows + k, stride, y, count, n);
         else
-            followLanes<kMostLanes / lanes>(r, stride, y, count, n);
+            followLanes<2>(rows + k, stride, y, count, n);
     }
 }
 
