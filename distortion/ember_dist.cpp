@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "dsp/decibel.h"
+#include "dsp/one_pole_section.h"
 #include "dsp/sanitise.h"
 
 namespace quillworks {
@@ -124,7 +125,7 @@ template <typename T> void EmberDistCore<T>::process(const AudioBlock<T>& block)
     forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
 }
 
-/// The tone control, a one-pole in a section of second order: those run two channels at a time.
+/// The tone control.
 template <typename T> void EmberDistCore<T>::tilt(GridSlice slice) noexcept
 {
     if (slice.begins()) {
@@ -134,8 +135,7 @@ template <typename T> void EmberDistCore<T>::tilt(GridSlice slice) noexcept
         if (!isTilted_) return;
         if (!wasTilted) tilt_.reset();
         const auto at = [this](double db) {
-            const auto c = OnePoleCoefficients<T>::tilt(kTiltCorner, dbToGain(db), sampleRate_);
-            return SectionCoefficients<T>{.b2 = c.b, .c2 = c.l, .d = c.h};
+            return asSection(OnePoleCoefficients<T>::tilt(kTiltCorner, dbToGain(db), sampleRate_));
         };
         if (!wasTilted) tilt_.set(0, at(gain.from));
         if (!gain.isConstant()) tilt_.glide(0, at(gain.to));
@@ -187,13 +187,10 @@ SimpleDistComponent::SimpleDistComponent(SimpleDistAlgorithm& algorithm)
 
 Delays SimpleDistComponent::delays(double sampleRate) const noexcept
 {
-    const int latency = Saturator<float>::latencyAt(sampleRate);
-    // A constant that the curve makes ends with the signal, and what takes it out swings back.
     const bool makesConstant =
         value("bias") != 0 || static_cast<Saturation>(int(value("character"))) == Saturation::Tube;
-    const double seconds = makesConstant ? 0.25 : 0.05;
-    return {static_cast<std::uint32_t>(latency),
-            static_cast<std::uint32_t>(latency + std::trunc(seconds * sampleRate))};
+    return {static_cast<std::uint32_t>(Saturator<float>::latencyAt(sampleRate)),
+            Saturator<float>::tailAt(sampleRate, makesConstant)};
 }
 
 }  // namespace quillworks

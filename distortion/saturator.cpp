@@ -34,6 +34,13 @@ template <typename T> int Saturator<T>::latencyAt(double sampleRate) noexcept
 }
 
 template <typename T>
+std::uint32_t Saturator<T>::tailAt(double sampleRate, bool makesConstant) noexcept
+{
+    return static_cast<std::uint32_t>(latencyAt(sampleRate)) +
+           static_cast<std::uint32_t>((makesConstant ? 0.25 : 0.05) * sampleRate);
+}
+
+template <typename T>
 void Saturator<T>::prepare(double sampleRate, int channels, double glideHalfLife)
 {
     for (auto* value : {&drive_, &bias_, &match_}) value->prepareHalfLife(glideHalfLife);

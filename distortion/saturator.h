@@ -2,6 +2,7 @@
 // A saturation without audible aliases that stays at its level.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "dsp/antiderivative_shape.h"
@@ -19,6 +20,9 @@ template <typename T> class Saturator {
 public:
     /// In frames: 39, 38, 32 or 0 by the rate. (At 0 the half sample of the curve's means stays.)
     static int latencyAt(double sampleRate) noexcept;
+    /// In frames, latency included. A constant that a bias or Tube makes ends with the signal, and
+    /// what takes it out swings back.
+    static std::uint32_t tailAt(double sampleRate, bool makesConstant) noexcept;
 
     /// `glideHalfLife` in sub-blocks. Allocates; may throw std::bad_alloc.
     void prepare(double sampleRate, int channels, double glideHalfLife);

@@ -9,6 +9,8 @@
 #include "delay/analog_delay.h"
 #include "distortion/bitcrusher.h"
 #include "distortion/ember_dist.h"
+#include "distortion/multiband_distortion.h"
+#include "distortion/overdrive.h"
 #include "dynamics/compressor.h"
 #include "dynamics/expander.h"
 #include "dynamics/gate.h"

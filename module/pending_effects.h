@@ -47,10 +47,6 @@ using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
 using SurroundPanAlgorithm = PassThroughAlgorithm;
 using SurroundPanComponent = PassThroughComponent<"SurroundPan">;
-using OverdriveAlgorithm = PassThroughAlgorithm;
-using OverdriveComponent = PassThroughComponent<"Overdrive">;
-using MultiDistAlgorithm = PassThroughAlgorithm;
-using MultiDistComponent = PassThroughComponent<"MultiDist">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;
