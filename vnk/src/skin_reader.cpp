@@ -81,6 +81,7 @@ constexpr Attributes kDisplays[] = {
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
+    {"ShapeCurve", "curve drive bias point"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)
