@@ -12,6 +12,7 @@
 #include "distortion/ember_dist.h"
 #include "distortion/multiband_distortion.h"
 #include "distortion/overdrive.h"
+#include "dynamics/bandpress.h"
 #include "dynamics/compressor.h"
 #include "dynamics/expander.h"
 #include "dynamics/gate.h"

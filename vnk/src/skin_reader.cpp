@@ -78,6 +78,7 @@ constexpr Attributes kDisplays[] = {
     {"EchoLine", "time beats feedback width mode"},
     {"ModWave", "wave rate depth"},
     {"FilterCurve", "low high resonance"},
+    {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
