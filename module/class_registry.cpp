@@ -19,6 +19,7 @@
 #include "dynamics/limiter.h"
 #include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"
+#include "mixing/surround_panner.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
 

@@ -41,8 +41,6 @@ using TestScopeAlgorithm = PassThroughAlgorithm;
 using TestScopeComponent = PassThroughComponent<"TestScope">;
 using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
-using SurroundPanAlgorithm = PassThroughAlgorithm;
-using SurroundPanComponent = PassThroughComponent<"SurroundPan">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;

@@ -83,6 +83,7 @@ constexpr Attributes kDisplays[] = {
     {"StepCurve", "rate bits law gain"},
     {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
     {"ShapeCurve", "curve drive bias point"},
+    {"PanField", "across along azimuth elevation distance width left right"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)
