@@ -96,5 +96,27 @@ TEST(MatchedBands, PassBitByBitAt0DbAndStayFiniteAtTheEndsOfEverything)
                 }
 }
 
+/// A bell of +12 dB sweeps over a tone: coefficients that run linearly over sub-blocks beside ones
+/// designed for every sample.
+TEST(MatchedBands, SweepAsSmoothlyAsIfDesignedForEverySample)
+{
+    constexpr double fs = 48000;
+    const auto at = [](int frame) {
+        const double f = 200 * std::pow(25, std::min(1.0, frame / 4800.0));
+        return MatchedBand::bell(f, 12, 2, fs).section<double>();
+    };
+    const auto x = test::sine<double>(4800, 1000, fs, std::pow(10, -12 / 20.0));
+    auto ramped = x, exact = x;
+    SectionState<double> a, b;
+    SectionRamp<double> ramp;
+    ramp.snap(at(0));
+    for (int i = 0; i < 4800; i += kSubBlock) {
+        ramp.follow(at(i + kSubBlock));
+        ramp.run(a, &ramped[std::size_t(i)], kWholeSubBlock);
+        for (int k = 0; k < kSubBlock; ++k) b.run(at(i + k + 1), &exact[std::size_t(i + k)], 1);
+    }
+    EXPECT_LT(test::peakDifferenceDb(ramped, exact), -42);
+}
+
 }  // namespace
 }  // namespace quillworks

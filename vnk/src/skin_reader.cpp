@@ -77,7 +77,8 @@ constexpr Attributes kDisplays[] = {
     {"Loudness", "momentary shortTerm integrated low high truePeak"},
     {"EchoLine", "time beats feedback width mode"},
     {"ModWave", "wave rate depth"},
-    {"FilterCurve", "low high resonance"},
+    {"FilterCurve",
+     "low high resonance freq1 gain1 q1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
 };
