@@ -13,6 +13,7 @@
 #include "distortion/multiband_distortion.h"
 #include "distortion/overdrive.h"
 #include "dynamics/bandpress.h"
+#include "dynamics/channel_strip.h"
 #include "dynamics/compressor.h"
 #include "dynamics/expander.h"
 #include "dynamics/gate.h"

@@ -7,8 +7,6 @@
 
 namespace quillworks {
 
-using SimpleStripAlgorithm = PassThroughAlgorithm;
-using SimpleStripComponent = PassThroughComponent<"SimpleStrip">;
 using PanToolAlgorithm = PassThroughAlgorithm;
 using PanToolComponent = PassThroughComponent<"PanTool">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;

@@ -79,6 +79,8 @@ constexpr Attributes kDisplays[] = {
     {"ModWave", "wave rate depth"},
     {"FilterCurve", "low high resonance"},
     {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels"},
+    {"FilterCurve",
+     "low high resonance freq1 gain1 q1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
