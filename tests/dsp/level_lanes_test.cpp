@@ -55,7 +55,7 @@ TEST(LevelLanes, ReadAsFollowersDoAtAnyRateAndDivision)
         lanes.run(times, at, 32);
         x[1][3] = 0.5f;
         lanes.run(times, at, 32);
-        EXPECT_NEAR(lanes.fast(1), 0.5, 0.01) << "infinity has not stayed";
+        EXPECT_NEAR(lanes.fast(1), 0.5, 0.02) << "infinity has not stayed";
     }
 }
 
