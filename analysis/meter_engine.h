@@ -34,6 +34,8 @@ public:
 
     void set(const MeterSettings& settings);
 
+    const ProcessSpec& spec() const noexcept { return spec_; }
+
 protected:
     // What a meter does. Frames come without seams between two calls of begin.
     virtual void prepareMeter(const ProcessSpec& spec) = 0;
@@ -47,7 +49,6 @@ protected:
     virtual void publishMeter(MeterSlots& meters) noexcept = 0;
     virtual void showMeter(int index, VNK::IDisplaySink& sink) const = 0;
 
-    const ProcessSpec& spec() const noexcept { return spec_; }
     bool isPrepared() const noexcept { return isPrepared_; }
     std::int64_t next() const noexcept { return next_; }
 
@@ -59,52 +60,69 @@ private:
     std::int64_t lost_ = 0, bad_ = 0;
 };
 
-/// The component of a meter: freezing, resetting holds, and feeding in the background.
+/// The component of a meter: freezing, resetting holds, and feeding in the background. The engine
+/// gets its settings by a function and not by an override, since the worker may be feeding while the
+/// object of a class derived from this is being destroyed.
 template <class Algorithm> class MeterComponent : public DisplayComponent<Algorithm> {
 public:
-    MeterComponent(Algorithm& algorithm, EffectTraits traits, std::vector<const char*> names)
+    using Engine = typename Algorithm::EngineType;
+    /// Hands the values of the meter's own rows to the engine. [any thread but audio]
+    using Configure = void (*)(const MeterComponent& values, Engine& engine);
+
+    /// `command`: key of a trigger that is counted for the engine, beside that of the holds.
+    MeterComponent(Algorithm& algorithm, EffectTraits traits, std::vector<const char*> names,
+                   Configure configure, const char* command = "")
         : DisplayComponent<Algorithm>(algorithm, std::move(traits), std::move(names)),
           algorithm_(algorithm),
+          configure_(configure),
+          command_(command),
           feeder_([this](const WorkerJob::Progress&) { feedInBackground(); })
     {}
     ~MeterComponent() override { algorithm_.setFeeder(nullptr); }
 
+    // For Configure.
+    using AudioEffectComponent::isOn;
+    using AudioEffectComponent::tempo;
+    using AudioEffectComponent::value;
+    std::uint32_t commands() const noexcept { return commands_.load(std::memory_order_relaxed); }
+
 protected:
-    /// Hands the values of the meter's own rows to the engine.
-    virtual void configureMeter(typename Algorithm::EngineType& engine) = 0;
-    void configure(typename Algorithm::EngineType& engine) final
-    {
-        engine.set({this->isOn("freeze"), holdResets_.load(std::memory_order_relaxed)});
-        configureMeter(engine);
-    }
     /// Overriders call it. Commands arrive on any thread; the engine looks when it is fed.
     void changed(const AlgorithmParameter& parameter, float before,
                  AudioEffectComponent::Setter by) noexcept override
     {
         const std::string_view key = parameter.key;
         if (key == "resethold") holdResets_.fetch_add(1, std::memory_order_relaxed);
+        if (key == command_) commands_.fetch_add(1, std::memory_order_relaxed);
         if (key == "background") followBackground();
         AudioEffectComponent::changed(parameter, before, by);
     }
     void reconcile() noexcept override { followBackground(); }
 
 private:
+    void configure(Engine& engine) final
+    {
+        engine.set({isOn("freeze"), holdResets_.load(std::memory_order_relaxed)});
+        configure_(*this, engine);
+    }
     void followBackground() noexcept
     {
-        algorithm_.setFeeder(this->isOn("background") ? &feeder_ : nullptr);
+        algorithm_.setFeeder(isOn("background") ? &feeder_ : nullptr);
         feeder_.request();
     }
     void feedInBackground() noexcept
     {
-        if (const bool wanted = this->isOn("background"); wanted != isFedInBackground_)
+        if (const bool wanted = isOn("background"); wanted != isFedInBackground_)
             this->setDisplaysOpen(isFedInBackground_ = wanted);
         if (isFedInBackground_) this->updateDisplays();
     }
 
     Algorithm& algorithm_;
-    std::atomic<std::uint32_t> holdResets_{0};
+    const Configure configure_;
+    const std::string_view command_;
+    std::atomic<std::uint32_t> holdResets_{0}, commands_{0};
     bool isFedInBackground_ = false;  // of the worker thread
-    WorkerJob feeder_;
+    WorkerJob feeder_;                // last: its end is waited for before anything else goes
 };
 
 // Rows behind each meter's own parameters, before "bypass". Nothing is heard of them, so nothing

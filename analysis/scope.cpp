@@ -58,6 +58,24 @@ constexpr std::array kReadings = {
 constexpr auto kParameters =
     joinedRows(kOwn, meterParameters<S>(), kBypass, kReadings, meterReadings<S>());
 
+void configureScope(const MeterComponent<TestScopeAlgorithm>& values, ScopeEngine& engine)
+{
+    const double rate = engine.spec().sampleRate, perMs = rate / 1000;
+    const double beats = exactNoteValue(double(soundingNoteValue(values.value("beats"))));
+    TriggerSettings s;
+    s.span = values.isOn("sync") ? beats * 120 / double(values.tempo()) * rate
+                                 : double(values.value("time")) * perMs;
+    s.mode = static_cast<TriggerMode>(static_cast<int>(values.value("trigger")));
+    s.source = static_cast<int>(values.value("source"));
+    s.slope = static_cast<Slope>(static_cast<int>(values.value("slope")));
+    s.level = double(values.value("level")) / 100;
+    s.hysteresis = double(values.value("hysteresis")) / 100;
+    s.holdOff = double(values.value("holdoff")) * perMs;
+    s.preTrigger = double(values.value("pretrigger")) / 100;
+    s.beat = 2 * beats;
+    engine.set(s, values.commands());
+}
+
 }  // namespace
 
 template <typename T> void ScopeCore<T>::reset() noexcept
@@ -130,31 +148,13 @@ bool TestScopeAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input
 TestScopeComponent::TestScopeComponent(TestScopeAlgorithm& algorithm)
     : MeterComponent(algorithm,
                      {.viewPrefix = "TestScope", .kind = "analyser", .layouts = "stereo;mono;5.1"},
-                     {"trace"})
+                     {"trace"}, &configureScope, "arm")
 {}
-
-void TestScopeComponent::configureMeter(ScopeEngine& engine)
-{
-    const double rate = sampleRate();
-    const double beats = double(soundingNoteValue(value("beats")));
-    TriggerSettings s;
-    s.span = isOn("sync") ? beats * 120 / double(tempo()) * rate : double(value("time")) / 1000 * rate;
-    s.mode = static_cast<TriggerMode>(static_cast<int>(value("trigger")));
-    s.source = static_cast<int>(value("source"));
-    s.slope = static_cast<Slope>(static_cast<int>(value("slope")));
-    s.level = double(value("level")) / 100;
-    s.hysteresis = double(value("hysteresis")) / 100;
-    s.holdOff = double(value("holdoff")) / 1000 * rate;
-    s.preTrigger = double(value("pretrigger")) / 100;
-    s.beat = 2 * beats;
-    engine.set(s, arms_.load(std::memory_order_relaxed));
-}
 
 void TestScopeComponent::changed(const AlgorithmParameter& parameter, float before,
                                  Setter by) noexcept
 {
     const std::string_view key = parameter.key;
-    if (key == "arm") arms_.fetch_add(1, std::memory_order_relaxed);
     const auto read = [this](const char* k) { return value(k); };
     const float now = value(parameter.key.c_str());
     if (const auto move = kSync.moved(key, now, before, read, tempo()))

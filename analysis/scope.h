@@ -51,10 +51,7 @@ public:
     explicit TestScopeComponent(TestScopeAlgorithm& algorithm);
 
 private:
-    void configureMeter(ScopeEngine& engine) override;
     void changed(const AlgorithmParameter& parameter, float before, Setter by) noexcept override;
-
-    std::atomic<std::uint32_t> arms_{0};
 };
 
 }  // namespace quillworks
