@@ -7,16 +7,10 @@
 
 namespace quillworks {
 
-using SimpleStripAlgorithm = PassThroughAlgorithm;
-using SimpleStripComponent = PassThroughComponent<"SimpleStrip">;
 using PanToolAlgorithm = PassThroughAlgorithm;
 using PanToolComponent = PassThroughComponent<"PanTool">;
-using TriBandCompressorAlgorithm = PassThroughAlgorithm;
-using TriBandComponent = PassThroughComponent<"TriBand">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using SimpleDistAlgorithm = PassThroughAlgorithm;
-using SimpleDistComponent = PassThroughComponent<"SimpleDist">;
 using PhaserAlgorithm = PassThroughAlgorithm;
 using PhaserComponent = PassThroughComponent<"Phaser">;
 using FlangerAlgorithm = PassThroughAlgorithm;
@@ -25,8 +19,6 @@ using ChorusAlgorithm = PassThroughAlgorithm;
 using ChorusComponent = PassThroughComponent<"Chorus">;
 using AutoFilterAlgorithm = PassThroughAlgorithm;
 using AutoFilterComponent = PassThroughComponent<"AutoFilter">;
-using BeatDelayAlgorithm = PassThroughAlgorithm;
-using BeatDelayComponent = PassThroughComponent<"BeatDelay">;
 using RhythmDelayAlgorithm = PassThroughAlgorithm;
 using RhythmDelayComponent = PassThroughComponent<"RhythmDelay">;
 using SurroundDelayAlgorithm = PassThroughAlgorithm;
@@ -45,12 +37,6 @@ using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
 using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
-using SurroundPanAlgorithm = PassThroughAlgorithm;
-using SurroundPanComponent = PassThroughComponent<"SurroundPan">;
-using OverdriveAlgorithm = PassThroughAlgorithm;
-using OverdriveComponent = PassThroughComponent<"Overdrive">;
-using MultiDistAlgorithm = PassThroughAlgorithm;
-using MultiDistComponent = PassThroughComponent<"MultiDist">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;
