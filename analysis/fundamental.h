@@ -13,8 +13,8 @@ namespace quillworks {
 /// 2005): its first maximum above 0.8 of the highest. [not the audio thread]
 class Fundamental {
 public:
-    /// Of windows of n samples: periods of 2 to 2n/3 samples are found. Plans a transform when it is
-    /// first used. May throw std::bad_alloc.
+    /// Of windows of n samples: periods of 2 to 2n/3 samples are found. Plans a transform when it
+    /// is first used. May throw std::bad_alloc.
     void prepare(int n);
     int window() const noexcept { return window_; }
     /// Period in samples, with a fraction; none in silence and noise.

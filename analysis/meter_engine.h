@@ -61,8 +61,8 @@ private:
 };
 
 /// The component of a meter: freezing, resetting holds, and feeding in the background. The engine
-/// gets its settings by a function and not by an override, since the worker may be feeding while the
-/// object of a class derived from this is being destroyed.
+/// gets its settings by a function and not by an override, since the worker may be feeding while
+/// the object of a class derived from this is being destroyed.
 template <class Algorithm> class MeterComponent : public DisplayComponent<Algorithm> {
 public:
     using Engine = typename Algorithm::EngineType;
@@ -143,19 +143,19 @@ template <class S> constexpr std::array<Parameter<S>, 3> meterParameters()
                      0,
                      asIs,
                      {.group = "Display", .help = "The display stands still; the sound goes on."}},
-        Parameter<S>{"resethold",
-                     "RstH"_tag,
-                     "Reset Hold",
-                     Kind::Trigger,
-                     0,
-                     1,
-                     0,
-                     "",
-                     nullptr,
-                     0,
-                     asIs,
-                     {.group = "Display",
-                      .help = "Averages, holds and counts of faults begin anew."}},
+        Parameter<S>{
+            "resethold",
+            "RstH"_tag,
+            "Reset Hold",
+            Kind::Trigger,
+            0,
+            1,
+            0,
+            "",
+            nullptr,
+            0,
+            asIs,
+            {.group = "Display", .help = "Averages, holds and counts of faults begin anew."}},
         Parameter<S>{"background",
                      "Bkgd"_tag,
                      "Background",

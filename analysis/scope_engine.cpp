@@ -93,10 +93,9 @@ void ScopeEngine::readSong()
         if (piece.frames == 0) return;
         const auto value = [&](int i, int c) { return word(x[c][i], x[c + 1][i]); };
         for (int i = 0; i < piece.frames; ++i)
-            trigger_.follow({std::bit_cast<std::int64_t>(value(i, 0)),
-                             std::bit_cast<std::int64_t>(value(i, 2)),
-                             std::bit_cast<double>(value(i, 4)),
-                             std::bit_cast<double>(value(i, 6))});
+            trigger_.follow(
+                {std::bit_cast<std::int64_t>(value(i, 0)), std::bit_cast<std::int64_t>(value(i, 2)),
+                 std::bit_cast<double>(value(i, 4)), std::bit_cast<double>(value(i, 6))});
     }
 }
 
@@ -164,8 +163,8 @@ void ScopeEngine::showMeter(int, VNK::IDisplaySink& sink) const
     const auto nothing = ScopeReadings::kNothing;
     sink.number("start", shown_ ? static_cast<double>(shown_->start) : nothing);
     const bool isTriggered = shown_ && shown_->instant;
-    sink.number("offset", isTriggered ? *shown_->instant - static_cast<double>(shown_->start)
-                                      : nothing);
+    sink.number("offset",
+                isTriggered ? *shown_->instant - static_cast<double>(shown_->start) : nothing);
     sink.number("span", shown_ ? shown_->span : nothing);
     sink.beginList("channels");
     for (std::size_t c = 0; shown_ && c < lines_.size(); ++c) {

@@ -129,8 +129,8 @@ void ScopeHistory::waveform(double instant, std::span<float> out) const noexcept
     const double fraction = instant - static_cast<double>(whole);
     float around[ScopeInterpolator::kTaps];
     for (std::size_t i = 0; i < out.size(); ++i) {
-        copySource(whole + static_cast<std::int64_t>(i) - kScopeReach + 1,
-                   ScopeInterpolator::kTaps, around);
+        copySource(whole + static_cast<std::int64_t>(i) - kScopeReach + 1, ScopeInterpolator::kTaps,
+                   around);
         out[i] = static_cast<float>(interpolator_.at(around, fraction));
     }
 }

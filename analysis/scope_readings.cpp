@@ -7,8 +7,8 @@
 namespace quillworks {
 namespace {
 
-constexpr int kPoints = 8;         // per sample
-constexpr double kMargin = 0.1;    // hysteresis of crossings, of the height
+constexpr int kPoints = 8;       // per sample
+constexpr double kMargin = 0.1;  // hysteresis of crossings, of the height
 
 float dot(const float* row, const float* x)
 {
@@ -26,8 +26,7 @@ template <class F> void ScopeReader::forEachPoint(const float* x, int span, F&& 
         f(double(i), double(x[i]));
         if (i + kScopeReach >= span) continue;
         for (int k = 1; k < kPoints; ++k)
-            f(i + double(k) / kPoints,
-              double(dot(interpolator_.row(k), x + i - kScopeReach + 1)));
+            f(i + double(k) / kPoints, double(dot(interpolator_.row(k), x + i - kScopeReach + 1)));
     }
 }
 
@@ -45,8 +44,8 @@ void ScopeReader::findCrossings(const float* x, int span, double middle, double 
             const int i = static_cast<int>(at);
             double crossing = at + (place - at) * before / (before - now);
             if (i + kScopeReach < span) {
-                crossing = i + interpolator_.crossing(x + i - kScopeReach + 1, middle, at - i,
-                                                      place - i);
+                crossing =
+                    i + interpolator_.crossing(x + i - kScopeReach + 1, middle, at - i, place - i);
                 ++known_;
             }
             crossings_.push_back(crossing);
@@ -69,8 +68,7 @@ ScopeReader::Periods ScopeReader::wholePeriods(std::optional<double> period) con
     for (auto from = crossings_.begin();;) {
         const double expected = *from + *period;
         auto next = std::lower_bound(from + 1, end, expected);
-        if (next == end || (next - 1 > from && expected - *(next - 1) < *next - expected))
-            --next;
+        if (next == end || (next - 1 > from && expected - *(next - 1) < *next - expected)) --next;
         if (next == from || std::abs(*next - expected) > *period / 4) break;
         from = next;
         found.last = *next;

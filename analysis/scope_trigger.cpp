@@ -7,7 +7,7 @@
 namespace quillworks {
 namespace {
 
-constexpr double kPatience = 0.1;        // seconds without an edge before traces run free
+constexpr double kPatience = 0.1;  // seconds without an edge before traces run free
 constexpr double kLeastHysteresis = 1e-6;
 constexpr std::size_t kMostRivals = 64;
 // Beats that follow each other by a span may round to a frame less than it.
@@ -32,7 +32,10 @@ double likeness(const std::vector<float>& a, const std::vector<float>& b)
 void ScopeTrigger::prepare(double sampleRate)
 {
     sampleRate_ = sampleRate;
-    const int scale = sampleRate < 50000 ? 1 : sampleRate < 100000 ? 2 : sampleRate < 200000 ? 4 : 8;
+    const int scale = sampleRate < 50000    ? 1
+                      : sampleRate < 100000 ? 2
+                      : sampleRate < 200000 ? 4
+                                            : 8;
     fundamental_.prepare(std::max(2048 * scale, static_cast<int>(0.05 * sampleRate)));
     clear();
 }

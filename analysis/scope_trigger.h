@@ -95,8 +95,8 @@ private:
     std::vector<SongAnchor> coming_;
     TriggerState state_ = TriggerState::Waiting;
     bool armsUp_ = false, armsDown_ = false;
-    double since_ = 0;      // the last instant, or where waiting began
-    double notBefore_ = 0;  // of the next instant
+    double since_ = 0;                   // the last instant, or where waiting began
+    double notBefore_ = 0;               // of the next instant
     std::optional<double> freeRun_;      // where the next automatic trace begins
     std::optional<ScopeTrace> pending_;  // waits for its frames
     ScopeTrace finished_;

@@ -24,8 +24,8 @@ struct CaptureFormat {
 };
 
 /// Makes the figures of all displays of an effect. A pure function of its settings, the frames and
-/// their numbers: what it shows does not depend on how often it was fed. One thread at a time, never
-/// the audio thread; all may throw std::bad_alloc.
+/// their numbers: what it shows does not depend on how often it was fed. One thread at a time,
+/// never the audio thread; all may throw std::bad_alloc.
 class DisplayEngine {
 public:
     virtual ~DisplayEngine() = default;
@@ -59,7 +59,8 @@ public:
     // Of those who look, on any thread but audio.
     void setOpen(bool open, DisplayEngine& engine, MeterSlots& meters) noexcept;
     /// `configure` hands the present settings to the engine.
-    template <class F> void update(DisplayEngine& engine, MeterSlots& meters, F&& configure) noexcept
+    template <class F>
+    void update(DisplayEngine& engine, MeterSlots& meters, F&& configure) noexcept
     {
         const std::lock_guard lock(mutex_);
         if (!isRunning()) return;
@@ -106,8 +107,8 @@ public:
 
     DisplayFeed& feed() noexcept { return feed_; }
     Engine& engine() noexcept { return engine_; }
-    /// A job that is asked for behind every block, so that displays are fed while nobody looks; null
-    /// for none. [any thread]
+    /// A job that is asked for behind every block, so that displays are fed while nobody looks;
+    /// null for none. [any thread]
     void setFeeder(WorkerJob* job) noexcept { feeder_.store(job, std::memory_order_release); }
 
 protected:

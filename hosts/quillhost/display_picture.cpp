@@ -30,7 +30,8 @@ void drawTrace(const Json& shown, int sampleRate, Picture& picture, Colour accen
     // Time counts from the trigger.
     const double origin = shown["offset"].is_number() ? shown["offset"].get<double>() : 0;
     const double from = -origin / perMs, to = (span - 1 - origin) / perMs;
-    Graph graph(picture, kTop, picture.height() - 56, {"time in ms", from, std::max(to, from + 1e-3)},
+    Graph graph(picture, kTop, picture.height() - 56,
+                {"time in ms", from, std::max(to, from + 1e-3)},
                 {"full scale = 1", -1.05 * peak, 1.05 * peak});
     std::vector<Graph::Key> keys;
     for (std::size_t c = lines.size(); c-- > 0;) {
@@ -55,8 +56,7 @@ int plotDisplay(const Session& session, const DisplayPlot& plot)
     session.noteThoseThatPassThrough({effect});
     const auto names = Displays::namesOf(effect);
     if (names.empty()) throw UsageError(effect.name() + " has no displays");
-    const auto name =
-        Displays::chosen(effect, {plot.display.empty() ? names[0] : plot.display})[0];
+    const auto name = Displays::chosen(effect, {plot.display.empty() ? names[0] : plot.display})[0];
     const auto accent = accentOf(session.find(effect.name()).subCategory->text());
 
     // Refused before the work is done.

@@ -168,8 +168,8 @@ DisplayRun runDisplays(const Session& session, const EffectSpec& asked,
     const auto frames = options.precision == 0 ? playFile<float>(chain, in, options.block, most)
                                                : playFile<double>(chain, in, options.block, most);
     for (const auto& remark : in.remarks()) remarks.push_back(shownPath(path) + ": " + remark);
-    return {effect,        std::move(displays),   frames,
-            in.sampleRate(), in.channels(), std::move(remarks)};
+    return {effect,          std::move(displays), frames,
+            in.sampleRate(), in.channels(),       std::move(remarks)};
 }
 
 namespace {

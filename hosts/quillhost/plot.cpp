@@ -290,8 +290,8 @@ std::function<int(Session&)> declare(CLI::App& app)
     addNumber(app, "--seconds", o->seconds, 0.001, 60.0,
               "length of a step picture (as long as the effect answers)");
     auto shown = addDisplayOptions(app, o->displayOptions);
-    shown.push_back(addOption(app, "--display", o->display,
-                              "which display (the effect's first)", "NAME"));
+    shown.push_back(
+        addOption(app, "--display", o->display, "which display (the effect's first)", "NAME"));
     shown.push_back(addNumber(app, "--at", o->at, 0.0, 1e6, "when, in seconds (the file's end)"));
     return [o, shown](Session& session) {
         for (const auto* option : shown)
