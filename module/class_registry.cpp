@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "analysis/level_meter.h"
+#include "analysis/scope.h"
 #include "delay/analog_delay.h"
 #include "delay/beat_delay.h"
 #include "distortion/bitcrusher.h"

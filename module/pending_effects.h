@@ -35,8 +35,6 @@ using SpectrumMeterAlgorithm = PassThroughAlgorithm;
 using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
-using TestScopeAlgorithm = PassThroughAlgorithm;
-using TestScopeComponent = PassThroughComponent<"TestScope">;
 using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
 

@@ -82,6 +82,7 @@ constexpr Attributes kDisplays[] = {
      "low high resonance freq1 gain1 q1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
+    {"Trace", "time trigger level pretrigger gain layout persistence"},
     {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
     {"ShapeCurve", "curve drive bias point"},
     {"PanField", "across along azimuth elevation distance width left right"},
