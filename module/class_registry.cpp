@@ -22,6 +22,7 @@
 #include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"
 #include "mixing/surround_panner.h"
+#include "modulation/flanger.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
 

@@ -86,6 +86,7 @@ constexpr Attributes kDisplays[] = {
     {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
     {"ShapeCurve", "curve drive bias point"},
     {"PanField", "across along azimuth elevation distance width left right"},
+    {"CombCurve", "left right feedback damp invert mix"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)
