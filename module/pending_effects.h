@@ -15,8 +15,6 @@ using TriBandCompressorAlgorithm = PassThroughAlgorithm;
 using TriBandComponent = PassThroughComponent<"TriBand">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using SimpleDistAlgorithm = PassThroughAlgorithm;
-using SimpleDistComponent = PassThroughComponent<"SimpleDist">;
 using PhaserAlgorithm = PassThroughAlgorithm;
 using PhaserComponent = PassThroughComponent<"Phaser">;
 using FlangerAlgorithm = PassThroughAlgorithm;
@@ -49,10 +47,6 @@ using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
 using SurroundPanAlgorithm = PassThroughAlgorithm;
 using SurroundPanComponent = PassThroughComponent<"SurroundPan">;
-using OverdriveAlgorithm = PassThroughAlgorithm;
-using OverdriveComponent = PassThroughComponent<"Overdrive">;
-using MultiDistAlgorithm = PassThroughAlgorithm;
-using MultiDistComponent = PassThroughComponent<"MultiDist">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;

@@ -80,6 +80,7 @@ constexpr Attributes kDisplays[] = {
     {"FilterCurve", "low high resonance"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
+    {"ShapeCurve", "curve drive bias point"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)
