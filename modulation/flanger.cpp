@@ -85,25 +85,13 @@ constexpr auto kParameters = joinedRows(
     kCombRows, lfoRows<S>(kLfo, {.rate = 0.2f, .wave = LfoWave::Sine, .stereo = 90}, Core::Lfo),
     kOtherRows);
 
-/// Multiples of 2^-27, whose ramps over a sub-block are exact.
-double snapped(double x)
-{
-    return std::floor(x * 0x1p27 + 0.5) * 0x1p-27;
-}
+constexpr std::int64_t kOne = TapGlide::kOne;
 
-/// How many samples before the newest one of a run each frame of it lies, and how many behind the
-/// last one before the run.
-struct FrameCounts {
-    std::array<double, kSubBlock> before{}, behind{};
-    constexpr FrameCounts()
-    {
-        for (std::size_t i = 0; i < kSubBlock; ++i) {
-            before[i] = double(kSubBlock - 1 - i);
-            behind[i] = double(i + 1);
-        }
-    }
-};
-constexpr FrameCounts kCounts;
+/// Samples as a delay whose ramp over a sub-block has whole steps.
+std::int64_t delayOf(double samples)
+{
+    return static_cast<std::int64_t>(samples * double(kOne / kSubBlock)) * kSubBlock;
+}
 
 bool isDampOff(float damp, double sampleRate)
 {
@@ -207,20 +195,7 @@ template <typename T> void FlangerCore<T>::begin(int offset) noexcept
     moveDamping();
     isFresh_ = false;
 
-    isLoopHeard_ =
-        !feedbacks_.is(0) && !damps_ && !throughZero_.present() && !throughZero_.isFading();
-    double least = kSubBlock + kNearest;
-    for (const Phase phase : {Left, Right}) {
-        if (together_ && phase == Right) break;
-        auto& [present, leaving] = taps_[phase];
-        layTaps(phase, throughZero_.present(), present);
-        least = std::min(least, present.least);
-        if (!throughZero_.isFading()) continue;
-        layTaps(phase, throughZero_.leaving(), leaving);
-        least = std::min(least, leaving.least);
-    }
-    run_ = static_cast<int>(least) - TapReader<T>::kLeast;
-    if (run_ > 8) run_ -= run_ % 8;  // what the reader takes at once
+    layTaps();
 }
 
 template <typename T> void FlangerCore<T>::moveDelays() noexcept
@@ -230,10 +205,10 @@ template <typename T> void FlangerCore<T>::moveDelays() noexcept
     constexpr double kEarliest = -0.001 * kMostDepth, kLatest = 0.001 * (kMostDelay + kMostDepth);
     for (const Phase phase : {Left, Right}) {
         const double v = lfo_.read(voices_[phase], phase == Right ? ahead : 0);
-        const double r = snapped(sampleRate_ * std::clamp(delay + depth * v, kEarliest, kLatest));
+        const auto r = delayOf(sampleRate_ * std::clamp(delay + depth * v, kEarliest, kLatest));
         delays_[phase] = {isFresh_ ? r : delays_[phase].to, r};
     }
-    together_ = delays_[Left].from == delays_[Right].from && delays_[Left].to == delays_[Right].to;
+    together_ = delays_[Left] == delays_[Right];
 }
 
 template <typename T> void FlangerCore<T>::moveFeedback() noexcept
@@ -259,43 +234,102 @@ template <typename T> void FlangerCore<T>::moveDamping() noexcept
     const double g = warpedFrequency(std::exp2(octave_.current()), sampleRate_);
     const double share = damped_.current();
     const auto c = OnePoleCoefficients<T>::of(g, 1, 1 - share);
-    const auto follow = [this](auto& course, auto to) {
+    const auto follow = [this](Course<T>& course, T to) {
         course.follow({isFresh_ ? to : course.at[kSubBlock - 1], to});
     };
+    follow(dampKeep_, 1 - c.b);
     follow(dampStep_, c.b);
     follow(dampLow_, c.l);
     follow(dampDirect_, c.h);
-    follow(dampDelay_, snapped(share / (2 * g)));
+    const auto delay = delayOf(share / (2 * g));
+    dampDelay_ = {isFresh_ ? delay : dampDelay_.to, delay};
+}
+
+/// The copy turns round at the nearest tap, or runs through the place of the late dry signal.
+template <typename T>
+typename FlangerCore<T>::TapLaw FlangerCore<T>::heardLaw(bool throughZero) const noexcept
+{
+    if (throughZero) return {.offset = zero_ * kOne};
+    return {.offset = kNearest * kOne, .turn = kNearest * kOne, .turns = true};
+}
+
+/// The loop is tuned to the comb, on either side of zero.
+template <typename T>
+typename FlangerCore<T>::TapLaw FlangerCore<T>::loopLaw(bool throughZero) noexcept
+{
+    const std::int64_t turn = throughZero ? 0 : kNearest * kOne;
+    return {.offset = turn, .turn = turn, .turns = true, .isInLoop = true};
 }
 
 template <typename T>
-void FlangerCore<T>::layTaps(Phase phase, bool throughZero, Taps& taps) const noexcept
+void FlangerCore<T>::lay(const TapLaw& law, Phase phase, TapPath& path) const noexcept
 {
-    const auto [from, to] = delays_[phase];
-    const auto [low, high] = std::minmax(from, to);
-    double* const heard = taps.heard.data();
-    double* const loop = taps.loop.data();
-    vec::ramp(heard, from, to, kSubBlock);
-    if (throughZero) {
-        // The loop is tuned to the comb, on either side of zero.
-        vec::absCopy(loop, heard, kSubBlock);
-        vec::addConst(heard, zero_, kSubBlock);
-        taps.least = low > 0 ? low : std::max(0.0, -high);
-    } else {
-        if (low < kNearest) {
-            vec::addConst(heard, -kNearest, kSubBlock);
-            vec::abs(heard, kSubBlock);
-            vec::addConst(heard, kNearest, kSubBlock);
-        }
-        taps.least = kNearest + (low > kNearest ? low - kNearest : std::max(0.0, kNearest - high));
-        if (isLoopHeard_) return;
-        vec::copy(loop, heard, kSubBlock);
+    constexpr std::int64_t kLeast = kNearest * kOne;
+    const Delay& r = delays_[phase];
+    const std::int64_t step = r.step(), first = r.from + step - law.turn, last = r.to - law.turn;
+    const bool damps = law.isInLoop && damps_;
+    const std::int64_t dampStep = damps ? dampDelay_.step() : 0;
+    const std::int64_t damped = damps ? dampDelay_.from + dampStep : 0;
+
+    const bool isNegative = law.turns && first < 0;
+    path.first = law.offset + (isNegative ? -first : first) - damped;
+    path.step = (isNegative ? -step : step) - dampStep;
+    path.isEven = !law.turns || (first < 0) == (last < 0);
+    if (law.isInLoop && path.isEven) {
+        const std::int64_t end = path.first + (kSubBlock - 1) * path.step;
+        path.isEven = (path.first < kLeast) == (end < kLeast);
+        if (path.first < kLeast) path.first = kLeast, path.step = 0;
     }
-    // The damping delays the loop too.
-    if (damps_) vec::subInplace(loop, dampDelay_.at, kSubBlock);
-    vec::clampMin(loop, kNearest, kSubBlock);
-    const double later = std::max(dampDelay_.at[0], dampDelay_.at[kSubBlock - 1]);
-    taps.least = std::max<double>(kNearest, taps.least - (damps_ ? later : 0));
+    if (path.isEven) return;
+    for (int i = 0; i < kSubBlock; ++i) {
+        const std::int64_t delay = law.offset + std::abs(first + i * step) - damped - i * dampStep;
+        path.at[static_cast<std::size_t>(i)] = law.isInLoop ? std::max(kLeast, delay) : delay;
+    }
+}
+
+template <typename T> std::int64_t FlangerCore<T>::TapPath::least() const noexcept
+{
+    if (!isEven) return *std::min_element(at.begin(), at.end());
+    return std::min(first, first + (kSubBlock - 1) * step);
+}
+
+template <typename T> void FlangerCore<T>::layTaps() noexcept
+{
+    const bool present = throughZero_.present(), leaving = throughZero_.leaving();
+    const bool isFading = throughZero_.isFading(), hasLoop = !feedbacks_.is(0);
+    isLoopHeard_ = hasLoop && !damps_ && !present && !isFading;
+    std::int64_t least = (kSubBlock + kNearest) * kOne;
+    for (const Phase phase : {Left, Right}) {
+        if (together_ && phase == Right) break;
+        for (std::size_t i = 0; i < (isFading ? 2 : 1); ++i) {
+            auto& way = ways_[phase][i];
+            lay(heardLaw(i ? leaving : present), phase, way.heard);
+            if (!hasLoop) continue;
+            lay(loopLaw(i ? leaving : present), phase, way.loop);
+            least = std::min(least, way.loop.least());
+        }
+    }
+    // What can be read before it is written, in groups of the reader.
+    run_ = static_cast<int>(least >> 32) - TapReader<T>::kLeast;
+    if (run_ > 8) run_ -= run_ % 8;
+}
+
+/// Channels from `first` on at n frames of the sub-block from `at` on; the newest sample of the
+/// line lies `later` behind the first of the frames.
+template <typename T>
+void FlangerCore<T>::read(const TapPath& path, std::size_t first, int count, int at,
+                          std::int64_t later, int n, T* const* out) const noexcept
+{
+    const int channel = static_cast<int>(first);
+    if (path.isEven) {
+        const TapGlide glide{path.first + at * path.step + later, path.step - kOne};
+        return reader_.follow(line_, channel, count, glide, n, out);
+    }
+    for (int i = 0; i < n; ++i) {
+        const TapGlide glide{path.at[static_cast<std::size_t>(at + i)] + later - i * kOne, 0};
+        T* const to[2] = {out[0] + i, out[count - 1] + i};
+        reader_.follow(line_, channel, count, glide, 1, to);
+    }
 }
 
 /// Whether this channel and the next one are read at the same places.
@@ -325,17 +359,7 @@ void FlangerCore<T>::processSlice(const AudioBlock<T>& part, int offset) noexcep
         for (int done = 0; done < n; done += run_) feedBack(part, done, std::min(run_, n - done));
     }
     if (!isLoopHeard_ && !dryWet_.isDry()) hear(part);
-    for (auto& channel : channels_) {
-        T* const wet = part[channel.index];
-        T faded[kSubBlock];
-        wetGains_.scale(wet, part);
-        dryWet_.mix(wet, dryOf(channel, n, faded), part);
-    }
-    const auto last = static_cast<std::size_t>(part.phase + n - 1);
-    for (const Phase phase : {Left, Right}) {
-        const double samples = waysOf(phase)[0].heard[last] - delayOfDry(throughZero_.present());
-        heard_[phase] = static_cast<float>(1000 * samples / sampleRate_);
-    }
+    output(part);
     throughZero_.advance(n);
 }
 
@@ -348,33 +372,36 @@ void FlangerCore<T>::feedBack(const AudioBlock<T>& part, int done, int n) noexce
     fade.advance(done);
     for (std::size_t first = 0; first < channels_.size();) {
         const int count = sharesTaps(first) ? 2 : 1;
-        const Ways& ways = waysOf(channels_[first].phase);
         T buffers[2][kSubBlock];
         T* h[2] = {buffers[0], buffers[1]};
         if (isLoopHeard_)
             for (int c = 0; c < count; ++c)
                 h[c] = part[channels_[first + static_cast<std::size_t>(c)].index] + done;
-        const auto read = [&](const std::array<double, kSubBlock>& delays, T* const* out) {
-            double distances[kSubBlock];
-            vec::subCopy(distances, delays.data() + at, kCounts.behind.data(), n);
-            reader_.read(line_, static_cast<int>(first), count, distances, n, out);
-        };
-        read(isLoopHeard_ ? ways[0].heard : ways[0].loop, h);
+        const Ways& ways = waysOf(channels_[first].phase);
+        read(ways[0].loop, first, count, at, -kOne, n, h);
         if (fade.isRunning()) {
             T leaving[2][kSubBlock];
             T* const old[2] = {leaving[0], leaving[1]};
-            read(ways[1].loop, old);
+            read(ways[1].loop, first, count, at, -kOne, n, old);
             for (int c = 0; c < count; ++c) fade.mix(h[c], old[c], n);
         }
         for (int c = 0; c < count; ++c, ++first) {
             Channel& channel = channels_[first];
             if (damps_) damp(h[c], at, n, channel.low);
             const T* const x = channel.dry.tap(0, part.frames) + done;
-            const T* const k = feedbacks_.at + at;
-            constexpr T kMost = T(kLoudestFeedback);
-            T w[kSubBlock];
-            for (int i = 0; i < n; ++i) w[i] = x[i] + std::clamp(k[i] * h[c][i], -kMost, kMost);
-            line_.put(static_cast<int>(first), w, n);
+            const auto add = [&](T* w, const T* from, int count) {
+                const std::ptrdiff_t skipped = from - x;
+                const T* const k = feedbacks_.at + at + skipped;
+                const T* const back = h[c] + skipped;
+                constexpr T kMost = T(kLoudestFeedback);
+                for (int i = 0; i < count; ++i) {
+                    T more = k[i] * back[i];
+                    more = more < kMost ? more : kMost;
+                    more = more > -kMost ? more : -kMost;
+                    w[i] = from[i] + more;
+                }
+            };
+            line_.put(static_cast<int>(first), x, n, add);
         }
     }
     line_.advance(n);
@@ -383,13 +410,15 @@ void FlangerCore<T>::feedBack(const AudioBlock<T>& part, int done, int n) noexce
 /// One channel of the loop, in place, from frame `phase` of the sub-block on.
 template <typename T> void FlangerCore<T>::damp(T* x, int phase, int n, T& low) const noexcept
 {
+    // z' = z + b (x - z), as two products: each sample waits for the last one's sum alone.
+    const T* const keep = dampKeep_.at + phase;
     const T* const step = dampStep_.at + phase;
     const T* const l = dampLow_.at + phase;
     const T* const direct = dampDirect_.at + phase;
     T z = low;
     for (int i = 0; i < n; ++i) {
         const T y = l[i] * z + direct[i] * x[i];
-        z += step[i] * (x[i] - z);
+        z = keep[i] * z + step[i] * x[i];
         x[i] = y;
     }
     low = z;
@@ -401,23 +430,47 @@ template <typename T> void FlangerCore<T>::hear(const AudioBlock<T>& part) noexc
     const int n = part.frames;
     for (std::size_t first = 0; first < channels_.size();) {
         const int count = sharesTaps(first) ? 2 : 1;
-        const Ways& ways = waysOf(channels_[first].phase);
         T* const out[2] = {part[channels_[first].index],
                            part[channels_[first + static_cast<std::size_t>(count) - 1].index]};
-        const auto read = [&](const Taps& taps, T* const* to) {
-            double distances[kSubBlock];
-            vec::addCopy(distances, taps.heard.data() + part.phase,
-                         kCounts.before.data() + kSubBlock - n, n);
-            reader_.read(line_, static_cast<int>(first), count, distances, n, to);
-        };
-        read(ways[0], out);
+        const Ways& ways = waysOf(channels_[first].phase);
+        const std::int64_t later = (n - 1) * kOne;
+        read(ways[0].heard, first, count, part.phase, later, n, out);
         if (throughZero_.isFading()) {
             T leaving[2][kSubBlock];
             T* const old[2] = {leaving[0], leaving[1]};
-            read(ways[1], old);
+            read(ways[1].heard, first, count, part.phase, later, n, old);
             for (int c = 0; c < count; ++c) throughZero_.fade().mix(out[c], old[c], n);
         }
         first += static_cast<std::size_t>(count);
+    }
+}
+
+/// From the taps in the block to what leaves.
+template <typename T> void FlangerCore<T>::output(const AudioBlock<T>& part) noexcept
+{
+    const T* const gains = wetGains_.of(part);
+    const T* const shares = dryWet_.wetGains(part);
+    for (auto& channel : channels_) {
+        T* const wet = part[channel.index];
+        T faded[kSubBlock];
+        if (dryWet_.isWet()) {
+            wetGains_.scale(wet, part);
+            continue;
+        }
+        const T* const dry = dryOf(channel, part.frames, faded);
+        if (dryWet_.isDry())
+            vec::copy(wet, dry, part.frames);
+        else
+            for (int i = 0; i < part.frames; ++i)
+                wet[i] = dry[i] + (wet[i] * gains[i] - dry[i]) * shares[i];
+    }
+    const auto last = part.phase + part.frames - 1;
+    for (const Phase phase : {Left, Right}) {
+        const TapPath& path = waysOf(phase)[0].heard;
+        const auto delay =
+            path.isEven ? path.first + last * path.step : path.at[static_cast<std::size_t>(last)];
+        const double samples = double(delay) / double(kOne) - delayOfDry(throughZero_.present());
+        heard_[phase] = static_cast<float>(1000 * samples / sampleRate_);
     }
 }
 
@@ -444,7 +497,7 @@ template class FlangerCore<double>;
 FlangerAlgorithm::FlangerAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 FlangerComponent::FlangerComponent(FlangerAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "Flanger"})
+    : AudioEffectComponent(algorithm, {.viewPrefix = "Flanger", .kind = "flanger"})
 {}
 
 void FlangerComponent::changed(const AlgorithmParameter& parameter, float before,

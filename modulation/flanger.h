@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "dsp/course.h"
@@ -59,27 +60,51 @@ private:
         DelayLine<T> dry;
         T low = 0;  // what the damping remembers
     };
-    /// Delays over a sub-block, in samples: of the tap that is heard and of the one in the loop.
-    /// All are multiples of 2^-32, so that sums with whole numbers are exact.
-    struct Taps {
-        std::array<double, kSubBlock> heard, loop;
-        double least = 0;  // of the loop
+    /// A delay in samples of 2^-32, before the sub-block and at its end.
+    struct Delay {
+        std::int64_t from = 0, to = 0;
+
+        std::int64_t step() const noexcept { return (to - from) / kSubBlock; }
+        bool operator==(const Delay&) const = default;
     };
-    /// Taps of both ways past zero; the second one counts while they fade.
-    using Ways = std::array<Taps, 2>;
+    /// How the delay of a tap follows from that of the comb: the comb's, which turns round at a
+    /// point or goes on, and an offset. In the loop it makes up for the damping.
+    struct TapLaw {
+        std::int64_t offset = 0, turn = 0;
+        bool turns = false, isInLoop = false;
+    };
+    /// Delays of a tap over a sub-block: evenly spaced, or frame by frame where it turns round.
+    struct TapPath {
+        bool isEven = true;
+        std::int64_t first = 0, step = 0;
+        std::array<std::int64_t, kSubBlock> at{};
+
+        std::int64_t least() const noexcept;
+    };
+    struct TapPaths {
+        TapPath heard, loop;
+    };
+    /// Of the way past zero and, while it changes, of the one before.
+    using Ways = std::array<TapPaths, 2>;
 
     void begin(int offset) noexcept;
     void moveDelays() noexcept;
     void moveFeedback() noexcept;
     void moveDamping() noexcept;
-    void layTaps(Phase phase, bool throughZero, Taps& taps) const noexcept;
+    void layTaps() noexcept;
+    TapLaw heardLaw(bool throughZero) const noexcept;
+    static TapLaw loopLaw(bool throughZero) noexcept;
+    void lay(const TapLaw& law, Phase phase, TapPath& path) const noexcept;
+    void read(const TapPath& path, std::size_t first, int count, int at, std::int64_t later, int n,
+              T* const* out) const noexcept;
     void processSlice(const AudioBlock<T>& part, int offset) noexcept;
     void feedBack(const AudioBlock<T>& part, int done, int n) noexcept;
     void hear(const AudioBlock<T>& part) noexcept;
+    void output(const AudioBlock<T>& part) noexcept;
     void damp(T* x, int phase, int n, T& low) const noexcept;
     const T* dryOf(Channel& channel, int n, T* faded) const noexcept;
     bool sharesTaps(std::size_t first) const noexcept;
-    const Ways& waysOf(Phase phase) const noexcept { return taps_[together_ ? Left : phase]; }
+    const Ways& waysOf(Phase phase) const noexcept { return ways_[together_ ? Left : phase]; }
     int delayOfDry(bool throughZero) const noexcept { return throughZero ? zero_ : 0; }
 
     double sampleRate_ = 48000;
@@ -92,9 +117,9 @@ private:
     SongLfo lfo_;
     std::array<LfoVoice, kPhases> voices_;
     Smoothed<double> delay_, depth_, stereo_;
-    std::array<Ramp<double>, kPhases> delays_{};  // r over the sub-block, in samples
-    bool together_ = true;                        // both phases have the same delays
-    std::array<Ways, kPhases> taps_;
+    std::array<Delay, kPhases> delays_;
+    bool together_ = true;  // both phases have the same delays
+    std::array<Ways, kPhases> ways_;
     Switch<bool> throughZero_;
 
     Smoothed<T> feedback_, sign_;
@@ -103,8 +128,8 @@ private:
     int run_ = 1;               // frames that the loop can be read ahead
 
     Smoothed<double> octave_, damped_;  // damping: log2 of the frequency, share of its output
-    Course<T> dampStep_, dampLow_, dampDirect_;
-    Course<double> dampDelay_;  // at low frequencies, in samples
+    Course<T> dampKeep_, dampStep_, dampLow_, dampDirect_;
+    Delay dampDelay_;  // at low frequencies
     bool damps_ = false;
 
     DryWet<T> dryWet_;

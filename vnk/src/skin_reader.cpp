@@ -80,6 +80,7 @@ constexpr Attributes kDisplays[] = {
     {"FilterCurve", "low high resonance"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
+    {"CombCurve", "left right feedback damp invert mix"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)
