@@ -17,6 +17,7 @@
 #include "dynamics/limiter.h"
 #include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"
+#include "modulation/flanger.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
 

@@ -81,6 +81,7 @@ constexpr Attributes kDisplays[] = {
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"ShapeCurve", "curve drive bias point"},
+    {"CombCurve", "left right feedback damp invert mix"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)
