@@ -18,6 +18,7 @@
 #include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"
 #include "modulation/flanger.h"
+#include "modulation/phaser.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
 

@@ -116,7 +116,8 @@ TEST_P(EverySwitch, AutomationOfAnyParameterKeepsTheLatencyItReports)
             }
             const auto latency = static_cast<int>(fx.algorithm().getLatency());
             const auto [lag, coefficient] = lagNear(latency, y[0], x[0]);
-            if (coefficient > 0.8) {  // what is mainly the input, only later
+            // What is the input, only later. (A chain of all-passes resembles it to 0.82 a frame on.)
+            if (coefficient > 0.9) {
                 EXPECT_EQ(lag, latency) << p.key << " = " << value;
             }
         }

@@ -77,7 +77,7 @@ constexpr Attributes kDisplays[] = {
     {"Loudness", "momentary shortTerm integrated low high truePeak"},
     {"EchoLine", "time beats feedback width mode"},
     {"ModWave", "wave rate depth"},
-    {"FilterCurve", "low high resonance"},
+    {"FilterCurve", "low high resonance type stages left right"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"ShapeCurve", "curve drive bias point"},
