@@ -43,6 +43,10 @@ public:
     {
         return std::clamp(state.next(waves_, place_ + ahead, voice, jumps_ || jumps), -1.0, 1.0);
     }
+    /// Periods since the song or the free run began, at the end of the sub-block; and whether it
+    /// has not come there by itself.
+    double place() const noexcept { return place_; }
+    bool hasJumped() const noexcept { return jumps_; }
     /// Periods per second as they sound now.
     double hertz() const noexcept;
     LfoWave wave() const noexcept { return waves_.wave(); }

@@ -23,6 +23,7 @@
 #include "mixing/mixtool.h"
 #include "mixing/surround_panner.h"
 #include "modulation/flanger.h"
+#include "modulation/phaser.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
 
