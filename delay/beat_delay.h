@@ -2,8 +2,7 @@
 // Beat delay: echoes on the beat of left and right, straight, crossing or in ping-pong.
 #pragma once
 
-#include <vector>
-
+#include "delay/echo_entry.h"
 #include "delay/echo_output.h"
 #include "delay/feedback_network.h"
 #include "framework/effect_component.h"
@@ -48,7 +47,6 @@ private:
     void updateTimes() noexcept;
     void enter(BeatRouting routing, const AudioBlock<T>& part, const ChannelRows<T>& rows,
                ChannelList<const T>& in) const noexcept;
-    void route(const AudioBlock<T>& part) noexcept;
     void narrow(T* const* echoes, GridSlice slice) noexcept;
 
     int channels_ = 0;
@@ -57,12 +55,11 @@ private:
     double tempo_ = 120;
     FeedbackNetwork<T> network_;
     EchoOutput<T> output_;
-    Switch<BeatRouting> entry_;
+    EchoEntry<T, BeatRouting> entry_;
     Smoothed<T> own_;  // share of its own echoes in the sound of a side: (1 + width)/2
     Course<T> owns_;
-    ChannelRows<T> rows_, leavingRows_, echoes_;
-    ChannelList<const T> ins_{}, leaving_{};  // what enters the lines
-    ChannelList<T> channel_{};
+    ChannelRows<T> echoes_;
+    ChannelList<T> block_{};
 };
 
 class BeatDelayAlgorithm final : public PrecisionAlgorithm<BeatDelayCore> {

@@ -8,6 +8,7 @@
 #include "analysis/level_meter.h"
 #include "delay/analog_delay.h"
 #include "delay/beat_delay.h"
+#include "delay/surround_delay.h"
 #include "distortion/bitcrusher.h"
 #include "dynamics/compressor.h"
 #include "dynamics/expander.h"

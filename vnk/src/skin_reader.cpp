@@ -80,7 +80,8 @@ constexpr Attributes kDisplays[] = {
     {"FilterCurve", "low high resonance"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
-    {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
+    {"Taps",
+     "beats time beatsRight timeRight offset stagger feedback routing reduction levels frozen"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)
