@@ -12,7 +12,7 @@ constexpr double kRise = 0.001, kFall = 0.001;  // seconds
 
 }  // namespace
 
-void PeakHold::setTime(double sampleRate, float seconds) noexcept
+void HeldPeak::setTime(double sampleRate, float seconds) noexcept
 {
     seconds_ = seconds >= 0 ? seconds : static_cast<float>(2147483648.0 / sampleRate);
     setRate(sampleRate);
@@ -20,7 +20,7 @@ void PeakHold::setTime(double sampleRate, float seconds) noexcept
     clear();
 }
 
-void PeakHold::setRate(double sampleRate) noexcept
+void HeldPeak::setRate(double sampleRate) noexcept
 {
     const double samples = std::min(sampleRate * double(seconds_) + 0.5, double(kForEver));
     length_ = static_cast<std::int64_t>(samples);

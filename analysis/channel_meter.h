@@ -12,7 +12,7 @@
 namespace quillworks {
 
 /// Holds a maximum for a time, then falls at once to the next block's peak.
-class PeakHold {
+class HeldPeak {
 public:
     static constexpr std::int64_t kForEver = 0x7FFFFFFE;  // samples
 
@@ -104,7 +104,7 @@ private:
     ClipRun clips_;
     float rmsSeconds_ = kDefaultRms;
     PowerWindow window_;
-    PeakHold levelHold_, rmsHold_;
+    HeldPeak levelHold_, rmsHold_;
     float blockPeak_ = 0;
     std::int64_t blockSum_ = 0;
 };

@@ -3,6 +3,7 @@
 #define HWY_TARGET_INCLUDE "dsp/section_chain_kernels.cpp"
 #include "dsp/simd.h"
 //
+#include "dsp/lanes-inl.h"
 #include "dsp/section_chain_kernels.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -51,8 +52,8 @@ constexpr int
 template <class D, int vectors, bool moves> class Pass {
     using T = hn::TFromD<D>;
     using V = hn::Vec<D>;
-    using Table = decltype(hn::IndicesFromVec(D(), hn::Zero(hn::RebindToSigned<D>())));
-    static constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
+    using Lanes = PairLanes<D>;
+    static constexpr int kLanes = Lanes::kLanes;
     static constexpr int kSections = vectors * kLanes / 2;
     // Interleaved samples of a slice, and of the steps behind it.
     static constexpr int kBuffer = 2 * (kSubBlock + kSections) + kLanes;
@@ -61,8 +62,8 @@ public:
     HWY_INLINE explicit Pass(const SectionRun<T>& run)
         : run_(run),
           isInput_(hn::FirstN(D(), 2)),
-          turn_(turn(kLanes - 2)),
-          lastTurn_(turn(2 * run.count - 2 - (vectors - 1) * kLanes))
+          turn_(Lanes::turn(kLanes - 2)),
+          lastTurn_(Lanes::turn(2 * run.count - 2 - (vectors - 1) * kLanes))
     {
         const D d;
         for (int v = 0; v < vectors; ++v) {
@@ -74,7 +75,7 @@ public:
                 if (moves) step_[k][v] = hn::LoadU(d, run.step[k] + at);
             }
             // Lane 2 s + c is s samples behind the first lane.
-            position_[v] = hn::Neg(section(v));
+            position_[v] = hn::Neg(Lanes::filter(v));
             given_[v] = hn::Zero(d);
         }
     }
@@ -115,7 +116,7 @@ private:
     {
         const D d;
         V x[vectors];
-        x[0] = hn::IfThenElse(isInput_, pair(in), given_[0]);
+        x[0] = hn::IfThenElse(isInput_, Lanes::load(in), given_[0]);
         for (int v = 1; v < vectors; ++v) x[v] = hn::IfThenElse(isInput_, given_[v - 1], given_[v]);
         for (int v = 0; v < vectors; ++v) {
             // The term in x comes last: the way from lane to lane limits the speed.
@@ -136,33 +137,9 @@ private:
                 z2_[v] = next2;
             }
             position_[v] = hn::Add(position_[v], hn::Set(d, T(1)));
-            given_[v] = turned(y, v == vectors - 1 ? lastTurn_ : turn_);
+            given_[v] = Lanes::turned(y, v == vectors - 1 ? lastTurn_ : turn_);
         }
-        storePair(given_[vectors - 1], out);
-    }
-
-    /// Two samples in all pairs of lanes: of one channel each.
-    static HWY_INLINE V pair(const T* in)
-    {
-        if constexpr (sizeof(T) == 8) {
-            return hn::LoadDup128(D(), in);
-        } else {
-            const hn::Repartition<double, D> wide;
-            double both;
-            hwy::CopySameSize(reinterpret_cast<const T(*)[2]>(in), &both);
-            return hn::BitCast(D(), hn::Set(wide, both));
-        }
-    }
-    static HWY_INLINE void storePair(V v, T* out)
-    {
-        hn::StoreU(lowest(D(), v), hn::CappedTag<T, 2>(), out);
-    }
-    template <class Lanes> static HWY_INLINE auto lowest(Lanes, hn::Vec<Lanes> v)
-    {
-        if constexpr (hn::MaxLanes(Lanes()) == 2)
-            return v;
-        else
-            return lowest(hn::Half<Lanes>(), hn::LowerHalf(hn::Half<Lanes>(), v));
+        Lanes::store(given_[vectors - 1], out);
     }
 
     HWY_INLINE V at(int k, int v) const
@@ -172,27 +149,6 @@ private:
         return hn::NegMulAdd(step_[k][v], left, to_[k][v]);
     }
 
-    /// The lanes two further on; what leaves at the end comes to the first two lanes.
-    static HWY_INLINE V turned(V y, Table by)
-    {
-        if constexpr (kLanes == 2) return y;
-        return hn::TableLookupLanes(y, by);
-    }
-    static HWY_INLINE Table turn(int last)
-    {
-        using I = hn::RebindToSigned<D>;
-        HWY_ALIGN hn::TFromD<I> from[kLanes];
-        for (int i = 0; i < kLanes; ++i)
-            from[i] = static_cast<hn::TFromD<I>>(i < 2 ? last + i : i - 2);
-        return hn::SetTableIndices(D(), from);
-    }
-    /// Of each lane of vector v.
-    static HWY_INLINE V section(int v)
-    {
-        HWY_ALIGN T s[kLanes];
-        for (int i = 0; i < kLanes; ++i) s[i] = T((v * kLanes + i) / 2);
-        return hn::Load(D(), s);
-    }
     HWY_INLINE void save() const
     {
         const D d;
@@ -206,7 +162,7 @@ private:
 
     const SectionRun<T>& run_;
     hn::Mask<D> isInput_;
-    Table turn_, lastTurn_;
+    typename Lanes::Table turn_, lastTurn_;
     V z1_[vectors], z2_[vectors], given_[vectors], position_[vectors];
     V to_[6][vectors], step_[6][moves ? vectors : 1];
 };

@@ -139,31 +139,31 @@ HWY_INLINE bool readBatch(const TapSource<T>& source, const double* distances, i
     }
     TapPoints<T> points;
     if (!findPoints<taps, batch>(source, distances, points)) return false;
-    V sum[channels][batch];
-    for (int p = 0; p < batch; ++p) {
-        const T* const below = source.rows + points.row[p] * taps;
-        const T* const above = below + taps;
-        const auto fraction = hn::Set(d, points.fraction[p]);
-        V now[channels];
-        for (int c = 0; c < channels; ++c) now[c] = hn::Zero(d);
-        for (int t = 0; t < taps; t += kLanes) {
-            const auto from = hn::LoadU(d, below + t);
-            const auto tap = hn::MulAdd(fraction, hn::Sub(hn::LoadU(d, above + t), from), from);
-            for (int c = 0; c < channels; ++c)
-                now[c] =
-                    hn::MulAdd(tap, hn::LoadU(d, source.lines[c] + points.start[p] + t), now[c]);
+    // As many points at a time as one store takes: their sums stay in registers.
+    constexpr int kPoints = 16 / sizeof(T) < batch ? 16 / sizeof(T) : batch;
+    T rest[channels][batch];
+    for (int first = 0; first < batch; first += kPoints) {
+        V sum[channels][kPoints];
+        for (int p = 0; p < kPoints; ++p) {
+            const T* const below = source.rows + points.row[first + p] * taps;
+            const T* const above = below + taps;
+            const auto fraction = hn::Set(d, points.fraction[first + p]);
+            for (int c = 0; c < channels; ++c) sum[c][p] = hn::Zero(d);
+            for (int t = 0; t < taps; t += kLanes) {
+                const auto from = hn::LoadU(d, below + t);
+                const auto tap = hn::MulAdd(fraction, hn::Sub(hn::LoadU(d, above + t), from), from);
+                for (int c = 0; c < channels; ++c) {
+                    const T* const line = source.lines[c] + points.start[first + p] + t;
+                    sum[c][p] = hn::MulAdd(tap, hn::LoadU(d, line), sum[c][p]);
+                }
+            }
         }
-        for (int c = 0; c < channels; ++c) sum[c][p] = now[c];
+        for (int c = 0; c < channels; ++c)
+            storeSums<kPoints>(d, sum[c], (n < batch ? rest[c] : out[c] + to) + first);
     }
-    for (int c = 0; c < channels; ++c) {
-        if (n >= batch) {
-            storeSums<batch>(d, sum[c], out[c] + to);
-        } else {
-            T rest[batch];
-            storeSums<batch>(d, sum[c], rest);
-            for (int p = 0; p < n; ++p) out[c][to + p] = rest[p];
-        }
-    }
+    if (n < batch)
+        for (int c = 0; c < channels; ++c)
+            for (int p = 0; p < n; ++p) out[c][to + p] = rest[c][p];
     return true;
 }
 

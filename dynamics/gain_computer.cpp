@@ -11,23 +11,32 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-template <class D> HWY_INLINE void reducePart(D d, double* x, const CompressionCurve& c)
+template <class D, typename T> HWY_INLINE void reducePart(D d, T* x, const CompressionCurve& c)
 {
-    const auto over = hn::Sub(hn::LoadU(d, x), hn::Set(d, c.threshold));
-    const auto root =
-        hn::Max(hn::MulAdd(over, hn::Set(d, c.kneeSlope), hn::Set(d, c.kneeOffset)), hn::Zero(d));
-    const auto isStraight = hn::Gt(over, hn::Set(d, c.knee));
+    const auto over = hn::Sub(hn::LoadU(d, x), hn::Set(d, T(c.threshold)));
+    const auto root = hn::Max(
+        hn::MulAdd(over, hn::Set(d, T(c.kneeSlope)), hn::Set(d, T(c.kneeOffset))), hn::Zero(d));
+    const auto isStraight = hn::Gt(over, hn::Set(d, T(c.knee)));
     const auto reduction = hn::IfThenElse(isStraight, over, hn::Mul(root, root));
-    hn::StoreU(hn::Mul(reduction, hn::Set(d, c.slope)), d, x);
+    hn::StoreU(hn::Mul(reduction, hn::Set(d, T(c.slope))), d, x);
 }
 
-void reduceLevels(double* x, int n, const CompressionCurve& c)
+template <typename T> void reduceLevels(T* x, int n, const CompressionCurve& c)
 {
-    const hn::CappedTag<double, 4> d;
+    const hn::CappedTag<T, 32 / sizeof(T)> d;
     const int lanes = int(hn::Lanes(d));
     int i = 0;
     for (; i + lanes <= n; i += lanes) reducePart(d, x + i, c);
-    for (; i < n; ++i) reducePart(hn::CappedTag<double, 1>(), x + i, c);
+    for (; i < n; ++i) reducePart(hn::CappedTag<T, 1>(), x + i, c);
+}
+
+void reduceFloats(float* x, int n, const CompressionCurve& c)
+{
+    reduceLevels(x, n, c);
+}
+void reduceDoubles(double* x, int n, const CompressionCurve& c)
+{
+    reduceLevels(x, n, c);
 }
 
 void followReduction(ReductionEnvelope& state, double* x, const double* delayed, double release,
@@ -73,9 +82,11 @@ HWY_AFTER_NAMESPACE();
 
 namespace quillworks {
 
-HWY_EXPORT(reduceLevels);
+HWY_EXPORT(reduceFloats);
+HWY_EXPORT(reduceDoubles);
 HWY_EXPORT(followReduction);
-static const auto chosenReduce = SIMD_CHOOSE(reduceLevels);
+static const auto chosenFloats = SIMD_CHOOSE(reduceFloats);
+static const auto chosenDoubles = SIMD_CHOOSE(reduceDoubles);
 static const auto chosenFollow = SIMD_CHOOSE(followReduction);
 
 CompressionCurve CompressionCurve::of(double threshold, double slope, double knee) noexcept
@@ -84,9 +95,13 @@ CompressionCurve CompressionCurve::of(double threshold, double slope, double kne
     return {threshold, slope, knee, knee > 0 ? 0.5 / root : 0, 0.5 * root};
 }
 
-void CompressionCurve::reduce(double* x, int n) const noexcept
+template <> void CompressionCurve::reduce(float* x, int n) const noexcept
 {
-    chosenReduce(x, n, *this);
+    chosenFloats(x, n, *this);
+}
+template <> void CompressionCurve::reduce(double* x, int n) const noexcept
+{
+    chosenDoubles(x, n, *this);
 }
 
 void ReductionEnvelope::run(double* x, const double* delayed, double release, int n) noexcept

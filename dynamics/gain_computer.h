@@ -20,7 +20,7 @@ struct CompressionCurve {
 
     /// Levels in dB to reductions in dB, 0 or more, in place. Within the knee (L + K)^2/(4 K), L
     /// the level above the threshold, which meets 0 at -K and L at K.
-    void reduce(double* x, int n) const noexcept;
+    template <typename T> void reduce(T* x, int n) const noexcept;
 };
 
 /// Reduction with release: rises at once, falls as a follower.

@@ -7,16 +7,10 @@
 
 namespace quillworks {
 
-using SimpleStripAlgorithm = PassThroughAlgorithm;
-using SimpleStripComponent = PassThroughComponent<"SimpleStrip">;
 using PanToolAlgorithm = PassThroughAlgorithm;
 using PanToolComponent = PassThroughComponent<"PanTool">;
-using TriBandCompressorAlgorithm = PassThroughAlgorithm;
-using TriBandComponent = PassThroughComponent<"TriBand">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using SimpleDistAlgorithm = PassThroughAlgorithm;
-using SimpleDistComponent = PassThroughComponent<"SimpleDist">;
 using PhaserAlgorithm = PassThroughAlgorithm;
 using PhaserComponent = PassThroughComponent<"Phaser">;
 using FlangerAlgorithm = PassThroughAlgorithm;
@@ -43,12 +37,6 @@ using TestScopeAlgorithm = PassThroughAlgorithm;
 using TestScopeComponent = PassThroughComponent<"TestScope">;
 using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
-using SurroundPanAlgorithm = PassThroughAlgorithm;
-using SurroundPanComponent = PassThroughComponent<"SurroundPan">;
-using OverdriveAlgorithm = PassThroughAlgorithm;
-using OverdriveComponent = PassThroughComponent<"Overdrive">;
-using MultiDistAlgorithm = PassThroughAlgorithm;
-using MultiDistComponent = PassThroughComponent<"MultiDist">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;

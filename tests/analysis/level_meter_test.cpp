@@ -260,10 +260,10 @@ TYPED_TEST(LevelMeter, ReadingsStandWhileBypassedAndRestartWithReset)
     EXPECT_EQ(this->fx.meter("loudnessTruePeak"), -144);
 }
 
-TEST(PeakHold, EndsWithTheBlockThatCompletesItsTime)
+TEST(HeldPeak, EndsWithTheBlockThatCompletesItsTime)
 {
     for (const int frames : {47998, 47999}) {
-        PeakHold hold;
+        HeldPeak hold;
         hold.setTime(48000, 1);
         hold.take(1, 10);
         hold.take(0.5, frames);
