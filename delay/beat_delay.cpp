@@ -170,14 +170,7 @@ template <typename T> void BeatDelayCore<T>::process(const AudioBlock<T>& block)
 template class BeatDelayCore<float>;
 template class BeatDelayCore<double>;
 
-BeatDelayAlgorithm::BeatDelayAlgorithm() : PrecisionAlgorithm(kParameters) {}
-
-bool BeatDelayAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
-                                            const VNK::SpeakerArrangement& output) const noexcept
-{
-    return input.channels <= kMostEchoChannels &&
-           PrecisionAlgorithm::acceptsArrangement(input, output);
-}
+BeatDelayAlgorithm::BeatDelayAlgorithm() : EchoAlgorithm(kParameters) {}
 
 BeatDelayComponent::BeatDelayComponent(BeatDelayAlgorithm& algorithm)
     : AudioEffectComponent(algorithm, {.viewPrefix = "BeatDelay"})

@@ -2,11 +2,11 @@
 // Beat delay: echoes on the beat of left and right, straight, crossing or in ping-pong.
 #pragma once
 
+#include "delay/echo_algorithm.h"
 #include "delay/echo_entry.h"
 #include "delay/echo_output.h"
 #include "delay/feedback_network.h"
 #include "framework/effect_component.h"
-#include "framework/precision_algorithm.h"
 #include "framework/speakers.h"
 
 namespace quillworks {
@@ -62,12 +62,9 @@ private:
     ChannelList<T> block_{};
 };
 
-class BeatDelayAlgorithm final : public PrecisionAlgorithm<BeatDelayCore> {
+class BeatDelayAlgorithm final : public EchoAlgorithm<BeatDelayCore> {
 public:
     BeatDelayAlgorithm();
-    /// Any layout of up to 16 channels as it is.
-    bool acceptsArrangement(const VNK::SpeakerArrangement& input,
-                            const VNK::SpeakerArrangement& output) const noexcept override;
 };
 
 /// Keeps times and note values together when sync is switched.

@@ -257,14 +257,7 @@ template <typename T> void SurroundDelayCore<T>::process(const AudioBlock<T>& bl
 template class SurroundDelayCore<float>;
 template class SurroundDelayCore<double>;
 
-SurroundDelayAlgorithm::SurroundDelayAlgorithm() : PrecisionAlgorithm(kParameters) {}
-
-bool SurroundDelayAlgorithm::acceptsArrangement(
-    const VNK::SpeakerArrangement& input, const VNK::SpeakerArrangement& output) const noexcept
-{
-    return input.channels <= kMostEchoChannels &&
-           PrecisionAlgorithm::acceptsArrangement(input, output);
-}
+SurroundDelayAlgorithm::SurroundDelayAlgorithm() : EchoAlgorithm(kParameters) {}
 
 SurroundDelayComponent::SurroundDelayComponent(SurroundDelayAlgorithm& algorithm)
     : AudioEffectComponent(algorithm, {.viewPrefix = "SurroundDelay",

@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 
+#include "delay/echo_algorithm.h"
 #include "delay/echo_entry.h"
 #include "delay/echo_output.h"
 #include "delay/echo_pattern.h"
@@ -12,7 +13,6 @@
 #include "dsp/gliding_course.h"
 #include "dsp/hull_panner.h"
 #include "framework/effect_component.h"
-#include "framework/precision_algorithm.h"
 
 namespace quillworks {
 
@@ -95,12 +95,9 @@ private:
     ChannelList<T> block_{};
 };
 
-class SurroundDelayAlgorithm final : public PrecisionAlgorithm<SurroundDelayCore> {
+class SurroundDelayAlgorithm final : public EchoAlgorithm<SurroundDelayCore> {
 public:
     SurroundDelayAlgorithm();
-    /// Any layout of up to 16 channels as it is.
-    bool acceptsArrangement(const VNK::SpeakerArrangement& input,
-                            const VNK::SpeakerArrangement& output) const noexcept override;
 };
 
 /// Keeps time and note value together when sync is switched.
