@@ -83,11 +83,11 @@ constexpr Attributes kDisplays[] = {
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Trace", "time trigger level pretrigger gain layout persistence"},
-    {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
+    {"Taps",
+     "beats time beatsRight timeRight offset stagger feedback routing reduction levels frozen"},
     {"ShapeCurve", "curve drive bias point"},
     {"CombCurve", "left right feedback damp invert mix"},
     {"PanField", "across along azimuth elevation distance width left right"},
-    {"CombCurve", "left right feedback damp invert mix"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)
