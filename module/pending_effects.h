@@ -7,8 +7,6 @@
 
 namespace quillworks {
 
-using PanToolAlgorithm = PassThroughAlgorithm;
-using PanToolComponent = PassThroughComponent<"PanTool">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
 using ChorusAlgorithm = PassThroughAlgorithm;
