@@ -7,22 +7,14 @@
 
 namespace quillworks {
 
-using PanToolAlgorithm = PassThroughAlgorithm;
-using PanToolComponent = PassThroughComponent<"PanTool">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using PhaserAlgorithm = PassThroughAlgorithm;
-using PhaserComponent = PassThroughComponent<"Phaser">;
-using FlangerAlgorithm = PassThroughAlgorithm;
-using FlangerComponent = PassThroughComponent<"Flanger">;
 using ChorusAlgorithm = PassThroughAlgorithm;
 using ChorusComponent = PassThroughComponent<"Chorus">;
 using AutoFilterAlgorithm = PassThroughAlgorithm;
 using AutoFilterComponent = PassThroughComponent<"AutoFilter">;
 using RhythmDelayAlgorithm = PassThroughAlgorithm;
 using RhythmDelayComponent = PassThroughComponent<"RhythmDelay">;
-using SurroundDelayAlgorithm = PassThroughAlgorithm;
-using SurroundDelayComponent = PassThroughComponent<"SurroundDelay">;
 using ReverbAlgorithm = PassThroughAlgorithm;
 using ReverbComponent = PassThroughComponent<"Reverb">;
 using SwellroomAlgorithm = PassThroughAlgorithm;
@@ -35,8 +27,6 @@ using SpectrumMeterAlgorithm = PassThroughAlgorithm;
 using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
-using TestScopeAlgorithm = PassThroughAlgorithm;
-using TestScopeComponent = PassThroughComponent<"TestScope">;
 using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
 
