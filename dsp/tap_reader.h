@@ -41,8 +41,8 @@ struct TapGlide {
     }
 };
 
-/// As readBetween, for distances that run evenly and rows of 256 phases: faster, the most so in
-/// short runs. Made for <float, 24> and <double, 24>. (The fraction between two rows has more
+/// As readBetween, for up to 32 distances that run evenly and rows of 256 phases: faster, the most
+/// so in short runs. Made for <float, 24> and <double, 24>. (The fraction between two rows has more
 /// digits than there: a point read by one function may differ from the other's in its last bits.)
 template <typename T, int taps>
 void followBetween(const LongLine<T>& line, int channel, int channels, TapRows<T> rows,

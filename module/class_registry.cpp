@@ -6,8 +6,10 @@
 #include <utility>
 
 #include "analysis/level_meter.h"
+#include "analysis/scope.h"
 #include "delay/analog_delay.h"
 #include "delay/beat_delay.h"
+#include "delay/surround_delay.h"
 #include "distortion/bitcrusher.h"
 #include "distortion/ember_dist.h"
 #include "distortion/multiband_distortion.h"
@@ -18,6 +20,7 @@
 #include "dynamics/expander.h"
 #include "dynamics/gate.h"
 #include "dynamics/limiter.h"
+#include "mixing/binaural_pan.h"
 #include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"
 #include "mixing/surround_panner.h"

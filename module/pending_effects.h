@@ -7,16 +7,12 @@
 
 namespace quillworks {
 
-using PanToolAlgorithm = PassThroughAlgorithm;
-using PanToolComponent = PassThroughComponent<"PanTool">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
 using ChorusAlgorithm = PassThroughAlgorithm;
 using ChorusComponent = PassThroughComponent<"Chorus">;
 using RhythmDelayAlgorithm = PassThroughAlgorithm;
 using RhythmDelayComponent = PassThroughComponent<"RhythmDelay">;
-using SurroundDelayAlgorithm = PassThroughAlgorithm;
-using SurroundDelayComponent = PassThroughComponent<"SurroundDelay">;
 using ReverbAlgorithm = PassThroughAlgorithm;
 using ReverbComponent = PassThroughComponent<"Reverb">;
 using SwellroomAlgorithm = PassThroughAlgorithm;
@@ -29,8 +25,6 @@ using SpectrumMeterAlgorithm = PassThroughAlgorithm;
 using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
-using TestScopeAlgorithm = PassThroughAlgorithm;
-using TestScopeComponent = PassThroughComponent<"TestScope">;
 using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
 
