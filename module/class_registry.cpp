@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "analysis/level_meter.h"
+#include "analysis/scope.h"
 #include "delay/analog_delay.h"
 #include "delay/beat_delay.h"
 #include "delay/surround_delay.h"
@@ -19,9 +20,12 @@
 #include "dynamics/expander.h"
 #include "dynamics/gate.h"
 #include "dynamics/limiter.h"
+#include "mixing/binaural_pan.h"
 #include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"
 #include "mixing/surround_panner.h"
+#include "modulation/flanger.h"
+#include "modulation/phaser.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
 

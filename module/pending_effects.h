@@ -7,14 +7,8 @@
 
 namespace quillworks {
 
-using PanToolAlgorithm = PassThroughAlgorithm;
-using PanToolComponent = PassThroughComponent<"PanTool">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using PhaserAlgorithm = PassThroughAlgorithm;
-using PhaserComponent = PassThroughComponent<"Phaser">;
-using FlangerAlgorithm = PassThroughAlgorithm;
-using FlangerComponent = PassThroughComponent<"Flanger">;
 using ChorusAlgorithm = PassThroughAlgorithm;
 using ChorusComponent = PassThroughComponent<"Chorus">;
 using AutoFilterAlgorithm = PassThroughAlgorithm;
@@ -33,8 +27,6 @@ using SpectrumMeterAlgorithm = PassThroughAlgorithm;
 using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
-using TestScopeAlgorithm = PassThroughAlgorithm;
-using TestScopeComponent = PassThroughComponent<"TestScope">;
 using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
 

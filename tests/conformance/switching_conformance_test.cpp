@@ -35,10 +35,11 @@ protected:
     }
     static Channels<float> both(const Signal<float>& x) { return {x, x}; }
     /// A crossover's bands add up to all-passes, and one near a quarter of the rate is, to a
-    /// correlation, a delay of two samples; there are up to four.
+    /// correlation, a delay of two samples; there are up to four. A phaser is nothing else.
     bool turnsPhases() const
     {
-        return GetParam() == "Bandpress" || GetParam() == "Multiband Dynamics";
+        return GetParam() == "Bandpress" || GetParam() == "Multiband Dynamics" ||
+               GetParam() == "Phaser";
     }
 };
 
