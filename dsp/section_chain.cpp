@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cmath>
+#include <limits>
 
 #include "dsp/section_chain_kernels.h"
 
@@ -47,6 +48,13 @@ template <typename T> void SectionChain<T>::clear(int first, int count) noexcept
             std::fill_n(states(pair) + i * stride_ + 2 * first, 2 * count, T(0));
 }
 
+template <typename T> void SectionChain<T>::takeOver(const SectionChain& other) noexcept
+{
+    assert(sections_ == other.sections_ && channels_ == other.channels_);
+    std::copy(other.values_.begin(), other.values_.end(), values_.begin());
+    isMoving_ = other.isMoving_;
+}
+
 template <typename T>
 void SectionChain<T>::write(int section, int side, const Coefficients& c, bool glides) noexcept
 {
@@ -62,12 +70,15 @@ void SectionChain<T>::write(int section, int side, const Coefficients& c, bool g
     }
 }
 
-/// Nothing moves any more.
+/// Nothing moves any more in these sections, and perhaps in none.
 template <typename T> void SectionChain<T>::rest(int first, int count) noexcept
 {
     if (!isMoving_) return;
-    for (int i = 0; i < kCoefficients; ++i) std::fill_n(step(i) + 2 * first, 2 * count, T(0));
-    if (count == sections_) isMoving_ = false;
+    isMoving_ = false;
+    for (int i = 0; i < kCoefficients; ++i) {
+        std::fill_n(step(i) + 2 * first, 2 * count, T(0));
+        isMoving_ |= std::any_of(step(i), step(i) + 2 * sections_, [](T s) { return s != 0; });
+    }
 }
 
 template <typename T>
@@ -104,10 +115,12 @@ void SectionChain<T>::process(T* const* x, GridSlice slice, int first, int count
 /// A state that is not finite never becomes so again.
 template <typename T> void SectionChain<T>::clearIfBad(T* z, int first, int count) noexcept
 {
-    T sum = 0;  // stays 0 unless one is not finite
+    constexpr T most = std::numeric_limits<T>::max();
+    int bad = 0;  // counted without a branch
     for (int row = 0; row < 2; ++row)
-        for (int i = 0; i < 2 * count; ++i) sum += z[row * stride_ + 2 * first + i] * 0;
-    if (sum == 0) return;
+        for (int i = 0; i < 2 * count; ++i)
+            bad += !(std::abs(z[row * stride_ + 2 * first + i]) <= most);
+    if (bad == 0) return;
     for (int row = 0; row < 2; ++row) std::fill_n(z + row * stride_ + 2 * first, 2 * count, T(0));
 }
 

@@ -27,6 +27,9 @@ public:
     void reset() noexcept;
     /// Silence in the sections from `first` on: for filters that come in.
     void clear(int first, int count) noexcept;
+    /// Coefficients and states of `other`, prepared alike: for a second run that goes on from where
+    /// the first stands.
+    void takeOver(const SectionChain& other) noexcept;
 
     int sections() const noexcept { return sections_; }
     int channels() const noexcept { return channels_; }

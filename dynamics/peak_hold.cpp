@@ -65,13 +65,34 @@ template <class D> struct Detector {
     V over, gone;                 // below these u and v, falling, are at their ends
 };
 
-/// One key.
+/// One key, with branches: what happens rarely costs less so than if all were worked out each time,
+/// and what is known ahead is kept off the way from sample to sample.
 template <typename T> void followOne(double* rows, int stride, T* x, int n)
 {
     const hn::CappedTag<double, 1> d;
-    Detector s(d, rows, stride);
-    for (int i = 0; i < n; ++i) x[i] = T(hn::GetLane(s.next(hn::Set(d, double(x[i])))));
-    s.save(rows, stride);
+    const double release = rows[0], attack = rows[stride], hold = rows[2 * stride];
+    double u = rows[3 * stride], v = rows[4 * stride], left = rows[5 * stride];
+    const auto weighted = [&](double share, double x0, double x1) {
+        return hn::GetLane(hn::MulAdd(hn::Set(d, share), hn::Set(d, x0), hn::Set(d, x1)));
+    };
+    for (int i = 0; i < n; ++i) {
+        const double r = double(x[i]);
+        if (r > 0 && r > u - kSame) {
+            u = HWY_MAX(u, r);
+            left = hold;
+        } else if (left > 0) {
+            left -= 1;
+        } else {
+            u = weighted(release, u, (1 - release) * r);
+            if (u <= kSame && !(r > 0)) u = 0;
+        }
+        v = weighted(attack, v, (1 - attack) * u);
+        if (v < kDone && u == 0) v = 0;
+        x[i] = T(v);
+    }
+    rows[3 * stride] = u;
+    rows[4 * stride] = v;
+    rows[5 * stride] = left;
 }
 
 #if HWY_TARGET == HWY_SCALAR

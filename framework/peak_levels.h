@@ -15,13 +15,13 @@ namespace quillworks {
 /// measures.
 template <typename T> class PeakLevels {
 public:
-    template <class S> static constexpr Parameter<S> inputRow()
+    template <class S> static constexpr Parameter<S> inputRow(Kind kind = Kind::Reading)
     {
-        return {"inpeak", kInput, "In", Kind::Reading, kLeast, kMost, kLeast, "dB"};
+        return {"inpeak", kInput, "In", kind, kLeast, kMost, kLeast, "dB"};
     }
-    template <class S> static constexpr Parameter<S> outputRow()
+    template <class S> static constexpr Parameter<S> outputRow(Kind kind = Kind::Reading)
     {
-        return {"outpeak", kOutput, "Out", Kind::Reading, kLeast, kMost, kLeast, "dB"};
+        return {"outpeak", kOutput, "Out", kind, kLeast, kMost, kLeast, "dB"};
     }
 
     /// Once per call of process().

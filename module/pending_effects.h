@@ -7,28 +7,14 @@
 
 namespace quillworks {
 
-using SimpleStripAlgorithm = PassThroughAlgorithm;
-using SimpleStripComponent = PassThroughComponent<"SimpleStrip">;
-using PanToolAlgorithm = PassThroughAlgorithm;
-using PanToolComponent = PassThroughComponent<"PanTool">;
-using TriBandCompressorAlgorithm = PassThroughAlgorithm;
-using TriBandComponent = PassThroughComponent<"TriBand">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using PhaserAlgorithm = PassThroughAlgorithm;
-using PhaserComponent = PassThroughComponent<"Phaser">;
-using FlangerAlgorithm = PassThroughAlgorithm;
-using FlangerComponent = PassThroughComponent<"Flanger">;
 using ChorusAlgorithm = PassThroughAlgorithm;
 using ChorusComponent = PassThroughComponent<"Chorus">;
 using AutoFilterAlgorithm = PassThroughAlgorithm;
 using AutoFilterComponent = PassThroughComponent<"AutoFilter">;
-using BeatDelayAlgorithm = PassThroughAlgorithm;
-using BeatDelayComponent = PassThroughComponent<"BeatDelay">;
 using RhythmDelayAlgorithm = PassThroughAlgorithm;
 using RhythmDelayComponent = PassThroughComponent<"RhythmDelay">;
-using SurroundDelayAlgorithm = PassThroughAlgorithm;
-using SurroundDelayComponent = PassThroughComponent<"SurroundDelay">;
 using ReverbAlgorithm = PassThroughAlgorithm;
 using ReverbComponent = PassThroughComponent<"Reverb">;
 using SwellroomAlgorithm = PassThroughAlgorithm;
@@ -41,12 +27,8 @@ using SpectrumMeterAlgorithm = PassThroughAlgorithm;
 using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
-using TestScopeAlgorithm = PassThroughAlgorithm;
-using TestScopeComponent = PassThroughComponent<"TestScope">;
 using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
-using SurroundPanAlgorithm = PassThroughAlgorithm;
-using SurroundPanComponent = PassThroughComponent<"SurroundPan">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;

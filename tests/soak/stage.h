@@ -33,16 +33,17 @@ template <typename T> std::vector<T*> pointers(Channels<T>& x, int offset = 0)
 class Stage final : public VNK::IEffectListener {
 public:
     /// The output may exceed 0 dBFS, or the loudest sample of input and side-chain since the last
-    /// reset if that is louder, by 80 dB. The largest gain that can be set is 72 dB, the
-    /// compressor's at its input and its output; what runs away goes far beyond.
-    static constexpr double kAbsurdGain = 10000;
+    /// reset if that is louder, by 80 dB, or by 8 dB more than all gains of the effect together
+    /// where that is more: a channel strip's add up to 144 dB. What runs away goes far beyond.
+    static constexpr double kUsualDb = 80, kBeyondGainsDb = 8;
     /// A sample beyond it counts as bad, as NaN does: its square leaves the range of a float.
     static constexpr double kAbsurdLevel = 1e15;
 
     explicit Stage(VNK::IObject* adopted)
         : component_(VNK::HostedEffect::adopt(adopted)),
           algorithm_(*component_->algorithm()),
-          remembered_(state())
+          remembered_(state()),
+          absurdGain_(std::pow(10, std::max(kUsualDb, gainsDb() + kBeyondGainsDb) / 20))
     {
         component_->setListener(this);
     }
@@ -101,11 +102,13 @@ public:
             fresh.process<T>(pointers(y).data(), pointers(y).data(), nullptr, 0, frames, {});
             // A filter that rings ahead of its peak does so for less than a quarter of its delay; a
             // quantiser makes whole steps of what rings, and its dither sounds at once; an
-            // oversampler of linear phase rings all the way, and a drive raises that.
-            const bool raises = component_->findParameter("quantizer") >= 0 ||
-                                component_->findParameter("drive") >= 0;
+            // oversampler of linear phase rings all the way, and a drive raises that; a copy that
+            // runs through zero overtakes the late sound.
+            const bool isEarly = component_->findParameter("quantizer") >= 0 ||
+                                 component_->findParameter("drive") >= 0 ||
+                                 component_->findParameter("thruzero") >= 0;
             const int early = std::min(frames, int(algorithm_.getLatency() * 3 / 4));
-            check(block > 0 || raises ||
+            check(block > 0 || isEarly ||
                       peakOf(pointers(x).data(), setup_.output.channels, early) < 1e-3,
                   "sounds before the latency it announces");
             check(x == y, "sounds other than a new instance with its state");
@@ -180,8 +183,8 @@ public:
             const double level = peakOf<T>(out, setup_.output.channels, frames);
             gFramesJudged += unsigned(frames);
             check(level <= kAbsurdLevel, "puts out what is no audio");
-            check(!std::isfinite(level) || level <= kAbsurdGain * loudest_, "runs away");
-            if (!(level <= kAbsurdGain * loudest_)) cleanFrames_ = 0;  // told once a second
+            check(!std::isfinite(level) || level <= absurdGain_ * loudest_, "runs away");
+            if (!(level <= absurdGain_ * loudest_)) cleanFrames_ = 0;  // told once a second
         }
         cleanFrames_ += frames;
         gFrames += unsigned(frames);
@@ -219,6 +222,16 @@ private:
         VNK::ParameterInfo p;
         component_->getParameter(index, p);
         return p;
+    }
+    /// The largest gains that can be set, in series. Of a family one: they stand side by side.
+    double gainsDb() const
+    {
+        double sum = 0;
+        for (int i = 0; i < component_->countParameters(); ++i)
+            if (const auto p = parameter(i);
+                p.has(VNK::isDecibel) && !p.has(VNK::isReadOnly) && p.index <= 0)
+                sum += std::max(0.0, double(p.maximum));
+        return sum;
     }
     std::string state() const
     {
@@ -304,6 +317,7 @@ private:
     VNK::RunSetup setup_;
     bool wetOnly_ = false;
     std::string remembered_;  // a state of before
+    double absurdGain_;       // linear
     std::uint32_t latency_ = 0;
     std::atomic<bool> announced_{true};
 
