@@ -9,10 +9,6 @@ namespace quillworks {
 
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using ChorusAlgorithm = PassThroughAlgorithm;
-using ChorusComponent = PassThroughComponent<"Chorus">;
-using AutoFilterAlgorithm = PassThroughAlgorithm;
-using AutoFilterComponent = PassThroughComponent<"AutoFilter">;
 using RhythmDelayAlgorithm = PassThroughAlgorithm;
 using RhythmDelayComponent = PassThroughComponent<"RhythmDelay">;
 using ReverbAlgorithm = PassThroughAlgorithm;
