@@ -117,6 +117,7 @@ template <typename T> void TriBandCore<T>::reset() noexcept
     mix_.snap();
     switches_.snap();
     levels_.reset();
+    history_.reset();
 }
 
 template <typename T> void TriBandCore<T>::apply(const Settings& s, unsigned dirty) noexcept
@@ -224,9 +225,10 @@ void TriBandCore<T>::detect(KeySharing sharing, GridSlice slice, bool isMetered)
         else
             forEachRow([&](int, T* row) { f(row, n); });
     };
+    Meter seen[kBands];
     if (isMetered)
         forEachRow(
-            [&](int b, T* row) { meter_[b].power = std::max(meter_[b].power, vec::peak(row, n)); });
+            [&](int b, T* row) { seen[b].power = std::max(seen[b].power, vec::peak(row, n)); });
     map([](T* row, int count) { vec::decibelsFromPower(row, row, T(kPowerFloor), count); });
     forEachRow([&](int b, T* row) { curve_[b].reduce(row, n); });
     bank.isIdle = bank.hold.run(x, n);
@@ -234,13 +236,27 @@ void TriBandCore<T>::detect(KeySharing sharing, GridSlice slice, bool isMetered)
         forEachRow([&](int b, T* row) { vec::copy(row, gain_[b].of(slice), n); });
     } else {
         forEachRow([&](int b, T* row) {
-            if (isMetered) meter_[b].reduction = std::max(meter_[b].reduction, vec::peak(row, n));
+            if (isMetered) seen[b].reduction = std::max(seen[b].reduction, vec::peak(row, n));
             const T* const gain = gain_[b].of(slice);
             for (int i = 0; i < n; ++i) row[i] = gain[i] - row[i];
         });
     }
+    if (isMetered) keep(seen, slice);
     map([](T* row, int count) { vec::gainFromDecibels(row, row, count); });
     forEachRow([&](int b, T* row) { switches_.apply(b, row, mixCourse_, slice); });
+}
+
+/// For the meters, which show the call's extremes, and the history.
+template <typename T>
+void TriBandCore<T>::keep(const Meter (&seen)[kBands], GridSlice slice) noexcept
+{
+    for (int b = 0; b < kBands; ++b) {
+        meter_[b].power = std::max(meter_[b].power, seen[b].power);
+        meter_[b].reduction = std::max(meter_[b].reduction, seen[b].reduction);
+        if (history_.isRead())
+            history_.add(b, std::sqrt(double(seen[b].power)), dbToGain(-double(seen[b].reduction)));
+    }
+    history_.end(slice);
 }
 
 /// The bands times their gains; while the sharing changes, times both, faded.
@@ -283,10 +299,12 @@ template <typename T> void TriBandCore<T>::publish(MeterSlots& meters) noexcept
 template class TriBandCore<float>;
 template class TriBandCore<double>;
 
-TriBandCompressorAlgorithm::TriBandCompressorAlgorithm() : PrecisionAlgorithm(kParameters) {}
+TriBandCompressorAlgorithm::TriBandCompressorAlgorithm()
+    : DisplayAlgorithm(kParameters, std::vector<const char*>{"Low", "Mid", "High"})
+{}
 
 TriBandComponent::TriBandComponent(TriBandCompressorAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "TriBand", .kind = "compressor"})
+    : DisplayComponent(algorithm, {.viewPrefix = "TriBand", .kind = "compressor"}, {"history"})
 {}
 
 }  // namespace quillworks

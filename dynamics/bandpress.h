@@ -8,6 +8,7 @@
 #include "dynamics/band_switches.h"
 #include "dynamics/editor_levels.h"
 #include "dynamics/gain_computer.h"
+#include "dynamics/gain_history.h"
 #include "dynamics/peak_hold.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
@@ -51,10 +52,15 @@ public:
     void apply(const Settings& settings, unsigned dirty) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
+    void setCapture(CaptureRing& ring) noexcept { history_.setRing(ring); }
 
 private:
     static constexpr int kBands = TriBandSettings::kBands;
 
+    struct Meter {
+        T reduction = 0;  // dB, the largest of a time
+        T power = 0;
+    };
     /// Detectors of one sharing of keys, and what they give.
     struct Bank {
         PeakHold hold;
@@ -73,6 +79,7 @@ private:
     void processSlice(const AudioBlock<T>& part) noexcept;
     void takeOver(KeySharing from, KeySharing to) noexcept;
     void detect(KeySharing sharing, GridSlice slice, bool isMetered) noexcept;
+    void keep(const Meter (&seen)[kBands], GridSlice slice) noexcept;
     void applyGains(const AudioBlock<T>& part) noexcept;
 
     double sampleRate_ = 44100;
@@ -86,20 +93,17 @@ private:
     Course<T> mixCourse_;
     BandSwitches<T> switches_;
     EditorLevels levels_;
-    struct Meter {
-        T reduction = 0;  // dB, the largest of the call
-        T power = 0;
-    };
     Meter meter_[kBands];
+    GainCapture<kBands> history_;
 };
 
 class TriBandCompressorAlgorithm final
-    : public PrecisionAlgorithm<TriBandCore, AudioSideChainInsertAlgorithm> {
+    : public DisplayAlgorithm<TriBandCore, GainHistory, AudioSideChainInsertAlgorithm> {
 public:
     TriBandCompressorAlgorithm();
 };
 
-class TriBandComponent final : public AudioEffectComponent {
+class TriBandComponent final : public DisplayComponent<TriBandCompressorAlgorithm> {
 public:
     explicit TriBandComponent(TriBandCompressorAlgorithm& algorithm);
 };
