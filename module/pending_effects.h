@@ -9,8 +9,6 @@ namespace quillworks {
 
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using ChorusAlgorithm = PassThroughAlgorithm;
-using ChorusComponent = PassThroughComponent<"Chorus">;
 using RhythmDelayAlgorithm = PassThroughAlgorithm;
 using RhythmDelayComponent = PassThroughComponent<"RhythmDelay">;
 using ReverbAlgorithm = PassThroughAlgorithm;
