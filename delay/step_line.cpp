@@ -4,8 +4,6 @@
 namespace quillworks {
 namespace {
 
-constexpr double kShortest = 0.001;  // s
-
 /// Within +-1 as it is; above, u = min((|v| - 1)/2, 1) and 1 + (2 - u) u: slope 1 at the corner,
 /// never above 2. What is not a number becomes 0.
 template <typename T> T guarded(T v) noexcept
@@ -27,21 +25,19 @@ template <typename T> void guard(T* x, int n) noexcept
 
 }  // namespace
 
-template <typename T>
-void StepLine<T>::prepare(int channels, int taps, double sampleRate, double longest)
+template <typename T> void StepLine<T>::prepare(int channels, int taps, const StepDelays& delays)
 {
-    sampleRate_ = sampleRate;
-    least_ = std::max(1, static_cast<int>(kShortest * sampleRate));
-    most_ = static_cast<int>(longest * sampleRate);
-    line_.prepare(channels, most_ + LongLine<T>::kMirror);
+    delays_ = delays;
+    line_.prepare(channels,
+                  static_cast<int>(delays.longest * delays.sampleRate) + LongLine<T>::kMirror);
     const auto count = static_cast<std::size_t>(channels);
     rows_.require(count * kSubBlock);
     old_.assign(count, nullptr);
     new_.assign(count, nullptr);
     likeness_.assign(static_cast<std::size_t>(taps), {});
-    wanted_.assign(static_cast<std::size_t>(taps) * count, least_);
+    wanted_.assign(static_cast<std::size_t>(taps) * count, delays.least());
     coming_ = now_ = wanted_;
-    fade_.prepare(sampleRate, {});
+    fade_.prepare(delays.sampleRate, {});
     wantsFreeze_ = false;
     reset();
 }
@@ -57,17 +53,9 @@ template <typename T> void StepLine<T>::reset() noexcept
     frozen_ = isFreezing_ ? fade_.length() : 0;
 }
 
-template <typename T> double StepLine<T>::fitting(double seconds) const noexcept
-{
-    if (!std::isfinite(seconds)) return 0;
-    while (static_cast<double>(most_) < std::trunc(seconds * sampleRate_ + 0.5)) seconds /= 2;
-    return seconds;
-}
-
 template <typename T> void StepLine<T>::setTime(int tap, int channel, double seconds) noexcept
 {
-    const double samples = std::trunc(fitting(seconds) * sampleRate_ + 0.5);
-    wanted_[at(tap, channel)] = static_cast<int>(std::max(samples, double(least_)));
+    wanted_[at(tap, channel)] = delays_.samples(seconds);
 }
 
 template <typename T> void StepLine<T>::setTime(int tap, double seconds) noexcept
@@ -140,7 +128,7 @@ template <typename T> T StepLine<T>::frozenShare(int i) const noexcept
 template <typename T>
 void StepLine<T>::unfilter(T* const* filtered, const T* const* read, int n) const noexcept
 {
-    if (!isFreezeMoving() && !isFreezing_) return;
+    if (isLive()) return;
     for (int c = 0; c < line_.channels(); ++c) {
         T* const x = filtered[c];
         const T* const r = read[c];

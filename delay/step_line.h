@@ -10,6 +10,30 @@
 
 namespace quillworks {
 
+/// Times of echoes in whole samples.
+struct StepDelays {
+    double sampleRate = 44100;
+    double longest = 1;  // s
+
+    /// A time that fits: halved until it does, so that it stays on the beat.
+    double fitting(double seconds) const noexcept
+    {
+        if (!std::isfinite(seconds)) return 0;
+        while (std::trunc(longest * sampleRate) < rounded(seconds)) seconds /= 2;
+        return seconds;
+    }
+    /// The fitting time, 1 ms at least.
+    int samples(double seconds) const noexcept
+    {
+        return std::max(least(), static_cast<int>(rounded(fitting(seconds))));
+    }
+    /// Those of 1 ms, the shortest delay.
+    int least() const noexcept { return std::max(1, static_cast<int>(0.001 * sampleRate)); }
+
+private:
+    double rounded(double seconds) const noexcept { return std::trunc(seconds * sampleRate + 0.5); }
+};
+
 /// The lines of an echo, one per channel, each with the same number of taps.
 ///
 /// Delays are whole samples: nothing is interpolated, so no treble is lost per repeat, and a frozen
@@ -20,15 +44,14 @@ namespace quillworks {
 /// What is written stays within +-2 and is linear within full scale, so no loop runs away.
 template <typename T> class StepLine {
 public:
-    /// Delays of up to `longest` seconds, 0.001 and more. Allocates; may throw std::bad_alloc.
-    /// Times are the shortest until set; empty and not frozen.
-    void prepare(int channels, int taps, double sampleRate, double longest);
+    /// Allocates; may throw std::bad_alloc. Times are the shortest until set; empty and not frozen.
+    void prepare(int channels, int taps, const StepDelays& delays);
     /// Empty; times and freeze as last set.
     void reset() noexcept;
 
-    /// A time that fits: halved until it does, so that it stays on the beat.
-    double fitting(double seconds) const noexcept;
-    /// Delay of a tap of one channel, or of all: the fitting time in whole samples, 1 ms at least.
+    const StepDelays& delays() const noexcept { return delays_; }
+    int channels() const noexcept { return line_.channels(); }
+    /// Delay of a tap of one channel, or of all, by StepDelays::samples().
     void setTime(int tap, int channel, double seconds) noexcept;
     void setTime(int tap, double seconds) noexcept;
     /// From the next sub-block on, in 20 ms: nothing new comes in, and what is fed back is written
@@ -36,6 +59,8 @@ public:
     void freeze(bool isOn) noexcept { wantsFreeze_ = isOn; }
     /// The loop repeats unchanged.
     bool isFrozen() const noexcept { return isFreezing_ && frozen_ == fade_.length(); }
+    /// Nothing is frozen, nor on its way there or back: unfilter() does nothing.
+    bool isLive() const noexcept { return !isFreezing_ && frozen_ == 0; }
 
     /// Samples of delay in use, and the longest of any tap and channel.
     int delay(int tap, int channel) const noexcept { return now_[at(tap, channel)]; }
@@ -74,8 +99,7 @@ private:
     T frozenShare(int i) const noexcept;
     void feed(T* to, const T* in, const T* fed, const T* gain, int first, int n) const noexcept;
 
-    double sampleRate_ = 44100;
-    int least_ = 1, most_ = 1;  // delays in samples
+    StepDelays delays_;
     LongLine<T> line_;
     MatchedFade fade_;
     std::vector<Likeness> likeness_;          // by tap

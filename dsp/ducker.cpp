@@ -4,13 +4,14 @@
 namespace quillworks {
 namespace {
 
-constexpr double kRise = 0.005;           // s
-constexpr double kWetRise = 0.05;         // s
-constexpr double kWetFall = 0.3;          // s
-constexpr double kLargestPower = 100;     // faults in the input are not remembered for long
-constexpr double kShare = 0.1;            // of the other followers
-constexpr double kQuiet = 1e-11;          // -110 dB: below, nothing is ducked
-constexpr double kDepthTolerance = 2e-5;  // dB
+constexpr double kRise = 0.005;        // s
+constexpr double kWetRise = 0.05;      // s
+constexpr double kWetFall = 0.3;       // s
+constexpr double kLargestPower = 100;  // faults in the input are not remembered for long
+constexpr double kShare = 0.1;         // of the other followers
+constexpr double kQuiet = 1e-11;       // -110 dB: below, nothing is ducked
+constexpr double kOctavesPerDb = 0.16609640474436812;  // log2(10)/20
+constexpr double kDepthTolerance = 2e-5;               // dB
 
 }  // namespace
 
@@ -63,7 +64,7 @@ template <typename T> void Ducker<T>::begin() noexcept
     const double q = std::min(wetPower_.power(), kLargestPower);
     const double e = voice_.next(p), v = recent_.next(p), w = echo_.next(q);
     gainDb_ = 0 - depth * (e / (e + kShare * std::max(v, w) + kQuiet));
-    gain_.follow({gain_.at[kSubBlock - 1], dbToGain(T(gainDb_))});
+    gain_.follow({gain_.at[kSubBlock - 1], std::exp2(T(gainDb_ * kOctavesPerDb))});
 }
 
 template <typename T>

@@ -26,7 +26,7 @@ template <typename T> struct Echo {
 
     explicit Echo(double rate, double longest = 1)
     {
-        line.prepare(2, 1, rate, longest);
+        line.prepare(2, 1, {rate, longest});
         feed.prepare(2, rate);
     }
     void process(const T* const* in, T* const* out, GridSlice slice)

@@ -81,6 +81,7 @@ constexpr Attributes kDisplays[] = {
      "low high resonance freq1 gain1 q1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
+    {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)
