@@ -8,6 +8,7 @@
 #include "analysis/level_meter.h"
 #include "delay/analog_delay.h"
 #include "delay/beat_delay.h"
+#include "delay/groove_delay.h"
 #include "distortion/bitcrusher.h"
 #include "dynamics/channel_strip.h"
 #include "dynamics/compressor.h"

@@ -81,6 +81,8 @@ constexpr Attributes kDisplays[] = {
      "low high resonance freq1 gain1 q1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
+    {"TapGrid",
+     "on steps levels pans tones peaks beats time swing length feedback reduction frozen"},
     {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
 };
 
