@@ -160,8 +160,9 @@ template <typename T> void RhythmDelayCore<T>::listen(GridSlice run, int offset)
 {
     for (int t = 0; t < kTaps; ++t) {
         if (!taps_.runs(t)) continue;
-        T* const rows[2] = {taps_.left(t), taps_.right(t)};
-        network_.lines().read(1 + t, rows, run);
+        const T* samples[2] = {taps_.room(t)[0], taps_.room(t)[1]};
+        network_.lines().look(1 + t, samples, taps_.room(t), run);
+        taps_.place(t, samples);
     }
     taps_.process(echoes_[0] + offset, echoes_[1] + offset, run);
 }

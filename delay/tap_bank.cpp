@@ -43,6 +43,11 @@ template <typename T> void TapBank<T>::prepare(double sampleRate, bool isMono)
     lanes_.require(kRows * kTaps);
     samples_.require(static_cast<std::size_t>((2 * kTaps + 2) * kBankStride));
     samples_.fill(0);
+    for (int t = 0; t < kTaps; ++t) {
+        for (int side = 0; side < 2; ++side)
+            rooms_[t][side] = samples_.data() + (2 * t + side) * kBankStride;
+        place(t, rooms_[t]);
+    }
     reset();
 }
 
@@ -50,6 +55,7 @@ template <typename T> void TapBank<T>::reset() noexcept
 {
     lanes_.fill(0);
     isMoving_ = false;
+    isSettled_ = false;
     running_ = 0;
     for (int t = 0; t < kTaps; ++t) {
         Tap& tap = taps_[t];
@@ -69,6 +75,7 @@ template <typename T> void TapBank<T>::reset() noexcept
 template <typename T> void TapBank<T>::set(int t, const TapSettings& s) noexcept
 {
     Tap& tap = taps_[t];
+    isSettled_ = false;
     tap.isOn = s.isOn;
     // Exactly 1 in the middle.
     const double angle = (s.pan + 1) * std::numbers::pi / 4;
@@ -129,17 +136,20 @@ template <typename T> void TapBank<T>::next(GridSlice slice) noexcept
     if (!slice.begins()) return;
     clearIfBad();
     if (std::exchange(isMoving_, false)) std::fill(row(kBankValues), row(2 * kBankValues), T(0));
-    for (int t = 0; t < kTaps; ++t) advance(t);
+    if (isSettled_) return;
+    isSettled_ = true;
+    for (int t = 0; t < kTaps; ++t) isSettled_ &= advance(t);
 }
 
-/// A sub-block begins.
-template <typename T> void TapBank<T>::advance(int t) noexcept
+/// A sub-block begins. Returns true if nothing moves in it, nor will.
+template <typename T> bool TapBank<T>::advance(int t) noexcept
 {
     Tap& tap = taps_[t];
     if (!tap.isOn && tap.weight == 0) {  // where it comes in, it stands
         for (auto* value : {&tap.left, &tap.right, &tap.own, &tap.tone}) value->snap();
         if (runs(t)) leaveOut(t);
-        return;
+        place(t, rooms_[t]);
+        return true;
     }
     if (!runs(t)) {
         running_ |= 1u << t;
@@ -150,11 +160,13 @@ template <typename T> void TapBank<T>::advance(int t) noexcept
     const double weight = std::clamp(tap.weight + (tap.isOn ? fadeStep_ : -fadeStep_), 0.0, 1.0);
     const bool isFading = weight != tap.weight;
     tap.weight = weight < fadeStep_ / 2 ? 0 : weight > 1 - fadeStep_ / 2 ? 1 : weight;
-    if (isFading || tap.left.isGliding() || tap.right.isGliding() || tap.own.isGliding()) {
+    const bool glides = tap.left.isGliding() || tap.right.isGliding() || tap.own.isGliding();
+    if (isFading || glides) {
         for (auto* value : {&tap.left, &tap.right, &tap.own}) value->next(kWholeSubBlock);
         layGains(t, true);
     }
-    if (!tap.tone.isGliding() && tap.toneNow == tap.tone.current()) return;
+    if (!tap.tone.isGliding() && tap.toneNow == tap.tone.current())
+        return tap.isOn && !isFading && !glides;
     tap.tone.next(kWholeSubBlock);
     const double before = std::exchange(tap.toneNow, tap.tone.current());
     if (before * tap.toneNow < 0) tap.toneNow = 0;  // one filter goes before the other comes
@@ -164,6 +176,7 @@ template <typename T> void TapBank<T>::advance(int t) noexcept
         layTone(t, false, 0, isDark);
     }
     layTone(t, true, tap.toneNow, isDark);
+    return false;
 }
 
 template <typename T> void TapBank<T>::process(T* left, T* right, GridSlice run) noexcept
@@ -171,9 +184,8 @@ template <typename T> void TapBank<T>::process(T* left, T* right, GridSlice run)
     T* const sums = samples_.data() + 2 * kTaps * kBankStride;
     vec::clear(sums, 2 * kBankStride);
     if (running_ != 0)
-        runTaps(TapRun<T>{row(0), row(kBankValues), row(kStates), row(kPeaks), this->left(0),
-                          this->right(0), sums, sums + kBankStride, running_, run.frames, run.phase,
-                          isMoving_});
+        runTaps(TapRun<T>{row(0), row(kBankValues), row(kStates), row(kPeaks), left_, right_, sums,
+                          sums + kBankStride, running_, run.frames, run.phase, isMoving_});
     vec::copy(left, static_cast<const T*>(sums), run.frames);
     if (!isMono_) vec::copy(right, static_cast<const T*>(sums + kBankStride), run.frames);
 }

@@ -33,10 +33,15 @@ public:
     /// Once per slice, before process().
     void next(GridSlice slice) noexcept;
     bool runs(int tap) const noexcept { return running_ >> tap & 1; }
-    /// Where the owner puts what a tap reads, kSubBlock frames.
-    T* left(int tap) noexcept { return samples_.data() + tap * kBankStride; }
-    T* right(int tap) noexcept { return samples_.data() + (kTaps + tap) * kBankStride; }
-    /// A run within the slice: the sum of what was put into the rows, n frames.
+    /// Room of kSubBlock frames for what a tap reads, left and right.
+    T* const* room(int tap) noexcept { return rooms_[tap]; }
+    /// Where that lies, left and right: at least the run, and 7 frames that are not used.
+    void place(int tap, const T* const* samples) noexcept
+    {
+        left_[tap] = samples[0];
+        right_[tap] = samples[1];
+    }
+    /// A run within the slice: the sum of all taps. Each that runs has been placed.
     void process(T* left, T* right, GridSlice run) noexcept;
 
     /// Peak of a tap since it was last taken, linear.
@@ -50,7 +55,7 @@ private:
         double toneNow = 0;  // at the end of the open sub-block
     };
     T* row(int i) noexcept { return lanes_.data() + i * kTaps; }
-    void advance(int tap) noexcept;
+    bool advance(int tap) noexcept;
     void layTone(int tap, bool glides, double tone, bool isDark) noexcept;
     void layGains(int tap, bool glides) noexcept;
     void write(int tap, int first, const T* values, int count, bool glides) noexcept;
@@ -64,8 +69,11 @@ private:
     Tap taps_[kTaps];
     unsigned running_ = 0;
     bool isMoving_ = false;
-    AlignedBuffer<T> lanes_;    // rows: values, their steps, four states, peaks
-    AlignedBuffer<T> samples_;  // rows of the taps, and two sums
+    AlignedBuffer<T> lanes_;  // rows: values, their steps, four states, peaks
+    bool isSettled_ = false;
+    AlignedBuffer<T> samples_;  // rooms of the taps, and two sums
+    T* rooms_[kTaps][2]{};
+    const T *left_[kTaps]{}, *right_[kTaps]{};
 };
 
 }  // namespace quillworks

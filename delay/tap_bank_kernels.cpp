@@ -25,7 +25,7 @@ template <typename T> void runAll(const TapRun<T>& run)
                 return run.moves ? run.to[place] - run.step[place] * ahead : run.to[place];
             };
             const SectionCoefficients<T> c{at(0), at(1), at(2), at(3), at(4), at(5)};
-            const T l = run.left[tap * kBankStride + i], r = run.right[tap * kBankStride + i];
+            const T l = run.left[tap][i], r = run.right[tap][i];
             const T own = at(6), other = 1 - own;
             const T yl = at(7) * left.next(c, own * l + other * r);
             const T yr = at(8) * right.next(c, own * r + other * l);
@@ -68,9 +68,9 @@ public:
             V left[groups][kLanes], right[groups][kLanes];
             for (int g = 0; g < groups; ++g) {
                 for (int k = 0; k < kLanes; ++k) {
-                    const auto tap = (firstTap_ + g * kLanes + k) * kBankStride + at;
-                    left[g][k] = hn::LoadU(d, run_.left + tap);
-                    right[g][k] = hn::LoadU(d, run_.right + tap);
+                    const int tap = firstTap_ + g * kLanes + k;
+                    left[g][k] = hn::LoadU(d, run_.left[tap] + at);
+                    right[g][k] = hn::LoadU(d, run_.right[tap] + at);
                 }
                 transpose(d, left[g]);
                 transpose(d, right[g]);
@@ -111,10 +111,12 @@ private:
                 const V y =
                     hn::MulAdd(value(5, g, ahead), x[side],
                                hn::MulAdd(value(4, g, ahead), z2, hn::Mul(value(3, g, ahead), z1)));
+                // Two steps from sample to sample, which is what the loop waits for.
                 const V u = hn::Sub(x[side], z2), b1 = value(1, g, ahead);
-                const V next1 = hn::Add(z1, hn::MulSub(b1, u, hn::Mul(value(0, g, ahead), z1)));
-                z2 = hn::Add(z2, hn::MulAdd(value(2, g, ahead), u, hn::Mul(b1, z1)));
-                z1 = next1;
+                const V kept1 = hn::NegMulAdd(value(0, g, ahead), z1, z1);
+                const V kept2 = hn::MulAdd(b1, z1, z2);
+                z1 = hn::MulAdd(b1, u, kept1);
+                z2 = hn::MulAdd(value(2, g, ahead), u, kept2);
                 x[side] = hn::Mul(value(7 + side, g, ahead), y);
             }
             left[g][i] = x[0];
@@ -141,9 +143,9 @@ private:
     V z_[4][groups], peaks_[groups];
 };
 
-template <int groups, typename T> HWY_INLINE void runPass(const TapRun<T>& run, int firstTap)
+template <class D, int groups, typename T>
+HWY_INLINE void runPass(const TapRun<T>& run, int firstTap)
 {
-    using D = hn::CappedTag<T, 4>;
     if (run.moves)
         Pass<D, groups, true>(run, firstTap).run();
     else
@@ -152,15 +154,15 @@ template <int groups, typename T> HWY_INLINE void runPass(const TapRun<T>& run, 
 
 template <typename T> void runAll(const TapRun<T>& run)
 {
-    constexpr int lanes = static_cast<int>(hn::MaxLanes(hn::CappedTag<T, 4>()));
-    constexpr unsigned group = (1u << lanes) - 1;
-    for (int tap = 0; tap < kBankTaps; tap += 2 * lanes) {
-        const bool first = run.taps >> tap & group, second = run.taps >> (tap + lanes) & group;
-        if (first && second)
-            runPass<2>(run, tap);
-        else if (first || second)
-            runPass<1>(run, first ? tap : tap + lanes);
-    }
+    using Widest = hn::CappedTag<T, 32 / sizeof(T)>;
+    using Half = hn::CappedTag<T, kBankTaps / 2>;
+    constexpr unsigned half = (1u << kBankTaps / 2) - 1;
+    const bool first = run.taps & half, second = run.taps >> kBankTaps / 2 & half;
+    if constexpr (hn::MaxLanes(Widest()) == kBankTaps)
+        if (first && second) return runPass<Widest, 1>(run, 0);
+    constexpr int groups = kBankTaps / 2 / static_cast<int>(hn::MaxLanes(Half()));
+    if (first) runPass<Half, groups>(run, 0);
+    if (second) runPass<Half, groups>(run, kBankTaps / 2);
 }
 
 #endif
