@@ -47,6 +47,8 @@ const Case kCases[] = {
     {"Gate key filter",
      "Gate",
      {{"threshold", -20}, {"sidechainfreqlow", 100}, {"sidechainfreqhigh", 8000}}},
+    {"Bandpress", "Bandpress", {{"press", 12}}},
+    {"Bandpress unlinked", "Bandpress", {{"press", 12}, {"linked", 0}}},
 };
 
 /// Noise with a level that moves over 30 dB, like speech.

@@ -65,10 +65,10 @@ template <typename T> void BeatDelayCore<T>::prepare(const ProcessSpec& spec)
 {
     channels_ = spec.channels;
     pairs_ = ChannelPairs::of(spec.layout);
-    for (auto* rows : {&rows_, &leavingRows_, &echoes_}) rows->prepare(channels_);
     network_.prepare(channels_, 1, {spec.sampleRate, kLongest});
     output_.prepare(channels_, spec.sampleRate);
-    entry_.prepare(spec.sampleRate, 0.02);
+    entry_.prepare(channels_, spec.sampleRate);
+    echoes_.prepare(channels_);
     own_.prepareHalfLife(2 * glideSubBlocks(spec.sampleRate));
 }
 
@@ -136,23 +136,6 @@ void BeatDelayCore<T>::enter(BeatRouting routing, const AudioBlock<T>& part,
     }
 }
 
-template <typename T> void BeatDelayCore<T>::route(const AudioBlock<T>& part) noexcept
-{
-    entry_.next(part);
-    enter(entry_.present(), part, rows_, ins_);
-    if (!entry_.isFading()) return;
-    enter(entry_.leaving(), part, leavingRows_, leaving_);
-    for (int c = 0; c < channels_; ++c) {
-        const T*& in = ins_[std::size_t(c)];
-        const T* const old = leaving_[std::size_t(c)];
-        if (in == old) continue;
-        if (in != rows_[c]) vec::copy(rows_[c], in, part.frames);
-        entry_.fade().mix(rows_[c], old, part.frames);
-        in = rows_[c];
-    }
-    entry_.advance(part.frames);
-}
-
 template <typename T> void BeatDelayCore<T>::narrow(T* const* echoes, GridSlice slice) noexcept
 {
     owns_.follow(own_, slice);
@@ -172,25 +155,22 @@ template <typename T> void BeatDelayCore<T>::narrow(T* const* echoes, GridSlice 
 template <typename T> void BeatDelayCore<T>::process(const AudioBlock<T>& block) noexcept
 {
     forEachSubBlock(block, [this](const AudioBlock<T>& part) {
-        for (int c = 0; c < channels_; ++c) channel_[std::size_t(c)] = part[c];
-        route(part);
-        network_.process(ins_.data(), echoes_.data(), part);
+        for (int c = 0; c < channels_; ++c) block_[std::size_t(c)] = part[c];
+        const T* const* const in =
+            entry_.next(part, [&](BeatRouting routing, const auto& rows, auto& list) {
+                enter(routing, part, rows, list);
+            });
+        entry_.advance(part.frames);
+        network_.process(in, echoes_.data(), part);
         narrow(echoes_.data(), part);
-        output_.process(channel_.data(), echoes_.data(), part);
+        output_.process(block_.data(), echoes_.data(), part);
     });
 }
 
 template class BeatDelayCore<float>;
 template class BeatDelayCore<double>;
 
-BeatDelayAlgorithm::BeatDelayAlgorithm() : PrecisionAlgorithm(kParameters) {}
-
-bool BeatDelayAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
-                                            const VNK::SpeakerArrangement& output) const noexcept
-{
-    return input.channels <= kMostEchoChannels &&
-           PrecisionAlgorithm::acceptsArrangement(input, output);
-}
+BeatDelayAlgorithm::BeatDelayAlgorithm() : EchoAlgorithm(kParameters) {}
 
 BeatDelayComponent::BeatDelayComponent(BeatDelayAlgorithm& algorithm)
     : AudioEffectComponent(algorithm, {.viewPrefix = "BeatDelay"})

@@ -2,12 +2,11 @@
 // Beat delay: echoes on the beat of left and right, straight, crossing or in ping-pong.
 #pragma once
 
-#include <vector>
-
+#include "delay/echo_algorithm.h"
+#include "delay/echo_entry.h"
 #include "delay/echo_output.h"
 #include "delay/feedback_network.h"
 #include "framework/effect_component.h"
-#include "framework/precision_algorithm.h"
 #include "framework/speakers.h"
 
 namespace quillworks {
@@ -48,7 +47,6 @@ private:
     void updateTimes() noexcept;
     void enter(BeatRouting routing, const AudioBlock<T>& part, const ChannelRows<T>& rows,
                ChannelList<const T>& in) const noexcept;
-    void route(const AudioBlock<T>& part) noexcept;
     void narrow(T* const* echoes, GridSlice slice) noexcept;
 
     int channels_ = 0;
@@ -57,20 +55,16 @@ private:
     double tempo_ = 120;
     FeedbackNetwork<T> network_;
     EchoOutput<T> output_;
-    Switch<BeatRouting> entry_;
+    EchoEntry<T, BeatRouting> entry_;
     Smoothed<T> own_;  // share of its own echoes in the sound of a side: (1 + width)/2
     Course<T> owns_;
-    ChannelRows<T> rows_, leavingRows_, echoes_;
-    ChannelList<const T> ins_{}, leaving_{};  // what enters the lines
-    ChannelList<T> channel_{};
+    ChannelRows<T> echoes_;
+    ChannelList<T> block_{};
 };
 
-class BeatDelayAlgorithm final : public PrecisionAlgorithm<BeatDelayCore> {
+class BeatDelayAlgorithm final : public EchoAlgorithm<BeatDelayCore> {
 public:
     BeatDelayAlgorithm();
-    /// Any layout of up to 16 channels as it is.
-    bool acceptsArrangement(const VNK::SpeakerArrangement& input,
-                            const VNK::SpeakerArrangement& output) const noexcept override;
 };
 
 /// Keeps times and note values together when sync is switched.

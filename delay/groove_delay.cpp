@@ -182,14 +182,7 @@ template <typename T> void RhythmDelayCore<T>::publish(MeterSlots& meters) noexc
 template class RhythmDelayCore<float>;
 template class RhythmDelayCore<double>;
 
-RhythmDelayAlgorithm::RhythmDelayAlgorithm() : PrecisionAlgorithm(kParameters) {}
-
-bool RhythmDelayAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
-                                              const VNK::SpeakerArrangement& output) const noexcept
-{
-    return input.channels <= kMostEchoChannels &&
-           PrecisionAlgorithm::acceptsArrangement(input, output);
-}
+RhythmDelayAlgorithm::RhythmDelayAlgorithm() : EchoAlgorithm(kParameters) {}
 
 RhythmDelayComponent::RhythmDelayComponent(RhythmDelayAlgorithm& algorithm)
     : AudioEffectComponent(algorithm, {.viewPrefix = "RhythmDelay"}),

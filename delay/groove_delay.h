@@ -2,11 +2,11 @@
 // Groove Delay: a rhythm of eight taps on a grid with swing, repeating as a whole.
 #pragma once
 
+#include "delay/echo_algorithm.h"
 #include "delay/echo_output.h"
 #include "delay/feedback_network.h"
 #include "delay/tap_bank.h"
 #include "framework/effect_component.h"
-#include "framework/precision_algorithm.h"
 
 namespace quillworks {
 
@@ -54,12 +54,9 @@ private:
     ChannelRows<T> echoes_, loop_;
 };
 
-class RhythmDelayAlgorithm final : public PrecisionAlgorithm<RhythmDelayCore> {
+class RhythmDelayAlgorithm final : public EchoAlgorithm<RhythmDelayCore> {
 public:
     RhythmDelayAlgorithm();
-    /// Any layout of up to 16 channels as it is.
-    bool acceptsArrangement(const VNK::SpeakerArrangement& input,
-                            const VNK::SpeakerArrangement& output) const noexcept override;
 };
 
 /// Keeps time and note value together when sync is switched.

@@ -96,6 +96,10 @@ public:
         return line.push(x, n);
     }
 
+    /// The wet signal's gain over the slice, for those who mix by themselves while it is neither
+    /// isWet() nor isDry(); by the law Linear the output is dry + (wet - dry) gain.
+    const T* wetGains(GridSlice slice) const noexcept { return wetGain_.of(slice); }
+
     /// Mixes `dry` into `wet`, a channel's samples of the slice; m = 0 and m = 1 copy bit by bit.
     void mix(T* wet, const T* dry, GridSlice slice) const noexcept
     {

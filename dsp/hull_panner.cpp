@@ -12,7 +12,6 @@ namespace {
 constexpr double kCoplanar = 1e-7;       // distance from a facet's plane
 constexpr double kThroughCentre = 1e-6;  // distance of a facet's plane from the listener
 constexpr double kWidestGap = 120 * std::numbers::pi / 180;
-constexpr int kMostPoints = 96;  // a hull that takes more is none
 
 UnitVector operator-(const UnitVector& a, const UnitVector& b)
 {
@@ -195,40 +194,51 @@ bool HullPanner::findTriangles()
 
 void HullPanner::powers(const UnitVector& direction, double* powers, int& hint) const noexcept
 {
-    std::fill_n(powers, count_, 0.0);
+    double points[kMostPoints];
+    std::fill_n(points, points_.size(), 0.0);
+    add(direction, 1, points, hint);
+    share(points, powers);
+}
+
+void HullPanner::add(const UnitVector& direction, double weight, double* points,
+                     int& hint) const noexcept
+{
     if (triangles_.empty()) {
-        for (int i = 0; i < count_; ++i)
-            powers[i] = points_.front().shares[static_cast<std::size_t>(i)];
+        points[0] += weight;
         return;
     }
     const int triangles = static_cast<int>(triangles_.size());
     double best = -1e300;
     UnitVector gains{};
-    const Triangle* around = nullptr;
-    int found = 0;
-    for (int tried = 0; tried < triangles && best < -1e-9; ++tried) {
-        const int t = (hint + tried) % triangles;
+    for (int tried = 0, t = hint; tried < triangles && best < -1e-9; ++tried) {
         const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
         const UnitVector g = {dot(triangle.inverse[0], direction),
                               dot(triangle.inverse[1], direction),
                               dot(triangle.inverse[2], direction)};
-        const double least = std::min({g[0], g[1], g[2]});
-        if (least <= best) continue;
-        best = least;
-        gains = g;
-        around = &triangle;
-        found = t;
+        if (const double least = std::min({g[0], g[1], g[2]}); least > best) {
+            best = least;
+            gains = g;
+            hint = t;
+        }
+        if (++t == triangles) t = 0;
     }
-    hint = found;
     double sum = 1e-300;
     for (double& g : gains) {
         g = std::max(g, 0.0);
-        sum += g * g;
+        g *= g;
+        sum += g;
     }
-    for (std::size_t c = 0; c < 3; ++c) {
-        const double power = gains[c] * gains[c] / sum;
-        const auto& shares = points_[static_cast<std::size_t>(around->corner[c])].shares;
-        for (int i = 0; i < count_; ++i) powers[i] += power * shares[static_cast<std::size_t>(i)];
+    const auto& corners = triangles_[static_cast<std::size_t>(hint)].corner;
+    for (std::size_t c = 0; c < 3; ++c) points[corners[c]] += weight * (gains[c] / sum);
+}
+
+void HullPanner::share(const double* points, double* powers) const noexcept
+{
+    std::fill_n(powers, count_, 0.0);
+    for (std::size_t p = 0; p < points_.size(); ++p) {
+        if (points[p] == 0) continue;
+        const double* const shares = points_[p].shares.data();
+        for (int i = 0; i < count_; ++i) powers[i] += points[p] * shares[i];
     }
 }
 

@@ -30,6 +30,15 @@ public:
     /// remembers the triangle for the next search, 0 at first. [prepared]
     void powers(const UnitVector& direction, double* powers, int& hint) const noexcept;
 
+    /// The same in two steps, for a source of many directions: the sum of what each gives to the
+    /// points of the hull, of which there are points() and at most kMostPoints, and from it the
+    /// powers of the speakers. [prepared]
+    int points() const noexcept { return static_cast<int>(points_.size()); }
+    void add(const UnitVector& direction, double weight, double* points, int& hint) const noexcept;
+    void share(const double* points, double* powers) const noexcept;
+
+    static constexpr int kMostPoints = 96;  // a hull that takes more is none
+
 private:
     /// A point of the hull and what of its power each speaker gets.
     struct Point {

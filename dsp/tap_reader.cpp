@@ -23,6 +23,7 @@ template <typename T> struct TapSource {
 };
 
 constexpr int kBatch = 8;  // points read side by side at most
+constexpr int kRun = 32;   // points that follow each other at most
 
 }  // namespace
 }  // namespace quillworks
@@ -139,31 +140,31 @@ HWY_INLINE bool readBatch(const TapSource<T>& source, const double* distances, i
     }
     TapPoints<T> points;
     if (!findPoints<taps, batch>(source, distances, points)) return false;
-    V sum[channels][batch];
-    for (int p = 0; p < batch; ++p) {
-        const T* const below = source.rows + points.row[p] * taps;
-        const T* const above = below + taps;
-        const auto fraction = hn::Set(d, points.fraction[p]);
-        V now[channels];
-        for (int c = 0; c < channels; ++c) now[c] = hn::Zero(d);
-        for (int t = 0; t < taps; t += kLanes) {
-            const auto from = hn::LoadU(d, below + t);
-            const auto tap = hn::MulAdd(fraction, hn::Sub(hn::LoadU(d, above + t), from), from);
-            for (int c = 0; c < channels; ++c)
-                now[c] =
-                    hn::MulAdd(tap, hn::LoadU(d, source.lines[c] + points.start[p] + t), now[c]);
+    // As many points at a time as one store takes: their sums stay in registers.
+    constexpr int kPoints = 16 / sizeof(T) < batch ? 16 / sizeof(T) : batch;
+    T rest[channels][batch];
+    for (int first = 0; first < batch; first += kPoints) {
+        V sum[channels][kPoints];
+        for (int p = 0; p < kPoints; ++p) {
+            const T* const below = source.rows + points.row[first + p] * taps;
+            const T* const above = below + taps;
+            const auto fraction = hn::Set(d, points.fraction[first + p]);
+            for (int c = 0; c < channels; ++c) sum[c][p] = hn::Zero(d);
+            for (int t = 0; t < taps; t += kLanes) {
+                const auto from = hn::LoadU(d, below + t);
+                const auto tap = hn::MulAdd(fraction, hn::Sub(hn::LoadU(d, above + t), from), from);
+                for (int c = 0; c < channels; ++c) {
+                    const T* const line = source.lines[c] + points.start[first + p] + t;
+                    sum[c][p] = hn::MulAdd(tap, hn::LoadU(d, line), sum[c][p]);
+                }
+            }
         }
-        for (int c = 0; c < channels; ++c) sum[c][p] = now[c];
+        for (int c = 0; c < channels; ++c)
+            storeSums<kPoints>(d, sum[c], (n < batch ? rest[c] : out[c] + to) + first);
     }
-    for (int c = 0; c < channels; ++c) {
-        if (n >= batch) {
-            storeSums<batch>(d, sum[c], out[c] + to);
-        } else {
-            T rest[batch];
-            storeSums<batch>(d, sum[c], rest);
-            for (int p = 0; p < n; ++p) out[c][to + p] = rest[p];
-        }
-    }
+    if (n < batch)
+        for (int c = 0; c < channels; ++c)
+            for (int p = 0; p < n; ++p) out[c][to + p] = rest[c][p];
     return true;
 }
 
@@ -185,6 +186,90 @@ HWY_INLINE int readAny(const TapSource<T>& source, const double* distances, int 
     return source.channels == 1 ? readOf<taps, 1>(source, distances, n, out)
                                 : readOf<taps, 2>(source, distances, n, out);
 }
+
+/// How far n points, at most kRun and `step` apart from `first` on, lie between two rows: the
+/// weights of the row above and of the one below.
+template <typename T>
+HWY_INLINE void weighRows(std::int64_t first, std::int64_t step, int n, T* above, T* below)
+{
+    // The digits below a row are the last ones.
+    const hn::CappedTag<T, kBatch> d;
+    const hn::Rebind<std::int32_t, decltype(d)> di;
+    const auto last32 = [](std::int64_t x) { return static_cast<std::int32_t>(x); };
+    const auto lanes = static_cast<int>(hn::Lanes(d));
+    auto place =
+        hn::Add(hn::Set(di, last32(first)), hn::Mul(hn::Iota(di, 0), hn::Set(di, last32(step))));
+    const auto further = hn::Set(di, last32(step * lanes)), mask = hn::Set(di, 0xFFFFFF);
+    for (int i = 0; i < n; i += lanes, place = hn::Add(place, further)) {
+        const auto fine = hn::And(place, mask);
+        hn::Vec<decltype(d)> share;
+        if constexpr (sizeof(T) == 4)
+            share = hn::ConvertTo(d, fine);
+        else
+            share = hn::PromoteTo(d, fine);
+        share = hn::Mul(share, hn::Set(d, T(0x1p-24)));
+        hn::StoreU(share, d, above + i);
+        hn::StoreU(hn::Sub(hn::Set(d, T(1)), share), d, below + i);
+    }
+}
+
+/// Points that lie `step` apart from `first` on, places in the ring in 2^-32 of a sample. A group
+/// that is not full repeats its last point.
+template <int taps, int channels, typename T>
+HWY_INLINE void followOf(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,
+                         T* const* out)
+{
+    const hn::CappedTag<T, (taps & -taps)> d;
+    using V = hn::Vec<decltype(d)>;
+    constexpr int kLanes = static_cast<int>(hn::MaxLanes(d)), kPoints = 16 / sizeof(T);
+    T above[kRun + kBatch], below[kRun + kBatch];
+    weighRows(first, step, n, above, below);
+    for (int i = 0; i < n; i += kPoints) {
+        const bool isFull = n - i >= kPoints;
+        V sum[channels][kPoints];
+        for (int p = 0; p < kPoints; ++p) {
+            const int point = isFull || i + p < n ? i + p : n - 1;
+            const std::int64_t place = first + step * point;
+            // Above, the sample before the point; below it the row.
+            int start = static_cast<int>(place >> 32) - (taps / 2 - 1);
+            if (start < 0) start += source.capacity;
+            const T* const row = source.rows + (place >> 24 & 0xFF) * taps;
+            const auto a = hn::Set(d, above[point]), b = hn::Set(d, below[point]);
+            for (int c = 0; c < channels; ++c) sum[c][p] = hn::Zero(d);
+            for (int t = 0; t < taps; t += kLanes) {
+                const auto tap =
+                    hn::MulAdd(a, hn::LoadU(d, row + taps + t), hn::Mul(b, hn::LoadU(d, row + t)));
+                for (int c = 0; c < channels; ++c)
+                    sum[c][p] =
+                        hn::MulAdd(tap, hn::LoadU(d, source.lines[c] + start + t), sum[c][p]);
+            }
+        }
+        for (int c = 0; c < channels; ++c) {
+            T rest[kPoints];
+            storeSums<kPoints>(d, sum[c], isFull ? out[c] + i : rest);
+            for (int p = 0; !isFull && i + p < n; ++p) out[c][i + p] = rest[p];
+        }
+    }
+}
+
+template <int taps, typename T>
+HWY_INLINE void followAny(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,
+                          T* const* out)
+{
+    if (source.channels == 1)
+        followOf<taps, 1>(source, first, step, n, out);
+    else
+        followOf<taps, 2>(source, first, step, n, out);
+}
+
+#define QUILLWORKS_FOLLOWER(T, taps, name)                                                         \
+    void name(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,            \
+              T* const* out)                                                                       \
+    {                                                                                              \
+        followAny<taps>(source, first, step, n, out);                                              \
+    }
+QUILLWORKS_FOLLOWER(float, 24, followFloat24)
+QUILLWORKS_FOLLOWER(double, 24, followDouble24)
 
 #define QUILLWORKS_READER(T, taps, name)                                                           \
     int name(const TapSource<T>& source, const double* distances, int n, T* const* out)            \
@@ -209,12 +294,20 @@ namespace {
 HWY_EXPORT(readFloat24);
 HWY_EXPORT(readDouble24);
 HWY_EXPORT(readFloat32);
+HWY_EXPORT(followFloat24);
+HWY_EXPORT(followDouble24);
 
 template <typename T> using Reader = int (*)(const TapSource<T>&, const double*, int, T* const*);
 template <typename T, int taps> const Reader<T> chosenReader = nullptr;
 template <> const Reader<float> chosenReader<float, 24> = SIMD_CHOOSE(readFloat24);
 template <> const Reader<double> chosenReader<double, 24> = SIMD_CHOOSE(readDouble24);
 template <> const Reader<float> chosenReader<float, 32> = SIMD_CHOOSE(readFloat32);
+
+template <typename T>
+using Follower = void (*)(const TapSource<T>&, std::int64_t, std::int64_t, int, T* const*);
+template <typename T, int taps> const Follower<T> chosenFollower = nullptr;
+template <> const Follower<float> chosenFollower<float, 24> = SIMD_CHOOSE(followFloat24);
+template <> const Follower<double> chosenFollower<double, 24> = SIMD_CHOOSE(followDouble24);
 
 /// A point some of whose taps are no samples: before the clear, or newer than the newest, where
 /// the first row has a 0. A line of its own is made of them.
@@ -266,6 +359,47 @@ template void readBetween<double, 24>(const LongLine<double>&, int, int, TapRows
                                       const double*, int, double* const*) noexcept;
 template void readBetween<float, 32>(const LongLine<float>&, int, int, TapRows<float>,
                                      const double*, int, float* const*) noexcept;
+
+template <typename T, int taps>
+void followBetween(const LongLine<T>& line, int channel, int channels, TapRows<T> rows,
+                   TapGlide glide, int n, T* const* out) noexcept
+{
+    constexpr int kAfter = taps / 2, kBefore = kAfter - 1;
+    TapSource<T> source{{line.start(channel), line.start(channel + channels - 1)},
+                        channels,
+                        line.place(0),
+                        line.capacity(),
+                        line.valid(),
+                        rows.rows,
+                        rows.phases};
+    const auto whole = [](std::int64_t distance) {  // rounded up
+        return static_cast<int>((distance + (TapGlide::kOne - 1)) >> 32);
+    };
+    const std::int64_t last = glide.first + (n - 1) * glide.step;
+    const int newest = whole(std::min(glide.first, last)) - kAfter;
+    const int oldest = whole(std::max(glide.first, last)) + kBefore;
+    if (newest >= 0 && oldest < source.valid) {
+        const std::int64_t place = source.newest * TapGlide::kOne - glide.first;
+        return chosenFollower<T, taps>(source, place, -glide.step, n, out);
+    }
+    // As in readEdge, point by point: in a line of its own the newest tap has the distance 0.
+    for (int i = 0; i < n; ++i) {
+        const std::int64_t distance = glide.first + i * glide.step;
+        const int age = whole(distance) + kBefore, first = std::max(0, age - taps + 1);
+        T around[2][taps]{};
+        T* to[2] = {out[0] + i, out[channels - 1] + i};
+        for (int c = 0; c < channels; ++c) {
+            line.copy(channel + c, around[c], age, age - first + 1);
+            source.lines[c] = around[c];
+        }
+        const std::int64_t place = (kBefore + whole(distance)) * TapGlide::kOne - distance;
+        chosenFollower<T, taps>(source, place, 0, 1, to);
+    }
+}
+template void followBetween<float, 24>(const LongLine<float>&, int, int, TapRows<float>, TapGlide,
+                                       int, float* const*) noexcept;
+template void followBetween<double, 24>(const LongLine<double>&, int, int, TapRows<double>,
+                                        TapGlide, int, double* const*) noexcept;
 
 }  // namespace quillworks
 #endif

@@ -8,7 +8,6 @@
 #include "dsp/sine.h"
 #include "dsp/vec.h"
 #include "framework/note_sync.h"
-#include "framework/speakers.h"
 
 namespace quillworks {
 namespace {
@@ -75,12 +74,8 @@ template <typename T> void WobblaCore<T>::prepare(const ProcessSpec& spec)
 {
     sampleRate_ = spec.sampleRate;
     channels_.assign(static_cast<std::size_t>(spec.channels), {});
-    const auto pairs = ChannelPairs::of(spec.layout);
-    for (int p = 0; p < pairs.count; ++p) {
-        const auto [left, right] = pairs.pairs[static_cast<std::size_t>(p)];
-        channels_[static_cast<std::size_t>(left)].place = Place::Left;
-        channels_[static_cast<std::size_t>(right)].place = Place::Right;
-    }
+    const auto sides = channelSides(spec.layout);
+    for (std::size_t c = 0; c < channels_.size(); ++c) channels_[c].side = sides[c];
     lowPass_ = OnePoleCoefficients<T>::lowPass(kCrossover, sampleRate_);
     clock_.prepare(sampleRate_);
     cycle_.prepare(sampleRate_);
@@ -211,7 +206,7 @@ void WobblaCore<T>::processSlice(const AudioBlock<T>& slice, int first) noexcept
         if (mode_.isFading()) gainsOf(mode_.leaving(), side, values, slice, leaving);
         for (int c = 0; c < slice.channels; ++c) {
             auto& channel = channels_[static_cast<std::size_t>(c)];
-            if ((channel.place == Place::Right) != (side == Right)) continue;
+            if ((channel.side == ChannelSide::Right) != (side == Right)) continue;
             T* const x = slice[c];
             sanitise(x, slice.frames, kLoudestSignal);
             if (!mode_.isFading()) {
@@ -300,7 +295,7 @@ void WobblaCore<T>::play(WobblaMode mode, Channel& channel, const Gains& gains, 
 {
     switch (mode) {
     case WobblaMode::Pan:
-        if (channel.place == Place::Middle) return;
+        if (channel.side == ChannelSide::Middle) return;
         [[fallthrough]];
     case WobblaMode::Volume:
         if (!gains.isConstant)

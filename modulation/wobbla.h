@@ -11,6 +11,7 @@
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
 #include "framework/song_clock.h"
+#include "modulation/channel_sides.h"
 #include "modulation/step_edges.h"
 
 namespace quillworks {
@@ -48,12 +49,11 @@ public:
 
 private:
     enum Side { Left, Right, kSides };
-    enum class Place { Middle, Left, Right };
     /// Frames that are worked on at once: whole sub-blocks.
     static constexpr int kChunk = 8 * kSubBlock;
 
     struct Channel {
-        Place place = Place::Middle;
+        ChannelSide side = ChannelSide::Middle;
         OnePoleState<T> low;
     };
     /// Gains over a chunk: of the signal, or of its lows and highs. Constant: only the first.

@@ -7,24 +7,12 @@
 
 namespace quillworks {
 
-using PanToolAlgorithm = PassThroughAlgorithm;
-using PanToolComponent = PassThroughComponent<"PanTool">;
-using TriBandCompressorAlgorithm = PassThroughAlgorithm;
-using TriBandComponent = PassThroughComponent<"TriBand">;
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using SimpleDistAlgorithm = PassThroughAlgorithm;
-using SimpleDistComponent = PassThroughComponent<"SimpleDist">;
-using PhaserAlgorithm = PassThroughAlgorithm;
-using PhaserComponent = PassThroughComponent<"Phaser">;
-using FlangerAlgorithm = PassThroughAlgorithm;
-using FlangerComponent = PassThroughComponent<"Flanger">;
 using ChorusAlgorithm = PassThroughAlgorithm;
 using ChorusComponent = PassThroughComponent<"Chorus">;
 using AutoFilterAlgorithm = PassThroughAlgorithm;
 using AutoFilterComponent = PassThroughComponent<"AutoFilter">;
-using SurroundDelayAlgorithm = PassThroughAlgorithm;
-using SurroundDelayComponent = PassThroughComponent<"SurroundDelay">;
 using ReverbAlgorithm = PassThroughAlgorithm;
 using ReverbComponent = PassThroughComponent<"Reverb">;
 using SwellroomAlgorithm = PassThroughAlgorithm;
@@ -37,16 +25,8 @@ using SpectrumMeterAlgorithm = PassThroughAlgorithm;
 using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
-using TestScopeAlgorithm = PassThroughAlgorithm;
-using TestScopeComponent = PassThroughComponent<"TestScope">;
 using SignalGeneratorAlgorithm = PassThroughAlgorithm;
 using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
-using SurroundPanAlgorithm = PassThroughAlgorithm;
-using SurroundPanComponent = PassThroughComponent<"SurroundPan">;
-using OverdriveAlgorithm = PassThroughAlgorithm;
-using OverdriveComponent = PassThroughComponent<"Overdrive">;
-using MultiDistAlgorithm = PassThroughAlgorithm;
-using MultiDistComponent = PassThroughComponent<"MultiDist">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;

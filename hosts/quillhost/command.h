@@ -63,6 +63,8 @@ CLI::Option* addChoice(CLI::App& app, const std::string& name, int& target,
                        const std::vector<std::string>& words, const std::string& help);
 
 bool isGiven(const CLI::Option* option);
+/// As the help names it ("--fx").
+std::string nameOf(const CLI::Option* option);
 
 /// The options given, in their order, once for each time.
 std::vector<const CLI::Option*> optionsGiven(const CLI::App& app);

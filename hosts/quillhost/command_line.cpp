@@ -84,6 +84,11 @@ CLI::Option* addRead(CLI::App& app, const std::string& name,
     return named(app.add_option_function<std::string>(name, std::move(read), help), type);
 }
 
+std::string nameOf(const CLI::Option* option)
+{
+    return option->get_name();
+}
+
 bool isGiven(const CLI::Option* option)
 {
     return option->count() > 0;

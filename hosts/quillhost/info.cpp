@@ -5,6 +5,7 @@
 
 #include "chain.h"
 #include "command.h"
+#include "displays.h"
 #include "table.h"
 
 namespace quillhost {
@@ -107,6 +108,7 @@ void printJson(const Effect& effect)
         meters.push_back(std::move(row));
     }
     const auto tail = effect.algorithm().getTailLength();
+    const auto displays = Displays::namesOf(effect);
     const Json all = {{"name", effect.name()},
                       {"classId", effect.classId()},
                       {"parameters", parameters},
@@ -114,6 +116,8 @@ void printJson(const Effect& effect)
                       {"latency", effect.algorithm().getLatency()},
                       {"tail", tail == VNK::kEndlessTail ? Json() : Json(tail / kRate)},
                       {"meters", meters},
+                      {"displays", displays},
+                      {"hasDisplays", !displays.empty()},
                       {"passThrough", effect.isPassThrough()}};
     std::cout << all.dump(1) << "\n";
 }

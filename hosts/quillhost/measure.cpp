@@ -6,6 +6,7 @@
 
 #include "command.h"
 #include "console.h"
+#include "displays.h"
 #include "loudness_report.h"
 #include "progress.h"
 #include "sound_file.h"
@@ -180,8 +181,30 @@ std::function<int(Session&)> declare(CLI::App& app)
                                 "how far from the target it may be, in LU (0.5)");
     auto* peak = addNumber(app, "--max-true-peak", (*limits)[1], -144.0, 144.0,
                            "highest true peak allowed, in dBTP");
+    struct Shown {
+        std::string spec;
+        std::vector<std::string> displays;
+        DisplayOptions options;
+    };
+    auto shown = std::make_shared<Shown>();
+    auto* effect = addOption(app, "--fx", shown->spec,
+                             "instead of loudness: what an effect's meters and displays show after "
+                             "each file",
+                             "SPEC");
+    addRepeatable(app, "--display", shown->displays,
+                  "with --fx, a display to report; repeatable (all but sonogram)", "NAME");
+    const auto displayOptions = addDisplayOptions(app, shown->options);
     return [=](Session& session) {
         if (o->files.empty()) requireArgument("", "a FILE", "measure");
+        if (isGiven(effect)) {
+            if (isGiven(target) || isGiven(peak) || o->jobs > 0)
+                throw UsageError("--target, --max-true-peak and --jobs do not go with --fx");
+            return measureDisplays(session, shown->spec, shown->options, o->files, shown->displays,
+                                   o->json);
+        }
+        for (const auto* option : displayOptions)
+            if (isGiven(option)) throw UsageError(nameOf(option) + " needs --fx SPEC");
+        if (!shown->displays.empty()) throw UsageError("--display needs --fx SPEC");
         if (isGiven(tolerance) && !isGiven(target))
             throw UsageError("--tolerance needs --target LUFS");
         if (std::count(o->files.begin(), o->files.end(), "-") > 1)
@@ -199,7 +222,8 @@ const Command kMeasure = {"measure", "loudness and peaks of sound files",
                           "  quillhost measure *.wav\n"
                           "  quillhost measure album/*.flac --json --jobs 8\n"
                           "  quillhost measure mix.wav --target -23 --tolerance 0.5 "
-                          "--max-true-peak -1",
+                          "--max-true-peak -1\n"
+                          "  quillhost measure tone.wav --fx scope:time=50 --json",
                           declare};
 
 }  // namespace quillhost

@@ -26,7 +26,7 @@ MeterLog::MeterLog(const std::string& path, const std::vector<Effect>& effects) 
 {
     for (const auto& effect : effects) {
         effect.component().setEditorOpen(true);
-        Source source{effect, {}, {}};
+        Source source{effect, Displays(effect), {}, {}};
         for (int i = 0; i < effect.component().countMeters(); ++i) {
             VNK::MeterInfo info{};
             effect.component().getMeter(i, info);
@@ -42,6 +42,7 @@ void MeterLog::write(const Chain& chain, std::size_t effect, std::int64_t frame,
 {
     const auto& source = sources_[effect];
     const auto& component = source.effect.component();
+    source.displays.update();
     text_ += "{\"frame\":" + shortText(frame) + ",\"frames\":" + shortText(frames) +
              ",\"fx\":" + shortText(effect) + ",\"values\":{";
     for (std::size_t i = 0; i < source.meterKeys.size(); ++i) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "chain.h"
+#include "displays.h"
 #include "output_file.h"
 #include "session.h"
 
@@ -24,6 +25,7 @@ public:
 private:
     struct Source {
         Effect effect;
+        Displays displays;  // fed, since some meters come from there
         std::vector<std::string> meterKeys, parameterKeys;  // with quotes and colon
     };
     void flush();

@@ -89,6 +89,12 @@ void Picture::setColour(Colour c, double alpha) const
     cairo_set_source_rgba(cr_, part(16), part(8), part(0), alpha);
 }
 
+void Picture::title(const std::string& heading, const std::string& subtitle) const
+{
+    text(16, 28, heading, Anchor::Left, 15, colour::kText, true);
+    text(16, 46, escaped(subtitle), Anchor::Left, 12, colour::kAxis);
+}
+
 double Picture::textWidth(const std::string& text, double size) const
 {
     cairo_text_extents_t extents;

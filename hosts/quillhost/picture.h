@@ -37,6 +37,8 @@ public:
     /// `y` is the base line.
     void text(double x, double y, const std::string& text, Anchor anchor, double size, Colour c,
               bool isBold = false) const;
+    /// Heading and what it was made with.
+    void title(const std::string& text, const std::string& subtitle) const;
     double textWidth(const std::string& text, double size) const;
     /// Writes the file; WorkError when that fails.
     void finish();

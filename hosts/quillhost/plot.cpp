@@ -3,6 +3,7 @@
 #include <numbers>
 
 #include "command.h"
+#include "displays.h"
 #include "effect_spec.h"
 #include "picture.h"
 #include "probe.h"
@@ -17,16 +18,14 @@ struct Options {
     std::string spec, out, in;
     int what = -1;
     double seconds = 0;  // of the step picture, 0: as long as the effect answers
+    // Of a display.
+    std::string display;
+    double at = std::numeric_limits<double>::infinity();  // seconds
+    DisplayOptions displayOptions;
 };
 
-enum What { Curve, Response, Step, Gain };
-const std::vector<std::string> kWhat = {"curve", "response", "step", "gain"};
-
-void title(const Picture& picture, const std::string& text, const std::string& subtitle)
-{
-    picture.text(16, 28, text, Picture::Anchor::Left, 15, colour::kText, true);
-    picture.text(16, 46, subtitle, Picture::Anchor::Left, 12, colour::kAxis);
-}
+enum What { Curve, Response, Step, Gain, Display };
+const std::vector<std::string> kWhat = {"curve", "response", "step", "gain", "display"};
 
 Axis levelAxis(const std::string& label, double from, double to)
 {
@@ -243,11 +242,14 @@ void plotGain(const Session& session, const Effect& effect, SoundReader& in, Pic
 int plot(const Session& session, const Options& o)
 {
     requireArgument(o.spec, "SPEC", "plot");
-    if (o.what < 0) throw UsageError("plot needs --what curve|response|step|gain");
+    if (o.what < 0) throw UsageError("plot needs --what curve|response|step|gain|display");
     if (o.out.empty()) throw UsageError("plot needs -o FILE.png or FILE.svg");
-    if (o.what == Gain && (o.in.empty() || o.in == "-"))
-        throw UsageError("plot --what gain needs --in FILE, the sound to show the gain on");
+    if ((o.what == Gain || o.what == Display) && (o.in.empty() || o.in == "-"))
+        throw UsageError("plot --what " + kWhat[static_cast<std::size_t>(o.what)] +
+                         " needs --in FILE, the sound to show it on");
     refuseSameFile(o.out, o.in);
+    if (o.what == Display)
+        return plotDisplay(session, {o.spec, o.in, o.out, o.display, o.at, o.displayOptions});
     const Effect effect = createEffect(session, parseEffectSpec(o.spec));
     session.noteThoseThatPassThrough({effect});
     const auto accent = accentOf(session.find(effect.name()).subCategory->text());
@@ -260,7 +262,7 @@ int plot(const Session& session, const Options& o)
     auto subtitle = o.spec.find(':') == std::string::npos ? "default settings"
                                                           : o.spec.substr(o.spec.find(':') + 1);
     if (in) subtitle += " on " + o.in.substr(o.in.find_last_of('/') + 1);
-    title(picture, effect.name() + subject[o.what], escaped(subtitle));
+    picture.title(effect.name() + subject[o.what], subtitle);
     switch (o.what) {
     case Curve:
         plotCurve(effect, picture, accent);
@@ -283,11 +285,20 @@ std::function<int(Session&)> declare(CLI::App& app)
     auto o = std::make_shared<Options>();
     addOption(app, "SPEC", o->spec, "NAME or NAME:key=value,...");
     addChoice(app, "--what", o->what, kWhat, "what the picture shows");
-    addOption(app, "-o,--output", o->out, "picture", "FILE.png|.svg");
-    addOption(app, "--in", o->in, "sound file whose gain is shown", "FILE");
+    addOption(app, "-o,--output", o->out, "picture; a display also as .json", "FILE.png|.svg");
+    addOption(app, "--in", o->in, "sound file for gain and display", "FILE");
     addNumber(app, "--seconds", o->seconds, 0.001, 60.0,
               "length of a step picture (as long as the effect answers)");
-    return [o](Session& session) { return plot(session, *o); };
+    auto shown = addDisplayOptions(app, o->displayOptions);
+    shown.push_back(
+        addOption(app, "--display", o->display, "which display (the effect's first)", "NAME"));
+    shown.push_back(addNumber(app, "--at", o->at, 0.0, 1e6, "when, in seconds (the file's end)"));
+    return [o, shown](Session& session) {
+        for (const auto* option : shown)
+            if (o->what != Display && isGiven(option))
+                throw UsageError(nameOf(option) + " needs --what display");
+        return plot(session, *o);
+    };
 }
 
 }  // namespace
@@ -297,7 +308,8 @@ const Command kPlot = {
     "plot", "a picture of what an effect does",
     "  quillhost plot compressor:threshold=-20,ratio=4 --what curve -o curve.png\n"
     "  quillhost plot \"Analog Delay:feedback=50\" --what step -o echoes.svg\n"
-    "  quillhost plot compressor --what gain --in speech.wav -o gain.png",
+    "  quillhost plot compressor --what gain --in speech.wav -o gain.png\n"
+    "  quillhost plot scope:trigger=period --what display --in tone.wav -o trace.png",
     declare};
 
 }  // namespace quillhost

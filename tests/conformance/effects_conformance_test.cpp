@@ -374,6 +374,8 @@ TEST_P(EveryEffect, HasTheSameLevelAtEveryRateAsItComesAndWithEachSwitch)
                            !p.isAutomatable()))
                 continue;
             const double expected = level(48000, i, x);
+            // Far down a filter's stop band (a high band alone) the bilinear transform rules.
+            if (expected < db(rms(x[0])) - 40) continue;
             const char* const what = i < 0 ? "as it comes" : p.key;
             EXPECT_NEAR(level(8000, i, low), expected, 1) << what << ", " << gain;
             EXPECT_NEAR(level(768000, i, high), expected, 1) << what << ", " << gain;

@@ -137,37 +137,6 @@ TYPED_TEST(StepLines, AFrozenLoopRepeatsBitByBitWhateverComesInUntilItIsReleased
     }
 }
 
-TYPED_TEST(StepLines, StayWithinBoundsWithTheSameBitsAtAllBlocks)
-{
-    using T = TypeParam;
-    for (const double rate : {8000.0, 48000.0}) {
-        const auto played = [&](int block) {
-            Echo<T> echo(rate);
-            echo.feedback = 1;
-            echo.damping = T(0.3);
-            Channels<T> x{noise<T>(60000, 1, 8), noise<T>(60000, 2, 8)};
-            x[0][9000] = std::numeric_limits<T>::quiet_NaN();
-            x[1][9001] = T(1e30);
-            x[0][9100] = -std::numeric_limits<T>::infinity();
-            std::mt19937 random(kSeed);
-            return echo.run(x, block, [&, next = 0](int at) mutable {
-                if (at < next) return;
-                next = at + 224;  // a multiple of every block and of none: slices begin there
-                for (int c = 0; c < 2; ++c) echo.line.setTime(0, c, 0.001 * double(random() % 300));
-                echo.line.freeze(random() % 8 == 0);
-                echo.feed.target(random() % 2 ? kCross : kStay);
-            });
-        };
-        const auto whole = played(32);
-        for (const auto& y : whole) {
-            EXPECT_LE(peak(y), 2 * std::sqrt(2.0));  // 2, and a fade between unlike taps
-            EXPECT_GT(peak(y), 1.5);
-            EXPECT_TRUE(isFinite(y));
-        }
-        for (const int block : {1, 7, 224}) EXPECT_EQ(played(block), whole) << block;
-    }
-}
-
 TYPED_TEST(StepLines, AreLinearWithinFullScaleAndBendSmoothlyAbove)
 {
     using T = TypeParam;

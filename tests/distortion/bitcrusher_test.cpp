@@ -5,9 +5,8 @@
 #include <array>
 
 #include "distortion/quantiser.h"
-#include "dsp/fft.h"
-#include "dsp/kaiser.h"
 #include "tests/support/effect_under_test.h"
+#include "tests/support/power_spectrum.h"
 
 namespace quillworks::test {
 namespace {
@@ -33,28 +32,6 @@ TYPED_TEST(Bitcrusher, OffOrDryIsTheInputLaterBitByBit)
     }
 }
 
-/// Power spectrum under a Kaiser window whose side lobes lie below -180 dB, such that the bins of a
-/// sine of peak 1 add up to 1.
-std::vector<double> spectrumOf(const Signal<float>& x, std::size_t from, std::size_t n)
-{
-    const KaiserWindow window(20);
-    AlignedBuffer<double> signal(n), bins(n);
-    double squares = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        const double w = window(2 * double(i) / double(n - 1) - 1);
-        squares += w * w;
-        signal[i] = w * double(x[from + i]);
-    }
-    Fft<double> fft;
-    fft.setSize(static_cast<std::uint32_t>(n));
-    fft.forward(signal.data(), bins.data());
-    std::vector<double> power(n / 2);
-    for (std::size_t k = 0; k < n / 2; ++k)
-        power[k] =
-            fft.binPower(bins.data(), static_cast<std::uint32_t>(k)) * 4 / (squares * double(n));
-    return power;
-}
-
 TEST(BitcrusherClock, MakesTheLinesOfItsRateAndNoOthers)
 {
     constexpr std::size_t kSize = 65536;
@@ -69,7 +46,7 @@ TEST(BitcrusherClock, MakesTheLinesOfItsRateAndNoOthers)
         EffectUnderTest<float> fx("Bitcrusher", sampleRate);
         fx.set("rate", rate).set("bits", 24);
         const auto y = fx.run(sine<float>(kSize + 4096, frequency, sampleRate));
-        auto power = spectrumOf(y, 4096, kSize);
+        auto power = powerSpectrum(y, 4096, kSize);
         const double perBin = sampleRate / kSize;
         double worstLine = 0;
         for (int m = 0; m * rate < 20000 + frequency; ++m)

@@ -198,5 +198,40 @@ TYPED_TEST(LongLines, TapsDependNeitherOnTheirNeighboursNorOnTheChannelsAndAreEx
     }
 }
 
+TYPED_TEST(LongLines, GlidesReadWhatPointsReadWhereverTheyAreCut)
+{
+    using T = TypeParam;
+    LongLine<T> line;
+    line.prepare(2, 500);
+    TapReader<T> reader;
+    reader.prepare();
+    std::mt19937 random(kSeed);
+    // The line fills up, wraps round, and some of the taps are no samples yet.
+    for (int turn = 0; turn < 200; ++turn) {
+        const auto x = noise<T>(7, std::uint32_t(turn));
+        const T* const in[2] = {x.data(), x.data()};
+        line.write(in, 7);
+        const int n = 1 + int(random() % 32), cut = int(random() % unsigned(n));
+        const TapGlide glide{TapGlide::of(12 + double(random() % 300) + turn % 3 * 0.4) +
+                                 40 * TapGlide::kOne,
+                             std::int64_t(random()) % TapGlide::kOne * (turn % 4 ? 1 : -1)};
+        std::vector<double> distances;
+        for (int i = 0; i < n; ++i)
+            distances.push_back(double(glide.first + i * glide.step) / double(TapGlide::kOne));
+        T points[2][32], whole[2][32], pieces[32];
+        T* const toPoints[2] = {points[0], points[1]};
+        T* const toWhole[2] = {whole[0], whole[1]};
+        reader.read(line, 0, 2, distances.data(), n, toPoints);
+        reader.follow(line, 0, 2, glide, n, toWhole);
+        T *const first[1] = {pieces}, *const second[1] = {pieces + cut};
+        if (cut > 0) reader.follow(line, 1, 1, glide, cut, first);
+        reader.follow(line, 1, 1, {glide.first + cut * glide.step, glide.step}, n - cut, second);
+        for (int i = 0; i < n; ++i) {
+            ASSERT_NEAR(whole[0][i], points[0][i], 1e-6) << turn << ": " << i;
+            ASSERT_EQ(pieces[i], whole[1][i]) << turn << ": " << i;
+        }
+    }
+}
+
 }  // namespace
 }  // namespace quillworks

@@ -134,10 +134,20 @@ inline EffectUnderTest<float> effectOf(const lv2::Plugin& plugin, double sampleR
     return effect;
 }
 
-/// What bypass plays of an input: where one channel comes in for two, both have it.
+/// What bypass plays of an input.
 inline Channels<float> laidOut(const lv2::Plugin& plugin, const Channels<float>& in)
 {
-    return in.size() == 1 ? Channels<float>(std::size_t(plugin.output.channels), in[0]) : in;
+    const auto effect = catalogue().create(plugin);
+    Channels<float> out;
+    for (int to = 0; to < plugin.output.channels; ++to) {
+        auto& heard = out.emplace_back(in.front().size());
+        for (std::size_t from = 0; from < in.size(); ++from) {
+            const float gain = effect->algorithm()->getBypassGain(int(from), to);
+            for (std::size_t i = 0; i < heard.size() && gain != 0; ++i)
+                heard[i] += in[from][i] * gain;
+        }
+    }
+    return out;
 }
 
 /// Sets every automatable parameter but the bypass switch to the same random value in both, in the

@@ -1,45 +1,13 @@
 // SPDX-License-Identifier: ISC
 // Edges exact to the sample, the same song from any place, and changes without a click.
-#include <functional>
 #include <numeric>
 
-#include "tests/support/effect_under_test.h"
+#include "tests/support/song.h"
 
 namespace quillworks::test {
 namespace {
 
 constexpr const char* kName = "Wobbla";
-
-/// Plays a song from `frame` on: 1 throughout, so that the output is the gain. Loops back by
-/// `loop` frames at `loopAt`.
-struct Song {
-    double tempo = 120, rate = 48000;
-    std::int64_t loopAt = -1, loop = 0;
-
-    template <typename T>
-    Channels<T> play(EffectUnderTest<T>& fx, std::int64_t frame, int frames, int block = 512,
-                     const std::function<void(int)>& automate = {}, Channels<T> x = {}) const
-    {
-        if (x.empty()) x.assign(2, constant<T>(std::size_t(frames), 1));
-        fx.tempo(tempo).sampleRate(rate).prepare(int(x.size()));
-        auto y = x;
-        for (int done = 0; done < frames;) {
-            if (automate) automate(done);
-            if (frame == loopAt) frame -= loop;
-            int n = std::min(block - done % block, frames - done);
-            if (loopAt > frame) n = int(std::min<std::int64_t>(n, loopAt - frame));
-            fx.algorithm().setTransport({.playing = true,
-                                         .positionKnown = true,
-                                         .quarterNotes = double(frame) * tempo / (60 * rate),
-                                         .frameKnown = true,
-                                         .frame = frame,
-                                         .tempo = tempo});
-            fx.processBlock(x, y, done, n);
-            done += n, frame += n;
-        }
-        return y;
-    }
-};
 
 template <typename T> void levels(EffectUnderTest<T>& fx, const std::vector<double>& percent)
 {

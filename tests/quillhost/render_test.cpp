@@ -325,6 +325,47 @@ TEST_F(Render, LayoutsComeFromTheMaskOrFromTheCommandLine)
     EXPECT_EQ(maskOf("out.wav"), 0x3Fu);
 }
 
+TEST_F(Render, APannerPutsOneOrTwoChannelsIntoEveryLayout)
+{
+    struct Row {
+        const char* layout;
+        int channels;
+        std::uint32_t mask;  // 0: its channels are in another order than a mask's
+    };
+    for (const auto& row : {Row{"mono", 1, 0},
+                            {"stereo", 2, 0},
+                            {"lcr", 3, 0x7},
+                            {"quad", 4, 0x33},
+                            {"5.0", 5, 0x37},
+                            {"5.1", 6, 0x3F},
+                            {"7.0", 7, 0},
+                            {"7.1", 8, 0},
+                            {"5.1.4", 10, 0x2D03F},
+                            {"7.1.2", 10, 0},
+                            {"7.1.4", 12, 0},
+                            {"9.1.6", 16, 0}})
+        for (const int inputs : {1, 2}) {
+            SCOPED_TRACE(std::to_string(inputs) + " to " + row.layout);
+            Sound in = noise(inputs, 3000, 0.5);
+            for (std::size_t i = 1; inputs == 2 && i < in.samples.size(); i += 2) in.samples[i] = 0;
+            writeSound("in.wav", in, kWavFloat);
+            for (const char* settings : {"x=70,y=-40,elevation=30,spread=20", "bypass=1"}) {
+                expectSilence(run(render(
+                    "in.wav", "out.wav",
+                    {"--fx", std::string("surround-panner:") + settings, "--layout", row.layout})));
+                const auto out = readSound("out.wav");
+                ASSERT_EQ(out.channels, row.channels);
+                EXPECT_EQ(maskOf("out.wav"), row.mask);
+                double before = 0, after = 0;
+                for (const double x : in.samples) before += x * x;
+                for (const double x : out.samples) after += x * x;
+                // Bypass plays the mean of two channels where there is one.
+                const bool isHalved = row.channels == 1 && inputs == 2 && settings[0] == 'b';
+                EXPECT_NEAR(after / before, isHalved ? 0.25 : 1, 1e-5);
+            }
+        }
+}
+
 TEST_F(Render, IntegersAreLimitedAndTheUserIsTold)
 {
     auto sound = noise(1, 1000, 0.9);

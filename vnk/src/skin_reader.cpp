@@ -77,13 +77,19 @@ constexpr Attributes kDisplays[] = {
     {"Loudness", "momentary shortTerm integrated low high truePeak"},
     {"EchoLine", "time beats feedback width mode"},
     {"ModWave", "wave rate depth"},
-    {"FilterCurve",
-     "low high resonance freq1 gain1 q1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4"},
+    {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels"},
+    {"FilterCurve", "low high resonance type stages left right freq1 gain1 q1 freq2 gain2 q2 freq3 "
+                    "gain3 q3 freq4 gain4 q4"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
+    {"Trace", "time trigger level pretrigger gain layout persistence"},
     {"TapGrid",
      "on steps levels pans tones peaks beats time swing length feedback reduction frozen"},
-    {"Taps", "beats time beatsRight timeRight offset feedback routing reduction levels frozen"},
+    {"Taps",
+     "beats time beatsRight timeRight offset stagger feedback routing reduction levels frozen"},
+    {"ShapeCurve", "curve drive bias point"},
+    {"CombCurve", "left right feedback damp invert mix"},
+    {"PanField", "across along azimuth elevation distance width left right"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)

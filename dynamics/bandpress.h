@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: ISC
+// Bandpress: three-band compressor without latency, one knob deep.
+#pragma once
+
+#include "dsp/aligned_buffer.h"
+#include "dsp/gliding_course.h"
+#include "dynamics/band_channels.h"
+#include "dynamics/band_switches.h"
+#include "dynamics/editor_levels.h"
+#include "dynamics/gain_computer.h"
+#include "dynamics/peak_hold.h"
+#include "framework/effect_component.h"
+#include "framework/precision_algorithm.h"
+
+namespace quillworks {
+
+struct TriBandSettings {
+    static constexpr int kBands = 3;
+
+    float press;                                       // dB that the thresholds are lowered by
+    float freqLow, freqHigh;                           // Hz
+    float threshold[kBands];                           // dB
+    float slope[kBands];                               // 1 - 1/ratio
+    float gain[kBands];                                // dB
+    float bandOn[kBands], solo[kBands], mute[kBands];  // switches
+    float attack, release;                             // seconds
+    float bandTimes;                                   // switch
+    float knee;                                        // dB, half-width
+    float autoGain, linked;                            // switches
+    float mix;                                         // fraction compressed
+    float outGain;                                     // dB
+    float editorOpen;                                  // switch
+};
+
+template <typename T> class TriBandCore {
+public:
+    using Settings = TriBandSettings;
+    static constexpr CoreHooks kHooks{.publish = true};
+    enum Group : unsigned {
+        Splits = 1,
+        Curves = 2,
+        Times = 4,
+        Switches = 8,
+        Linking = 16,
+        Mixing = 32,
+        Editor = 64,
+    };
+
+    void prepare(const ProcessSpec& spec);
+    void reset() noexcept;
+    void apply(const Settings& settings, unsigned dirty) noexcept;
+    void process(const AudioBlock<T>& block) noexcept;
+    void publish(MeterSlots& meters) noexcept;
+
+private:
+    static constexpr int kBands = TriBandSettings::kBands;
+
+    /// Detectors of one sharing of keys, and what they give.
+    struct Bank {
+        PeakHold hold;
+        AlignedBuffer<T> gains;  // rows of the keys, set by set
+        bool isIdle = false;     // nothing is reduced
+
+        T* row(int set, int band) noexcept
+        {
+            return gains.data() + (set * kBands + band) * kSubBlock;
+        }
+    };
+    Bank& bank(KeySharing sharing) noexcept
+    {
+        return sharing == KeySharing::Linked ? linked_ : apart_;
+    }
+    void processSlice(const AudioBlock<T>& part) noexcept;
+    void takeOver(KeySharing from, KeySharing to) noexcept;
+    void detect(KeySharing sharing, GridSlice slice, bool isMetered) noexcept;
+    void applyGains(const AudioBlock<T>& part) noexcept;
+
+    double sampleRate_ = 44100;
+    BandChannels<T> channels_;
+    Bank linked_, apart_;
+    Switch<KeySharing> sharing_;
+    CompressionCurve curve_[kBands];
+    GlidingCourse<T> gain_[kBands];  // dB, make-up included
+    GlidingCourse<T> outGain_;       // set in dB, linear
+    Smoothed<T> mix_;
+    Course<T> mixCourse_;
+    BandSwitches<T> switches_;
+    EditorLevels levels_;
+    struct Meter {
+        T reduction = 0;  // dB, the largest of the call
+        T power = 0;
+    };
+    Meter meter_[kBands];
+};
+
+class TriBandCompressorAlgorithm final
+    : public PrecisionAlgorithm<TriBandCore, AudioSideChainInsertAlgorithm> {
+public:
+    TriBandCompressorAlgorithm();
+};
+
+class TriBandComponent final : public AudioEffectComponent {
+public:
+    explicit TriBandComponent(TriBandCompressorAlgorithm& algorithm);
+};
+
+}  // namespace quillworks

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: ISC
+// What the displays of effects show of a file.
+#pragma once
+
+#include <limits>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "command.h"
+#include "effect_spec.h"
+#include "sound_file.h"
+#include "vnk/effect_displays.h"
+
+namespace quillhost {
+
+/// Reads an effect's displays while it lives; without displays there is nothing to read.
+class Displays {
+public:
+    explicit Displays(const Effect& effect);
+    ~Displays();
+    Displays(Displays&& other) noexcept = default;
+    Displays& operator=(Displays&&) = delete;
+
+    static std::vector<std::string> namesOf(const Effect& effect);
+    /// The names asked for; UsageError, which lists the effect's, where one is not among them.
+    static std::vector<std::string> chosen(const Effect& effect, std::vector<std::string> asked);
+
+    void update() const noexcept
+    {
+        if (displays_) displays_->updateDisplays();
+    }
+    /// What it shows, as an object; WorkError when memory runs out.
+    nlohmann::ordered_json show(const std::string& name) const;
+
+private:
+    VNK::Ref<VNK::IEffectDisplays> displays_;
+};
+
+/// What the commands on displays have in common with `render`.
+struct DisplayOptions {
+    std::vector<std::string> presets;
+    std::string automation;
+    int block = 512;
+    int precision = 0;  // 0: 32 bits, 1: 64
+    double tempo = 120, position = 0;
+};
+/// Declares them and returns those declared.
+std::vector<const CLI::Option*> addDisplayOptions(CLI::App& app, DisplayOptions& options);
+
+/// An effect that has run over a file, with what it shows at its end or at `seconds`.
+struct DisplayRun {
+    Effect effect;
+    Displays displays;
+    std::int64_t frames;
+    int sampleRate, channels;
+    std::vector<std::string> remarks;  // on the file and the automation
+};
+/// `measure FILE... --fx SPEC`: meters and displays after each whole file, on standard output. The
+/// exit code; a file that cannot be read is said and does not stop the others.
+int measureDisplays(const Session& session, const std::string& spec, const DisplayOptions& options,
+                    const std::vector<std::string>& files, const std::vector<std::string>& displays,
+                    bool asJson);
+/// `plot SPEC --what display`: what one display shows, as JSON or a picture.
+struct DisplayPlot {
+    std::string spec, in, out, display;
+    double seconds = std::numeric_limits<double>::infinity();
+    DisplayOptions options;
+};
+int plotDisplay(const Session& session, const DisplayPlot& plot);
+
+DisplayRun runDisplays(const Session& session, const EffectSpec& spec,
+                       const DisplayOptions& options, const std::string& path,
+                       double seconds = std::numeric_limits<double>::infinity());
+
+}  // namespace quillhost
