@@ -68,9 +68,9 @@ private:
     double fadeStep_ = 1;  // of a weight, per sub-block
     Tap taps_[kTaps];
     unsigned running_ = 0;
-    bool isMoving_ = false;
-    AlignedBuffer<T> lanes_;  // rows: values, their steps, four states, peaks
-    bool isSettled_ = false;
+    bool isMoving_ = false;     // within the open sub-block
+    bool isSettled_ = false;    // nor will anything in the next ones
+    AlignedBuffer<T> lanes_;    // rows: values, their steps, four states, peaks
     AlignedBuffer<T> samples_;  // rooms of the taps, and two sums
     T* rooms_[kTaps][2]{};
     const T *left_[kTaps]{}, *right_[kTaps]{};
