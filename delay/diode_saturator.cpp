@@ -5,6 +5,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "dsp/shared_tables.h"
+
 namespace quillworks {
 namespace {
 
@@ -38,16 +40,24 @@ void DiodeCircuit::prepare(double sampleRate)
     input_ = static_cast<float>(a * steps);
     const double gain = 1 + kCurrent / kVoltage;  // undoes the diodes' loss on small signals
     output_ = static_cast<float>(gain / (2 * steps));
+    static SharedTables<double, Lines> tables;
+    lines_ = tables.get(sampleRate, [&] { return solved(a, steps); });
+}
+
+DiodeCircuit::Lines DiodeCircuit::solved(double a, double steps)
+{
+    Lines lines;
     double v = 0;  // at p
     for (std::size_t i = 0; i + 1 < kPoints; ++i) {
         // The curve is nowhere steeper than without diodes: from the last root by that slope is
         // above the next.
         const double next = solve(a, double(i + 1) / steps, v + 1 / (steps * (1 + a)));
         const double slope = 2 * (next - v) * steps;
-        lines_[i] = {static_cast<float>(2 * v * steps - slope * double(i)),
-                     static_cast<float>(slope)};
+        lines[i] = {static_cast<float>(2 * v * steps - slope * double(i)),
+                    static_cast<float>(slope)};
         v = next;
     }
+    return lines;
 }
 
 }  // namespace quillworks

@@ -2,6 +2,7 @@
 // Saturation: a diode limiter with one capacitor, table-driven.
 #pragma once
 #include <array>
+#include <memory>
 
 namespace quillworks {
 
@@ -14,7 +15,8 @@ namespace quillworks {
 /// gain to a loop.
 class DiodeCircuit {
 public:
-    /// Solves the diode equation for the whole range. [main thread]
+    /// Solves the diode equation for the whole range, unless another circuit at this rate has.
+    /// [main thread]
     void prepare(double sampleRate);
 
     /// The next output for input x; `state` is the capacitor's. Unity gain for small signals.
@@ -25,7 +27,7 @@ public:
         const float p = state + input_ * x;
         const float magnitude = p < 0 ? -p : p;
         const float place = magnitude < kLast ? magnitude : kLast;
-        const Line& line = lines_[static_cast<unsigned>(static_cast<int>(place))];
+        const Line& line = (*lines_)[static_cast<unsigned>(static_cast<int>(place))];
         const float v = line.offset + line.slope * place;
         const float twice = p < 0 ? -v : v;
         state = twice - state;
@@ -41,9 +43,12 @@ private:
     struct Line {
         float offset = 0, slope = 0;  // of 2 v
     };
+    using Lines = std::array<Line, kPoints - 1>;
+    static Lines solved(double a, double steps);
+
     float input_ = 0;   // a = tan(pi fc / fs), in table steps
     float output_ = 0;  // table steps of 2 v to output
-    std::array<Line, kPoints - 1> lines_{};
+    std::shared_ptr<const Lines> lines_;
 };
 
 }  // namespace quillworks

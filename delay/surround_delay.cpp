@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
+#include <vector>
 
 #include "dsp/vec.h"
 
@@ -75,11 +77,8 @@ template <typename T> void SurroundDelayCore<T>::prepare(const ProcessSpec& spec
     std::vector<UnitVector> directions;
     for (int c = 0; c < channels_; ++c) {
         const auto& place = field[c];
-        const bool hasTwin = field.mirror(c) != c;
-        channel_[std::size_t(c)] = {place.isLfe, rearOf(place),
-                                    T(place.isLfe ? 0
-                                      : hasTwin   ? 0.5
-                                                  : 1)};
+        const double side = field.mirror(c) != c ? 0.5 : 1;  // two sides make one middle
+        channel_[std::size_t(c)] = {place.isLfe, rearOf(place), T(place.isLfe ? 0 : side)};
         if (place.isLfe) continue;
         speakers_[directions.size()] = c;
         directions.push_back(place.direction());

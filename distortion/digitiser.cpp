@@ -38,8 +38,17 @@ void Digitiser::prepare(double sampleRate, int channels, double glideHalfLife)
     dither_.prepare(glideHalfLife, kTolerance);
     channels_.resize(static_cast<std::size_t>(channels));
     for (auto& ch : channels_) ch.past.prepare(kLatency, kSubBlock);
-    for (auto* rows : {&tapRows_, &incrementRows_})
-        rows->require(static_cast<std::size_t>(kMaxEdges * kRowStride));
+    found_.resize(channels_.size());
+    pasts_.resize(channels_.size());
+    values_.clear();
+    heights_.clear();
+    sums_.clear();
+    for (std::size_t c = 0; c < channels_.size(); ++c) {
+        values_.push_back(found_[c].value);
+        heights_.push_back(found_[c].step);
+        sums_.push_back(channels_[c].sums);
+    }
+    rows_.require(static_cast<std::size_t>(kRowsAtOnce * kRowStride));
 }
 
 void Digitiser::reset() noexcept
@@ -99,19 +108,18 @@ void Digitiser::startClock(GridSlice slice) noexcept
 /// The slice's edges, and what all channels share of them.
 void Digitiser::layEdges(GridSlice slice) noexcept
 {
-    clock_.next(period_.of(slice), jitter_.of(slice), slice.frames, edges_);
-    double place[kMaxEdges], rest[kMaxEdges];
+    if (period_.isConstant() && jitter_.is(0))
+        clock_.next(*period_.of(slice), slice.frames, edges_);
+    else
+        clock_.next(period_.of(slice), jitter_.of(slice), slice.frames, edges_);
     for (int i = 0; i < edges_.count; ++i) {
         const int frame = edges_.frame[i];
-        place[i] = edges_.fraction[i] * kKernel.phases;
-        rest[i] = kKernel.phases - place[i];
+        tapPlace_[i] = edges_.fraction[i] * kKernel.phases;
+        incrementPlace_[i] = kKernel.phases - tapPlace_[i];
         edgeSteps_[i] = steps_.of(slice)[frame];
         edgeDither_[i] = dither_.of(slice)[frame];
         edgeFade_[i] = fade_[frame];
     }
-    digitiserKernels.layRows(taps_->row(0), taps_->taps(), place, edges_.count, tapRows_.data());
-    digitiserKernels.layRows(increments_->row(0), increments_->taps(), rest, edges_.count,
-                             incrementRows_.data());
 }
 
 /// Quantises n samples, by two laws while one follows the other.
@@ -128,24 +136,37 @@ void Digitiser::convert(double* x, int n, const double* steps, const double* dit
     for (int i = 0; i < n; ++i) x[i] = old[i] + (x[i] - old[i]) * fade[i];
 }
 
-/// What the clock makes of a channel's past.
-void Digitiser::play(Channel& ch, int number, int n, double* out) noexcept
+/// What the converter finds at the edges, and the steps from value to value.
+void Digitiser::drawEdges(int n) noexcept
 {
     const int count = edges_.count;
-    double value[kMaxEdges], step[kMaxEdges];
-    digitiserKernels.read(ch.past.end() - n, edges_.frame, tapRows_.data(), count, value);
-    convert(value, count, edgeSteps_, edgeDither_, edgeFade_, edges_.index, number);
-
-    double held = ch.held;
-    for (int i = 0; i < count; ++i) {
-        step[i] = value[i] - held;
-        held = value[i];
+    for (std::size_t c = 0; c < channels_.size(); ++c) pasts_[c] = channels_[c].past.end() - n;
+    digitiserKernels.read(taps_->row(0), {count, edges_.frame, tapPlace_}, pasts_.data(),
+                          static_cast<int>(channels_.size()), values_.data());
+    for (std::size_t c = 0; c < channels_.size(); ++c) {
+        auto& [value, step] = found_[c];
+        convert(value, count, edgeSteps_, edgeDither_, edgeFade_, edges_.index,
+                static_cast<int>(c));
+        double held = channels_[c].held;
+        for (int i = 0; i < count; ++i) {
+            step[i] = value[i] - held;
+            held = value[i];
+        }
     }
-    digitiserKernels.draw(ch.sums, edges_.frame, incrementRows_.data(), step, count);
+    digitiserKernels.draw(increments_->row(0), {count, edges_.frame, incrementPlace_},
+                          heights_.data(), static_cast<int>(channels_.size()), sums_.data(),
+                          rows_.data());
+}
 
+/// What the clock makes of a channel's past, once the edges have been drawn.
+void Digitiser::play(std::size_t channel, int n, double* out) noexcept
+{
+    auto& ch = channels_[channel];
+    const auto& [value, step] = found_[channel];
+    const int count = edges_.count;
     double level = ch.level;
     int done = 0;
-    held = ch.held;
+    double held = ch.held;
     int latest = -ch.age;  // frame of the latest step
     for (int i = 0; i < count; ++i) {
         if (const int frame = edges_.frame[i]; frame - latest >= kStepTaps) {
@@ -174,7 +195,10 @@ void Digitiser::process(double* const* x, GridSlice slice) noexcept
     const bool isFading = isClocked_.isFading();
     const bool isPlayed = isClocked_.present() || isFading;
     const bool isDirect = !isClocked_.present() || isFading;
-    if (isPlayed) layEdges(slice);
+    if (isPlayed) {
+        layEdges(slice);
+        drawEdges(n);
+    }
     for (int c = 0; c < static_cast<int>(channels_.size()); ++c) {
         auto& ch = channels_[static_cast<std::size_t>(c)];
         double played[kSubBlock];
@@ -182,7 +206,7 @@ void Digitiser::process(double* const* x, GridSlice slice) noexcept
             std::copy_n(ch.past.end() - n - kLatency, n, x[c]);
             convert(x[c], n, steps_.of(slice), dither_.of(slice), fade_, frames_, c);
         }
-        if (isPlayed) play(ch, c, n, isDirect ? played : x[c]);
+        if (isPlayed) play(static_cast<std::size_t>(c), n, isDirect ? played : x[c]);
         if (!isDirect || !isPlayed) continue;
         if (isClocked_.present()) {
             isClocked_.fade().mix(played, x[c], n);

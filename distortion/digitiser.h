@@ -56,7 +56,8 @@ private:
     void layEdges(GridSlice slice) noexcept;
     void convert(double* x, int n, const double* steps, const double* dither, const double* fade,
                  std::uint32_t index, int channel) const noexcept;
-    void play(Channel& channel, int number, int n, double* out) noexcept;
+    void drawEdges(int n) noexcept;
+    void play(std::size_t channel, int n, double* out) noexcept;
 
     double sampleRate_ = 44100;
     std::shared_ptr<const SincTable<double>> taps_, increments_;
@@ -71,7 +72,16 @@ private:
     SampleClock::Edges edges_;
     double fade_[kSubBlock]{};  // weight of a new law
     double edgeSteps_[kMaxEdges], edgeDither_[kMaxEdges], edgeFade_[kMaxEdges];
-    AlignedBuffer<double> tapRows_, incrementRows_;
+    double tapPlace_[kMaxEdges], incrementPlace_[kMaxEdges];  // in the rows of the tables
+    // What all channels find at the edges, and what they step by there.
+    struct Found {
+        double value[kMaxEdges], step[kMaxEdges];
+    };
+    std::vector<Found> found_;
+    // For the kernels, by channel.
+    std::vector<const double*> pasts_, heights_;
+    std::vector<double*> values_, sums_;
+    AlignedBuffer<double> rows_;
 };
 
 }  // namespace quillworks

@@ -8,17 +8,27 @@ inline constexpr int kEdgeTaps = 32;             // of the interpolator
 inline constexpr int kStepTaps = kEdgeTaps + 1;  // of a step's increments
 /// Laid rows begin on the boundaries of vectors, with zeros before and behind them.
 inline constexpr int kRowMargin = 16, kRowStride = 64;
+inline constexpr int kRowsAtOnce = 16;
 /// Frames that steps are drawn into: whole groups.
 inline constexpr int kDrawnFrames = 80;
 
+/// What a slice's edges have in common for all channels.
+struct DigitiserEdges {
+    int count;
+    const int* frame;     // rising, where each is reported
+    const double* place;  // in rows of the tables, interpolated linearly between neighbours
+};
+
 struct DigitiserKernels {
-    /// Row i, at rows + i kRowStride + kRowMargin, is that at table + place[i] rows of `taps`
-    /// values (32 or 33), interpolated linearly between its neighbours. The margins stay.
-    void (*layRows)(const double* table, int taps, const double* place, int count, double* rows);
-    /// out[i] = sum of row i [k] x[frame[i] - 31 + k].
-    void (*read)(const double* x, const int* frame, const double* rows, int count, double* out);
-    /// sums[frame[i] + 1 + k] += step[i] row i [k], up to kDrawnFrames; frames in rising order.
-    void (*draw)(double* sums, const int* frame, const double* rows, const double* step, int count);
+    /// out[c][i] = sum of row i [k] x[c][frame[i] - 31 + k], from a table of kEdgeTaps values a
+    /// row.
+    void (*read)(const double* table, const DigitiserEdges& edges, const double* const* x,
+                 int channels, double* const* out);
+    /// sums[c][frame[i] + 1 + k] += step[c][i] row i [k], up to kDrawnFrames, from a table of
+    /// kStepTaps values a row. `rows` is room for kRowsAtOnce rows of kRowStride values, 0 outside
+    /// the middle.
+    void (*draw)(const double* table, const DigitiserEdges& edges, const double* const* step,
+                 int channels, double* const* sums, double* rows);
 };
 
 extern const DigitiserKernels digitiserKernels;

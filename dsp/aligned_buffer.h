@@ -19,6 +19,9 @@ namespace quillworks {
 struct BufferMemory {
     void* (*allocate)(std::size_t bytes) noexcept;
     void (*release)(void* memory) noexcept;
+    /// The same filled with zeros: what is large and new from the system has them without being
+    /// touched. Without it the zeros are written.
+    void* (*allocateZeroed)(std::size_t bytes) noexcept = nullptr;
 
     /// The pair in force. [any thread]
     static const BufferMemory& service() noexcept { return *inForce(); }
@@ -33,7 +36,8 @@ private:
     {
         static constexpr BufferMemory own{
             [](std::size_t bytes) noexcept { return std::malloc(bytes); },
-            [](void* p) noexcept { std::free(p); }};
+            [](void* p) noexcept { std::free(p); },
+            [](std::size_t bytes) noexcept { return std::calloc(1, bytes); }};
         static std::atomic<const BufferMemory*> memory{&own};
         return memory;
     }
@@ -55,31 +59,11 @@ public:
     ~AlignedBytes() { clear(); }
 
     /// Does nothing if `bytes` is the present size; else frees the memory and, unless `bytes` is 0,
-    /// allocates it anew, filled with zeros. False if that failed: the buffer is empty then.
-    bool resize(std::size_t bytes) noexcept
-    {
-        const bool isNew = bytes != size_;
-        if (!resizeUncleared(bytes)) return false;
-        if (isNew && bytes != 0) std::memset(data_, 0, bytes);
-        return true;
-    }
-    /// The same without the zeros: large memory then costs nothing until it is written.
-    bool resizeUncleared(std::size_t bytes) noexcept
-    {
-        if (bytes == size_) return true;
-        clear();
-        if (bytes == 0) return true;
-        if (bytes > std::numeric_limits<std::size_t>::max() - kAlignment) return false;
-        const auto& memory = BufferMemory::service();
-        void* const block = memory.allocate(bytes + kAlignment);
-        if (!block) return false;
-        block_ = block;
-        release_ = memory.release;
-        const auto misfit = reinterpret_cast<std::uintptr_t>(block) % kAlignment;
-        data_ = static_cast<std::byte*>(block) + (misfit ? kAlignment - misfit : 0);
-        size_ = bytes;
-        return true;
-    }
+    /// allocates it anew, filled with zeros. Large memory costs nothing until it is written. False
+    /// if that failed: the buffer is empty then.
+    bool resize(std::size_t bytes) noexcept { return resize(bytes, true); }
+    /// The same with whatever was in the memory before.
+    bool resizeUncleared(std::size_t bytes) noexcept { return resize(bytes, false); }
     void clear() noexcept
     {
         if (block_) release_(block_);
@@ -100,6 +84,26 @@ public:
     std::size_t size() const noexcept { return size_; }
 
 private:
+    bool resize(std::size_t bytes, bool zeroed) noexcept
+    {
+        if (bytes == size_) return true;
+        clear();
+        if (bytes == 0) return true;
+        if (bytes > std::numeric_limits<std::size_t>::max() - kAlignment) return false;
+        const auto& memory = BufferMemory::service();
+        const bool comesZeroed = zeroed && memory.allocateZeroed;
+        void* const block =
+            (comesZeroed ? memory.allocateZeroed : memory.allocate)(bytes + kAlignment);
+        if (!block) return false;
+        block_ = block;
+        release_ = memory.release;
+        const auto misfit = reinterpret_cast<std::uintptr_t>(block) % kAlignment;
+        data_ = static_cast<std::byte*>(block) + (misfit ? kAlignment - misfit : 0);
+        size_ = bytes;
+        if (zeroed && !comesZeroed) std::memset(data_, 0, bytes);
+        return true;
+    }
+
     void* block_ = nullptr;
     void (*release_)(void*) noexcept = nullptr;  // of the service that gave the block
     std::byte* data_ = nullptr;

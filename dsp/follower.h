@@ -152,32 +152,4 @@ private:
     double value_ = 0;
 };
 
-/// The two envelopes of a level display, in linear units: both rise within a sample, one falls in
-/// 1 s and one in 3 s.
-struct LevelMeterPair {
-    PeakFollower fast, slow;
-
-    void prepare(double sampleRate) noexcept
-    {
-        fast.setTimes(sampleRate, 1 / sampleRate, 1);
-        slow.setTimes(sampleRate, 1 / sampleRate, 3);
-    }
-    void reset() noexcept
-    {
-        fast.reset();
-        slow.reset();
-    }
-    template <typename T> void run(const T* x, int n) noexcept
-    {
-        PeakFollower a = fast, b = slow;
-        for (int i = 0; i < n; ++i) {
-            const double magnitude = std::abs(double(x[i]));
-            a.next(magnitude);
-            b.next(magnitude);
-        }
-        fast = a;
-        slow = b;
-    }
-};
-
 }  // namespace quillworks

@@ -22,18 +22,24 @@ public:
         start_ = (past + kVector - 1) / kVector * kVector;
         // Moves are rare, and the buffer stays small enough for the nearest cache.
         usable_ = start_ + std::max({past, 2 * longest, 512});
-        samples_.require(static_cast<std::size_t>(usable_ + padding));
+        const auto size = static_cast<std::size_t>(usable_ + padding);
+        const bool isNew = size != samples_.size();
+        samples_.require(size);
+        isSilent_ = isNew;  // it comes with zeros
         reset();
     }
+    /// As after zeros. A fresh buffer is not touched.
     void reset() noexcept
     {
-        samples_.fill(0);
+        if (!isSilent_) std::fill_n(samples_.data() + start_ - past_, past_, T{});
+        isSilent_ = true;
         end_ = start_;
     }
     /// The past of `other`, prepared alike. Does not allocate.
     void takeOver(const RecentSamples& other) noexcept
     {
         end_ = other.end_;
+        isSilent_ = false;
         std::copy_n(other.end() - past_, past_, samples_.data() + end_ - past_);
     }
     /// Room for the next `n` samples, to be filled by the caller.
@@ -45,6 +51,7 @@ public:
         }
         T* const room = samples_.data() + end_;
         end_ += n;
+        isSilent_ = false;
         return room;
     }
     /// Behind the newest sample: end()[-1] is it.
@@ -55,6 +62,7 @@ private:
 
     AlignedBuffer<T> samples_;
     int past_ = 0, start_ = 0, usable_ = 0, end_ = 0;
+    bool isSilent_ = false;  // nothing has been appended since the past was zeros
 };
 
 }  // namespace quillworks

@@ -92,18 +92,25 @@ void SlidingMax::prepare(int shortest, int longest)
     block_ = 1;
     while (2 * block_ < shortest && block_ * block_ < longest) block_ *= 2;
     slots_ = (longest - 1) / block_ + 2;
-    fromEnd_.require(static_cast<std::size_t>(slots_ * block_));
-    tops_.require(static_cast<std::size_t>(slots_));
-    open_.require(static_cast<std::size_t>(block_));
+    const auto slots = static_cast<std::size_t>(slots_), block = static_cast<std::size_t>(block_);
+    const bool isNew =
+        fromEnd_.size() != slots * block && tops_.size() != slots && open_.size() != block;
+    fromEnd_.require(slots * block);
+    tops_.require(slots);
+    open_.require(block);
+    isSilent_ = isNew;  // they come with zeros
     for (auto& w : windows_) w.length = shortest;
     reset();
 }
 
 void SlidingMax::reset() noexcept
 {
-    fromEnd_.fill(0);
-    tops_.fill(0);
-    open_.fill(0);
+    if (!isSilent_) {
+        fromEnd_.fill(0);
+        tops_.fill(0);
+        open_.fill(0);
+    }
+    isSilent_ = true;
     present_ = at_ = 0;
     top_ = 0;
     for (auto& w : windows_) setLength(w, w.length);
@@ -111,6 +118,7 @@ void SlidingMax::reset() noexcept
 
 void SlidingMax::takeOver(const SlidingMax& other) noexcept
 {
+    isSilent_ = false;
     std::copy(other.fromEnd_.begin(), other.fromEnd_.end(), fromEnd_.begin());
     std::copy(other.tops_.begin(), other.tops_.end(), tops_.begin());
     std::copy(other.open_.begin(), other.open_.end(), open_.begin());
@@ -160,6 +168,7 @@ double SlidingMax::peakOf(int count) const noexcept
 void SlidingMax::process(const double* x, int n, double* first, double* second) noexcept
 {
     double* const out[2] = {first, second};
+    isSilent_ = false;
     for (int done = 0; done < n;) {
         int run = std::min(n - done, block_ - at_);
         for (const auto& w : windows_)

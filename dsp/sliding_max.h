@@ -62,6 +62,7 @@ private:
     int present_ = 0;                // slot that the open block will take
     int at_ = 0;                     // samples in the open block
     double top_ = 0;                 // their maximum
+    bool isSilent_ = false;          // nothing has come since all of them were zeros
     Window windows_[2];
 };
 

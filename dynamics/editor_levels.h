@@ -2,10 +2,13 @@
 // Levels before and behind an effect, measured and published while its editor is open.
 #pragma once
 
+#include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <vector>
 
-#include "dsp/follower.h"
+#include "dsp/aligned_buffer.h"
+#include "dsp/level_lanes.h"
 #include "framework/audio_block.h"
 #include "framework/meter_slots.h"
 #include "framework/parameter.h"
@@ -33,23 +36,25 @@ template <class Settings> constexpr Parameter<Settings> levelRow(const LevelFami
             .family = {.count = VNK::kMaxChannels, .perChannel = true}};
 }
 
+/// In slices, the channels of each in their order. What is measured waits until there is enough of
+/// it or it is published: the envelopes are followed side by side, many frames at a time.
 class EditorLevels {
 public:
+    static constexpr int kLongest = 256;  // frames of a slice
+
     /// Allocates.
     void prepare(const ProcessSpec& spec)
     {
-        channels_.resize(static_cast<std::size_t>(spec.channels));
-        for (auto& ch : channels_) {
-            ch.input.prepare(spec.sampleRate);
-            ch.output.prepare(spec.sampleRate);
-        }
+        channels_ = spec.channels;
+        times_.prepare(spec.sampleRate);
+        pairs_.resize(static_cast<std::size_t>((channels_ + 1) / 2));
+        waiting_.require(pairs_.size() * LevelLanes::kSignals * kRow);
+        reset();
     }
     void reset() noexcept
     {
-        for (auto& ch : channels_) {
-            ch.input.reset();
-            ch.output.reset();
-        }
+        for (auto& pair : pairs_) pair.reset();
+        frames_[kInput] = frames_[kOutput] = 0;
     }
     /// Levels begin at silence whenever the editor opens.
     void setOpen(bool isOpen) noexcept
@@ -59,36 +64,78 @@ public:
     }
     bool isOpen() const noexcept { return isOpen_; }
 
-    /// n samples that enter or leave a channel. Nothing is measured while the editor is closed.
+    /// n <= kLongest samples that enter or leave a channel. Nothing is measured while the editor is
+    /// closed.
     template <typename T> void measureInput(int channel, const T* x, int n) noexcept
     {
-        if (isOpen_) channels_[static_cast<std::size_t>(channel)].input.run(x, n);
+        if (isOpen_) measure(kInput, channel, x, n);
     }
     template <typename T> void measureOutput(int channel, const T* x, int n) noexcept
     {
-        if (isOpen_) channels_[static_cast<std::size_t>(channel)].output.run(x, n);
+        if (isOpen_) measure(kOutput, channel, x, n);
     }
-    void publish(MeterSlots& meters) const noexcept
+    void publish(MeterSlots& meters) noexcept
     {
         if (!isOpen_) return;
+        follow();
         const auto publish = [&](const LevelFamily& family, auto level) {
-            meters.publishFamily(family.tag, static_cast<int>(channels_.size()), [&](int c) {
-                return static_cast<float>(level(channels_[static_cast<std::size_t>(c)]));
+            meters.publishFamily(family.tag, channels_, [&](int c) {
+                return static_cast<float>(level(pairs_[static_cast<std::size_t>(c / 2)], c % 2));
             });
         };
-        publish(kInputFast, [](const Channel& ch) { return ch.input.fast.envelope; });
-        publish(kInputSlow, [](const Channel& ch) { return ch.input.slow.envelope; });
-        publish(kOutputFast, [](const Channel& ch) { return ch.output.fast.envelope; });
-        publish(kOutputSlow, [](const Channel& ch) { return ch.output.slow.envelope; });
+        publish(kInputFast, [](const LevelLanes& pair, int c) { return pair.fast(c); });
+        publish(kInputSlow, [](const LevelLanes& pair, int c) { return pair.slow(c); });
+        publish(kOutputFast, [](const LevelLanes& pair, int c) { return pair.fast(2 + c); });
+        publish(kOutputSlow, [](const LevelLanes& pair, int c) { return pair.slow(2 + c); });
     }
 
 private:
-    struct Channel {
-        LevelMeterPair input, output;
-    };
+    enum Side { kInput, kOutput };
+    static constexpr int kRow = kLongest + LevelLanes::kReadsBeyond;
 
-    std::vector<Channel> channels_;
+    /// Where the samples of a channel wait. Of a pair of channels the inputs come first.
+    float* row(int channel, Side side) noexcept
+    {
+        return waiting_.data() +
+               (channel / 2 * LevelLanes::kSignals + 2 * side + channel % 2) * kRow;
+    }
+    template <typename T> void measure(Side side, int channel, const T* x, int n) noexcept
+    {
+        assert(n <= kLongest);
+        n = std::min(n, kLongest);
+        if (channel == 0) {
+            if (frames_[side] + n > kLongest) follow();
+            begin_[side] = frames_[side];
+            frames_[side] += n;
+        }
+        float* const to = row(channel, side) + begin_[side];
+        for (int i = 0; i < n; ++i) to[i] = static_cast<float>(x[i]);
+    }
+    /// Takes on what waits.
+    void follow() noexcept
+    {
+        const int in = frames_[kInput], out = frames_[kOutput];
+        for (int c = 0; c < channels_; c += 2) {
+            auto& pair = pairs_[static_cast<std::size_t>(c / 2)];
+            const float* const x[] = {row(c, kInput), row(c + 1, kInput), row(c, kOutput),
+                                      row(c + 1, kOutput)};
+            if (in == out) {
+                pair.run(times_, x, in);
+                continue;
+            }
+            pair.runHalf(times_, x, kInput, in);
+            pair.runHalf(times_, x, kOutput, out);
+        }
+        frames_[kInput] = frames_[kOutput] = 0;
+    }
+
     bool isOpen_ = false;
+    int channels_ = 0;
+    int begin_[2] = {};              // of the present slice among the frames that wait
+    int frames_[2] = {};             // that wait, of the inputs and of the outputs
+    std::vector<LevelLanes> pairs_;  // of channels: both inputs, both outputs
+    AlignedBuffer<float> waiting_;
+    LevelLanes::Times times_;
 };
 
 }  // namespace quillworks

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <memory>
-#include <vector>
 
 #include "framework/audio_block.h"
 #include "framework/bypass.h"
@@ -62,16 +61,16 @@ public:
     float getBypassGain(std::int32_t input, std::int32_t output) const noexcept final;
 
     // The component's side. [main thread]
-    void setOwner(AlgorithmOwner* owner) noexcept { owner_ = owner; }
-    const AlgorithmParameterList& parameterList() const noexcept { return list_; }
+    void setOwner(AlgorithmOwner* owner) noexcept { cold_->owner = owner; }
+    const AlgorithmParameterList& parameterList() const noexcept { return *cold_->list; }
     ParameterCrossing& crossing() noexcept { return crossing_; }
     /// Each slot has one writer: the core by its publish(), or what the component measures with.
     MeterSlots& meters() noexcept { return meters_; }
     CallRules& rules() noexcept { return rules_; }
-    const ProcessSpec& spec() const noexcept { return spec_; }
+    const ProcessSpec& spec() const noexcept { return cold_->spec; }
     bool isPrepared() const noexcept { return isPrepared_; }
-    const VNK::SpeakerArrangement& inputLayout() const noexcept { return input_; }
-    const VNK::SpeakerArrangement& outputLayout() const noexcept { return output_; }
+    const VNK::SpeakerArrangement& inputLayout() const noexcept { return cold_->input; }
+    const VNK::SpeakerArrangement& outputLayout() const noexcept { return cold_->output; }
     bool isSideChainActive() const noexcept
     {
         return sideChainActive_.load(std::memory_order_relaxed);
@@ -88,7 +87,7 @@ public:
     /// was drawn; `bypassed` as the user sees it. [any thread]
     void setDelays(std::uint32_t stamp, std::uint32_t latency, std::uint32_t tail,
                    bool bypassed) noexcept;
-    std::uint32_t drawDelayStamp() noexcept { return delayStamps_.draw(); }
+    std::uint32_t drawDelayStamp() noexcept { return cold_->delayStamps.draw(); }
 
     /// Stores a value and marks its group of derived coefficients. Called for each changed
     /// parameter at the start of a block, in declaration order; a trigger gives 1. An effect
@@ -96,7 +95,8 @@ public:
     virtual void setParameter(Tag tag, float value) noexcept = 0;
 
 protected:
-    explicit AudioEffectAlgorithm(AlgorithmParameterList list);
+    /// All instances of a class have one list.
+    explicit AudioEffectAlgorithm(std::shared_ptr<const AlgorithmParameterList> list);
 
     // What PrecisionAlgorithm implements. prepareCore may throw std::bad_alloc.
     virtual void prepareCore(const ProcessSpec& spec, VNK::Precision precision) = 0;
@@ -119,41 +119,56 @@ protected:
 private:
     static constexpr double kUntoldTempo = 120;
 
-    template <typename T> struct Scratch;
-
     void takeParameters() noexcept;
+    template <typename T> struct Course;
+    template <typename T> void processAs(const VNK::ProcessData& data) noexcept;
+    template <typename T> void processWithRows(Course<T>& course) noexcept;
     template <typename T>
-    void processAs(const VNK::ProcessData& data, Scratch<T>& scratch) noexcept;
-    template <typename T> void processPiece(AudioBlock<T>& piece, Scratch<T>& scratch) noexcept;
+    void processPiece(Course<T>& course, int frames, T* rows, int length) noexcept;
+    template <typename T>
+    void fade(const AudioBlock<T>& piece, const T* bypass, int length) noexcept;
     template <typename T> void runCore(AudioBlock<T>& block) noexcept;
     void restartCore() noexcept;
+    void advanceTransport(int frames) noexcept;
     void tellOwner(const char* message) noexcept;
+    /// What bypass plays is not the input channel by channel.
+    bool isLaid() const noexcept { return !cold_->bypassGains.isIdentity(); }
+    /// What bypass plays has to be kept beside what the core works on.
+    bool needsDry() const noexcept { return !bypass_.isOn() && (isLaid() || !bypass_.isOff()); }
 
-    CallRules rules_;
-    const AlgorithmParameterList list_;
-    ParameterCrossing crossing_;  // list_.slots()
-    MeterSlots meters_;           // list_.meters()
-    ProcessSpec spec_;
-    VNK::SpeakerArrangement input_ = VNK::SpeakerArrangement::withChannels(2);
-    VNK::SpeakerArrangement output_ = VNK::SpeakerArrangement::withChannels(2);
+    /// What a block does not look at.
+    struct Cold {
+        explicit Cold(std::shared_ptr<const AlgorithmParameterList> l) : list(std::move(l)) {}
+
+        const std::shared_ptr<const AlgorithmParameterList> list;
+        ProcessSpec spec;
+        VNK::SpeakerArrangement input = VNK::SpeakerArrangement::withChannels(2);
+        VNK::SpeakerArrangement output = VNK::SpeakerArrangement::withChannels(2);
+        BypassGains bypassGains;
+        LatestWord::Stamps delayStamps;
+        AlgorithmOwner* owner = nullptr;
+    };
+
+    // Hundreds of instances are processed in turn: what each block reads lies side by side, in the
+    // first cache lines of the object.
     VNK::Precision precision_ = VNK::Precision::Float;
     bool isPrepared_ = false;
     bool isFresh_ = true;  // nothing processed since reset
     std::atomic<bool> sideChainActive_{false};
     std::atomic<bool> wetOnly_{false};
     bool wetOnlySeen_ = false;
-    std::atomic<double> tempo_{0};  // 0: nobody has told
-    double tempoSeen_ = 0;
-    VNK::Transport transport_;
+    bool hasTransport_ = false;         // told for the coming block
+    int channels_ = 0, maxFrames_ = 0;  // of the spec
     int gridPhase_ = 0;
     BypassFade bypass_;
-    BypassGains bypassGains_;
-    LatestWord::Stamps delayStamps_;
+    std::atomic<double> tempo_{0};  // 0: nobody has told
+    double tempoSeen_ = 0;
     LatestWord ownLatency_, ownTail_, reportsBypassed_;
-
-    std::unique_ptr<Scratch<float>> floatScratch_;
-    std::unique_ptr<Scratch<double>> doubleScratch_;
-    AlgorithmOwner* owner_ = nullptr;
+    ParameterCrossing crossing_;  // of the list's slots
+    MeterSlots meters_;           // of the list's meters
+    VNK::Transport transport_;
+    CallRules rules_;
+    const std::unique_ptr<Cold> cold_;
 };
 
 /// An insert effect: input and output of the same layout.

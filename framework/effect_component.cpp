@@ -300,6 +300,16 @@ float AudioEffectComponent::readMeter(std::int32_t index) const noexcept
     return m ? algorithm_->meters().read(static_cast<std::size_t>(m->meter)) : 0;
 }
 
+std::int32_t AudioEffectComponent::readMeters(float* values, std::int32_t count) const noexcept
+{
+    if (!values) return 0;
+    count = std::clamp(count, 0, countMeters());
+    const auto& slots = algorithm_->meters();
+    for (std::int32_t i = 0; i < count; ++i)
+        values[i] = slots.read(shownMeters_[static_cast<std::size_t>(i)]);
+    return count;
+}
+
 std::int32_t AudioEffectComponent::meterToText(std::int32_t index, float value, char* text,
                                                std::int32_t size) const noexcept
 {
@@ -336,7 +346,7 @@ void AudioEffectComponent::setupChanged(const char* message) noexcept
         shownMeters_.clear();
         for (std::size_t i = 0; i < list_.meters().size(); ++i)
             if (const auto& m = list_.meters()[i]; !m.perChannel || m.index < channels())
-                shownMeters_.push_back(static_cast<int>(i));
+                shownMeters_.push_back(static_cast<std::uint16_t>(i));
     } catch (...) {  // out of memory: the old attributes stay
     }
     if (isPrepared()) reconcile();

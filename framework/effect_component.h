@@ -42,7 +42,7 @@ struct Delays {
 class AudioEffectComponent
     : public VNK::Object<VNK::IEffectComponent, VNK::IEffectParameters, VNK::IEffectGestures,
                          VNK::IEffectMeters, VNK::IEffectState, VNK::IEffectPrograms,
-                         VNK::IEffectAttributes, VNK::IEffectViews>,
+                         VNK::IEffectAttributes, VNK::IEffectViews, VNK::IEffectReadings>,
       private AlgorithmOwner {
 public:
     /// Owns the algorithm from now on and publishes the parameters of its table in their order.
@@ -75,6 +75,7 @@ public:
     std::int32_t countMeters() const noexcept final;
     bool getMeter(std::int32_t index, VNK::MeterInfo& info) const noexcept final;
     float readMeter(std::int32_t index) const noexcept final;
+    std::int32_t readMeters(float* values, std::int32_t count) const noexcept final;
     std::int32_t meterToText(std::int32_t index, float value, char* text,
                              std::int32_t size) const noexcept final;
     const char* meterChoice(std::int32_t index, std::int32_t step) const noexcept final;
@@ -181,8 +182,7 @@ private:
     const AlgorithmParameter* shownMeter(std::int32_t index) const noexcept
     {
         if (index < 0 || index >= countMeters()) return nullptr;
-        const int shown = shownMeters_[static_cast<std::size_t>(index)];
-        return &list_.meters()[static_cast<std::size_t>(shown)];
+        return &list_.meters()[shownMeters_[static_cast<std::size_t>(index)]];
     }
     bool isSettable(std::int32_t index, float value) const noexcept;
     void store(std::int32_t index, float value) noexcept;
@@ -197,12 +197,13 @@ private:
     bool restore(StoredState state);
     void scanPrograms() const;
 
+    // The first two are read after every block.
     VNK::Ref<AudioEffectAlgorithm> algorithm_;
-    const AlgorithmParameterList& list_;  // the algorithm's
+    std::vector<std::uint16_t> shownMeters_;  // of list_.meters(), those this channel count has
+    const AlgorithmParameterList& list_;      // the algorithm's
     EffectTraits traits_;
     std::vector<std::string> viewNames_;
     std::unique_ptr<Value[]> values_;
-    std::vector<int> shownMeters_;  // of list_.meters(), those present with this channel count
     std::map<std::string, Attribute, std::less<>> attributes_;
     VNK::UID classId_;
     std::string name_, programName_;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Carries measured values to the main thread: one 32-bit word each, exchanged once per block. Each
+// Carries measured values to the main thread: one 32-bit word each, stored once per block. Each
 // slot has one writer, the audio thread or whoever else measures.
 #pragma once
 
@@ -15,32 +15,52 @@
 
 namespace quillworks {
 
+/// The meters of a class by tag, the same for all of its instances.
+class MeterTags {
+public:
+    MeterTags() = default;
+    /// In declaration order. Allocates. [main thread]
+    explicit MeterTags(const std::vector<VNK::Tag>& tags)
+    {
+        for (std::size_t i = 0; i < tags.size(); ++i)
+            places_.emplace_back(tags[i], static_cast<std::uint32_t>(i));
+        std::sort(places_.begin(), places_.end());
+    }
+
+    using Place = std::pair<VNK::Tag, std::uint32_t>;  // tag and slot
+    std::size_t size() const noexcept { return places_.size(); }
+    /// The first place whose tag is not below `tag`.
+    const Place* from(VNK::Tag tag) const noexcept
+    {
+        return std::lower_bound(places_.data(), end(), Place(tag, 0));
+    }
+    const Place* end() const noexcept { return places_.data() + places_.size(); }
+
+private:
+    std::vector<Place> places_;
+};
+
 class MeterSlots {
 public:
-    /// Tags with their start values, in declaration order. Allocates. [main thread]
-    explicit MeterSlots(const std::vector<std::pair<VNK::Tag, float>>& meters)
-        : slots_(std::make_unique<std::atomic<std::uint32_t>[]>(meters.size()))
+    /// The tags outlive the slots; start values in declaration order. Allocates. [main thread]
+    MeterSlots(const MeterTags& tags, const std::vector<float>& starts)
+        : slots_(std::make_unique<std::atomic<std::uint32_t>[]>(starts.size())), tags_(&tags)
     {
-        for (std::size_t i = 0; i < meters.size(); ++i) {
-            set(i, meters[i].second);
-            byTag_.emplace_back(meters[i].first, i);
-        }
-        std::sort(byTag_.begin(), byTag_.end());
+        for (std::size_t i = 0; i < starts.size(); ++i) set(i, starts[i]);
     }
 
     /// Publishes under a tag; a tag without a slot is ignored. [the slot's writer]
     void publish(VNK::Tag tag, float value) noexcept
     {
-        const auto at =
-            std::lower_bound(byTag_.begin(), byTag_.end(), std::pair(tag, std::size_t{0}));
-        if (at != byTag_.end() && at->first == tag) set(at->second, value);
+        const auto* const at = tags_->from(tag);
+        if (at != tags_->end() && at->first == tag) set(at->second, value);
     }
     /// Publishes value(i) under the tags base .. base + n - 1 of a family. [the
     /// slots' writer]
     template <class F> void publishFamily(VNK::Tag base, int n, F&& value) noexcept
     {
-        auto at = std::lower_bound(byTag_.begin(), byTag_.end(), std::pair(base, std::size_t{0}));
-        for (int i = 0; i < n && at != byTag_.end(); ++i, ++at)
+        const auto* at = tags_->from(base);
+        for (int i = 0; i < n && at != tags_->end(); ++i, ++at)
             if (at->first == base + static_cast<VNK::Tag>(i)) set(at->second, value(i));
     }
     /// The latest value of the i-th meter. [any thread]
@@ -52,13 +72,11 @@ public:
 private:
     void set(std::size_t i, float value) noexcept
     {
-        const auto bits = std::bit_cast<std::uint32_t>(value);
-        if (slots_[i].load(std::memory_order_relaxed) != bits)  // exchange costs a bus lock
-            slots_[i].exchange(bits, std::memory_order_relaxed);
+        slots_[i].store(std::bit_cast<std::uint32_t>(value), std::memory_order_relaxed);
     }
 
     std::unique_ptr<std::atomic<std::uint32_t>[]> slots_;
-    std::vector<std::pair<VNK::Tag, std::size_t>> byTag_;
+    const MeterTags* tags_;
 };
 
 }  // namespace quillworks

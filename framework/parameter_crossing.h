@@ -36,13 +36,16 @@ public:
         } else {
             values_[slot].store(std::bit_cast<std::uint32_t>(value), std::memory_order_relaxed);
         }
-        dirty_[slot / 64].fetch_or(std::uint64_t{1} << slot % 64, std::memory_order_seq_cst);
+        dirty_[slot / 64].fetch_or(std::uint64_t{1} << slot % 64, std::memory_order_release);
+        hasChanges_.exchange(true, std::memory_order_seq_cst);
     }
 
     /// Calls apply(slot, value) for every slot written since the last call, in declaration order;
     /// a trigger gives 1. Returns whether there was any. [audio thread]
     template <class F> bool drain(F&& apply)
     {
+        if (!hasChanges_.load(std::memory_order_relaxed)) return false;
+        hasChanges_.exchange(false, std::memory_order_acquire);
         bool any = false;
         for (std::size_t w = 0; w < words_; ++w) {
             if (dirty_[w].load(std::memory_order_relaxed) == 0)
@@ -66,6 +69,7 @@ public:
 private:
     static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
+    std::atomic<bool> hasChanges_{false};  // set last: all that a block without changes looks at
     std::size_t size_, words_;
     std::unique_ptr<std::atomic<std::uint32_t>[]> values_;
     std::unique_ptr<std::atomic<std::uint64_t>[]> dirty_;

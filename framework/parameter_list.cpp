@@ -121,6 +121,13 @@ void AlgorithmParameterList::add(AlgorithmParameter p, Kind kind)
     parameters_.push_back(std::move(p));
 }
 
+MeterTags AlgorithmParameterList::tagsOf(const std::vector<AlgorithmParameter>& meters)
+{
+    std::vector<Tag> tags;
+    for (const auto& meter : meters) tags.push_back(meter.tag);
+    return MeterTags(tags);
+}
+
 int AlgorithmParameterList::find(std::string_view key) const noexcept
 {
     for (std::size_t i = 0; i < parameters_.size(); ++i)

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "framework/meter_slots.h"
 #include "framework/parameter.h"
 
 namespace quillworks {
@@ -54,12 +55,14 @@ public:
     {
         for (const auto& row : rows)
             for (int i = 0; i < row.count(); ++i) add(described(row, i), row.kind);
+        meterTags_ = tagsOf(meters_);
     }
 
     // All in declaration order, families expanded.
     const std::vector<AlgorithmParameter>& parameters() const noexcept { return parameters_; }
     /// Readings, and the meters among the parameters.
     const std::vector<AlgorithmParameter>& meters() const noexcept { return meters_; }
+    const MeterTags& meterTags() const noexcept { return meterTags_; }
     const std::vector<AlgorithmSlot>& slots() const noexcept { return slots_; }
     /// Index of a parameter by key or tag, or -1.
     int find(std::string_view key) const noexcept;
@@ -88,9 +91,11 @@ private:
         return p;
     }
     void add(AlgorithmParameter parameter, Kind kind);
+    static MeterTags tagsOf(const std::vector<AlgorithmParameter>& meters);
 
     std::vector<AlgorithmParameter> parameters_;
     std::vector<AlgorithmParameter> meters_;
+    MeterTags meterTags_;
     std::vector<AlgorithmSlot> slots_;
 };
 

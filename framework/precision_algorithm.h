@@ -3,7 +3,9 @@
 #pragma once
 
 #include <algorithm>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -37,24 +39,16 @@ public:
     static_assert(isCore<CoreOf<float>, float>() && isCore<CoreOf<double>, double>());
 
     explicit PrecisionAlgorithm(std::span<const Parameter<Settings>> rows)
-        : Base(AlgorithmParameterList(rows))
-    {
-        for (const auto& row : rows)
-            for (int i = 0; i < row.count(); ++i) {
-                if (row.isMeter()) continue;
-                byTag_.push_back({row.tag + static_cast<Tag>(i), i, &row});
-                if (float* field = fieldOf(row, i)) *field = row.forward(row.defaultAt(i));
-            }
-        std::sort(byTag_.begin(), byTag_.end(),
-                  [](const Entry& a, const Entry& b) { return a.tag < b.tag; });
-    }
+        : PrecisionAlgorithm(tableOf(rows))
+    {}
 
     void setParameter(Tag tag, float value) noexcept override
     {
-        const auto at = std::lower_bound(byTag_.begin(), byTag_.end(), tag,
+        const auto& byTag = table_->byTag;
+        const auto at = std::lower_bound(byTag.begin(), byTag.end(), tag,
                                          [](const Entry& e, Tag t) { return e.tag < t; });
-        if (at == byTag_.end() || at->tag != tag) return;
-        if (float* field = fieldOf(*at->row, at->index))
+        if (at == byTag.end() || at->tag != tag) return;
+        if (float* field = fieldOf(settings_, *at->row, at->index))
             store(*field, value, at->row->dirty);
         else
             markDirty(at->row->dirty);
@@ -136,17 +130,51 @@ private:
         const Parameter<Settings>* row;
     };
 
-    float* fieldOf(const Parameter<Settings>& row, int index) noexcept
+    /// What all instances of a class share, made for the first of them.
+    struct Table {
+        explicit Table(std::span<const Parameter<Settings>> rows)
+            : list(std::make_shared<AlgorithmParameterList>(rows))
+        {
+            for (const auto& row : rows)
+                for (int i = 0; i < row.count(); ++i) {
+                    if (row.isMeter()) continue;
+                    byTag.push_back({row.tag + static_cast<Tag>(i), i, &row});
+                    if (float* field = fieldOf(defaults, row, i))
+                        *field = row.forward(row.defaultAt(i));
+                }
+            std::sort(byTag.begin(), byTag.end(),
+                      [](const Entry& a, const Entry& b) { return a.tag < b.tag; });
+        }
+
+        std::shared_ptr<const AlgorithmParameterList> list;
+        std::vector<Entry> byTag;
+        Settings defaults{};
+    };
+
+    /// Of these rows, which live as long as the process. [any thread]
+    static const Table& tableOf(std::span<const Parameter<Settings>> rows)
     {
-        if (row.family.element) return &row.family.element(settings_, index);
-        return row.field ? &(settings_.*row.field) : nullptr;
+        static std::mutex mutex;
+        static std::map<const void*, Table> tables;  // classes may share a core
+        const std::lock_guard lock(mutex);
+        return tables.try_emplace(rows.data(), rows).first->second;
     }
 
-    std::vector<Entry> byTag_;
-    Settings settings_{};
-    unsigned dirty_ = 0;
+    explicit PrecisionAlgorithm(const Table& table)
+        : Base(table.list), table_(&table), settings_(table.defaults)
+    {}
+
+    static float* fieldOf(Settings& settings, const Parameter<Settings>& row, int index) noexcept
+    {
+        if (row.family.element) return &row.family.element(settings, index);
+        return row.field ? &(settings.*row.field) : nullptr;
+    }
+
     std::unique_ptr<CoreOf<float>> float_;
     std::unique_ptr<CoreOf<double>> double_;
+    unsigned dirty_ = 0;
+    const Table* table_;
+    Settings settings_{};
 };
 
 }  // namespace quillworks

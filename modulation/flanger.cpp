@@ -87,12 +87,6 @@ constexpr auto kParameters = joinedRows(
 
 constexpr std::int64_t kOne = TapGlide::kOne;
 
-/// Samples as a delay whose ramp over a sub-block has whole steps.
-std::int64_t delayOf(double samples)
-{
-    return static_cast<std::int64_t>(samples * double(kOne / kSubBlock)) * kSubBlock;
-}
-
 bool isDampOff(float damp, double sampleRate)
 {
     return isNeutral(damp, kDampOff) || double(damp) >= kHighestCutOff * sampleRate;
@@ -205,7 +199,8 @@ template <typename T> void FlangerCore<T>::moveDelays() noexcept
     constexpr double kEarliest = -0.001 * kMostDepth, kLatest = 0.001 * (kMostDelay + kMostDepth);
     for (const Phase phase : {Left, Right}) {
         const double v = lfo_.read(voices_[phase], phase == Right ? ahead : 0);
-        const auto r = delayOf(sampleRate_ * std::clamp(delay + depth * v, kEarliest, kLatest));
+        const auto r =
+            MovingDelay::of(sampleRate_ * std::clamp(delay + depth * v, kEarliest, kLatest));
         delays_[phase] = {isFresh_ ? r : delays_[phase].to, r};
     }
     together_ = delays_[Left] == delays_[Right];
@@ -241,7 +236,7 @@ template <typename T> void FlangerCore<T>::moveDamping() noexcept
     follow(dampStep_, c.b);
     follow(dampLow_, c.l);
     follow(dampDirect_, c.h);
-    const auto delay = delayOf(share / (2 * g));
+    const auto delay = MovingDelay::of(share / (2 * g));
     dampDelay_ = {isFresh_ ? delay : dampDelay_.to, delay};
 }
 
@@ -265,7 +260,7 @@ template <typename T>
 void FlangerCore<T>::lay(const TapLaw& law, Phase phase, TapPath& path) const noexcept
 {
     constexpr std::int64_t kLeast = kNearest * kOne;
-    const Delay& r = delays_[phase];
+    const MovingDelay& r = delays_[phase];
     const std::int64_t step = r.step(), first = r.from + step - law.turn, last = r.to - law.turn;
     const bool damps = law.isInLoop && damps_;
     const std::int64_t dampStep = damps ? dampDelay_.step() : 0;

@@ -12,9 +12,9 @@
 #include "dsp/delay_line.h"
 #include "dsp/dry_wet.h"
 #include "dsp/long_line.h"
-#include "dsp/tap_reader.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
+#include "modulation/moving_delay.h"
 #include "modulation/song_lfo.h"
 
 namespace quillworks {
@@ -60,20 +60,14 @@ private:
         DelayLine<T> dry;
         T low = 0;  // what the damping remembers
     };
-    /// A delay in samples of 2^-32, before the sub-block and at its end.
-    struct Delay {
-        std::int64_t from = 0, to = 0;
-
-        std::int64_t step() const noexcept { return (to - from) / kSubBlock; }
-        bool operator==(const Delay&) const = default;
-    };
     /// How the delay of a tap follows from that of the comb: the comb's, which turns round at a
     /// point or goes on, and an offset. In the loop it makes up for the damping.
     struct TapLaw {
         std::int64_t offset = 0, turn = 0;
         bool turns = false, isInLoop = false;
     };
-    /// Delays of a tap over a sub-block: evenly spaced, or frame by frame where it turns round.
+    /// Delays of a tap over a sub-block, in samples of 2^-32: evenly spaced, or frame by frame
+    /// where it turns round.
     struct TapPath {
         bool isEven = true;
         std::int64_t first = 0, step = 0;
@@ -117,7 +111,7 @@ private:
     SongLfo lfo_;
     std::array<LfoVoice, kPhases> voices_;
     Smoothed<double> delay_, depth_, stereo_;
-    std::array<Delay, kPhases> delays_;
+    std::array<MovingDelay, kPhases> delays_;
     bool together_ = true;  // both phases have the same delays
     std::array<Ways, kPhases> ways_;
     Switch<bool> throughZero_;
@@ -129,7 +123,7 @@ private:
 
     Smoothed<double> octave_, damped_;  // damping: log2 of the frequency, share of its output
     Course<T> dampKeep_, dampStep_, dampLow_, dampDirect_;
-    Delay dampDelay_;  // at low frequencies
+    MovingDelay dampDelay_;  // at low frequencies
     bool damps_ = false;
 
     DryWet<T> dryWet_;

@@ -50,6 +50,8 @@ public:
     /// Periods per second as they sound now.
     double hertz() const noexcept;
     LfoWave wave() const noexcept { return waves_.wave(); }
+    /// For further cycles of the same song.
+    const SongClock& clock() const noexcept { return clock_; }
 
 private:
     void update() noexcept;

@@ -25,6 +25,8 @@
 #include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"
 #include "mixing/surround_panner.h"
+#include "modulation/autofilter.h"
+#include "modulation/chorus.h"
 #include "modulation/flanger.h"
 #include "modulation/phaser.h"
 #include "modulation/wobbla.h"

@@ -7,7 +7,8 @@
 namespace quillworks {
 namespace {
 
-constexpr BufferMemory kOfTheHost{core_malloc, core_free};
+constexpr BufferMemory kOfTheHost{core_malloc, core_free,
+                                  [](std::size_t bytes) noexcept { return core_calloc(1, bytes); }};
 const BufferMemory* gOwn = nullptr;
 
 const bool kIsRegistered = [] {

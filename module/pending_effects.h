@@ -9,10 +9,6 @@ namespace quillworks {
 
 using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
 using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using ChorusAlgorithm = PassThroughAlgorithm;
-using ChorusComponent = PassThroughComponent<"Chorus">;
-using AutoFilterAlgorithm = PassThroughAlgorithm;
-using AutoFilterComponent = PassThroughComponent<"AutoFilter">;
 using ReverbAlgorithm = PassThroughAlgorithm;
 using ReverbComponent = PassThroughComponent<"Reverb">;
 using SwellroomAlgorithm = PassThroughAlgorithm;

@@ -29,6 +29,25 @@ template <class F> void forEachPart(std::string_view list, F&& f)
     }
 }
 
+/// What instances need to know of the ports beyond their roles.
+void describePorts(Plugin& plugin, const VNK::HostedEffect& component)
+{
+    for (const auto& port : plugin.ports) {
+        const bool isMeter = port.role == Port::Role::Meter;
+        plugin.place.push_back(
+            static_cast<int>(isMeter ? plugin.meters.size() : plugin.controls.size()));
+        if (isMeter) {
+            VNK::MeterInfo info{};
+            component.getMeter(port.index, info);
+            plugin.meters.push_back({port.index, info.minimum, info.maximum});
+        } else if (port.role == Port::Role::Parameter) {
+            VNK::ParameterInfo info{};
+            component.getParameter(port.index, info);
+            plugin.controls.push_back({port.index, info.defaultValue});
+        }
+    }
+}
+
 }  // namespace
 
 std::vector<Plugin> pluginsOf(const VNK::ClassDescription& effect,
@@ -41,6 +60,7 @@ std::vector<Plugin> pluginsOf(const VNK::ClassDescription& effect,
         plugin.title += titleSuffix;
         plugin.uri = "urn:quillworks:" + plugin.fileName;
         plugin.ports = portsOf(component, plugin.input, plugin.output, plugin.hasSideChain);
+        describePorts(plugin, component);
         plugins.push_back(std::move(plugin));
     };
     const char* layouts = component.getString("layouts");

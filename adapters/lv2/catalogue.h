@@ -23,6 +23,19 @@ struct Plugin {
     std::string uri;       // "urn:quillworks:" and the file name
     std::string title;     // "Quillworks Mixtool 5.1"
     std::vector<Port> ports;
+
+    struct Control {
+        int parameter;  // of the component's list
+        float start;    // what the effect stands at when it is new
+    };
+    struct Meter {
+        int index;  // of the component's list
+        float minimum, maximum;
+    };
+    // Of the ports with these roles, in their order.
+    std::vector<Control> controls;
+    std::vector<Meter> meters;
+    std::vector<int> place;  // of every port: which control or which meter it is
 };
 
 /// The plug-ins of one effect: one for each of its layouts ("stereo", or "mono>stereo" where the
@@ -41,7 +54,7 @@ public:
     Catalogue& operator=(const Catalogue&) = delete;
 
     const std::vector<Plugin>& plugins() const noexcept { return plugins_; }
-    const VNK::IClassFactory& factory() const noexcept { return *factory_; }
+    VNK::IClassFactory& factory() const noexcept { return *factory_; }
     /// A new effect in the plug-in's layout, in single precision, not prepared yet; empty without
     /// memory.
     VNK::HostedEffect create(const Plugin& plugin) const;

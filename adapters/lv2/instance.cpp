@@ -22,10 +22,16 @@ constexpr double kLongestDrySeconds = 0.25;
 
 Instance::Instance(VNK::HostedEffect effect, const Plugin& plugin, double sampleRate,
                    const LV2_Feature* const* features)
-    : plugin_(plugin),
+    : inputs_(plugin.input.channels),
+      outputs_(plugin.output.channels),
+      sides_(count(plugin.ports, Role::SideChain)),
+      in_(static_cast<std::size_t>(inputs_ + sides_)),
+      out_(static_cast<std::size_t>(outputs_)),
+      meterPorts_(plugin.meters.size()),
+      plugin_(plugin),
       effect_(std::move(effect)),
-      sampleRate_(sampleRate),
-      seen_(plugin.ports.size())
+      controlPorts_(plugin.controls.size()),
+      sampleRate_(sampleRate)
 {
     readOptions(features);
     if (!effect_) throw std::bad_alloc();
@@ -36,31 +42,15 @@ Instance::Instance(VNK::HostedEffect effect, const Plugin& plugin, double sample
     // Hosts show output ports whenever they like: meters run as if somebody looked.
     effect_->setEditorOpen(true);
     position_.map(map_, sampleRate);
-
-    const auto n = static_cast<std::size_t>(maxFrames_);
-    in_.resize(static_cast<std::size_t>(plugin.input.channels));
-    out_.resize(static_cast<std::size_t>(plugin.output.channels));
-    side_.resize(static_cast<std::size_t>(count(plugin.ports, Role::SideChain)));
-    sideCopy_.assign(side_.size(), std::vector<float>(n));
-    silence_.resize(n);
-    nowhere_.resize(n);
-    dry_.prepare(*effect_->algorithm(), plugin.input.channels, plugin.output.channels, sampleRate,
-                 maxFrames_, static_cast<int>(kLongestDrySeconds * sampleRate));
-    for (const auto& port : plugin.ports) {
-        controlOfPort_.push_back(static_cast<int>(controls_.size()));
-        meterOfPort_.push_back(static_cast<int>(meters_.size()));
-        if (port.role == Role::Parameter) {
-            // The effect stands at its defaults: a port that does as well is no news.
-            VNK::ParameterInfo info{};
-            effect_->getParameter(port.index, info);
-            seen_[controls_.size()].store(info.defaultValue, std::memory_order_relaxed);
-            controls_.push_back({port.index, nullptr});
-        }
-        if (port.role != Role::Meter) continue;
-        VNK::MeterInfo info{};
-        effect_->getMeter(port.index, info);
-        meters_.push_back({port.index, nullptr, info.minimum, info.maximum});
-    }
+    sequence_ = position_.sequence();
+    readings_.resize(static_cast<std::size_t>(effect_->countMeters()));
+    runs_.reserve(plugin.controls.size());
+    // The effect stands at its defaults: a port that does as well is no news.
+    for (const auto& control : plugin.controls) seen_.push_back(control.start);
+    sideCopy_ = std::make_unique_for_overwrite<float[]>(static_cast<std::size_t>(sides_) *
+                                                        static_cast<std::size_t>(maxFrames_));
+    dry_.prepare(*effect_->algorithm(), inputs_, outputs_, sampleRate, maxFrames_,
+                 static_cast<int>(kLongestDrySeconds * sampleRate));
 }
 
 void Instance::readOptions(const LV2_Feature* const* features)
@@ -91,6 +81,7 @@ void Instance::connect(std::uint32_t port, void* data) noexcept
     if (port >= plugin_.ports.size()) return;
     const auto& p = plugin_.ports[port];
     const auto i = static_cast<std::size_t>(p.index);
+    const auto place = static_cast<std::size_t>(plugin_.place[port]);
     switch (p.role) {
     case Role::AudioIn:
         in_[i] = static_cast<const float*>(data);
@@ -99,7 +90,7 @@ void Instance::connect(std::uint32_t port, void* data) noexcept
         out_[i] = static_cast<float*>(data);
         break;
     case Role::SideChain:
-        side_[i] = static_cast<const float*>(data);
+        in_[static_cast<std::size_t>(inputs_) + i] = static_cast<const float*>(data);
         break;
     case Role::Events:
         events_ = static_cast<const LV2_Atom_Sequence*>(data);
@@ -116,11 +107,11 @@ void Instance::connect(std::uint32_t port, void* data) noexcept
     case Role::FreeWheel:
         break;  // the effects do the same work either way
     case Role::Parameter:
-        controls_[static_cast<std::size_t>(controlOfPort_[port])].port =
-            static_cast<const float*>(data);
+        controlPorts_[place] = static_cast<const float*>(data);
+        areRunsKnown_ = false;
         break;
     case Role::Meter:
-        meters_[static_cast<std::size_t>(meterOfPort_[port])].port = static_cast<float*>(data);
+        meterPorts_[place] = static_cast<float*>(data);
         break;
     }
 }
@@ -132,21 +123,50 @@ void Instance::activate() noexcept
     position_.forget();
 }
 
+/// Hosts may connect between any two blocks: the room for the runs is there.
+void Instance::findRuns() noexcept
+{
+    runs_.clear();
+    for (std::size_t i = 0; i < controlPorts_.size(); ++i) {
+        const float* const port = controlPorts_[i];
+        const int control = static_cast<int>(i);
+        if (!port) continue;
+        const bool goesOn = !runs_.empty() && runs_.back().first + runs_.back().count == port &&
+                            runs_.back().control + runs_.back().count == control;
+        if (goesOn)
+            ++runs_.back().count;
+        else
+            runs_.push_back({port, control, 1});
+    }
+    areRunsKnown_ = true;
+}
+
 void Instance::readControls() noexcept
 {
-    for (std::size_t i = 0; i < controls_.size(); ++i) {
-        const auto& control = controls_[i];
-        if (!control.port) continue;
-        const float value = *control.port;
-        // A value that stands still is not set again: an effect may have moved the parameter
-        // since, as coupled ones do, and the host cannot be told.
-        if (value == seen_[i].load(std::memory_order_relaxed) || !std::isfinite(value)) continue;
-        seen_[i].store(value, std::memory_order_relaxed);
-        // Ports of parameters that cannot be automated are marked so: what arrives there was set.
-        if (effect_->getValue(control.parameter) != value)
-            effect_->setBetweenBlocks(control.parameter, value);
+    if (!areRunsKnown_) findRuns();
+    for (const auto& run : runs_) {
+        const float* const seen = seen_.data() + run.control;
+        bool isNew = false;
+        for (int i = 0; i < run.count; ++i) isNew |= run.first[i] != seen[i];
+        if (!isNew) continue;
+        for (int i = 0; i < run.count; ++i) take(run.control + i, run.first[i]);
     }
-    effect_->algorithm()->setSideChainActive(isOn(sideChainOn_, false));
+    if (const bool isOn = this->isOn(sideChainOn_, false); isOn != isSideChainOn_) {
+        isSideChainOn_ = isOn;
+        runner_.algorithm().setSideChainActive(isOn);
+    }
+}
+
+void Instance::take(int control, float value) noexcept
+{
+    // A value that stands still is not set again: an effect may have moved the parameter since, as
+    // coupled ones do, and the host cannot be told.
+    const auto seen = seenOf(control);
+    if (value == seen.load(std::memory_order_relaxed) || !std::isfinite(value)) return;
+    seen.store(value, std::memory_order_relaxed);
+    // Ports of parameters that cannot be automated are marked so: what arrives there was set.
+    const int parameter = plugin_.controls[static_cast<std::size_t>(control)].parameter;
+    if (effect_->getValue(parameter) != value) effect_->setBetweenBlocks(parameter, value);
 }
 
 void Instance::run(std::uint32_t frames) noexcept
@@ -154,7 +174,7 @@ void Instance::run(std::uint32_t frames) noexcept
     readControls();
     int done = 0;
     const int total = static_cast<int>(std::min<std::uint32_t>(frames, 1u << 30));
-    if (events_ && position_.sequence() != 0 && events_->atom.type == position_.sequence()) {
+    if (events_ && sequence_ != 0 && events_->atom.type == sequence_) {
         LV2_ATOM_SEQUENCE_FOREACH(events_, event)
         {
             const auto at =
@@ -170,25 +190,42 @@ void Instance::run(std::uint32_t frames) noexcept
 
 void Instance::process(int from, int frames) noexcept
 {
-    const auto inputs = static_cast<int>(in_.size()), outputs = static_cast<int>(out_.size());
     const auto piece = [&](int at, int n) {
         const float* in[VNK::kMaxChannels];
         float* out[VNK::kMaxChannels];
-        for (std::size_t c = 0; c < in_.size(); ++c)
-            in[c] = in_[c] ? in_[c] + from + at : silence_.data();
-        for (std::size_t c = 0; c < out_.size(); ++c)
-            out[c] = out_[c] ? out_[c] + from + at : nowhere_.data();
-        for (std::size_t c = 0; c < side_.size(); ++c)
-            if (side_[c])
-                std::copy_n(side_[c] + from + at, n, sideCopy_[c].data());
-            else
-                std::fill_n(sideCopy_[c].data(), n, 0.0f);
-        dry_.keep(in, n);
+        const float* side[2];
+        const auto overlapsOutput = [&](const float* x) {
+            return std::any_of(out, out + outputs_,
+                               [&](const float* y) { return y && x < y + n && y < x + n; });
+        };
+        const int first = from + at;
+        for (int c = 0; c < inputs_; ++c) {
+            const float* const x = in_[static_cast<std::size_t>(c)];
+            in[c] = x ? x + first : nullptr;
+        }
+        for (int c = 0; c < outputs_; ++c) {
+            float* const y = out_[static_cast<std::size_t>(c)];
+            out[c] = y ? y + first : nullptr;
+        }
+        const int sides = isSideChainOn_ ? sides_ : 0;
+        for (int c = 0; c < sides; ++c) {
+            const float* const x = in_[static_cast<std::size_t>(inputs_ + c)];
+            side[c] = x ? x + first : nullptr;
+            if (!x || !overlapsOutput(side[c])) continue;
+            float* const copy = sideCopy_.get() + c * maxFrames_;
+            std::copy_n(side[c], n, copy);
+            side[c] = copy;
+        }
+        const bool isOn = this->isOn(enabled_, true);
+        const bool skipsDry = dry_.canSkip(isOn);
+        if (!skipsDry) dry_.keep(in, n);
         position_.tell(runner_.algorithm());
-        runner_.process<float>({in, inputs}, {out, outputs}, n,
-                               {sideCopy_, static_cast<int>(side_.size())});
+        runner_.process<float>({in, inputs_}, {out, outputs_}, n, {side, sides});
         position_.advance(n);
-        dry_.mix(out, n, static_cast<int>(runner_.algorithm().getLatency()), isOn(enabled_, true));
+        if (skipsDry)
+            dry_.skip();
+        else
+            dry_.mix(out, n, static_cast<int>(runner_.algorithm().getLatency()), isOn);
     };
     VNK::runCut(
         frames, [this](int) { return maxFrames_; }, piece);
@@ -196,13 +233,15 @@ void Instance::process(int from, int frames) noexcept
 
 void Instance::writeOutputs() noexcept
 {
-    for (const auto& meter : meters_) {
-        if (!meter.port) continue;
-        const float value = effect_->readMeter(meter.index);
+    effect_->readMeters(readings_.data(), static_cast<std::int32_t>(readings_.size()));
+    for (std::size_t i = 0; i < meterPorts_.size(); ++i) {
+        if (!meterPorts_[i]) continue;
+        const auto& meter = plugin_.meters[i];
+        const float value = readings_[static_cast<std::size_t>(meter.index)];
         // Not a number stands for "nothing to show", which a host cannot draw.
-        *meter.port = value >= meter.minimum ? std::min(value, meter.maximum) : meter.minimum;
+        *meterPorts_[i] = value >= meter.minimum ? std::min(value, meter.maximum) : meter.minimum;
     }
-    if (latency_) *latency_ = static_cast<float>(effect_->algorithm()->getLatency());
+    if (latency_) *latency_ = static_cast<float>(runner_.algorithm().getLatency());
 }
 
 }  // namespace quillworks::lv2

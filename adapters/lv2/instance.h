@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -40,50 +41,56 @@ public:
     const VNK::HostedEffect& effect() noexcept { return *effect_; }  // what runs in it
 
 private:
-    /// A control input: where the host writes it.
-    struct Control {
-        int parameter;
-        const float* port = nullptr;
-    };
-
-    /// A control output.
-    struct Meter {
-        int index;  // of the component's list
-        float* port;
-        float minimum, maximum;
+    /// Control ports that follow one another in the host's memory as they do here: looked at
+    /// together.
+    struct Run {
+        const float* first;
+        int control, count;
     };
 
     void readOptions(const LV2_Feature* const* features);
+    void findRuns() noexcept;
     void readControls() noexcept;
+    void take(int control, float value) noexcept;
     void process(int from, int frames) noexcept;
     void writeOutputs() noexcept;
     bool isOn(const float* port, bool otherwise) const noexcept
     {
         return port ? *port > 0.5f : otherwise;
     }
+    /// What was read from a control last. Only the audio thread writes it while the plug-in runs.
+    std::atomic_ref<float> seenOf(int control) noexcept
+    {
+        return std::atomic_ref(seen_[static_cast<std::size_t>(control)]);
+    }
 
-    const Plugin& plugin_;
-    VNK::HostedEffect effect_;
+    // What every block looks at comes first: a session has hundreds of instances, whose memory is
+    // cold when their turn comes.
     VNK::EffectRunner runner_;
-    LV2_URID_Map* map_ = nullptr;
-    double sampleRate_;
     int maxFrames_ = 1024;
-
-    std::vector<const float*> in_, side_;
-    std::vector<float*> out_;
-    std::vector<Control> controls_;
-    std::vector<std::atomic<float>> seen_;  // what was read from each control last
-    std::vector<int> controlOfPort_, meterOfPort_;
-    std::vector<Meter> meters_;
+    int inputs_, outputs_, sides_;
+    bool areRunsKnown_ = false;
+    bool isSideChainOn_ = false;  // as the effect was told last
+    LV2_URID sequence_ = 0;
     const LV2_Atom_Sequence* events_ = nullptr;
     const float *enabled_ = nullptr, *sideChainOn_ = nullptr;
     float* latency_ = nullptr;
-
-    SongPosition position_;
+    std::vector<const float*> in_;  // of the main input, then of the side-chain
+    std::vector<float*> out_;
+    std::vector<Run> runs_;
+    std::vector<float> seen_;
+    std::vector<float*> meterPorts_;
+    std::vector<float> readings_;  // of the component's meters
     VNK::DryPath<float> dry_;
-    // For ports that are not connected, and for a side-chain that shares its buffer with an output.
-    std::vector<float> silence_, nowhere_;
-    std::vector<std::vector<float>> sideCopy_;
+    const Plugin& plugin_;
+    VNK::HostedEffect effect_;
+    SongPosition position_;
+
+    std::vector<const float*> controlPorts_;
+    LV2_URID_Map* map_ = nullptr;
+    double sampleRate_;
+    /// For a side-chain that shares its buffer with an output.
+    std::unique_ptr<float[]> sideCopy_;
 };
 
 }  // namespace quillworks::lv2

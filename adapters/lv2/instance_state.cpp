@@ -44,10 +44,9 @@ LV2_State_Status Instance::save(LV2_State_Store_Function store, LV2_State_Handle
     std::string ports;
     for (std::size_t i = 0; i < plugin_.ports.size(); ++i) {
         if (plugin_.ports[i].role != Port::Role::Parameter) continue;
-        const auto& seen = seen_[static_cast<std::size_t>(controlOfPort_[i])];
+        const float seen = seenOf(plugin_.place[i]).load(std::memory_order_relaxed);
         char number[32];
-        const auto end =
-            std::to_chars(number, number + sizeof number, seen.load(std::memory_order_relaxed)).ptr;
+        const auto end = std::to_chars(number, number + sizeof number, seen).ptr;
         ports += plugin_.ports[i].symbol + "=" + std::string(number, end) + " ";
     }
     return store(handle, id(kStatePorts), ports.c_str(), ports.size() + 1, id(LV2_ATOM__String),
@@ -75,8 +74,7 @@ LV2_State_Status Instance::restore(LV2_State_Retrieve_Function retrieve, LV2_Sta
         if (plugin_.ports[i].role != Port::Role::Parameter) continue;
         const auto found = values.find(plugin_.ports[i].symbol);
         if (found != values.end())
-            seen_[static_cast<std::size_t>(controlOfPort_[i])].store(found->second,
-                                                                     std::memory_order_relaxed);
+            seenOf(plugin_.place[i]).store(found->second, std::memory_order_relaxed);
     }
     return LV2_STATE_SUCCESS;
 }

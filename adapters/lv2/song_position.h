@@ -20,7 +20,10 @@ public:
     void read(const LV2_Atom& atom) noexcept;
     /// Hands the position to the effect for its next block. [audio thread]
     void tell(VNK::IEffectAlgorithm& algorithm) const noexcept;
-    void advance(int frames) noexcept { elapsed_ += frames; }
+    void advance(int frames) noexcept
+    {
+        if (isKnown_) elapsed_ += frames;
+    }
 
     LV2_URID sequence() const noexcept { return ids_.sequence; }
 

@@ -21,39 +21,38 @@ struct Format {
     int block = 256;  // frames
 };
 
-/// Both kinds work on buffers that stay where they are, as in a host: the signal is copied in
-/// outside the time taken.
+/// Where the signal stands: buffers that stay where they are, as in a host, which hands the same
+/// few to all of its plug-ins.
+struct Buffers {
+    explicit Buffers(const Format& format)
+        : in(static_cast<std::size_t>(format.channels),
+             std::vector<float>(static_cast<std::size_t>(format.block))),
+          out(in)
+    {}
+
+    std::vector<std::vector<float>> in, out;
+};
+
+/// The signal is copied in outside the time taken.
 class Contestant {
 public:
-    explicit Contestant(const Format& format)
-        : block_(static_cast<std::size_t>(format.block)),
-          in_(static_cast<std::size_t>(format.channels), std::vector<float>(block_)),
-          out_(in_)
-    {}
     virtual ~Contestant() = default;
 
     virtual void beginBlock() {}
     virtual void run() noexcept = 0;  // the time of this is taken
     virtual void endBlock() {}
-
-    std::vector<float>& input(std::size_t c) noexcept { return in_[c]; }
-    const std::vector<float>& output(std::size_t c) const noexcept { return out_[c]; }
-
-protected:
-    std::size_t block_;
-    std::vector<std::vector<float>> in_, out_;
 };
 
 /// Our effect of that display name with parameters by key. Null with a reason: no such effect or
 /// key, a value out of range, or an effect that does not process yet.
 std::unique_ptr<Contestant> ourEffect(VNK::IClassFactory& factory, const std::string& name,
                                       const Settings& settings, const Format& format,
-                                      std::string& reason);
+                                      Buffers& buffers, std::string& reason);
 
 /// A plug-in with control ports by symbol. One with fewer channels than the format runs in several
 /// instances. Null with a reason: not installed, or no such port.
 std::unique_ptr<Contestant> lv2Peer(lilv::World& world, const std::string& uri,
                                     const Settings& settings, const Format& format,
-                                    std::string& reason);
+                                    Buffers& buffers, std::string& reason);
 
 }  // namespace quillworks::peers

@@ -6,8 +6,12 @@ namespace {
 
 class Lv2Peer final : public Contestant {
 public:
-    Lv2Peer(std::vector<std::unique_ptr<lilv::Instance>> instances, const Format& format)
-        : Contestant(format), instances_(std::move(instances)), silence_(block_), spare_(block_)
+    Lv2Peer(std::vector<std::unique_ptr<lilv::Instance>> instances, const Format& format,
+            Buffers& buffers)
+        : instances_(std::move(instances)),
+          frames_(format.block),
+          silence_(static_cast<std::size_t>(frames_)),
+          spare_(silence_)
     {
         std::size_t in = 0, out = 0;
         for (auto& instance : instances_) {
@@ -15,10 +19,12 @@ public:
             const auto mainInputs = instance->audioOutputs().size();
             std::size_t used = 0;
             for (const auto port : instance->audioInputs())
-                instance->connect(port, used++ < mainInputs && in < in_.size() ? in_[in++].data()
-                                                                               : silence_.data());
+                instance->connect(port, used++ < mainInputs && in < buffers.in.size()
+                                            ? buffers.in[in++].data()
+                                            : silence_.data());
             for (const auto port : instance->audioOutputs())
-                instance->connect(port, out < out_.size() ? out_[out++].data() : spare_.data());
+                instance->connect(port, out < buffers.out.size() ? buffers.out[out++].data()
+                                                                 : spare_.data());
             instance->activate();
         }
     }
@@ -32,7 +38,7 @@ public:
     }
     void run() noexcept override
     {
-        for (auto& instance : instances_) instance->run(static_cast<int>(block_));
+        for (auto& instance : instances_) instance->run(frames_);
     }
     void endBlock() override
     {
@@ -41,6 +47,7 @@ public:
 
 private:
     std::vector<std::unique_ptr<lilv::Instance>> instances_;
+    int frames_;
     std::vector<float> silence_, spare_;
 };
 
@@ -48,7 +55,7 @@ private:
 
 std::unique_ptr<Contestant> lv2Peer(lilv::World& world, const std::string& uri,
                                     const Settings& settings, const Format& format,
-                                    std::string& reason)
+                                    Buffers& buffers, std::string& reason)
 {
     std::vector<std::unique_ptr<lilv::Instance>> instances;
     for (int channels = 0; channels < format.channels;) {
@@ -66,7 +73,7 @@ std::unique_ptr<Contestant> lv2Peer(lilv::World& world, const std::string& uri,
         channels += static_cast<int>(instance->audioOutputs().size());
         instances.push_back(std::move(instance));
     }
-    return std::make_unique<Lv2Peer>(std::move(instances), format);
+    return std::make_unique<Lv2Peer>(std::move(instances), format, buffers);
 }
 
 }  // namespace quillworks::peers

@@ -8,21 +8,20 @@ namespace {
 
 class OurEffect final : public Contestant {
 public:
-    OurEffect(VNK::HostedEffect component, const VNK::EffectRunner& runner, const Format& format)
-        : Contestant(format),
-          component_(std::move(component)),
+    OurEffect(VNK::HostedEffect component, const VNK::EffectRunner& runner, const Format& format,
+              Buffers& buffers)
+        : component_(std::move(component)),
           runner_(runner),
-          inputs_(in_, format.channels),
-          outputs_(out_, format.channels)
+          frames_(format.block),
+          inputs_(buffers.in, format.channels),
+          outputs_(buffers.out, format.channels)
     {}
-    void run() noexcept override
-    {
-        runner_.process<float>(inputs_, outputs_, static_cast<int>(block_));
-    }
+    void run() noexcept override { runner_.process<float>(inputs_, outputs_, frames_); }
 
 private:
     VNK::HostedEffect component_;
     VNK::EffectRunner runner_;
+    int frames_;
     VNK::ChannelPointers<const float> inputs_;
     VNK::ChannelPointers<float> outputs_;
 };
@@ -39,7 +38,7 @@ VNK::HostedEffect find(VNK::IClassFactory& factory, const std::string& name)
 
 std::unique_ptr<Contestant> ourEffect(VNK::IClassFactory& factory, const std::string& name,
                                       const Settings& settings, const Format& format,
-                                      std::string& reason)
+                                      Buffers& buffers, std::string& reason)
 {
     auto component = find(factory, name);
     std::int64_t passThrough = 0;
@@ -63,7 +62,7 @@ std::unique_ptr<Contestant> ourEffect(VNK::IClassFactory& factory, const std::st
         reason = name + " does not run at this rate";
         return nullptr;
     }
-    return std::make_unique<OurEffect>(std::move(component), runner, format);
+    return std::make_unique<OurEffect>(std::move(component), runner, format, buffers);
 }
 
 }  // namespace quillworks::peers

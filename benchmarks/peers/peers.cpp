@@ -8,9 +8,12 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <numeric>
+#include <unistd.h>
 
+#include "adapters/lv2/slug.h"
 #include "benchmarks/peers/contestant.h"
 #include "benchmarks/peers/programme.h"
 #include "vnk/plugin_manager.h"
@@ -24,9 +27,12 @@ using Clock = std::chrono::steady_clock;
 struct Options {
     std::string table = PEERS_TABLE, module = PEERS_MODULE, only;
     std::vector<int> blocks = {64, 256, 1024};
+    std::string bundles = PEERS_BUNDLES;
     double sampleRate = 48000;
     double seconds = 1;  // of signal in one turn
     int turns = 15;
+    int crowd = 1;     // instances of each contestant
+    bool lv2 = false;  // ours too
     bool json = false;
 };
 
@@ -59,7 +65,9 @@ double quantile(std::vector<double> values, double part)
 struct Entry {
     std::string name;
     bool isOurs = false;
-    std::unique_ptr<Contestant> contestant;
+    std::vector<std::unique_ptr<Contestant>> crowd;  // in turn, block by block
+    double making = 0;                               // ms to make one of them
+    double memory = 0;                       // kB that one of them has touched when it is new
     double bar = 0;                          // our time over this one's at most, 0: none
     std::vector<std::vector<double>> turns;  // ns of each block of the signal, turn by turn
     double peak = 0, power = 0;              // of the output, over the last turn
@@ -85,9 +93,18 @@ struct Entry {
     }
 };
 
-/// Plays the whole signal once and keeps the times.
-void takeTurn(Entry& e, const std::vector<std::vector<float>>& signal, int block, double clock,
-              bool counts)
+/// Resident memory of the process in kB.
+double residentMemory()
+{
+    std::ifstream file("/proc/self/statm");
+    double all = 0, resident = 0;
+    file >> all >> resident;
+    return resident * double(sysconf(_SC_PAGESIZE)) / 1024;
+}
+
+/// Plays the whole signal once and keeps the times, those of one instance.
+void takeTurn(Entry& e, Buffers& buffers, const std::vector<std::vector<float>>& signal, int block,
+              double clock, bool counts)
 {
     const auto n = static_cast<std::size_t>(block);
     const std::size_t blocks = signal.front().size() / n;
@@ -97,19 +114,18 @@ void takeTurn(Entry& e, const std::vector<std::vector<float>>& signal, int block
     std::vector<double> times;
     e.peak = e.power = 0;
     e.frames = 0;
-    auto& c = *e.contestant;
     for (std::size_t b = 0; b < blocks; ++b) {
         for (std::size_t ch = 0; ch < signal.size(); ++ch)
             std::copy_n(signal[ch].begin() + static_cast<std::ptrdiff_t>(b * n), n,
-                        c.input(ch).begin());
-        c.beginBlock();
+                        buffers.in[ch].begin());
+        for (auto& c : e.crowd) c->beginBlock();
         const auto start = Clock::now();
-        c.run();
+        for (auto& c : e.crowd) c->run();
         const double took = std::max(0.0, nanoseconds(Clock::now() - start) - clock);
-        c.endBlock();
-        if (b >= cold) times.push_back(took);
+        for (auto& c : e.crowd) c->endBlock();
+        if (b >= cold) times.push_back(took / double(e.crowd.size()));
         for (std::size_t ch = 0; ch < signal.size(); ++ch)
-            for (const float y : c.output(ch)) {
+            for (const float y : buffers.out[ch]) {
                 e.peak = std::max(e.peak, std::abs(double(y)));
                 e.power += double(y) * double(y);
             }
@@ -139,14 +155,15 @@ public:
     void compare(const Json& row)
     {
         for (const int block : options_.blocks) {
-            auto entries = line(row, block);
+            Buffers buffers({options_.sampleRate, 2, block});
+            auto entries = line(row, block, buffers);
             if (entries.empty()) continue;
             const auto signal =
                 programme(2, options_.sampleRate, options_.seconds, row.value("peakDb", -3.0));
             // The first turn warms caches and branch predictors, fills delay lines, and lets
             // plug-ins that set themselves up on their first blocks do so.
             for (int turn = -1; turn < options_.turns; ++turn)
-                for (auto& e : entries) takeTurn(e, signal, block, clock_, turn >= 0);
+                for (auto& e : entries) takeTurn(e, buffers, signal, block, clock_, turn >= 0);
             report(row, block, entries);
         }
     }
@@ -154,7 +171,7 @@ public:
     bool meetsBars() const { return meetsBars_; }
 
 private:
-    std::vector<Entry> line(const Json& row, int block)
+    std::vector<Entry> line(const Json& row, int block, Buffers& buffers)
     {
         const Format format{options_.sampleRate, 2, block};
         const auto at = row.value("barAt", std::vector<int>{block});
@@ -162,21 +179,33 @@ private:
         std::vector<Entry> entries;
         const auto add = [&](const std::string& name, bool isOurs, double bar, auto&& make) {
             std::string reason;
-            auto contestant = make(reason);
-            if (contestant)
-                entries.push_back({name, isOurs, std::move(contestant), bar, {}, 0, 0, 0});
+            Entry e;
+            e.name = name;
+            e.isOurs = isOurs;
+            e.bar = bar;
+            const double memory = residentMemory();
+            const auto start = Clock::now();
+            for (int i = 0; i < options_.crowd; ++i)
+                if (auto contestant = make(reason)) e.crowd.push_back(std::move(contestant));
+            e.making = nanoseconds(Clock::now() - start) / 1e6 / options_.crowd;
+            e.memory = (residentMemory() - memory) / options_.crowd;
+            if (std::ssize(e.crowd) == options_.crowd)
+                entries.push_back(std::move(e));
             else if (block == options_.blocks.front())
                 std::fprintf(stderr, "left out: %s\n", reason.c_str());
         };
+        const std::string effect = row.at("effect");
+        const auto settings = row.at("settings").get<Settings>();
         add("ours", true, 0, [&](std::string& reason) {
-            return ourEffect(factory_, row.at("effect"), row.at("settings").get<Settings>(), format,
-                             reason);
+            return options_.lv2 ? lv2Peer(world_, "urn:quillworks:" + lv2::slug(effect), settings,
+                                          format, buffers, reason)
+                                : ourEffect(factory_, effect, settings, format, buffers, reason);
         });
         for (const auto& peer : row.at("peers"))
             add(peer.at("name"), false, isHeld ? peer.value("bar", 0.0) : 0,
                 [&](std::string& reason) {
                     return lv2Peer(world_, peer.at("uri"), peer.at("controls").get<Settings>(),
-                                   format, reason);
+                                   format, buffers, reason);
                 });
         return entries;
     }
@@ -192,8 +221,8 @@ private:
         if (!options_.json) {
             std::printf("\n%s, %d frames a block\n", row.at("name").get<std::string>().c_str(),
                         block);
-            std::printf("  %-28s %9s %9s %9s %9s %9s %9s %9s\n", "", "ns/frame", "ours/it",
-                        "worst us", "p99 us", "max us", "out peak", "out rms");
+            std::printf("  %-28s %9s %9s %9s %9s %9s %9s %9s %9s %9s\n", "", "ns/frame", "ours/it",
+                        "worst us", "p99 us", "max us", "out peak", "out rms", "made ms", "kB");
         }
         for (const auto& e : entries) {
             const auto typical = e.typical();
@@ -208,8 +237,9 @@ private:
             const bool met = !(e.bar > 0 && r > e.bar);
             meetsBars_ = meetsBars_ && met;
             if (!options_.json) {
-                std::printf("  %-28s %9.2f %9s %9.2f %9.2f %9.2f %9.1f %9.1f", e.name.c_str(), time,
-                            ratio(r).c_str(), worst, p99, most, decibels(e.peak), rms);
+                std::printf("  %-28s %9.2f %9s %9.2f %9.2f %9.2f %9.1f %9.1f %9.3f %9.0f",
+                            e.name.c_str(), time, ratio(r).c_str(), worst, p99, most,
+                            decibels(e.peak), rms, e.making, e.memory);
                 if (e.bar > 0 && std::isfinite(r))
                     std::printf("  bar %.1f %s", e.bar, met ? "met" : "MISSED");
                 std::printf("\n");
@@ -224,11 +254,14 @@ private:
                                    {"p99Us", p99},
                                    {"maxUs", most},
                                    {"outPeakDb", decibels(e.peak)},
-                                   {"outRmsDb", rms}});
+                                   {"outRmsDb", rms},
+                                   {"madeMs", e.making},
+                                   {"residentKb", e.memory}});
         }
         results_.push_back({{"name", row.at("name")},
                             {"effect", row.at("effect")},
                             {"block", block},
+                            {"instances", options_.crowd},
                             {"contestants", contestants}});
         std::fflush(stdout);
     }
@@ -249,6 +282,10 @@ int run(const Options& options)
     std::string reason;
     const auto module = VNK::LoadedModule::load(options.module.c_str(), reason);
     if (!module) throw std::runtime_error(reason);
+    // Ours first, in place of one that is installed.
+    const char* path = std::getenv("LV2_PATH");
+    const std::string others = path && *path ? path : "/usr/local/lib/lv2:/usr/lib/lv2";
+    if (options.lv2) setenv("LV2_PATH", (options.bundles + ":" + others).c_str(), 1);
     Bench bench(options, module->factory());
     for (const auto& row : table.at("comparisons"))
         if (row.at("name").get<std::string>().find(options.only) != std::string::npos)
@@ -274,6 +311,10 @@ int main(int argc, char** argv)
     app.add_option("--seconds", options.seconds, "Signal in one turn")
         ->check(CLI::Range(0.1, 60.0));
     app.add_option("--turns", options.turns, "Turns of each, of which the median counts")
+        ->check(CLI::Range(1, 10000));
+    app.add_flag("--lv2", options.lv2, "Ours through our LV2 bundle, as theirs are");
+    app.add_option("--bundles", options.bundles, "The folder that our bundle lies in");
+    app.add_option("--crowd", options.crowd, "Instances of each contestant, run in turn")
         ->check(CLI::Range(1, 10000));
     app.add_flag("--json", options.json, "Print JSON instead of tables");
     CLI11_PARSE(app, argc, argv);

@@ -151,6 +151,7 @@ void Instance::readPorts()
                optional = uriNode(w, LV2_CORE__connectionOptional),
                designation = uriNode(w, LV2_CORE__designation);
     ports_.resize(lilv_plugin_get_num_ports(plugin_));
+    values_.resize(ports_.size());
     for (std::uint32_t i = 0; i < ports_.size(); ++i) {
         const LilvPort* from = lilv_plugin_get_port_by_index(plugin_, i);
         auto& p = ports_[i];
@@ -170,10 +171,11 @@ void Instance::readPorts()
             p.type = Port::Type::Control;
             p.minimum = number(minimum, 0);
             p.maximum = number(maximum, 1);
-            p.value = p.def = number(def, p.minimum);
+            values_[i] = p.def = number(def, p.minimum);
         } else if (is(atom)) {
             p.type = Port::Type::Atom;
-            p.buffer.resize(static_cast<std::size_t>(sequenceSize_) / 8 + 2);
+            p.buffer = std::make_unique_for_overwrite<std::uint64_t[]>(
+                static_cast<std::size_t>(sequenceSize_) / 8 + 2);
         }
     }
 }
@@ -182,9 +184,9 @@ void Instance::connectOwn() noexcept
 {
     for (std::uint32_t i = 0; i < ports_.size(); ++i)
         if (auto& p = ports_[i]; p.type == Port::Type::Control)
-            connect(i, &p.value);
+            connect(i, &values_[i]);
         else if (p.type == Port::Type::Atom)
-            connect(i, p.buffer.data());
+            connect(i, p.buffer.get());
         else
             connect(i, nullptr);
     beginBlock();
@@ -208,13 +210,13 @@ bool Instance::set(const std::string& symbol, float value) noexcept
 {
     const int i = find(symbol);
     if (i < 0 || ports_[static_cast<std::size_t>(i)].type != Port::Type::Control) return false;
-    ports_[static_cast<std::size_t>(i)].value = value;
+    values_[static_cast<std::size_t>(i)] = value;
     return true;
 }
 
 float Instance::get(const std::string& symbol) const
 {
-    return ports_.at(static_cast<std::size_t>(find(symbol))).value;
+    return values_.at(static_cast<std::size_t>(find(symbol)));
 }
 
 void Instance::connect(std::uint32_t port, void* data) noexcept
@@ -226,7 +228,7 @@ void Instance::beginBlock() noexcept
 {
     for (auto& p : ports_) {
         if (p.type != Port::Type::Atom) continue;
-        auto* sequence = reinterpret_cast<LV2_Atom_Sequence*>(p.buffer.data());
+        auto* sequence = reinterpret_cast<LV2_Atom_Sequence*>(p.buffer.get());
         sequence->atom.type = world_.urids().map(LV2_ATOM__Sequence);
         sequence->atom.size =
             p.isInput ? sizeof(LV2_Atom_Sequence_Body) : static_cast<std::uint32_t>(sequenceSize_);
@@ -238,7 +240,7 @@ void Instance::send(std::uint32_t frame, const LV2_Atom* atom)
 {
     for (auto& p : ports_) {
         if (p.type != Port::Type::Atom || !p.isInput) continue;
-        auto* sequence = reinterpret_cast<LV2_Atom_Sequence*>(p.buffer.data());
+        auto* sequence = reinterpret_cast<LV2_Atom_Sequence*>(p.buffer.get());
         auto* event = reinterpret_cast<LV2_Atom_Event*>(reinterpret_cast<char*>(&sequence->body) +
                                                         sequence->atom.size);
         event->time.frames = frame;
@@ -292,7 +294,7 @@ LilvState* Instance::save()
         if (i < 0) return nullptr;
         *size = sizeof(float);
         *type = instance.world_.urids().map(LV2_ATOM__Float);
-        return &instance.ports_[static_cast<std::size_t>(i)].value;
+        return &instance.values_[static_cast<std::size_t>(i)];
     };
     return lilv_state_new_from_instance(plugin_, instance_, world_.urids().feature(), nullptr,
                                         nullptr, nullptr, nullptr, get, this,

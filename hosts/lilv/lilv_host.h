@@ -63,8 +63,7 @@ struct Port {
     bool isOptional = false;
     std::string symbol, designation;
     float minimum = 0, maximum = 1, def = 0;
-    float value = 0;                    // of a control
-    std::vector<std::uint64_t> buffer;  // of an atom port
+    std::unique_ptr<std::uint64_t[]> buffer;  // of an atom port
 };
 
 /// What a host hands over at instantiation: nothing, as the plainest ones do, or urid, options,
@@ -128,6 +127,7 @@ private:
     const LilvPlugin* plugin_;
     LilvInstance* instance_ = nullptr;
     std::vector<Port> ports_;
+    std::vector<float> values_;  // of the controls by port: side by side, as hosts keep them
     std::vector<std::uint32_t> audioIn_, audioOut_;
     std::vector<std::vector<char>> requests_, responses_;
     LV2_Worker_Schedule worker_{};

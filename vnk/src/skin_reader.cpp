@@ -90,6 +90,7 @@ constexpr Attributes kDisplays[] = {
     {"ShapeCurve", "curve drive bias point"},
     {"CombCurve", "left right feedback damp invert mix"},
     {"PanField", "across along azimuth elevation distance width left right"},
+    {"VoiceField", "voices delays spread low high"},
 };
 
 const Attributes* find(const auto& table, std::string_view owner)

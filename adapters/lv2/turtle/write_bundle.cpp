@@ -9,6 +9,7 @@
 
 #include "adapters/lv2/turtle/plugin_turtle.h"
 #include "vnk/file.h"
+#include "vnk/module_component.h"
 
 namespace quillworks::lv2 {
 namespace {
@@ -43,6 +44,12 @@ void writeBundle(const std::string& folder, const std::string& binary)
             write(folder + "/" + plugin.fileName + "-presets.ttl", presets);
     }
     write(folder + "/manifest.ttl", manifest);
+
+    std::string reason;
+    auto& factory = catalogue.factory();
+    VNK::ModuleComponent module(factory.moduleId(), factory.moduleInformation());
+    if (!module.stampTheme(folder + "/resources", factory, reason))
+        throw std::runtime_error(reason);
 }
 
 }  // namespace

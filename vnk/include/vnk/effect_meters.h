@@ -32,4 +32,17 @@ protected:
     ~IEffectMeters() = default;
 };
 
+/// All readings in one call, for those who show them after every block.
+class IEffectReadings : public IObject {
+public:
+    static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D12}");
+
+    /// The first `count` of IEffectMeters in their order, no more than there are; returns how many.
+    /// [any thread]
+    virtual std::int32_t readMeters(float* values, std::int32_t count) const noexcept = 0;
+
+protected:
+    ~IEffectReadings() = default;
+};
+
 }  // namespace VNK

@@ -3,6 +3,8 @@
 // crosses the module boundary.
 #pragma once
 
+#include <algorithm>
+
 #include "vnk/class_factory.h"
 #include "vnk/effect.h"
 
@@ -19,6 +21,7 @@ public:
           parameters_(of<IEffectParameters>(object)),
           gestures_(of<IEffectGestures>(object)),
           meters_(of<IEffectMeters>(object)),
+          readings_(of<IEffectReadings>(object)),
           state_(of<IEffectState>(object)),
           programs_(of<IEffectPrograms>(object)),
           attributes_(of<IEffectAttributes>(object)),
@@ -119,6 +122,12 @@ public:
         return meters_->getMeter(index, info);
     }
     float readMeter(std::int32_t index) const noexcept { return meters_->readMeter(index); }
+    /// The first `count` meters; what is beyond the last is left as it is.
+    void readMeters(float* values, std::int32_t count) const noexcept
+    {
+        if (readings_) return void(readings_->readMeters(values, count));
+        for (std::int32_t i = 0; i < std::min(count, countMeters()); ++i) values[i] = readMeter(i);
+    }
     std::int32_t meterToText(std::int32_t index, float value, char* text,
                              std::int32_t size) const noexcept
     {
@@ -191,6 +200,7 @@ private:
     IEffectParameters* parameters_ = nullptr;
     IEffectGestures* gestures_ = nullptr;
     IEffectMeters* meters_ = nullptr;
+    IEffectReadings* readings_ = nullptr;  // null where an effect has none
     IEffectState* state_ = nullptr;
     IEffectPrograms* programs_ = nullptr;
     IEffectAttributes* attributes_ = nullptr;

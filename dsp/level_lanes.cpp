@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: ISC
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "dsp/level_lanes.cpp"
+#include "dsp/simd.h"
+//
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "dsp/decibel.h"
+#include "dsp/level_lanes.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace quillworks::HWY_NAMESPACE {
+namespace {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using D = hn::CappedTag<float, 8>;
+constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
+constexpr int kSignals = LevelLanes::kSignals, kAll = 2 * kSignals;
+constexpr int kVectors = kAll / kLanes;
+
+/// Magnitudes frame by frame; whole vectors of each signal are read.
+HWY_INLINE void interleave(const float* const* x, int n, float* rows)
+{
+    const D d;
+    for (int i = 0; i < n; i += kLanes)
+        hn::StoreInterleaved4(hn::Abs(hn::LoadU(d, x[0] + i)), hn::Abs(hn::LoadU(d, x[1] + i)),
+                              hn::Abs(hn::LoadU(d, x[2] + i)), hn::Abs(hn::LoadU(d, x[3] + i)), d,
+                              rows + kSignals * i);
+}
+
+/// The signals of a frame in the lanes from `lane` on.
+HWY_INLINE hn::Vec<D> frame(const float* row, int lane)
+{
+    if constexpr (kLanes > kSignals)
+        return hn::LoadDup128(D(), row);
+    else
+        return hn::LoadU(D(), row + lane % kSignals);
+}
+
+/// At most kPiece frames, in single precision: of what a fall leaves of the envelope nothing is
+/// taken off before the end, and what a fall takes on is summed up apart, where no step is too
+/// small to count.
+void follow(const LevelLanes::Times& t, const float* const* x, int n, double* envelopes)
+{
+    const D d;
+    alignas(64) float rows[kSignals * (LevelLanes::kPiece + LevelLanes::kReadsBeyond)];
+    alignas(64) float base[kAll], added[kAll];
+    interleave(x, n, rows);
+    for (int lane = 0; lane < kAll; ++lane) base[lane] = static_cast<float>(envelopes[lane]);
+    for (int v = 0; v < kVectors; ++v) {
+        const int lane = v * kLanes;
+        const auto grow = hn::Load(d, t.grow + lane), rise = hn::Load(d, t.rise + lane);
+        const auto keep = hn::Load(d, t.keep + lane);
+        auto weight = hn::Load(d, t.take + lane), u = hn::Load(d, base + lane);
+        auto sum = hn::Zero(d);
+        // What a rise at the next frame would make of nothing, less the sum of all that has been
+        // taken on; a rise adds what it keeps of u, a fall leaves u as it is.
+        const auto risen = [&](int i) HWY_ATTR {
+            weight = hn::Mul(weight, grow);
+            const auto taken = hn::Mul(frame(rows + kSignals * i, lane), weight);
+            sum = hn::Add(sum, taken);
+            return hn::MulSub(taken, rise, sum);
+        };
+        int i = 0;
+        for (; i + 2 <= n; i += 2) {  // two at a time: what one waits for is what takes time
+            const auto first = risen(i), second = risen(i + 1);
+            const auto both = hn::MulAdd(first, keep, second);
+            u = hn::Max(hn::Max(u, both), hn::MulAdd(u, keep, hn::Max(first, second)));
+        }
+        if (i < n) u = hn::Max(u, hn::MulAdd(u, keep, risen(i)));
+        hn::Store(u, d, base + lane);
+        hn::Store(sum, d, added + lane);
+    }
+    for (int lane = 0; lane < kAll; ++lane) {
+        const double e = (double(base[lane]) + double(added[lane])) * t.left[n][lane / kSignals];
+        envelopes[lane] = e < 1e30 ? e : 0;  // nothing that is not finite stays
+    }
+}
+
+}  // namespace
+}  // namespace quillworks::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace quillworks {
+
+HWY_EXPORT(follow);
+namespace {
+
+void (*const chosenFollow)(const LevelLanes::Times&, const float* const*, int,
+                           double*) = SIMD_CHOOSE(follow);
+
+}  // namespace
+
+void LevelLanes::Times::prepare(double sampleRate) noexcept
+{
+    const double risen = followerCoefficient(sampleRate, 1 / sampleRate);
+    for (int speed = 0; speed < 2; ++speed) {
+        const double fallen = followerCoefficient(sampleRate, speed == 0 ? 1 : 3);
+        std::fill_n(take + speed * kSignals, kSignals, static_cast<float>(1 - fallen));
+        std::fill_n(rise + speed * kSignals, kSignals,
+                    static_cast<float>((1 - risen) / (1 - fallen)));
+        std::fill_n(keep + speed * kSignals, kSignals, static_cast<float>(risen / fallen));
+        std::fill_n(grow + speed * kSignals, kSignals, static_cast<float>(1 / fallen));
+        left[0][speed] = 1;
+        for (int i = 0; i < kPiece; ++i) left[i + 1][speed] = left[i][speed] * fallen;
+    }
+}
+
+void LevelLanes::reset() noexcept
+{
+    std::fill(std::begin(envelopes_), std::end(envelopes_), 0.0);
+}
+
+void LevelLanes::run(const Times& times, const float* const* x, int n) noexcept
+{
+    for (int done = 0; done < n; done += kPiece) {
+        const float* const piece[] = {x[0] + done, x[1] + done, x[2] + done, x[3] + done};
+        chosenFollow(times, piece, std::min(kPiece, n - done), envelopes_);
+    }
+}
+
+void LevelLanes::runHalf(const Times& times, const float* const* x, int half, int n) noexcept
+{
+    const LevelLanes before = *this;
+    run(times, x, n);
+    for (const int lane : {0, 1})
+        for (const int first : {0, kSignals}) {
+            const int other = first + lane + (half == 0 ? 2 : 0);
+            envelopes_[other] = before.envelopes_[other];
+        }
+}
+
+}  // namespace quillworks
+#endif
