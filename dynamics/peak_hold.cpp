@@ -65,16 +65,53 @@ template <class D> struct Detector {
     V over, gone;                 // below these u and v, falling, are at their ends
 };
 
-/// One key, with branches: what happens rarely costs less so than if all were worked out each time,
-/// and what is known ahead is kept off the way from sample to sample.
-template <typename T> void followOne(double* rows, int stride, T* x, int n)
+/// share x0 + x1, rounded once where the processor can.
+HWY_INLINE double weighted(double share, double x0, double x1)
 {
     const hn::CappedTag<double, 1> d;
+    return hn::GetLane(hn::MulAdd(hn::Set(d, share), hn::Set(d, x0), hn::Set(d, x1)));
+}
+
+template <typename T> HWY_INLINE double largest(const T* x, int n)
+{
+    double most[4] = {};  // side by side
+    for (int i = 0; i < n; ++i) most[i % 4] = HWY_MAX(most[i % 4], double(x[i]));
+    return HWY_MAX(HWY_MAX(most[0], most[1]), HWY_MAX(most[2], most[3]));
+}
+
+/// One key: in branches what happens rarely costs less than if all were worked out for each sample,
+/// and most runs hold throughout or fall throughout, where nothing has to be decided.
+template <typename T> void followOne(double* rows, int stride, T* x, int n)
+{
     const double release = rows[0], attack = rows[stride], hold = rows[2 * stride];
     double u = rows[3 * stride], v = rows[4 * stride], left = rows[5 * stride];
-    const auto weighted = [&](double share, double x0, double x1) {
-        return hn::GetLane(hn::MulAdd(hn::Set(d, share), hn::Set(d, x0), hn::Set(d, x1)));
+    const double goal = 1 - release, approach = 1 - attack;
+    const auto done = [&] {
+        rows[3 * stride] = u;
+        rows[4 * stride] = v;
+        rows[5 * stride] = left;
     };
+    const double most = u > kSame ? largest(x, n) : 0;
+    if (u > kSame && left >= n && most <= u - kSame) {
+        left -= n;
+        const double towards = approach * u;
+        for (int i = 0; i < n; ++i) x[i] = T(v = weighted(attack, v, towards));
+        return done();
+    }
+    if (u > kSame && left == 0) {
+        double body = u, result = v;
+        T y[kSubBlock];
+        for (int i = 0; i < n; ++i) {
+            body = weighted(release, body, goal * double(x[i]));
+            y[i] = T(result = weighted(attack, result, approach * body));
+        }
+        if (body > kSame && most <= body - kSame) {
+            u = body;
+            v = result;
+            for (int i = 0; i < n; ++i) x[i] = y[i];
+            return done();
+        }
+    }
     for (int i = 0; i < n; ++i) {
         const double r = double(x[i]);
         if (r > 0 && r > u - kSame) {
@@ -83,16 +120,14 @@ template <typename T> void followOne(double* rows, int stride, T* x, int n)
         } else if (left > 0) {
             left -= 1;
         } else {
-            u = weighted(release, u, (1 - release) * r);
+            u = weighted(release, u, goal * r);
             if (u <= kSame && !(r > 0)) u = 0;
         }
-        v = weighted(attack, v, (1 - attack) * u);
+        v = weighted(attack, v, approach * u);
         if (v < kDone && u == 0) v = 0;
         x[i] = T(v);
     }
-    rows[3 * stride] = u;
-    rows[4 * stride] = v;
-    rows[5 * stride] = left;
+    done();
 }
 
 #if HWY_TARGET == HWY_SCALAR

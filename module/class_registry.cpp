@@ -9,6 +9,7 @@
 #include "analysis/scope.h"
 #include "delay/analog_delay.h"
 #include "delay/beat_delay.h"
+#include "delay/groove_delay.h"
 #include "delay/surround_delay.h"
 #include "distortion/bitcrusher.h"
 #include "distortion/ember_dist.h"

@@ -83,6 +83,8 @@ constexpr Attributes kDisplays[] = {
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Trace", "time trigger level pretrigger gain layout persistence"},
+    {"TapGrid",
+     "on steps levels pans tones peaks beats time swing length feedback reduction frozen"},
     {"Taps",
      "beats time beatsRight timeRight offset stagger feedback routing reduction levels frozen"},
     {"ShapeCurve", "curve drive bias point"},
