@@ -221,16 +221,10 @@ template <typename T> void TriBandCore<T>::applyGains(const AudioBlock<T>& part)
     for (int b = 0; b < kBands; ++b) {
         if (!isFading && present.isIdle && gain_[b].is(0) && switches_.passes(b)) continue;
         for (int c = 0; c < part.channels; ++c) {
-            const auto rowOf = [&](KeySharing sharing) {
+            T room[kSubBlock];
+            const T* const gain = fadedRow(sharing_, room, n, [&](KeySharing sharing) {
                 return bank(sharing).gains.of(sharing == KeySharing::Linked ? 0 : c, b);
-            };
-            const T* gain = rowOf(sharing_.present());
-            T faded[kSubBlock];
-            if (isFading) {
-                vec::copy(faded, gain, n);
-                sharing_.fade().mix(faded, rowOf(sharing_.leaving()), n);
-                gain = faded;
-            }
+            });
             vec::mulInplace(channels_.band(b, c), gain, n);
         }
     }

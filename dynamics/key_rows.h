@@ -4,6 +4,7 @@
 
 #include "dsp/aligned_buffer.h"
 #include "dsp/control_grid.h"
+#include "dsp/crossfade.h"
 
 namespace quillworks {
 
@@ -42,5 +43,17 @@ private:
     AlignedBuffer<T> samples_;
     int sets_ = 1, bands_ = 1;
 };
+
+/// The gains of what is present, on the way from those of what is leaving while a switch fades; in
+/// `room` then. `rowOf(value)` gives both.
+template <typename T, class Value, class F>
+const T* fadedRow(const Switch<Value>& between, T* room, int n, F&& rowOf) noexcept
+{
+    const T* const row = rowOf(between.present());
+    if (!between.isFading()) return row;
+    vec::copy(room, row, n);
+    between.fade().mix(room, rowOf(between.leaving()), n);
+    return room;
+}
 
 }  // namespace quillworks

@@ -7,8 +7,6 @@
 
 namespace quillworks {
 
-using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
-using MultiBandComponent = PassThroughComponent<"MultiBand">;
 using RhythmDelayAlgorithm = PassThroughAlgorithm;
 using RhythmDelayComponent = PassThroughComponent<"RhythmDelay">;
 using ReverbAlgorithm = PassThroughAlgorithm;
