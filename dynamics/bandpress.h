@@ -2,13 +2,13 @@
 // Bandpress: three-band compressor without latency, one knob deep.
 #pragma once
 
-#include "dsp/aligned_buffer.h"
 #include "dsp/gliding_course.h"
 #include "dynamics/band_channels.h"
 #include "dynamics/band_switches.h"
 #include "dynamics/editor_levels.h"
 #include "dynamics/gain_computer.h"
 #include "dynamics/gain_history.h"
+#include "dynamics/key_rows.h"
 #include "dynamics/peak_hold.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
@@ -61,15 +61,17 @@ private:
         T reduction = 0;  // dB, the largest of a time
         T power = 0;
     };
-    /// Detectors of one sharing of keys, and what they give.
+    /// Detectors of one sharing of keys, and the gains they give.
     struct Bank {
         PeakHold hold;
-        AlignedBuffer<T> gains;  // rows of the keys, set by set
-        bool isIdle = false;     // nothing is reduced
+        KeyRows<T> gains;
+        bool isIdle = false;  // nothing is reduced
 
-        T* row(int set, int band) noexcept
+        void prepare(int sets)
         {
-            return gains.data() + (set * kBands + band) * kSubBlock;
+            hold.prepare(sets * kBands);
+            gains.prepare(sets * kBands);
+            gains.shape(sets, kBands);
         }
     };
     Bank& bank(KeySharing sharing) noexcept
@@ -77,7 +79,6 @@ private:
         return sharing == KeySharing::Linked ? linked_ : apart_;
     }
     void processSlice(const AudioBlock<T>& part) noexcept;
-    void takeOver(KeySharing from, KeySharing to) noexcept;
     void detect(KeySharing sharing, GridSlice slice, bool isMetered) noexcept;
     void keep(const Meter (&seen)[kBands], GridSlice slice) noexcept;
     void applyGains(const AudioBlock<T>& part) noexcept;
