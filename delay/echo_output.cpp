@@ -53,7 +53,7 @@ void EchoOutput<T>::process(T* const* x, T* const* echoes, GridSlice slice) noex
 }
 
 template <typename T>
-void EchoOutput<T>::publish(MeterSlots& meters, const StepLine<T>& lines) noexcept
+void EchoOutput<T>::publish(MeterSlots& meters, const StepLine<T>& lines, int longest) noexcept
 {
     meters.publishFamily(kEchoPeak, static_cast<int>(peaks_.size()), [this](int c) {
         const double peak = gainToDb(double(peaks_[static_cast<std::size_t>(c)]));
@@ -61,7 +61,7 @@ void EchoOutput<T>::publish(MeterSlots& meters, const StepLine<T>& lines) noexce
     });
     meters.publish("DckG"_tag, static_cast<float>(lowestGain_));
     meters.publish("Frzn"_tag, lines.isFrozen() ? 1 : 0);
-    meters.publish("LinD"_tag, std::min(static_cast<float>(lines.longest()), kLongestDelayShown));
+    meters.publish("LinD"_tag, std::min(static_cast<float>(longest), kLongestDelayShown));
     std::fill(peaks_.begin(), peaks_.end(), T(0));
     lowestGain_ = 0;
 }

@@ -23,7 +23,12 @@ public:
     /// A slice: the echoes of all channels are ducked by `x`, measured, and mixed into it.
     void process(T* const* x, T* const* echoes, GridSlice slice) noexcept;
     /// The rows of echoReadings().
-    void publish(MeterSlots& meters, const StepLine<T>& lines) noexcept;
+    void publish(MeterSlots& meters, const StepLine<T>& lines) noexcept
+    {
+        publish(meters, lines, lines.longest());
+    }
+    /// For owners some of whose taps are not heard: `longest` delay in use, in samples.
+    void publish(MeterSlots& meters, const StepLine<T>& lines, int longest) noexcept;
 
 private:
     Ducker<T> ducker_;

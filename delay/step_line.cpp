@@ -131,6 +131,22 @@ template <typename T> void StepLine<T>::read(int tap, T* const* out, GridSlice r
     likeness_[std::size_t(tap)].add(old_.data(), new_.data(), moving, run);
 }
 
+template <typename T>
+void StepLine<T>::look(int tap, const T** out, T* const* room, GridSlice run) noexcept
+{
+    const bool isMixed = fade_.isFading() || fade_.isListening();
+    if (isMixed) read(tap, room, run);
+    for (int c = 0; c < line_.channels(); ++c) {
+        const int distance = delay(tap, c) - 1;
+        out[c] = room[c];
+        if (isMixed) continue;
+        if (distance < line_.valid())
+            out[c] = line_.at(c, distance);
+        else
+            line_.copy(c, room[c], distance, run.frames);
+    }
+}
+
 template <typename T> T StepLine<T>::frozenShare(int i) const noexcept
 {
     const int frames = std::clamp(frozen_ + (isFreezing_ ? i + 1 : -i - 1), 0, fade_.length());

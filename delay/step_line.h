@@ -81,6 +81,9 @@ public:
     }
     /// A tap of all channels over a run.
     void read(int tap, T* const* out, GridSlice run) noexcept;
+    /// The same without a copy where there is nothing to mix: out[c] is where the samples lie, in
+    /// the line until the next write, or in room[c]. A few behind the run may be read, of no value.
+    void look(int tap, const T** out, T* const* room, GridSlice run) noexcept;
     /// `filtered` becomes what was read as far as the loop is frozen.
     void unfilter(T* const* filtered, const T* const* read, int n) const noexcept;
     /// Appends in + gain fed, as far as the loop is frozen `fed` alone. `in` may be anything.

@@ -174,7 +174,16 @@ template <typename T> void SimpleStripCore<T>::process(const AudioBlock<T>& bloc
 {
     peaks_.begin();
     for (auto& run : runs_) run.dynamics.beginMeters();
+    for (int c = 0; c < block.channels; ++c) {
+        sanitise(block[c], block.frames, kLoudestSignal);
+        levels_.measureInput(c, block[c], block.frames);
+        peaks_.measureInput(block[c], block.frames);
+    }
     forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
+    for (int c = 0; c < block.channels; ++c) {
+        levels_.measureOutput(c, block[c], block.frames);
+        peaks_.measureOutput(block[c], block.frames);
+    }
 }
 
 template <typename T> void SimpleStripCore<T>::processSlice(const AudioBlock<T>& part) noexcept
@@ -189,9 +198,6 @@ template <typename T> void SimpleStripCore<T>::processSlice(const AudioBlock<T>&
     T* x[kMaxChannels];
     for (int c = 0; c < part.channels; ++c) {
         x[c] = part[c];
-        sanitise(x[c], n, kLoudestSignal);
-        levels_.measureInput(c, x[c], n);
-        peaks_.measureInput(x[c], n);
         inputGain_.scale(x[c], part);
     }
     if (path_.isFading()) {
@@ -209,8 +215,6 @@ template <typename T> void SimpleStripCore<T>::processSlice(const AudioBlock<T>&
     for (int c = 0; c < part.channels; ++c) {
         outputGain_.scale(x[c], part);
         turn(x[c], n);
-        levels_.measureOutput(c, x[c], n);
-        peaks_.measureOutput(x[c], n);
     }
     path_.advance(n);
     isTurned_.advance(n);

@@ -7,10 +7,6 @@
 
 namespace quillworks {
 
-using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
-using MultiBandComponent = PassThroughComponent<"MultiBand">;
-using RhythmDelayAlgorithm = PassThroughAlgorithm;
-using RhythmDelayComponent = PassThroughComponent<"RhythmDelay">;
 using ReverbAlgorithm = PassThroughAlgorithm;
 using ReverbComponent = PassThroughComponent<"Reverb">;
 using SwellroomAlgorithm = PassThroughAlgorithm;
