@@ -48,6 +48,8 @@ const Case kCases[] = {
      "Gate",
      {{"threshold", -20}, {"sidechainfreqlow", 100}, {"sidechainfreqhigh", 8000}}},
     {"Bandpress", "Bandpress", {{"press", 12}}},
+    {"Multiband", "Multiband Dynamics", {{"bands", 3}}},
+    {"Multiband linear", "Multiband Dynamics", {{"bands", 3}, {"phase", 1}}},
     {"Bandpress unlinked", "Bandpress", {{"press", 12}, {"linked", 0}}},
 };
 

@@ -69,10 +69,10 @@ template <typename T> void Saturator<T>::begin(GridSlice slice) noexcept
     if (starts) leaving_ = present_;
     const bool moves = drive_.isGliding() || bias_.isGliding() || match_.isGliding();
     if (moves || starts || !isLaid_) {
-        const Course course{drive_.next(kWholeSubBlock), bias_.next(kWholeSubBlock),
-                            match_.next(kWholeSubBlock)};
-        lay(present_, curve_.present(), course, starts || !isLaid_);
-        if (curve_.isFading()) lay(leaving_, curve_.leaving(), course, false);
+        const Ends ends{drive_.next(kWholeSubBlock), bias_.next(kWholeSubBlock),
+                        match_.next(kWholeSubBlock)};
+        lay(present_, curve_.present(), ends, starts || !isLaid_);
+        if (curve_.isFading()) lay(leaving_, curve_.leaving(), ends, false);
         isLaid_ = true;
     }
 
@@ -87,19 +87,18 @@ template <typename T> void Saturator<T>::begin(GridSlice slice) noexcept
 
 /// Lays the values of a sub-block out, from where the way was unless it is fresh.
 template <typename T>
-void Saturator<T>::lay(Way& way, Saturation curve, const Course& course,
-                       bool isFresh) const noexcept
+void Saturator<T>::lay(Way& way, Saturation curve, const Ends& ends, bool isFresh) const noexcept
 {
-    const double gain = dbToGain(course.drive.to * (curve == Saturation::Fold ? 0.5 : 1));
-    const double match = course.match.to;
-    const double level = match == 0 ? 1 : std::pow(levelMatch(curve, gain, course.bias.to), match);
+    const double gain = dbToGain(ends.drive.to * (curve == Saturation::Fold ? 0.5 : 1));
+    const double match = ends.match.to;
+    const double level = match == 0 ? 1 : std::pow(levelMatch(curve, gain, ends.bias.to), match);
     if (isFresh) {
         way.gain = gain;
         way.level = level;
     }
     vec::ramp(way.drive.gain, T(way.gain), T(gain), kSubBlock);
     vec::ramp(way.drive.level, T(way.level), T(level), kSubBlock);
-    vec::ramp(way.drive.bias, T(course.bias.from), T(course.bias.to), kSubBlock);
+    vec::ramp(way.drive.bias, T(ends.bias.from), T(ends.bias.to), kSubBlock);
     AntiderivativeShape<T>::findRest(curve, way.drive);
     way.gain = gain;
     way.level = level;

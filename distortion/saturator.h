@@ -48,13 +48,13 @@ private:
         ShapeDrive<T> drive;
         double gain = 1, level = 1;  // at the end of the open sub-block
     };
-    /// Ends of a sub-block.
-    struct Course {
+    /// What glides, at both ends of a sub-block.
+    struct Ends {
         Ramp<double> drive, bias, match;
     };
 
     void begin(GridSlice slice) noexcept;
-    void lay(Way& way, Saturation curve, const Course& course, bool isFresh) const noexcept;
+    void lay(Way& way, Saturation curve, const Ends& ends, bool isFresh) const noexcept;
     void shape(Oversampler<T>& oversampler, T* x, GridSlice slice, const T* weights) noexcept;
     void blockConstant(T* const* x, int n) noexcept;
 

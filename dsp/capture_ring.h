@@ -30,6 +30,8 @@ public:
     /// Appends n frames, channel by channel. [audio thread]
     template <typename T> void write(const T* const* x, int n) noexcept;
 
+    /// Whether what is written now is stored. [any thread]
+    bool isRead() const noexcept { return readers_.load(std::memory_order_relaxed) > 0; }
     int channels() const noexcept { return channels_; }
     int capacity() const noexcept { return static_cast<int>(mask_ + 1); }
     /// Frames since the reset. [any thread]

@@ -9,7 +9,8 @@
 
 namespace quillworks {
 
-template <typename T> void BandChannels<T>::prepare(double sampleRate, int channels)
+template <typename T>
+void BandChannels<T>::prepare(double sampleRate, int channels, int longestBusDelay)
 {
     channels_ = channels;
     busPair_ = (channels + 1) / 2;
@@ -18,31 +19,46 @@ template <typename T> void BandChannels<T>::prepare(double sampleRate, int chann
     bus_.assign(kBusPairs, {});
     splitter_.prepare(sampleRate, busPair_ + kBusPairs);
     busChannels_ = 0;
+    busDelay_ = 0;
+    if (longestBusDelay > 0)
+        busLine_.prepare(VNK::kMaxChannels,
+                         std::max(longestBusDelay + kSubBlock, LongLine<T>::kMirror));
 }
 
 template <typename T> void BandChannels<T>::reset() noexcept
 {
     splitter_.reset();
+    busLine_.clear();
 }
 
 template <typename T> void BandChannels<T>::begin(const AudioBlock<T>& part) noexcept
 {
     splitter_.begin(part);
     const int count = part.sideChainChannels;
-    if (std::exchange(busChannels_, count) != count)
+    if (std::exchange(busChannels_, count) != count) {
         for (int pair = 0; pair < static_cast<int>(bus_.size()); ++pair)
             splitter_.clear(busPair_ + pair);
-    const int n = part.frames;
+        busLine_.clear();
+    }
     for (int c = 0; c < count; c += 2) {
         T x[2][kSubBlock];
         const bool isPair = c + 1 < count;
-        for (int i = 0; i < (isPair ? 2 : 1); ++i) {
-            vec::copy(x[i], part.side(c + i), n);
-            sanitise(x[i], n, kLoudestSignal);
-        }
+        for (int i = 0; i < (isPair ? 2 : 1); ++i) takeBus(c + i, x[i], part);
         splitter_.split(busPair_ + c / 2, x[0], isPair ? x[1] : nullptr,
                         bus_[static_cast<std::size_t>(c / 2)], part);
     }
+    if (count > 0 && busDelay_ > 0) busLine_.advance(part.frames);
+}
+
+template <typename T>
+void BandChannels<T>::takeBus(int channel, T* x, const AudioBlock<T>& part) noexcept
+{
+    const int n = part.frames;
+    vec::copy(x, part.side(channel), n);
+    sanitise(x, n, kLoudestSignal);
+    if (busDelay_ == 0) return;
+    busLine_.put(channel, x, n);  // the newest sample is the one before it
+    busLine_.copy(channel, x, busDelay_ - 1, n);
 }
 
 template <typename T> void BandChannels<T>::split(const AudioBlock<T>& part) noexcept

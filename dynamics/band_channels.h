@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "dsp/band_splitter.h"
+#include "dsp/long_line.h"
 #include "framework/audio_block.h"
 
 namespace quillworks {
@@ -22,8 +23,11 @@ enum class KeySharing {
 template <typename T> class BandChannels {
 public:
     /// Allocates.
-    void prepare(double sampleRate, int channels);
+    void prepare(double sampleRate, int channels, int longestBusDelay = 0);
     void reset() noexcept;
+    /// Frames that the bus is delayed by, as the audio is before split(). A bus that has just come
+    /// is silent until then. reset() follows.
+    void setBusDelay(int frames) noexcept { busDelay_ = frames; }
     /// Number of bands and where they part; see there. Its begin() is called here.
     BandSplitter<T>& splitter() noexcept { return splitter_; }
     int bands() const noexcept { return splitter_.bands(); }
@@ -65,12 +69,15 @@ private:
         const auto& rows = busChannels_ > 0 ? bus_ : audio_;
         return rows[static_cast<std::size_t>(channel / 2)].of(band, channel % 2);
     }
+    void takeBus(int channel, T* x, const AudioBlock<T>& part) noexcept;
     void linkedPower(int band, T* p, int n) noexcept;
 
     int channels_ = 0, busChannels_ = 0;
     int busPair_ = 0;  // of the splitter, its first for the bus
+    int busDelay_ = 0;
     BandSplitter<T> splitter_;
     std::vector<BandRows<T>> audio_, bus_;  // by pair
+    LongLine<T> busLine_;
 };
 
 }  // namespace quillworks

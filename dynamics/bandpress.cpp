@@ -92,10 +92,8 @@ template <typename T> void TriBandCore<T>::prepare(const ProcessSpec& spec)
     sampleRate_ = spec.sampleRate;
     channels_.splitter().setBands(kBands);
     channels_.prepare(sampleRate_, spec.channels);
-    linked_.hold.prepare(kBands);
-    linked_.gains.require(kBands * kSubBlock);
-    apart_.hold.prepare(kBands * spec.channels);
-    apart_.gains.require(static_cast<std::size_t>(kBands * spec.channels * kSubBlock));
+    linked_.prepare(1);
+    apart_.prepare(spec.channels);
     sharing_.prepare(sampleRate_, 0.01);
     const double half = glideSubBlocks(sampleRate_);
     constexpr double kTolerance = 0.0087;  // dB: 0.1 %
@@ -117,6 +115,7 @@ template <typename T> void TriBandCore<T>::reset() noexcept
     mix_.snap();
     switches_.snap();
     levels_.reset();
+    history_.reset();
 }
 
 template <typename T> void TriBandCore<T>::apply(const Settings& s, unsigned dirty) noexcept
@@ -172,7 +171,8 @@ template <typename T> void TriBandCore<T>::processSlice(const AudioBlock<T>& par
     }
     channels_.begin(part);
     channels_.split(part);
-    if (sharing_.next(part)) takeOver(sharing_.leaving(), sharing_.present());
+    if (sharing_.next(part))
+        bank(sharing_.present()).hold.takeOver(bank(sharing_.leaving()).hold, kBands);
     switches_.next(part);
     for (auto& gain : gain_) gain.follow(part, [](double db) { return db; });
     mixCourse_.follow(mix_, part);
@@ -189,58 +189,43 @@ template <typename T> void TriBandCore<T>::processSlice(const AudioBlock<T>& par
     sharing_.advance(n);
 }
 
-/// Detectors go on from where those they replace stand, of several from the largest.
-template <typename T> void TriBandCore<T>::takeOver(KeySharing from, KeySharing to) noexcept
-{
-    PeakHold& after = bank(to).hold;
-    const PeakHold& before = bank(from).hold;
-    after.reset();
-    for (int key = 0; key < after.keys(); ++key) {
-        PeakHold::Reached most;
-        for (int k = key % kBands; k < before.keys(); k += kBands) {
-            const auto reached = before.reached(k);
-            most.body = std::max(most.body, reached.body);
-            most.result = std::max(most.result, reached.result);
-        }
-        after.takeOver(key, most);
-    }
-}
-
 /// The gains of all keys of one sharing.
 template <typename T>
 void TriBandCore<T>::detect(KeySharing sharing, GridSlice slice, bool isMetered) noexcept
 {
-    const int n = slice.frames, sets = channels_.sets(sharing);
+    const int n = slice.frames;
     Bank& bank = this->bank(sharing);
-    T* const x = bank.row(0, 0);
-    channels_.powers(sharing, x, n);
-    const auto forEachRow = [&](auto&& f) {
-        for (int s = 0; s < sets; ++s)
-            for (int b = 0; b < kBands; ++b) f(b, bank.row(s, b));
-    };
-    const auto map = [&](auto&& f) {  // one call where the rows are full
-        if (n == kSubBlock)
-            f(x, sets * kBands * kSubBlock);
-        else
-            forEachRow([&](int, T* row) { f(row, n); });
-    };
+    KeyRows<T>& rows = bank.gains;
+    channels_.powers(sharing, rows.data(), n);
+    Meter seen[kBands];
     if (isMetered)
-        forEachRow(
-            [&](int b, T* row) { meter_[b].power = std::max(meter_[b].power, vec::peak(row, n)); });
-    map([](T* row, int count) { vec::decibelsFromPower(row, row, T(kPowerFloor), count); });
-    forEachRow([&](int b, T* row) { curve_[b].reduce(row, n); });
-    bank.isIdle = bank.hold.run(x, n);
-    if (bank.isIdle) {
-        forEachRow([&](int b, T* row) { vec::copy(row, gain_[b].of(slice), n); });
-    } else {
-        forEachRow([&](int b, T* row) {
-            if (isMetered) meter_[b].reduction = std::max(meter_[b].reduction, vec::peak(row, n));
-            const T* const gain = gain_[b].of(slice);
-            for (int i = 0; i < n; ++i) row[i] = gain[i] - row[i];
-        });
+        rows.forEach(
+            [&](int b, T* row) { seen[b].power = std::max(seen[b].power, vec::peak(row, n)); });
+    rows.map(n, [](T* x, int count) { vec::decibelsFromPower(x, x, T(kPowerFloor), count); });
+    rows.forEach([&](int b, T* row) { curve_[b].reduce(row, n); });
+    bank.isIdle = bank.hold.run(rows.data(), n);
+    rows.forEach([&](int b, T* row) {
+        const T* const gain = gain_[b].of(slice);
+        if (bank.isIdle) return vec::copy(row, gain, n);
+        if (isMetered) seen[b].reduction = std::max(seen[b].reduction, vec::peak(row, n));
+        vec::subCopy(row, gain, row, n);
+    });
+    if (isMetered) keep(seen, slice);
+    rows.map(n, [](T* x, int count) { vec::gainFromDecibels(x, x, count); });
+    rows.forEach([&](int b, T* row) { switches_.apply(b, row, mixCourse_, slice); });
+}
+
+/// For the meters, which show the call's extremes, and the history.
+template <typename T>
+void TriBandCore<T>::keep(const Meter (&seen)[kBands], GridSlice slice) noexcept
+{
+    for (int b = 0; b < kBands; ++b) {
+        meter_[b].power = std::max(meter_[b].power, seen[b].power);
+        meter_[b].reduction = std::max(meter_[b].reduction, seen[b].reduction);
+        if (history_.isRead())
+            history_.add(b, std::sqrt(double(seen[b].power)), dbToGain(-double(seen[b].reduction)));
     }
-    map([](T* row, int count) { vec::gainFromDecibels(row, row, count); });
-    forEachRow([&](int b, T* row) { switches_.apply(b, row, mixCourse_, slice); });
+    history_.end(slice);
 }
 
 /// The bands times their gains; while the sharing changes, times both, faded.
@@ -252,16 +237,10 @@ template <typename T> void TriBandCore<T>::applyGains(const AudioBlock<T>& part)
     for (int b = 0; b < kBands; ++b) {
         if (!isFading && present.isIdle && gain_[b].is(0) && switches_.passes(b)) continue;
         for (int c = 0; c < part.channels; ++c) {
-            const auto rowOf = [&](KeySharing sharing) {
-                return bank(sharing).row(sharing == KeySharing::Linked ? 0 : c, b);
-            };
-            const T* gain = rowOf(sharing_.present());
-            T faded[kSubBlock];
-            if (isFading) {
-                vec::copy(faded, gain, n);
-                sharing_.fade().mix(faded, rowOf(sharing_.leaving()), n);
-                gain = faded;
-            }
+            T room[kSubBlock];
+            const T* const gain = fadedRow(sharing_, room, n, [&](KeySharing sharing) {
+                return bank(sharing).gains.of(sharing == KeySharing::Linked ? 0 : c, b);
+            });
             vec::mulInplace(channels_.band(b, c), gain, n);
         }
     }
@@ -283,10 +262,12 @@ template <typename T> void TriBandCore<T>::publish(MeterSlots& meters) noexcept
 template class TriBandCore<float>;
 template class TriBandCore<double>;
 
-TriBandCompressorAlgorithm::TriBandCompressorAlgorithm() : PrecisionAlgorithm(kParameters) {}
+TriBandCompressorAlgorithm::TriBandCompressorAlgorithm()
+    : DisplayAlgorithm(kParameters, std::vector<const char*>{"Low", "Mid", "High"})
+{}
 
 TriBandComponent::TriBandComponent(TriBandCompressorAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "TriBand", .kind = "compressor"})
+    : DisplayComponent(algorithm, {.viewPrefix = "TriBand", .kind = "compressor"}, {"history"})
 {}
 
 }  // namespace quillworks

@@ -2,12 +2,13 @@
 // Bandpress: three-band compressor without latency, one knob deep.
 #pragma once
 
-#include "dsp/aligned_buffer.h"
 #include "dsp/gliding_course.h"
 #include "dynamics/band_channels.h"
 #include "dynamics/band_switches.h"
 #include "dynamics/editor_levels.h"
 #include "dynamics/gain_computer.h"
+#include "dynamics/gain_history.h"
+#include "dynamics/key_rows.h"
 #include "dynamics/peak_hold.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
@@ -51,19 +52,26 @@ public:
     void apply(const Settings& settings, unsigned dirty) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
+    void setCapture(CaptureRing& ring) noexcept { history_.setRing(ring); }
 
 private:
     static constexpr int kBands = TriBandSettings::kBands;
 
-    /// Detectors of one sharing of keys, and what they give.
+    struct Meter {
+        T reduction = 0;  // dB, the largest of a time
+        T power = 0;
+    };
+    /// Detectors of one sharing of keys, and the gains they give.
     struct Bank {
         PeakHold hold;
-        AlignedBuffer<T> gains;  // rows of the keys, set by set
-        bool isIdle = false;     // nothing is reduced
+        KeyRows<T> gains;
+        bool isIdle = false;  // nothing is reduced
 
-        T* row(int set, int band) noexcept
+        void prepare(int sets)
         {
-            return gains.data() + (set * kBands + band) * kSubBlock;
+            hold.prepare(sets * kBands);
+            gains.prepare(sets * kBands);
+            gains.shape(sets, kBands);
         }
     };
     Bank& bank(KeySharing sharing) noexcept
@@ -71,8 +79,8 @@ private:
         return sharing == KeySharing::Linked ? linked_ : apart_;
     }
     void processSlice(const AudioBlock<T>& part) noexcept;
-    void takeOver(KeySharing from, KeySharing to) noexcept;
     void detect(KeySharing sharing, GridSlice slice, bool isMetered) noexcept;
+    void keep(const Meter (&seen)[kBands], GridSlice slice) noexcept;
     void applyGains(const AudioBlock<T>& part) noexcept;
 
     double sampleRate_ = 44100;
@@ -86,20 +94,17 @@ private:
     Course<T> mixCourse_;
     BandSwitches<T> switches_;
     EditorLevels levels_;
-    struct Meter {
-        T reduction = 0;  // dB, the largest of the call
-        T power = 0;
-    };
     Meter meter_[kBands];
+    GainCapture<kBands> history_;
 };
 
 class TriBandCompressorAlgorithm final
-    : public PrecisionAlgorithm<TriBandCore, AudioSideChainInsertAlgorithm> {
+    : public DisplayAlgorithm<TriBandCore, GainHistory, AudioSideChainInsertAlgorithm> {
 public:
     TriBandCompressorAlgorithm();
 };
 
-class TriBandComponent final : public AudioEffectComponent {
+class TriBandComponent final : public DisplayComponent<TriBandCompressorAlgorithm> {
 public:
     explicit TriBandComponent(TriBandCompressorAlgorithm& algorithm);
 };

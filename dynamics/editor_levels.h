@@ -91,6 +91,7 @@ public:
 
 private:
     enum Side { kInput, kOutput };
+    static constexpr int kEnough = 64;  // frames: longer rows would crowd the cache
     static constexpr int kRow = kLongest + LevelLanes::kReadsBeyond;
 
     /// Where the samples of a channel wait. Of a pair of channels the inputs come first.
@@ -104,7 +105,7 @@ private:
         assert(n <= kLongest);
         n = std::min(n, kLongest);
         if (channel == 0) {
-            if (frames_[side] + n > kLongest) follow();
+            if (frames_[side] + n > std::max(n, kEnough)) follow();
             begin_[side] = frames_[side];
             frames_[side] += n;
         }

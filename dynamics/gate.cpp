@@ -127,6 +127,7 @@ template <typename T> void GateXCore<T>::reset() noexcept
         ch.key.reset();
     }
     levels_.reset();
+    history_.reset();
 }
 
 template <typename T> void GateXCore<T>::apply(const Settings& s, unsigned dirty) noexcept
@@ -182,7 +183,10 @@ template <typename T> void GateXCore<T>::processSlice(const AudioBlock<T>& part)
     Gains gains;
     gains.isConstant = gain_.run(key, peak, gains.kept, n);
     const int count = gains.isConstant ? 1 : n;
-    lowest_ = std::min(lowest_, *std::min_element(gains.kept, gains.kept + count));
+    const T lowest = *std::min_element(gains.kept, gains.kept + count);
+    lowest_ = std::min(lowest_, lowest);
+    history_.add(0, peak, double(lowest));
+    history_.end(part);
     if (hears(Listen::Removed))
         for (int i = 0; i < count; ++i) gains.removed[i] = 1 - gains.kept[i];
 
@@ -283,11 +287,12 @@ template <typename T> void GateXCore<T>::publish(MeterSlots& meters) noexcept
 template class GateXCore<float>;
 template class GateXCore<double>;
 
-GateXAlgorithm::GateXAlgorithm() : PrecisionAlgorithm(kParameters) {}
+GateXAlgorithm::GateXAlgorithm() : DisplayAlgorithm(kParameters, std::vector<const char*>{"Key"}) {}
 
 GateXComponent::GateXComponent(GateXAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "GateX", .views = {"Editor", "Compact"}, .kind = "gate"}),
+    : DisplayComponent(algorithm,
+                       {.viewPrefix = "GateX", .views = {"Editor", "Compact"}, .kind = "gate"},
+                       {"history"}),
       lookAhead_(list().find("lookahead"))
 {}
 

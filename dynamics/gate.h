@@ -9,6 +9,7 @@
 #include "dsp/delay_line.h"
 #include "dsp/smoothed.h"
 #include "dynamics/editor_levels.h"
+#include "dynamics/gain_history.h"
 #include "dynamics/gate_gain.h"
 #include "dynamics/sidechain_filter.h"
 #include "framework/effect_component.h"
@@ -45,6 +46,7 @@ public:
     void apply(const Settings& settings, unsigned dirty) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
+    void setCapture(CaptureRing& ring) noexcept { history_.setRing(ring); }
 
 private:
     enum class Listen { Off, Key, Removed };
@@ -80,14 +82,16 @@ private:
     int keyChannels_ = 0;  // of the external bus, in the last call
     T lowest_ = 1;         // gain of the last call
     double keyPeak_ = 0;   // of the last call, linear
+    GainCapture<1> history_;
 };
 
-class GateXAlgorithm final : public PrecisionAlgorithm<GateXCore, AudioSideChainInsertAlgorithm> {
+class GateXAlgorithm final
+    : public DisplayAlgorithm<GateXCore, GainHistory, AudioSideChainInsertAlgorithm> {
 public:
     GateXAlgorithm();
 };
 
-class GateXComponent final : public AudioEffectComponent {
+class GateXComponent final : public DisplayComponent<GateXAlgorithm> {
 public:
     explicit GateXComponent(GateXAlgorithm& algorithm);
 

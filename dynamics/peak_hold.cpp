@@ -7,6 +7,24 @@
 #include "dsp/lanes-inl.h"
 #include "dynamics/peak_hold.h"
 
+#ifndef QUILLWORKS_KEY_KERNELS
+#define QUILLWORKS_KEY_KERNELS
+namespace quillworks {
+namespace {
+
+/// Rows of lanes, how far apart, samples of all keys, their number, and how many of each.
+template <typename T> using FollowKeys = void (*)(double*, int, T*, int, int);
+struct KeyKernels {
+    FollowKeys<float> peaksOfFloats;
+    FollowKeys<double> peaksOfDoubles;
+    FollowKeys<float> troughsOfFloats;
+    FollowKeys<double> troughsOfDoubles;
+};
+
+}  // namespace
+}  // namespace quillworks
+#endif
+
 HWY_BEFORE_NAMESPACE();
 namespace quillworks::HWY_NAMESPACE {
 namespace {
@@ -15,12 +33,15 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 constexpr double kSame = 0.05;  // dB below u that are still its peak
 constexpr double kDone = 1e-6;  // dB of v that are nothing
+constexpr double kNone = 1e30;  // dB that nothing asks for
 
-/// Lanes of keys; the rows of PeakHold, and what follows from them.
-template <class D> struct Detector {
+/// Lanes of keys; the rows that all detectors have, and what follows from them. The way from u to u
+/// and from v to v is what limits the speed, so all that does not lie on it is worked out beside
+/// it: r + cr (u - r) as two products, and whether an end is reached from the value before.
+template <class D> struct Lanes {
     using V = hn::Vec<D>;
 
-    HWY_INLINE Detector(D, const double* rows, int stride)
+    HWY_INLINE Lanes(const double* rows, int stride)
         : release(hn::LoadU(D(), rows)),
           attack(hn::LoadU(D(), rows + stride)),
           hold(hn::LoadU(D(), rows + 2 * stride)),
@@ -29,7 +50,6 @@ template <class D> struct Detector {
           left(hn::LoadU(D(), rows + 5 * stride)),
           releaseShare(hn::Sub(hn::Set(D(), 1.0), release)),
           attackShare(hn::Sub(hn::Set(D(), 1.0), attack)),
-          over(hn::Div(hn::Set(D(), kSame), release)),
           gone(hn::Div(hn::Set(D(), kDone), attack))
     {}
     HWY_INLINE void save(double* rows, int stride) const
@@ -38,10 +58,26 @@ template <class D> struct Detector {
         hn::StoreU(v, D(), rows + 4 * stride);
         hn::StoreU(left, D(), rows + 5 * stride);
     }
+    HWY_INLINE V attacked()
+    {
+        const auto isGone = hn::And(hn::Eq(u, hn::Zero(D())), hn::Lt(v, gone));
+        v = hn::IfThenElseZero(hn::Not(isGone), hn::MulAdd(attack, v, hn::Mul(attackShare, u)));
+        return v;
+    }
 
-    /// One sample: r in, v out. The way from u to u and from v to v is what limits the speed, so
-    /// all that does not lie on it is worked out beside it: r + cr (u - r) as two products, and
-    /// whether an end is reached from the value before.
+    V release, attack, hold, u, v, left;
+    V releaseShare, attackShare;  // 1 - coefficient
+    V gone;                       // below this v, falling, is at its end
+};
+
+template <class D> struct Peaks : Lanes<D> {
+    using typename Lanes<D>::V;
+    using Lanes<D>::u, Lanes<D>::left;
+
+    HWY_INLINE Peaks(const double* rows, int stride)
+        : Lanes<D>(rows, stride), over(hn::Div(hn::Set(D(), kSame), this->release))
+    {}
+    /// One sample: r in, v out.
     HWY_INLINE V next(V r)
     {
         const D d;
@@ -51,18 +87,66 @@ template <class D> struct Detector {
         const auto isPeak = hn::Gt(peak, u);
         const auto holds = hn::Gt(left, zero);
         const auto isOver = hn::AndNot(asks, hn::Le(u, over));
-        const V falling = hn::MulAdd(release, u, hn::Mul(releaseShare, r));
+        const V falling = hn::MulAdd(this->release, u, hn::Mul(this->releaseShare, r));
         const V still = hn::IfThenElse(holds, u, hn::IfThenElse(isOver, zero, falling));
         u = hn::IfThenElse(isPeak, hn::Max(u, r), still);
-        left = hn::IfThenElse(isPeak, hold, hn::Max(hn::Sub(left, hn::Set(d, 1.0)), zero));
-        const auto isGone = hn::And(hn::Eq(u, zero), hn::Lt(v, gone));
-        v = hn::IfThenElse(isGone, zero, hn::MulAdd(attack, v, hn::Mul(attackShare, u)));
-        return v;
+        left = hn::IfThenElse(isPeak, this->hold, hn::Max(hn::Sub(left, hn::Set(d, 1.0)), zero));
+        return this->attacked();
     }
 
-    V release, attack, hold, u, v, left;
-    V releaseShare, attackShare;  // 1 - coefficient
-    V over, gone;                 // below these u and v, falling, are at their ends
+    V over;  // below this u, falling, is at its end
+};
+
+template <class D> struct Troughs : Lanes<D> {
+    using typename Lanes<D>::V;
+    using Lanes<D>::u, Lanes<D>::left;
+    static constexpr int kStretches = 4;
+
+    HWY_INLINE Troughs(const double* rows, int stride) : Lanes<D>(rows, stride)
+    {
+        present = hn::LoadU(D(), rows + 6 * stride);
+        for (int i = 0; i < kStretches; ++i) past[i] = hn::LoadU(D(), rows + (7 + i) * stride);
+        older = smallestOfPast();
+    }
+    HWY_INLINE void save(double* rows, int stride) const
+    {
+        Lanes<D>::save(rows, stride);
+        hn::StoreU(present, D(), rows + 6 * stride);
+        for (int i = 0; i < kStretches; ++i) hn::StoreU(past[i], D(), rows + (7 + i) * stride);
+    }
+    /// One sample: q in, v out.
+    HWY_INLINE V next(V q)
+    {
+        const D d;
+        present = hn::Min(present, q);
+        const V least = hn::Min(present, older);
+        const auto isRising = hn::Gt(hn::Sub(least, hn::Set(d, kSame)), u);
+        const V rising = hn::MulAdd(this->release, u, hn::Mul(this->releaseShare, least));
+        u = hn::IfThenElse(hn::Lt(q, u), q, hn::IfThenElse(isRising, rising, u));
+        left = hn::Sub(left, hn::Set(d, 1.0));
+        const auto ends = hn::Le(left, hn::Zero(d));
+        if (HWY_UNLIKELY(!hn::AllFalse(d, ends))) turn(ends);
+        return this->attacked();
+    }
+
+    V present, past[kStretches];  // smallest q of the stretch under way, and of those before
+    V older;                      // of all of those
+
+private:
+    HWY_INLINE V smallestOfPast() const
+    {
+        return hn::Min(hn::Min(past[0], past[1]), hn::Min(past[2], past[3]));
+    }
+    /// Stretches end in some lanes.
+    template <class M> HWY_INLINE void turn(M ends)
+    {
+        for (int i = kStretches - 1; i > 0; --i)
+            past[i] = hn::IfThenElse(ends, past[i - 1], past[i]);
+        past[0] = hn::IfThenElse(ends, present, past[0]);
+        present = hn::IfThenElse(ends, hn::Set(D(), kNone), present);
+        left = hn::IfThenElse(ends, this->hold, left);
+        older = smallestOfPast();
+    }
 };
 
 /// share x0 + x1, rounded once where the processor can.
@@ -79,9 +163,10 @@ template <typename T> HWY_INLINE double largest(const T* x, int n)
     return HWY_MAX(HWY_MAX(most[0], most[1]), HWY_MAX(most[2], most[3]));
 }
 
-/// One key: in branches what happens rarely costs less than if all were worked out for each sample,
-/// and most runs hold throughout or fall throughout, where nothing has to be decided.
-template <typename T> void followOne(double* rows, int stride, T* x, int n)
+/// One key that is held at its peaks: in branches what happens rarely costs less than if all were
+/// worked out for each sample, and most runs hold throughout or fall throughout, where nothing has
+/// to be decided.
+template <typename T> void followOnePeak(double* rows, int stride, T* x, int n)
 {
     const double release = rows[0], attack = rows[stride], hold = rows[2 * stride];
     double u = rows[3 * stride], v = rows[4 * stride], left = rows[5 * stride];
@@ -130,11 +215,29 @@ template <typename T> void followOne(double* rows, int stride, T* x, int n)
     done();
 }
 
+template <template <class> class Law> constexpr bool kHoldsPeaks = false;
+template <> constexpr bool kHoldsPeaks<Peaks> = true;
+
+/// One key.
+template <template <class> class Law, typename T>
+void followOne(double* rows, int stride, T* x, int n)
+{
+    if constexpr (kHoldsPeaks<Law>) {
+        followOnePeak(rows, stride, x, n);
+    } else {
+        const hn::CappedTag<double, 1> d;
+        Law<hn::CappedTag<double, 1>> s(rows, stride);
+        for (int i = 0; i < n; ++i) x[i] = T(hn::GetLane(s.next(hn::Set(d, double(x[i])))));
+        s.save(rows, stride);
+    }
+}
+
 #if HWY_TARGET == HWY_SCALAR
 
-template <typename T> void followAll(double* rows, int stride, T* x, int keys, int n)
+template <template <class> class Law, typename T>
+void followAll(double* rows, int stride, T* x, int keys, int n)
 {
-    for (int k = 0; k < keys; ++k) followOne(rows + k, stride, x + k * kSubBlock, n);
+    for (int k = 0; k < keys; ++k) followOne<Law>(rows + k, stride, x + k * kSubBlock, n);
 }
 
 #else
@@ -158,7 +261,8 @@ template <class D> HWY_INLINE void storeSamples(D, hn::Vec<D> v, float* x)
 }
 
 /// Keys side by side, in one vector or in two.
-template <int vectors, typename T> void followLanes(double* rows, int stride, T* x, int keys, int n)
+template <template <class> class Law, int vectors, typename T>
+void followLanes(double* rows, int stride, T* x, int keys, int n)
 {
     static_assert(vectors <= 2);
     const hn::CappedTag<double, 4> d;
@@ -168,7 +272,7 @@ template <int vectors, typename T> void followLanes(double* rows, int stride, T*
     T unused[kSubBlock] = {};  // stands for the rows that the last vector has too many
     T* row[vectors * lanes];
     for (int k = 0; k < vectors * lanes; ++k) row[k] = k < keys ? x + k * kSubBlock : unused;
-    Detector<D> s(d, rows, stride), more(d, rows + (vectors - 1) * lanes, stride);
+    Law<D> s(rows, stride), more(rows + (vectors - 1) * lanes, stride);
     for (int at = 0; at < n; at += lanes) {
         V w[lanes], z[lanes];
         for (int k = 0; k < lanes; ++k) w[k] = loadSamples(d, row[k] + at);
@@ -202,30 +306,41 @@ template <int vectors, typename T> void followLanes(double* rows, int stride, T*
     if (vectors == 2) more.save(rows + (vectors - 1) * lanes, stride);
 }
 
-template <typename T> void followAll(double* rows, int stride, T* x, int keys, int n)
+template <template <class> class Law, typename T>
+void followAll(double* rows, int stride, T* x, int keys, int n)
 {
     constexpr int lanes = static_cast<int>(hn::MaxLanes(hn::CappedTag<double, 4>()));
     for (int k = 0; k < keys; k += 2 * lanes) {
         const int count = HWY_MIN(2 * lanes, keys - k);
         T* const y = x + k * kSubBlock;
         if (count == 1)
-            followOne(rows + k, stride, y, n);
+            followOne<Law>(rows + k, stride, y, n);
         else if (count <= lanes)
-            followLanes<1>(rows + k, stride, y, count, n);
+            followLanes<Law, 1>(rows + k, stride, y, count, n);
         else
-            followLanes<2>(rows + k, stride, y, count, n);
+            followLanes<Law, 2>(rows + k, stride, y, count, n);
     }
 }
 
 #endif
 
-void followFloats(double* rows, int stride, float* x, int keys, int n)
+template <template <class> class Law> struct Follow {
+    static void floats(double* rows, int stride, float* x, int keys, int n)
+    {
+        followAll<Law>(rows, stride, x, keys, n);
+    }
+    static void doubles(double* rows, int stride, double* x, int keys, int n)
+    {
+        followAll<Law>(rows, stride, x, keys, n);
+    }
+};
+
+constexpr KeyKernels kKernels{Follow<Peaks>::floats, Follow<Peaks>::doubles,
+                              Follow<Troughs>::floats, Follow<Troughs>::doubles};
+
+const KeyKernels* keyKernels()
 {
-    followAll(rows, stride, x, keys, n);
-}
-void followDoubles(double* rows, int stride, double* x, int keys, int n)
-{
-    followAll(rows, stride, x, keys, n);
+    return &kKernels;
 }
 
 }  // namespace
@@ -241,53 +356,91 @@ HWY_AFTER_NAMESPACE();
 
 namespace quillworks {
 
-HWY_EXPORT(followFloats);
-HWY_EXPORT(followDoubles);
-static const auto chosenFloats = SIMD_CHOOSE(followFloats);
-static const auto chosenDoubles = SIMD_CHOOSE(followDoubles);
+HWY_EXPORT(keyKernels);
+static const KeyKernels& chosen = *SIMD_CHOOSE(keyKernels)();
 
 namespace {
 
-enum Row { Release, Attack, Hold, Body, Result, Left, kRowCount };
 constexpr double kLongestHold = 0.0125;  // seconds: half a period at 40 Hz
+constexpr int kTroughRows = 11;          // and the smallest q of five stretches
 
-void follow(double* rows, int stride, float* x, int keys, int n)
+void follow(const KeyKernels& k, double* rows, int stride, float* x, int keys, int n)
 {
-    chosenFloats(rows, stride, x, keys, n);
+    k.peaksOfFloats(rows, stride, x, keys, n);
 }
-void follow(double* rows, int stride, double* x, int keys, int n)
+void follow(const KeyKernels& k, double* rows, int stride, double* x, int keys, int n)
 {
-    chosenDoubles(rows, stride, x, keys, n);
+    k.peaksOfDoubles(rows, stride, x, keys, n);
+}
+void followTroughs(const KeyKernels& k, double* rows, int stride, float* x, int keys, int n)
+{
+    k.troughsOfFloats(rows, stride, x, keys, n);
+}
+void followTroughs(const KeyKernels& k, double* rows, int stride, double* x, int keys, int n)
+{
+    k.troughsOfDoubles(rows, stride, x, keys, n);
 }
 
 }  // namespace
 
-void PeakHold::prepare(int keys)
+void KeyDetectors::prepare(int keys, int rows)
 {
     keys_ = keys;
     stride_ = (keys + 7) / 8 * 8;
-    lanes_.assign(static_cast<std::size_t>(kRowCount * stride_), 0);
-    reset();
+    lanes_.assign(static_cast<std::size_t>(rows * stride_), 0);
 }
 
-void PeakHold::reset() noexcept
+void KeyDetectors::rest() noexcept
 {
     std::fill(lanes_.begin() + Body * stride_, lanes_.end(), 0.0);
     isIdle_ = true;
 }
 
-int PeakHold::holdFrames(double sampleRate, double lowest) noexcept
+int KeyDetectors::holdFrames(double sampleRate, double lowest) noexcept
 {
     const double seconds = lowest > 0 ? std::min(kLongestHold, 1 / lowest) : kLongestHold;
     return std::max(1, static_cast<int>(sampleRate * seconds + 0.5));
 }
 
-void PeakHold::setTimes(int key, double attack, double release, int hold) noexcept
+void KeyDetectors::setTimes(int key, double attack, double release, int hold) noexcept
 {
-    assert(key < keys_);
+    assert(key < stride_);
     row(Attack)[key] = attack;
     row(Release)[key] = release;
     row(Hold)[key] = hold;
+}
+
+KeyDetectors::Reached KeyDetectors::reached(int key) const noexcept
+{
+    return {row(Body)[key], row(Result)[key]};
+}
+
+void KeyDetectors::takeOver(const KeyDetectors& before, int bands) noexcept
+{
+    rest();
+    for (int key = 0; key < keys_; ++key) {
+        Reached most;
+        for (int k = key % bands; k < before.keys_; k += bands) {
+            const auto reached = before.reached(k);
+            most.body = std::max(most.body, reached.body);
+            most.result = std::max(most.result, reached.result);
+        }
+        takeOver(key, most);
+    }
+}
+
+void KeyDetectors::takeOver(int key, const Reached& from) noexcept
+{
+    row(Body)[key] = from.body;
+    row(Result)[key] = from.result;
+    row(Left)[key] = row(Hold)[key];
+    isIdle_ = isIdle_ && from.body == 0 && from.result == 0;
+}
+
+void PeakHold::prepare(int keys)
+{
+    KeyDetectors::prepare(keys, kRows);
+    reset();
 }
 
 template <typename T> bool PeakHold::run(T* x, int n) noexcept
@@ -301,26 +454,38 @@ template <typename T> bool PeakHold::run(T* x, int n) noexcept
                 largest = std::max(largest, vec::peak(x + k * kSubBlock, n));
         if (largest == 0) return true;
     }
-    follow(lanes_.data(), stride_, x, keys_, n);
+    follow(chosen, lanes_.data(), stride_, x, keys_, n);
     isIdle_ = std::all_of(row(Body), row(Left), [](double value) { return value == 0; });
     return false;
 }
 
-PeakHold::Reached PeakHold::reached(int key) const noexcept
+void TroughHold::prepare(int keys)
 {
-    return {row(Body)[key], row(Result)[key]};
+    KeyDetectors::prepare(keys, kTroughRows);
+    reset();
 }
 
-void PeakHold::takeOver(int key, const Reached& from) noexcept
+void TroughHold::reset() noexcept
 {
-    row(Body)[key] = from.body;
-    row(Result)[key] = from.result;
-    row(Left)[key] = row(Hold)[key];
-    isIdle_ = isIdle_ && from.body == 0 && from.result == 0;
+    rest();
+    std::copy_n(row(Hold), stride_, row(Left));
+}
+
+void TroughHold::setTimes(int key, double attack, double release, int hold) noexcept
+{
+    KeyDetectors::setTimes(key, attack, release, hold / 4 + 1);
+}
+
+template <typename T> void TroughHold::run(T* x, int n) noexcept
+{
+    followTroughs(chosen, lanes_.data(), stride_, x, keys_, n);
+    isIdle_ = std::all_of(row(Body), row(Left), [](double value) { return value == 0; });
 }
 
 template bool PeakHold::run(float*, int) noexcept;
 template bool PeakHold::run(double*, int) noexcept;
+template void TroughHold::run(float*, int) noexcept;
+template void TroughHold::run(double*, int) noexcept;
 
 }  // namespace quillworks
 #endif

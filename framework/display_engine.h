@@ -102,8 +102,13 @@ class DisplayAlgorithm : public PrecisionAlgorithm<CoreOf, Base> {
     using Precision = PrecisionAlgorithm<CoreOf, Base>;
 
 public:
-    using Precision::Precision;
     using EngineType = Engine;
+
+    /// `engine`: what the engine is made of.
+    template <class Rows, class... Args>
+    explicit DisplayAlgorithm(const Rows& rows, Args&&... engine)
+        : Precision(rows), engine_(std::forward<Args>(engine)...)
+    {}
 
     DisplayFeed& feed() noexcept { return feed_; }
     Engine& engine() noexcept { return engine_; }
@@ -171,7 +176,7 @@ public:
 protected:
     /// Hands the present values to the engine. Under the feed's mutex; may throw std::bad_alloc.
     /// [any thread but audio]
-    virtual void configure(typename Algorithm::EngineType& engine) = 0;
+    virtual void configure(typename Algorithm::EngineType&) {}
 
 private:
     Algorithm& displays_;

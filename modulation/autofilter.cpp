@@ -7,9 +7,7 @@
 #include "dsp/decibel.h"
 #include "dsp/level_match.h"
 #include "dsp/sanitise.h"
-#include "dsp/section.h"
 #include "dsp/vec.h"
-#include "dsp/warped_octaves.h"
 #include "framework/note_sync.h"
 #include "framework/sidechain_source.h"
 
@@ -99,11 +97,6 @@ constexpr auto kParameters = joinedRows(
                Core::Lfo),
     kTail);
 
-double at(const Ramp<double>& ramp, double share) noexcept
-{
-    return ramp.from + (ramp.to - ramp.from) * share;
-}
-
 double shareOf(double drive) noexcept
 {
     return std::min(1.0, drive / kFullDrive);
@@ -121,6 +114,7 @@ template <typename T> void AutofilterCore<T>::prepare(const ProcessSpec& spec)
     sampleRate_ = spec.sampleRate;
     factor_ = sampleRate_ < kFastEnough ? 2 : 1;
     lfo_.prepare(sampleRate_);
+    sweep_.prepare(factor_ * sampleRate_);
     sequence_.prepare(sampleRate_);
     const double halfLife = 2 * glideSubBlocks(sampleRate_);
     const auto glide = [&](Smoothed<double>& value, double range) {
@@ -151,7 +145,8 @@ template <typename T> void AutofilterCore<T>::reset() noexcept
     for (auto* value : {&glides_.cutoff, &glides_.lfo, &glides_.envelope, &glides_.sequence,
                         &glides_.sensitivity, &glides_.drive})
         value->snap();
-    isSwept_ = isDriveLaid_ = false;
+    sweep_.restart();
+    isDriveLaid_ = false;
     filter_.reset();
     for (auto& channel : channels_) {
         channel.oversampler.reset();
@@ -265,25 +260,14 @@ template <typename T> void AutofilterCore<T>::hear(const AudioBlock<T>& part) no
 /// The corner over the groups of frames that begin in the slice.
 template <typename T> void AutofilterCore<T>::layGroups(GridSlice slice) noexcept
 {
-    const auto [first, end] = GroupRange::of(slice);
-    if (first == end) return;
-    double octaves[kGroups * kSides]{}, hertz[kGroups * kSides], g[kGroups + 1][kSides];
-    int n = 0;
-    for (int group = first; group < end; ++group) {
-        const double share = double(group + 1) / kGroups;
-        const double base = at(cutoff_, share) + at(envelopeAmount_, share) * level_.at(group) +
-                            at(sequenceAmount_, share) * at(sequence_.value(), share);
-        for (const Side side : {kLeft, kRight})
-            octaves[n++] = base + at(lfoAmount_, share) * at(lfo_.value(side), share);
-    }
-    warpOctaves(octaves, hertz, g[1], n, factor_ * sampleRate_);
-    for (const Side side : {kLeft, kRight}) {
-        g[0][side] = isSwept_ ? g_[side] : g[1][side];
-        g_[side] = g[end - first][side];
-        cutoffHertz_[side] = hertz[n - kSides + side];
-    }
-    isSwept_ = true;
-    filter_.lay(first, end - first, g);
+    const auto groups = GroupRange::of(slice);
+    if (groups.count() == 0) return;
+    const auto& corners = sweep_.lay(groups, [&](int group, Side side) {
+        return atEnd(cutoff_, group) + atEnd(envelopeAmount_, group) * level_.at(group) +
+               atEnd(sequenceAmount_, group) * atEnd(sequence_.value(), group) +
+               atEnd(lfoAmount_, group) * atEnd(lfo_.value(side), group);
+    });
+    filter_.lay(groups.first, groups.count(), corners);
 }
 
 /// From the input to the shaped signal at the inner rate.
@@ -359,12 +343,8 @@ void AutofilterCore<T>::processSlice(const AudioBlock<T>& part, int offset) noex
 template <typename T> void AutofilterCore<T>::publish(MeterSlots& meters) noexcept
 {
     peaks_.publish(meters);
-    const auto hertz = [&](Side side) {
-        return static_cast<float>(
-            std::min(cutoffHertz_[side], kHighestCutOff * factor_ * sampleRate_));
-    };
-    meters.publish("Cut0"_tag, hertz(kLeft));
-    meters.publish("Cut1"_tag, hertz(kRight));
+    meters.publish("Cut0"_tag, sweep_.hertz(kLeft));
+    meters.publish("Cut1"_tag, sweep_.hertz(kRight));
     meters.publish("EnvL"_tag, static_cast<float>(level_.at(kGroups - 1)));
     meters.publish("StpP"_tag, static_cast<float>(sequence_.position()));
 }

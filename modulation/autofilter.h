@@ -13,6 +13,7 @@
 #include "framework/peak_levels.h"
 #include "framework/precision_algorithm.h"
 #include "modulation/channel_slots.h"
+#include "modulation/corner_sweep.h"
 #include "modulation/level_envelope.h"
 #include "modulation/step_sequence.h"
 #include "modulation/stereo_lfo.h"
@@ -95,9 +96,8 @@ private:
     Glides glides_;
     Ramp<double> cutoff_{}, lfoAmount_{}, envelopeAmount_{}, sequenceAmount_{};
     double sensitivity_ = 0;
-    double g_[kSides]{};  // warped frequencies at the end of the last group
-    double cutoffHertz_[kSides]{};
-    bool isSwept_ = false, isDriveLaid_ = false;
+    CornerSweep sweep_;
+    bool isDriveLaid_ = false;
 
     ShapeDrive<T> drive_;
     Course<T> share_;  // of the driven signal

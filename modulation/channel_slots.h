@@ -2,7 +2,6 @@
 // Channels as the filters of a stereo modulation take them: left and right sides by turns.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <vector>
 

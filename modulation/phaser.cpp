@@ -8,7 +8,6 @@
 
 #include "dsp/sanitise.h"
 #include "dsp/vec.h"
-#include "dsp/warped_octaves.h"
 #include "framework/note_sync.h"
 
 namespace quillworks {
@@ -67,17 +66,13 @@ constexpr auto kParameters = joinedRows(
                {.beats = 4, .rate = 0.3f, .wave = LfoWave::Triangle, .stereo = 90}, Core::Lfo),
     kTail);
 
-double at(const Ramp<double>& ramp, double share) noexcept
-{
-    return ramp.from + (ramp.to - ramp.from) * share;
-}
-
 }  // namespace
 
 template <typename T> void PhaserCore<T>::prepare(const ProcessSpec& spec)
 {
     sampleRate_ = spec.sampleRate;
     lfo_.prepare(sampleRate_);
+    sweep_.prepare(sampleRate_);
     level_.setTimes(sampleRate_, kAttack, kRelease);
     const double halfLife = 2 * glideSubBlocks(sampleRate_);
     const auto glide = [&](Smoothed<double>& value, double range) {
@@ -111,7 +106,7 @@ template <typename T> void PhaserCore<T>::reset() noexcept
     glides_.range.snap();
     glides_.envelope.snap();
     glides_.feedback.snap();
-    isSwept_ = false;
+    sweep_.restart();
     way_.snap();
     take(present(), way_.present());
     dryWet_.reset();
@@ -166,42 +161,28 @@ template <typename T> void PhaserCore<T>::beginSubBlock(int offset) noexcept
     const auto feedback = glides_.feedback.next(kWholeSubBlock);
     feedback_.follow({T(feedback.from), T(feedback.to)});
     if (!usesEnvelope()) level_.reset();
+    if (!sweeps()) sweep_.stand(octave_.to);
     for (auto* filters : {&present(), &leaving()}) {
         if (filters->way.sweeps() || (filters == &leaving() && !way_.isFading())) continue;
         filters->notches.next({lfo_.place(kLeft), lfo_.place(kRight)}, lfo_.hasJumped(),
                               {octave_.to, std::max(kLeastRange, range_.to), feedback.to});
-        for (auto& frequency : frequency_) frequency = std::exp2(octave_.to);
     }
 }
 
 /// The sweep over the groups of frames that begin in the slice.
 template <typename T> void PhaserCore<T>::layGroups(GridSlice slice) noexcept
 {
-    const bool isLeft = way_.isFading() && leaving().way.sweeps();
-    if (!present().way.sweeps() && !isLeft) {
-        isSwept_ = false;
-        return;
-    }
-    const auto [first, end] = GroupRange::of(slice);
-    if (first == end) return;
-    double octaves[kGroups * kSides]{}, hertz[kGroups * kSides], g[kGroups + 1][kSides];
-    int n = 0;
-    for (int group = first; group < end; ++group) {
-        const double share = double(group + 1) / kGroups;
-        const double base =
-            at(octave_, share) + (usesEnvelope() ? at(envelope_, share) * level_.at(group) : 0);
-        for (const Side side : {kLeft, kRight})
-            octaves[n++] = base + at(range_, share) * at(lfo_.value(side), share) / 2;
-    }
-    warpOctaves(octaves, hertz, g[1], n, sampleRate_);
-    for (const Side side : {kLeft, kRight}) {
-        g[0][side] = isSwept_ ? g_[side] : g[1][side];
-        g_[side] = g[end - first][side];
-        frequency_[side] = hertz[n - kSides + side];
-    }
-    isSwept_ = true;
-    if (present().way.sweeps()) present().lattice.lay(first, end - first, g, feedback_);
-    if (isLeft) leaving().lattice.lay(first, end - first, g, feedback_);
+    const auto groups = GroupRange::of(slice);
+    if (!sweeps() || groups.count() == 0) return;
+    const auto& corners = sweep_.lay(groups, [&](int group, Side side) {
+        const double level = usesEnvelope() ? atEnd(envelope_, group) * level_.at(group) : 0;
+        return atEnd(octave_, group) + level +
+               atEnd(range_, group) * atEnd(lfo_.value(side), group) / 2;
+    });
+    if (present().way.sweeps())
+        present().lattice.lay(groups.first, groups.count(), corners, feedback_);
+    if (way_.isFading() && leaving().way.sweeps())
+        leaving().lattice.lay(groups.first, groups.count(), corners, feedback_);
 }
 
 template <typename T>
@@ -258,11 +239,8 @@ template <typename T> void PhaserCore<T>::hear(const AudioBlock<T>& part) noexce
 
 template <typename T> void PhaserCore<T>::publish(MeterSlots& meters) noexcept
 {
-    const auto hertz = [&](Side side) {
-        return static_cast<float>(std::min(frequency_[side], kHighestCutOff * sampleRate_));
-    };
-    meters.publish("Frq0"_tag, hertz(kLeft));
-    meters.publish("Frq1"_tag, hertz(kRight));
+    meters.publish("Frq0"_tag, sweep_.hertz(kLeft));
+    meters.publish("Frq1"_tag, sweep_.hertz(kRight));
     const auto& way = filters_[current_].way;
     const double rounds = way.sweeps() ? 0 : lfo_.place(kLeft) / way.notches();
     meters.publish("Cycl"_tag, static_cast<float>(rounds - std::floor(rounds)));

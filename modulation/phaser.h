@@ -10,6 +10,7 @@
 #include "framework/precision_algorithm.h"
 #include "modulation/allpass_lattice.h"
 #include "modulation/channel_slots.h"
+#include "modulation/corner_sweep.h"
 #include "modulation/level_envelope.h"
 #include "modulation/rising_notches.h"
 
@@ -73,6 +74,11 @@ private:
     void hear(const AudioBlock<T>& part) noexcept;
     Filters& present() noexcept { return filters_[current_]; }
     Filters& leaving() noexcept { return filters_[1 - current_]; }
+    /// Whether any of the two that are heard does.
+    bool sweeps() noexcept
+    {
+        return present().way.sweeps() || (way_.isFading() && leaving().way.sweeps());
+    }
     bool usesEnvelope() const noexcept { return !(envelope_.isConstant() && envelope_.to == 0); }
 
     double sampleRate_ = 44100;
@@ -81,9 +87,7 @@ private:
     Glides glides_;
     Ramp<double> octave_{}, range_{}, envelope_{};  // over the open sub-block
     Course<T> feedback_;
-    double g_[kSides]{};          // warped frequencies at the end of the last group
-    bool isSwept_ = false;        // g_ are from right before
-    double frequency_[kSides]{};  // Hz, of the last group
+    CornerSweep sweep_;
 
     Switch<Way> way_;
     Filters filters_[2];

@@ -21,6 +21,7 @@
 #include "dynamics/expander.h"
 #include "dynamics/gate.h"
 #include "dynamics/limiter.h"
+#include "dynamics/multiband_dynamics.h"
 #include "mixing/binaural_pan.h"
 #include "mixing/dual_pan.h"
 #include "mixing/mixtool.h"

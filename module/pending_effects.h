@@ -7,8 +7,6 @@
 
 namespace quillworks {
 
-using MultiBandCompressorAlgorithm = PassThroughAlgorithm;
-using MultiBandComponent = PassThroughComponent<"MultiBand">;
 using ReverbAlgorithm = PassThroughAlgorithm;
 using ReverbComponent = PassThroughComponent<"Reverb">;
 using SwellroomAlgorithm = PassThroughAlgorithm;

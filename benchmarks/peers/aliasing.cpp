@@ -22,7 +22,7 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr double kRate = 48000;
-constexpr int kBlock = 256;
+constexpr Format kFormat{.sampleRate = kRate, .channels = 2, .block = 256};
 constexpr std::size_t kSettling = 32768, kSpectrum = 32768;  // frames
 constexpr int kLobe = 8;                                     // bins on each side of a line
 constexpr double kSilent = 1e-9;                             // power
@@ -48,20 +48,20 @@ struct Reading {
     double harmonics = 0;  // those above the tone, against the tone, as a ratio of amplitudes
 };
 
-Reading read(Contestant& contestant, double frequency)
+Reading read(Contestant& contestant, Buffers& buffers, double frequency)
 {
     std::vector<float> y;
-    for (std::size_t at = 0; at < kSettling + kSpectrum; at += kBlock) {
+    for (std::size_t at = 0; at < kSettling + kSpectrum; at += std::size_t(kFormat.block)) {
         for (std::size_t c = 0; c < 2; ++c)
-            for (int i = 0; i < kBlock; ++i) {
+            for (int i = 0; i < kFormat.block; ++i) {
                 const double place = double(at) + i;
-                contestant.input(c)[static_cast<std::size_t>(i)] = static_cast<float>(
+                buffers.in[c][static_cast<std::size_t>(i)] = static_cast<float>(
                     0.5 * std::sin(2 * std::numbers::pi * frequency / kRate * place));
             }
         contestant.beginBlock();
         contestant.run();
         contestant.endBlock();
-        y.insert(y.end(), contestant.output(0).begin(), contestant.output(0).end());
+        y.insert(y.end(), buffers.out[0].begin(), buffers.out[0].end());
     }
     const auto [least, most] = std::minmax_element(y.begin() + kSettling, y.end());
     if (!(*most - *least > 1e-6f * std::abs(*most))) return {};
@@ -85,20 +85,21 @@ struct Map {
 };
 
 std::unique_ptr<Contestant> contestantOf(const Json& row, int drive, VNK::IClassFactory& factory,
-                                         lilv::World& world, std::string& reason)
+                                         lilv::World& world, Buffers& buffers, std::string& reason)
 {
     auto settings = row.at("settings").get<Settings>();
     const auto& range = row.at("drive");
     const float from = range.at("from"), to = range.at("to");
     settings[range.at("key")] = from + (to - from) * float(drive) / (kDrives - 1);
-    const Format format{kRate, 2, kBlock};
-    if (row.contains("effect")) return ourEffect(factory, row["effect"], settings, format, reason);
-    return lv2Peer(world, row.at("uri"), settings, format, reason);
+    if (row.contains("effect"))
+        return ourEffect(factory, row["effect"], settings, kFormat, buffers, reason);
+    return lv2Peer(world, row.at("uri"), settings, kFormat, buffers, reason);
 }
 
 bool measure(const Json& row, VNK::IClassFactory& factory, lilv::World& world, Map& map)
 {
     map.name = row.at("name");
+    Buffers buffers(kFormat);
     for (int d = 0; d < kDrives; ++d) {
         for (int f = 0; f < kFrequencies; ++f) {
             // One that starts from what it finds in its memory may stand still or howl: more of
@@ -106,12 +107,13 @@ bool measure(const Json& row, VNK::IClassFactory& factory, lilv::World& world, M
             std::vector<std::unique_ptr<Contestant>> tried;
             for (int attempt = 0; attempt < 8; ++attempt) {
                 std::string reason;
-                tried.push_back(contestantOf(row, d, factory, world, reason));
+                tried.push_back(contestantOf(row, d, factory, world, buffers, reason));
                 if (!tried.back()) {
                     std::fprintf(stderr, "left out: %s\n", reason.c_str());
                     return false;
                 }
-                const auto last = std::exchange(map.at[d][f], read(*tried.back(), frequencyAt(f)));
+                const auto last =
+                    std::exchange(map.at[d][f], read(*tried.back(), buffers, frequencyAt(f)));
                 if (map.at[d][f].tone > kSilent &&
                     std::abs(last.aliases - map.at[d][f].aliases) < kAgreement)
                     break;

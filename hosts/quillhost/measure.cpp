@@ -223,7 +223,7 @@ const Command kMeasure = {"measure", "loudness and peaks of sound files",
                           "  quillhost measure album/*.flac --json --jobs 8\n"
                           "  quillhost measure mix.wav --target -23 --tolerance 0.5 "
                           "--max-true-peak -1\n"
-                          "  quillhost measure tone.wav --fx scope:time=50 --json",
+                          "  quillhost measure in.wav --fx scope:time=50 --json",
                           declare};
 
 }  // namespace quillhost

@@ -309,7 +309,7 @@ const Command kPlot = {
     "  quillhost plot compressor:threshold=-20,ratio=4 --what curve -o curve.png\n"
     "  quillhost plot \"Analog Delay:feedback=50\" --what step -o echoes.svg\n"
     "  quillhost plot compressor --what gain --in speech.wav -o gain.png\n"
-    "  quillhost plot scope:trigger=period --what display --in tone.wav -o trace.png",
+    "  quillhost plot scope:trigger=period --what display --in speech.wav -o trace.png",
     declare};
 
 }  // namespace quillhost

@@ -34,13 +34,6 @@ protected:
         return rows;
     }
     static Channels<float> both(const Signal<float>& x) { return {x, x}; }
-    /// A crossover's bands add up to all-passes, and one near a quarter of the rate is, to a
-    /// correlation, a delay of two samples; there are up to four. A phaser is nothing else.
-    bool turnsPhases() const
-    {
-        return GetParam() == "Bandpress" || GetParam() == "Multiband Dynamics" ||
-               GetParam() == "Phaser";
-    }
 };
 
 /// A path that comes in starts from what is heard now, never from what it held when it went out.
@@ -125,7 +118,7 @@ TEST_P(EverySwitch, AutomationOfAnyParameterKeepsTheLatencyItReports)
             const auto latency = static_cast<int>(fx.algorithm().getLatency());
             const auto [lag, coefficient] = lagNear(latency, y[0], x[0]);
             if (coefficient > 0.8) {  // what is mainly the input, only later
-                EXPECT_NEAR(lag, latency, turnsPhases() ? 8 : 0) << p.key << " = " << value;
+                EXPECT_NEAR(lag, latency, phaseLag(GetParam())) << p.key << " = " << value;
             }
         }
 }

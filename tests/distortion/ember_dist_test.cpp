@@ -2,8 +2,7 @@
 // EmberDist: no aliases, a flat and transparent path, a level that stays, dynamics that come back.
 #include "distortion/ember_dist.h"
 
-#include <complex>
-
+#include "tests/distortion/impulse_response.h"
 #include "tests/support/effect_under_test.h"
 #include "tests/support/power_spectrum.h"
 
@@ -58,11 +57,7 @@ TEST(EmberDistPath, IsFlatAtAnyMixAndLateByItsLatency)
             ASSERT_EQ(fx.algorithm().getLatency(), latency);
             double worst = 0;
             for (double f = 20; f <= top; f += 97) {
-                std::complex<double> response = 0;
-                for (std::size_t i = 0; i < h.size(); ++i)
-                    response += h[i] * 1000 *
-                                std::polar(1.0, -2 * std::numbers::pi * f / sampleRate *
-                                                    (double(i) - 100 - latency));
+                const auto response = responseTo(0.001, 100 + latency, h, f, sampleRate);
                 worst = std::max(worst, std::abs(db(std::abs(response))));
             }
             std::printf("[ response ] %.0f Hz, mix %.0f: within %.4f dB\n", sampleRate, mix, worst);

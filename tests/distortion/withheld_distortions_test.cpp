@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Overdrive and Multiband Distortion, which no list offers and no sweep over the factory meets.
-#include <complex>
-
+#include "tests/distortion/impulse_response.h"
 #include "tests/support/effect_under_test.h"
 
 namespace quillworks::test {
@@ -40,18 +39,6 @@ TYPED_TEST(WithheldDistortions, KeepSilenceRecoverAndDoNotDependOnTheBlocks)
         }
 }
 
-/// Response to a small impulse, `latency` taken out.
-template <class Fx>
-std::complex<double> responseOf(Fx& fx, const Signal<double>& h, double frequency, double rate)
-{
-    std::complex<double> sum = 0;
-    for (std::size_t i = 0; i < h.size(); ++i)
-        sum += h[i] * 1000 *
-               std::polar(1.0, -2 * std::numbers::pi * frequency / rate *
-                                   (double(i) - 100 - fx.algorithm().getLatency()));
-    return sum;
-}
-
 TEST(MultibandDistortion, SumsToAnAllPassAtAnyMix)
 {
     const struct {
@@ -67,7 +54,8 @@ TEST(MultibandDistortion, SumsToAnAllPassAtAnyMix)
             EXPECT_EQ(fx.algorithm().getLatency(), latency);
             double worst = 0;
             for (double f = 30; f < 18000; f *= 1.05)
-                worst = std::max(worst, std::abs(db(std::abs(responseOf(fx, h, f, rate)))));
+                worst = std::max(
+                    worst, std::abs(db(std::abs(responseTo(0.001, 100 + latency, h, f, rate)))));
             EXPECT_LT(worst, rate < 384000 ? 0.05 : 0.12) << rate << ", " << mix;
         }
 }
@@ -118,7 +106,7 @@ TEST(Overdrive, LeavesTheBassCleanAndDrivesTheMiddle)
         EffectUnderTest<double> fx("Overdrive");
         fx.set("drive", 0).set("tone", tone);
         const auto h = fx.run(impulse<double>(16384, 100, 0.001));
-        const double low = std::abs(responseOf(fx, h, 30, 48000));
+        const double low = std::abs(responseTo(0.001, 139, h, 30, 48000));
         const double corner = 800 * std::pow(10, tone / 100);
         const double g = std::tan(std::numbers::pi * corner / 48000);
         for (const double f : {4000.0, 9000.0}) {
@@ -127,7 +115,8 @@ TEST(Overdrive, LeavesTheBassCleanAndDrivesTheMiddle)
             const std::complex<double> i(0, 1);
             const auto driven = i * w / (i * w + std::tan(highPass));
             const double wanted = std::abs((1.0 + driven) * g / (g + i * w));
-            EXPECT_NEAR(db(std::abs(responseOf(fx, h, f, 48000)) / low), db(wanted), 0.1) << f;
+            EXPECT_NEAR(db(std::abs(responseTo(0.001, 139, h, f, 48000)) / low), db(wanted), 0.1)
+                << f;
         }
     }
 }

@@ -2,10 +2,9 @@
 // Bandpress: flat while it does nothing, exact on steady tones, and what its switches promise.
 #include "dynamics/bandpress.h"
 
-#include <complex>
-
 #include "dsp/random.h"
 #include "dynamics/compressor.h"
+#include "tests/dynamics/response.h"
 #include "tests/support/effect_under_test.h"
 
 namespace quillworks::test {
@@ -16,15 +15,6 @@ constexpr std::size_t kSecond = 48000;
 
 template <typename T> class Bandpress : public ::testing::Test {};
 TYPED_TEST_SUITE(Bandpress, Precisions);
-
-/// Magnitude response in dB of what an impulse became.
-template <typename T> double responseAt(const Signal<T>& y, double frequency)
-{
-    std::complex<double> h = 0;
-    for (std::size_t i = 0; i < y.size(); ++i)
-        h += double(y[i]) * std::polar(1.0, -2 * std::numbers::pi * frequency / kRate * double(i));
-    return db(std::abs(h));
-}
 
 /// All bands with the same threshold and ratio, no make-up.
 template <typename T> EffectUnderTest<T> pressed(double threshold, double ratio, int channels = 1)
@@ -47,7 +37,7 @@ TYPED_TEST(Bandpress, IsFlatWhileItDoesNothingAtEveryMix)
             const auto y =
                 fx.set("mix", mix).set("freqlow", low).set("freqhigh", high).run(impulse);
             for (double f = 20; f < 20000; f *= 1.3)
-                EXPECT_NEAR(responseAt(y, f) + 40, 0, 0.001) << f << " Hz, mix " << mix;
+                EXPECT_NEAR(responseAt(y, f, kRate) + 40, 0, 0.001) << f << " Hz, mix " << mix;
         }
 }
 

@@ -86,6 +86,69 @@ TYPED_TEST(PeakHoldOf, AnyNumberOfKeysIsTheLawSampleBySampleAtAllDivisions)
         }
 }
 
+/// The same for what falls below.
+struct TroughModel {
+    double attack, release;
+    int stretch;
+    double u = 0, v = 0, present = 0, past[4] = {};
+    int left = stretch;
+
+    double next(double q)
+    {
+        present = std::min(present, q);
+        const double h = std::min(present, *std::min_element(past, past + 4));
+        if (q < u)
+            u = q;
+        else if (h - 0.05 > u)
+            u = h + release * (u - h);
+        if (--left == 0) {
+            std::copy_backward(past, past + 3, past + 4);
+            past[0] = present;
+            present = 1e30;
+            left = stretch;
+        }
+        v = u + attack * (v - u);
+        if (u == 0 && v < 1e-6) v = 0;
+        return v;
+    }
+};
+
+TYPED_TEST(PeakHoldOf, TroughsAreTheirLawSampleBySampleAtAllDivisions)
+{
+    using T = TypeParam;
+    for (const int keys : {1, 5, 11})
+        for (const int block : {32, 5}) {
+            TroughHold hold;
+            hold.prepare(keys);
+            std::vector<TroughModel> models;
+            for (int k = 0; k < keys; ++k) {
+                const int frames = KeyDetectors::holdFrames(48000, 100.0 * k);
+                models.push_back({followerCoefficient(48000, 0.001 * (1 + k)),
+                                  followerCoefficient(48000, 0.02 * (1 + k)), frames / 4 + 1});
+                hold.setTimes(k, models.back().attack, models.back().release, frames);
+            }
+            hold.reset();
+            std::vector<T> rows(std::size_t(keys * kSubBlock));
+            for (int at = 0; at < 24000;) {
+                const int n = std::min(block, kSubBlock - at % kSubBlock);
+                const auto asked = [&](int k, int i) {  // a tone that comes and goes
+                    const double t = double(at + i) / 48000 + 0.01 * k;
+                    const double level = std::abs(std::sin(300 * (k + 1) * t));
+                    return T(std::fmod(t, 0.2) < 0.1 ? 20 - 18 * level : 0.5 * (1 - level));
+                };
+                for (int k = 0; k < keys; ++k)
+                    for (int i = 0; i < n; ++i) rows[std::size_t(k * kSubBlock + i)] = asked(k, i);
+                hold.run(rows.data(), n);
+                for (int k = 0; k < keys; ++k)
+                    for (int i = 0; i < n; ++i)
+                        ASSERT_NEAR(double(rows[std::size_t(k * kSubBlock + i)]),
+                                    models[std::size_t(k)].next(double(asked(k, i))), 2e-6)
+                            << k << ", " << at + i;
+                at += n;
+            }
+        }
+}
+
 TYPED_TEST(PeakHoldOf, ASteadyToneMakesNoRipple)
 {
     using T = TypeParam;

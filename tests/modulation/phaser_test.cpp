@@ -223,6 +223,24 @@ TEST(PhaserChanges, GoOverWithoutAStep)
     }
 }
 
+TEST(PhaserEndless, GoesTheWayItSays)
+{
+    // One notch, which takes 4 s for its 4 octaves around 1 kHz.
+    for (const int mode : {1, 2}) {
+        EffectUnderTest<float> fx(kName);
+        fx.set("mode", mode).set("stages", 0).set("frequency", 1000).set("range", 4);
+        fx.set("lfotime", 0.25).set("feedback", 95).set("mix", 100);
+        const auto y = fx.run(sine<float>(4 * 48000, 1414.2, 48000));
+        std::size_t quietest = 0;
+        const auto level = [&](std::size_t at) { return rms(y, at, at + 480); };
+        for (std::size_t at = 480; at + 480 < y.size(); at += 480)
+            if (level(at) < level(quietest)) quietest = at;
+        EXPECT_NEAR(double(quietest) / 48000, mode == 1 ? 2.5 : 1.5, 0.05);
+        EXPECT_LT(db(level(quietest)), -15);
+        EXPECT_NEAR(fx.meter("cycle"), 1, 0.01);
+    }
+}
+
 TEST(PhaserEndless, LeavesNothingBesideATone)
 {
     EffectUnderTest<float> fx(kName);

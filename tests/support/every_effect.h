@@ -50,4 +50,12 @@ inline unsigned floatingPointMode()
     return _mm_getcsr() & ~0x3Fu;
 }
 
+/// Frames that an effect's phase may look like to a correlation. A crossover's bands add up to
+/// all-passes, and one near a quarter of the rate is a delay of two samples but for a few percent;
+/// there are up to four. A phaser is nothing else.
+inline int phaseLag(const std::string& name)
+{
+    return name == "Bandpress" || name == "Multiband Dynamics" || name == "Phaser" ? 8 : 0;
+}
+
 }  // namespace quillworks::test

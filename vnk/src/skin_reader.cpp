@@ -80,6 +80,9 @@ constexpr Attributes kDisplays[] = {
     {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels"},
     {"FilterCurve", "low high resonance type stages left right freq1 gain1 q1 freq2 gain2 q2 freq3 "
                     "gain3 q3 freq4 gain4 q4"},
+    {"BandKnobs",
+     "bands thresholds ratios lowThresholds lowRatios ranges attacks releases gains on solo "
+     "mute"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Trace", "time trigger level pretrigger gain layout persistence"},
