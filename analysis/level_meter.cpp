@@ -130,8 +130,6 @@ template <typename T> void LevelMeterCore<T>::prepare(const ProcessSpec& spec)
         c.interpolator.prepare(spec.sampleRate, kPiece);
         c.fineTruePeak.prepare(kPiece);
     }
-    clean_.assign(channels * kPiece, T(0));
-    squares_.assign(kPiece, 0);
     loudness_.prepare(spec.sampleRate, spec.layout);
     correlation_.prepare(spec.sampleRate);
     reset();
@@ -231,9 +229,11 @@ template <typename T> void LevelMeterCore<T>::measure(const AudioBlock<T>& piece
     const int n = piece.frames;
     const bool isStrict = measurement_ == Measurement::Strict;
     const T* x[VNK::kMaxChannels];
+    T clean[VNK::kMaxChannels][kPiece];
+    std::int64_t quanta[kPiece];
     for (int c = 0; c < piece.channels; ++c) {
         auto& channel = channels_[static_cast<std::size_t>(c)];
-        T* const cleaned = clean_.data() + c * kPiece;
+        T* const cleaned = clean[c];
         float* const single =
             isStrict ? channel.fineTruePeak.input() : channel.interpolator.input();
         vec::copy(cleaned, static_cast<const T*>(piece[c]), n);
@@ -242,7 +242,7 @@ template <typename T> void LevelMeterCore<T>::measure(const AudioBlock<T>& piece
             vec::copy(single, cleaned, n);
         else
             vec::convert(single, cleaned, n);  // readings are single precision anyway
-        const auto squares = quantisePower(squares_.data(), cleaned, n);
+        const auto squares = quantisePower(quanta, cleaned, n);
         channel.samplePeak = std::max(channel.samplePeak, channel.meter.add(single, squares));
         if (isStrict) {
             channel.power += squares.total();

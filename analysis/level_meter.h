@@ -72,8 +72,6 @@ private:
     void publishProgramme(MeterSlots& meters) noexcept;
 
     std::vector<Channel> channels_;
-    std::vector<T> clean_;               // kPiece samples a channel
-    std::vector<std::int64_t> squares_;  // of one channel
     LoudnessMeter loudness_;
     PhaseCorrelation correlation_;
     bool showsCorrelation_ = false;

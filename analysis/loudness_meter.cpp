@@ -40,8 +40,6 @@ void LoudnessMeter::prepare(double sampleRate, const VNK::SpeakerArrangement& la
     weighting_ = KWeighting::at(sampleRate);
     tail_.prepare(weighting_);
     filters_.assign((channels + 1) / 2, {});
-    weighted_.assign(2 * kPiece, 0);
-    quanta_.assign(kPiece, 0);
     own_.prepare(sampleRate, layout.channels);
     strict_.prepare(sampleRate, layout.channels);
 }
@@ -83,8 +81,8 @@ template <typename T> void LoudnessMeter::add(const T* const* x, int n) noexcept
 template <typename T, class L>
 void LoudnessMeter::addBy(L& law, const T* const* x, int frames) noexcept
 {
-    double* const a = weighted_.data();
-    double* const b = a + kPiece;
+    double a[kPiece], b[kPiece];  // weighted samples of two channels
+    std::int64_t quanta[kPiece];
     const int channels = static_cast<int>(weights_.size());
     for (int done = 0; done < frames;) {
         const int n = std::min({frames - done, kPiece, law.untilNext()});
@@ -92,8 +90,8 @@ void LoudnessMeter::addBy(L& law, const T* const* x, int frames) noexcept
             const int second = std::min(c + 1, channels - 1);  // a lone channel twice
             filters_[static_cast<std::size_t>(c / 2)].process(weighting_, x[c] + done,
                                                               x[second] + done, a, b, n);
-            law.add(c, quantisePower(quanta_.data(), a, n));
-            if (second > c) law.add(second, quantisePower(quanta_.data(), b, n));
+            law.add(c, quantisePower(quanta, a, n));
+            if (second > c) law.add(second, quantisePower(quanta, b, n));
         }
         law.advance(n, weights_);
         done += n;

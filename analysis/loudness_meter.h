@@ -46,8 +46,6 @@ private:
     KWeighting weighting_;
     KWeightingTail tail_;
     std::vector<KWeightingPair> filters_;  // for channels 2i and 2i + 1
-    std::vector<double> weighted_;         // kPiece samples of each of two channels
-    std::vector<std::int64_t> quanta_;
     Law law_ = Law::Own;
     HistogramLoudness own_;
     StrictLoudness strict_;

@@ -74,6 +74,26 @@ public:
     {
         if (isOpen_) measure(kOutput, channel, x, n);
     }
+    /// The inputs of a slice, on the stack of who works on long ones: in place of measureInput()
+    /// and measureOutput() keep() for each channel, and measure() with the outputs.
+    struct Inputs {
+        float samples[VNK::kMaxChannels][kLongest + LevelLanes::kReadsBeyond];
+    };
+    template <typename T> void keep(Inputs& inputs, int channel, const T* x, int n) const noexcept
+    {
+        copy(inputs.samples[channel], x, n);
+    }
+    template <typename T> void measure(const Inputs& inputs, const AudioBlock<T>& output) noexcept
+    {
+        float rows[2][kLongest + LevelLanes::kReadsBeyond];
+        for (int c = 0; c < channels_; c += 2) {
+            const int second = std::min(c + 1, channels_ - 1);  // a lone channel twice
+            copy(rows[0], output[c], output.frames);
+            copy(rows[1], output[second], output.frames);
+            const float* const x[] = {inputs.samples[c], inputs.samples[second], rows[0], rows[1]};
+            pairs_[static_cast<std::size_t>(c / 2)].run(times_, x, output.frames);
+        }
+    }
     void publish(MeterSlots& meters) noexcept
     {
         if (!isOpen_) return;
@@ -100,6 +120,10 @@ private:
         return waiting_.data() +
                (channel / 2 * LevelLanes::kSignals + 2 * side + channel % 2) * kRow;
     }
+    template <typename T> static void copy(float* to, const T* x, int n) noexcept
+    {
+        for (int i = 0; i < n; ++i) to[i] = static_cast<float>(x[i]);
+    }
     template <typename T> void measure(Side side, int channel, const T* x, int n) noexcept
     {
         assert(n <= kLongest);
@@ -109,8 +133,7 @@ private:
             begin_[side] = frames_[side];
             frames_[side] += n;
         }
-        float* const to = row(channel, side) + begin_[side];
-        for (int i = 0; i < n; ++i) to[i] = static_cast<float>(x[i]);
+        copy(row(channel, side) + begin_[side], x, n);
     }
     /// Takes on what waits.
     void follow() noexcept

@@ -91,20 +91,22 @@ template <typename T> void LimiterCore<T>::apply(const Settings& s, unsigned dir
 
 template <typename T> void LimiterCore<T>::process(const AudioBlock<T>& block) noexcept
 {
+    // Of the slices' size, these would crowd the cache in every instance.
+    LimiterEngine::Scratch scratch;
+    EditorLevels::Inputs inputs;
+    const bool isOpen = levels_.isOpen();
     for (int done = 0; done < block.frames;) {
         auto part = block.slice(done, block.frames - done);
-        part.frames = engine_.begin(part);
+        part.frames = engine_.begin(part, scratch);
         for (int c = 0; c < part.channels; ++c) {
             engine_.take(c, part[c]);
-            if (!levels_.isOpen()) continue;
+            if (!isOpen) continue;
             clean(part[c], part.frames);
-            levels_.measureInput(c, part[c], part.frames);
+            levels_.keep(inputs, c, part[c], part.frames);
         }
         engine_.findGain();
-        for (int c = 0; c < part.channels; ++c) {
-            engine_.put(c, part[c]);
-            levels_.measureOutput(c, part[c], part.frames);
-        }
+        for (int c = 0; c < part.channels; ++c) engine_.put(c, part[c]);
+        if (isOpen) levels_.measure(inputs, part);
         done += part.frames;
     }
 }

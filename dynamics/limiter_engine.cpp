@@ -63,7 +63,6 @@ void LimiterEngine::reset() noexcept
     for (auto& p : past_) p.reset();
     latency_ = limiterLatency(rate_, truePeak_);
     sinceLoud_ = std::numeric_limits<int>::max() / 2;
-    std::fill(std::begin(levels_), std::end(levels_), 0.0);
     reduction_ = 0;
     isLimiting_ = false;
 }
@@ -154,8 +153,9 @@ void LimiterEngine::fillGains() noexcept
     }
 }
 
-int LimiterEngine::begin(GridSlice slice) noexcept
+int LimiterEngine::begin(GridSlice slice, Scratch& scratch) noexcept
 {
+    scratch_ = &scratch;
     if (slice.begins()) {
         if (isGliding() || !isSteady_) fillGains();
         if (curve_.advance()) curveChanged();
@@ -196,22 +196,24 @@ double LimiterEngine::follow(bool isLoud) noexcept
     const int n = truePeak_ ? kPhases * frames_ : frames_;
     const bool isHard = curve_.shape().isHard();
     if (!isLoud) {
-        vec::clear(wanted_, n);
-        return follower().process(wanted_, wanted_, gain_, n);
+        vec::clear(scratch_->wanted, n);
+        return follower().process(scratch_->wanted, scratch_->wanted, scratch_->gain, n);
     }
     if (!truePeak_) {
-        curve_.reductions(levels_, wanted_, due_, n);
-        return follower().process(wanted_, isHard ? wanted_ : due_, gain_, n);
+        curve_.reductions(scratch_->levels, scratch_->wanted, scratch_->due, n);
+        return follower().process(scratch_->wanted, isHard ? scratch_->wanted : scratch_->due,
+                                  scratch_->gain, n);
     }
     // The levels lie phase by phase.
     alignas(64) double wanted[kMost], due[kMost];
-    curve_.reductions(levels_, wanted_, due_, kMost);
+    curve_.reductions(scratch_->levels, scratch_->wanted, scratch_->due, kMost);
     for (int i = 0; i < frames_; ++i)
-        for (int p = 0; p < kPhases; ++p) wanted[kPhases * i + p] = wanted_[p * kStride + i];
+        for (int p = 0; p < kPhases; ++p)
+            wanted[kPhases * i + p] = scratch_->wanted[p * kStride + i];
     if (!isHard)
         for (int i = 0; i < frames_; ++i)
-            for (int p = 0; p < kPhases; ++p) due[kPhases * i + p] = due_[p * kStride + i];
-    return follower().process(wanted, isHard ? wanted : due, gain_, n);
+            for (int p = 0; p < kPhases; ++p) due[kPhases * i + p] = scratch_->due[p * kStride + i];
+    return follower().process(wanted, isHard ? wanted : due, scratch_->gain, n);
 }
 
 bool LimiterEngine::findTruePeakLevels() noexcept
@@ -224,27 +226,27 @@ bool LimiterEngine::findTruePeakLevels() noexcept
         return false;
     }
     double* level[kPhases];
-    for (int p = 0; p < kPhases; ++p) level[p] = levels_ + p * kStride;
-    vec::clear(levels_, kMost);
+    for (int p = 0; p < kPhases; ++p) level[p] = scratch_->levels + p * kStride;
+    vec::clear(scratch_->levels, kMost);
     for (int c = 0; c < channels(); ++c) {
         const double* const x =
             past_[static_cast<std::size_t>(c)].end() - frames_ - TruePeakLevel::kAhead;
         truePeakLevel_.raise(c, x, frames_, level);
     }
-    return vec::peak(levels_, kMost) > curve_.shape().gate;
+    return vec::peak(scratch_->levels, kMost) > curve_.shape().gate;
 }
 
 /// The delayed slice with its gain, rounded off above the wall's corner.
 const double* LimiterEngine::clip(const double* x) noexcept
 {
     for (int i = 0; i < frames_; ++i) {
-        const double v = isLimiting_ ? x[i] * gain_[i] : x[i];
+        const double v = isLimiting_ ? x[i] * scratch_->gain[i] : x[i];
         const double above = std::abs(v) - clipStage_.low;
         const double rounded =
             clipStage_.low + clipStage_.curve.apply<ClipShape::Parabola>(std::max(above, 0.0));
-        clipped_[i] = above > 0 ? std::copysign(rounded, v) : v;
+        scratch_->clipped[i] = above > 0 ? std::copysign(rounded, v) : v;
     }
-    return clipped_;
+    return scratch_->clipped;
 }
 
 double LimiterEngine::takeReduction() noexcept

@@ -23,6 +23,10 @@ int limiterLatency(double sampleRate, bool truePeak) noexcept;
 /// One gain for all channels. For each slice of a block: begin(), take() for each channel,
 /// findGain(), put() for each channel.
 class LimiterEngine {
+    static constexpr int kLongest = 256;  // frames of a slice
+    static constexpr int kStride = TruePeakLevel::kMaxFrames;
+    static constexpr int kMost = TruePeakLevel::kPhases * kStride;  // levels of a slice
+
 public:
     /// Allocates.
     void prepare(double sampleRate, int channels);
@@ -38,15 +42,24 @@ public:
     /// A change starts the follower of the other rate afresh. Does not allocate.
     void setTruePeak(bool on) noexcept;
 
+    /// What a slice works on, in a place that the caller has for its time.
+    struct Scratch {
+        alignas(64) double gain[kLongest + TruePeakLevel::kPadding];
+        alignas(64) double levels[kMost + TruePeakLevel::kPadding];
+        alignas(64) double wanted[kMost + TruePeakLevel::kPadding];
+        alignas(64) double due[kMost + TruePeakLevel::kPadding];
+        alignas(64) double clipped[kLongest];
+    };
+
     /// Starts a slice at `slice.phase` of the control grid and returns its length, at most
     /// `slice.frames`: the grid is kept while anything glides, and otherwise longer slices save
-    /// their overhead.
-    int begin(GridSlice slice) noexcept;
+    /// their overhead. The scratch serves until the slice is put out.
+    int begin(GridSlice slice, Scratch& scratch) noexcept;
     /// Takes the slice of a channel in, the channels in their order.
     template <typename T> void take(int channel, const T* x) noexcept
     {
-        const double most = wayThrough<T>(isSteady_).takeIn(x, inputGain_ + phase_, room(channel),
-                                                            levels_, channel == 0, frames_);
+        const double most = wayThrough<T>(isSteady_).takeIn(
+            x, inputGain_ + phase_, room(channel), scratch_->levels, channel == 0, frames_);
         peak_ = std::max(peak_, most);
     }
     void findGain() noexcept;
@@ -55,7 +68,7 @@ public:
     {
         const double* v = delayed(channel);
         if (clips_) v = clip(v);
-        const double* const gain = isLimiting_ && !clips_ ? gain_ : nullptr;
+        const double* const gain = isLimiting_ && !clips_ ? scratch_->gain : nullptr;
         const T* const limit = std::get<Limits<T>>(limits_).values + phase_;
         wayThrough<T>(isSteady_).putOut(v, gain, outputGain_ + phase_, limit, x, frames_);
     }
@@ -64,7 +77,6 @@ public:
     double takeReduction() noexcept;
 
 private:
-    static constexpr int kLongest = 256;   // frames of a slice
     template <typename T> struct Limits {  // the largest values not above the working ceiling
         alignas(64) T values[kLongest];
     };
@@ -72,8 +84,6 @@ private:
         double low = 1;
         ClipCurve<double> curve;
     };
-    static constexpr int kStride = TruePeakLevel::kMaxFrames;
-    static constexpr int kMost = TruePeakLevel::kPhases * kStride;  // levels of a slice
 
     LimitingFollower& follower() noexcept { return truePeak_ ? fastFollower_ : plainFollower_; }
     bool isGliding() const noexcept
@@ -105,15 +115,11 @@ private:
     int phase_ = 0, frames_ = 0;  // of the slice; where it begins in the gains
     bool isSteady_ = false;       // the gains are constant
     double peak_ = 0;             // of the slice's normalised input
-    bool isLimiting_ = false;     // gain_ is not 1 throughout
+    bool isLimiting_ = false;     // the gain is not 1 throughout
     double reduction_ = 0;        // dB, largest since takeReduction()
     alignas(64) double inputGain_[kLongest], outputGain_[kLongest];
     std::tuple<Limits<float>, Limits<double>> limits_;
-    alignas(64) double gain_[kLongest + TruePeakLevel::kPadding];
-    alignas(64) double levels_[kMost + TruePeakLevel::kPadding];
-    alignas(64) double wanted_[kMost + TruePeakLevel::kPadding];
-    alignas(64) double due_[kMost + TruePeakLevel::kPadding];
-    alignas(64) double clipped_[kLongest];
+    Scratch* scratch_ = nullptr;  // during a slice
 };
 
 }  // namespace quillworks

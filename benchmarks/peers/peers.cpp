@@ -148,7 +148,7 @@ std::string ratio(double r)
 
 class Bench {
 public:
-    Bench(const Options& options, VNK::IClassFactory& factory)
+    Bench(const Options& options, VNK::IClassFactory* factory)
         : options_(options), factory_(factory), clock_(clockCost())
     {}
 
@@ -199,7 +199,7 @@ private:
         add("ours", true, 0, [&](std::string& reason) {
             return options_.lv2 ? lv2Peer(world_, "urn:quillworks:" + lv2::slug(effect), settings,
                                           format, buffers, reason)
-                                : ourEffect(factory_, effect, settings, format, buffers, reason);
+                                : ourEffect(*factory_, effect, settings, format, buffers, reason);
         });
         for (const auto& peer : row.at("peers"))
             add(peer.at("name"), false, isHeld ? peer.value("bar", 0.0) : 0,
@@ -267,7 +267,7 @@ private:
     }
 
     const Options& options_;
-    VNK::IClassFactory& factory_;
+    VNK::IClassFactory* factory_;  // null: ours through LV2
     lilv::World world_;
     double clock_;
     Json results_ = Json::array();
@@ -280,13 +280,14 @@ int run(const Options& options)
     if (!file) throw std::runtime_error(options.table + ": cannot be read");
     const Json table = Json::parse(file);
     std::string reason;
-    const auto module = VNK::LoadedModule::load(options.module.c_str(), reason);
-    if (!module) throw std::runtime_error(reason);
+    std::unique_ptr<VNK::LoadedModule> module;
+    if (!options.lv2) module = VNK::LoadedModule::load(options.module.c_str(), reason);
+    if (!options.lv2 && !module) throw std::runtime_error(reason);
     // Ours first, in place of one that is installed.
     const char* path = std::getenv("LV2_PATH");
     const std::string others = path && *path ? path : "/usr/local/lib/lv2:/usr/lib/lv2";
     if (options.lv2) setenv("LV2_PATH", (options.bundles + ":" + others).c_str(), 1);
-    Bench bench(options, module->factory());
+    Bench bench(options, module ? &module->factory() : nullptr);
     for (const auto& row : table.at("comparisons"))
         if (row.at("name").get<std::string>().find(options.only) != std::string::npos)
             bench.compare(row);
