@@ -48,7 +48,7 @@ void ScopeHistory::prepare(const ProcessSpec& spec)
     const auto perFrame = static_cast<std::size_t>(channels_) * sizeof(float);
     const auto wanted = static_cast<std::size_t>(kSeconds * spec.sampleRate) + 3 * kChunk;
     const auto frames = std::min(std::bit_ceil(wanted), std::bit_floor(kMostBytes / perFrame));
-    lines_.assign(frames * static_cast<std::size_t>(channels_), 0.0f);
+    lines_.require(frames * static_cast<std::size_t>(channels_));
     mask_ = frames - 1;
     const auto pairs = ChannelPairs::of(spec.layout);
     left_ = pairs.count > 0 ? pairs.pairs[0].first : -1;

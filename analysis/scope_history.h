@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "dsp/aligned_buffer.h"
 #include "dsp/sinc_table.h"
 #include "framework/audio_block.h"
 
@@ -67,7 +68,7 @@ public:
 
 private:
     ScopeInterpolator interpolator_;
-    std::vector<float> lines_;  // channel by channel, each a ring of mask_ + 1 frames
+    AlignedBuffer<float> lines_;  // channel by channel, each a ring of mask_ + 1 frames
     std::size_t mask_ = 0;
     int channels_ = 0;
     std::int64_t first_ = 0, end_ = 0;

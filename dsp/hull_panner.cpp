@@ -207,20 +207,25 @@ void HullPanner::add(const UnitVector& direction, double weight, double* points,
         points[0] += weight;
         return;
     }
-    const int triangles = static_cast<int>(triangles_.size());
-    double best = -1e300;
-    UnitVector gains{};
-    for (int tried = 0, t = hint; tried < triangles && best < -1e-9; ++tried) {
+    const auto gainsOf = [&](int t) -> UnitVector {
         const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
-        const UnitVector g = {dot(triangle.inverse[0], direction),
-                              dot(triangle.inverse[1], direction),
-                              dot(triangle.inverse[2], direction)};
-        if (const double least = std::min({g[0], g[1], g[2]}); least > best) {
-            best = least;
+        return {dot(triangle.inverse[0], direction), dot(triangle.inverse[1], direction),
+                dot(triangle.inverse[2], direction)};
+    };
+    const auto least = [](const UnitVector& g) { return std::min({g[0], g[1], g[2]}); };
+    // Within a triangle there is no other. On an edge the first of those there are is taken, so
+    // that nothing depends on where the source has been.
+    constexpr double kWithin = 1e-7;
+    UnitVector gains = gainsOf(hint);
+    if (!(least(gains) > kWithin)) {
+        double best = -1e300;
+        for (int t = 0; t < static_cast<int>(triangles_.size()) && best < -1e-9; ++t) {
+            const UnitVector g = gainsOf(t);
+            if (!(least(g) > best)) continue;
+            best = least(g);
             gains = g;
             hint = t;
         }
-        if (++t == triangles) t = 0;
     }
     double sum = 1e-300;
     for (double& g : gains) {

@@ -26,8 +26,8 @@ public:
     int speakers() const noexcept { return count_; }
     int imaginarySpeakers() const noexcept { return imaginary_; }
 
-    /// Powers of the speakers for a direction (need not be of unit length, but not 0); `hint`
-    /// remembers the triangle for the next search, 0 at first. [prepared]
+    /// Powers of the speakers for a direction (of about unit length); `hint` remembers the triangle
+    /// for the next search, 0 at first and after each preparation. [prepared]
     void powers(const UnitVector& direction, double* powers, int& hint) const noexcept;
 
     /// The same in two steps, for a source of many directions: the sum of what each gives to the

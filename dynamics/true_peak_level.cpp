@@ -72,6 +72,8 @@ void raiseLevels(const Filters& f, TruePeakLevel::Channel& channel, const double
     const float* x = single + Level::kBehind;
     const int size = Level::kBehind + frames + Level::kAhead;
     for (int i = 0; i < size; ++i) single[i] = static_cast<float>(samples[i - Level::kBehind]);
+    // Whole vectors are worked; what decides about all lanes at once must not meet chance.
+    for (int i = size; i < size + 2 * Level::kPadding; ++i) single[i] = 0;
     // Points that the frames need and the call before did not: the midway ones end three frames
     // later than the quarters, and those one frame later than the eighths.
     const int halvesKept = channel.goesOn ? Chain::kHalves : 0;

@@ -86,6 +86,7 @@ template <typename T> void SurroundPanCore<T>::reset() noexcept
          {&x_, &y_, &elevation_, &width_, &spread_, &divergence_, &centre_, &lfe_, &level_})
         glide->snap();
     distanceShare_ = wantedShare_;
+    search_ = {};
     findPowers();
     layGains();
     layGains();  // from there to there: nothing moves

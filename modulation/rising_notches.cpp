@@ -42,7 +42,7 @@ void RisingNotches<T>::tune(const Shares& shares, int count, const Course& to,
     for (int i = 0; i < count; ++i)
         octaves[i] = to.frequency + to.range * (shares[std::size_t(i)] - 0.5);
     warpOctaves(octaves, octaves, g, count, sampleRate_);
-    const double k = damping(to.range, to.feedback, count_);
+    const double k = damping_;
     for (int i = 0; i < count; ++i) {
         const auto at = static_cast<std::size_t>(i);
         const double fromMiddle = sinPi(shares[at] - 0.5);
@@ -55,6 +55,11 @@ template <typename T>
 void RisingNotches<T>::next(const double (&cycle)[kSides], bool hasJumped,
                             const Course& to) noexcept
 {
+    if (isFresh_ || to.range != range_ || to.feedback != feedback_) {
+        range_ = to.range;
+        feedback_ = to.feedback;
+        damping_ = damping(range_, feedback_, count_);
+    }
     const double way = falls_ ? -1 : 1;
     const double round = count_;  // cycles after which all stands as before
     const bool jumps = hasJumped && !isFresh_;
@@ -66,7 +71,8 @@ void RisingNotches<T>::next(const double (&cycle)[kSides], bool hasJumped,
         if (jumps) offset_[s] = std::remainder(place_[s] - wanted, round);
         const double now = wanted + offset_[s] * jumpLeft_ / jumpFrames_;
         before[s] = isFresh_ ? now : place_[s];
-        move[s] = std::remainder(now - before[s], round);
+        move[s] = now - before[s];
+        if (std::abs(move[s]) > round / 2) move[s] = std::remainder(move[s], round);
         place_[s] = now;
     }
 

@@ -54,10 +54,11 @@ private:
     int count_ = 1;
     bool falls_ = false, isFresh_ = true;
     SectionChain<T> chain_;
-    std::array<double, kSides> place_{};   // cycles, with what is left of a jump
-    std::array<double, kSides> offset_{};  // of the jump
-    int jumpFrames_ = 1, jumpLeft_ = 0;    // sub-blocks
-    Shares ends_{};                        // of the last sub-block
+    double range_ = 0, feedback_ = 0, damping_ = 1;  // that of the first two
+    std::array<double, kSides> place_{};             // cycles, with what is left of a jump
+    std::array<double, kSides> offset_{};            // of the jump
+    int jumpFrames_ = 1, jumpLeft_ = 0;              // sub-blocks
+    Shares ends_{};                                  // of the last sub-block
 };
 
 }  // namespace quillworks

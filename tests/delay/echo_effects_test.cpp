@@ -7,6 +7,19 @@ namespace quillworks::test {
 namespace {
 
 constexpr const char* kEffects[] = {"Beat Delay", "Surround Delay"};
+constexpr const char* kAll[] = {"Beat Delay", "Surround Delay", "Groove Delay"};
+
+/// The echo alone, once per pass of the loop.
+template <typename T> EffectUnderTest<T> plainEcho(const char* name, double beats, int channels)
+{
+    EffectUnderTest<T> fx(name, 48000, channels);
+    fx.set("duck", 0).set("mix", 100).set("locut", 20).set("hicut", 16000);
+    if (name != std::string("Groove Delay")) return std::move(fx.set("beatsnu", beats));
+    for (int i = 1; i < 4; ++i) fx.set("tapon" + std::to_string(i), 0);
+    fx.set("grid", beats).set("swing", 50).set("length", 1);
+    fx.set("tapstep0", 1).set("taplevel0", 0).set("tappan0", 0);
+    return fx;
+}
 
 template <typename T> class EchoEffects : public ::testing::Test {};
 TYPED_TEST_SUITE(EchoEffects, Precisions);
@@ -51,9 +64,8 @@ TYPED_TEST(EchoEffects, NeverRunAway)
 template <typename T>
 Signal<T> followed(const char* name, double frequency, double seconds, std::size_t frames)
 {
-    EffectUnderTest<T> fx(name, 48000, 1);
-    fx.set("beatsnu", 0.5).set("feedback", 0).set("locut", 20).set("hicut", 16000);
-    fx.set("duck", 0).set("mix", 100).prepare(1, 96);
+    auto fx = plainEcho<T>(name, 0.5, 1);
+    fx.set("feedback", 0).prepare(1, 96);
     const Channels<T> x{sine<T>(frames, frequency, 48000, 0.5)};
     auto y = x;
     for (int at = 0; at < int(frames); at += 96) {
@@ -66,7 +78,7 @@ Signal<T> followed(const char* name, double frequency, double seconds, std::size
 TYPED_TEST(EchoEffects, NeitherClickNorBendWhileTheTempoMoves)
 {
     using T = TypeParam;
-    for (const char* name : kEffects) {
+    for (const char* name : kAll) {
         for (const double f : {523.0, 440.7, 997.3, 1733.1}) {
             const auto y = followed<T>(name, f, 1e-3, 57600);
             const auto tone = sine<T>(4800, f, 48000, 0.5);
@@ -85,10 +97,10 @@ TYPED_TEST(EchoEffects, NeitherClickNorBendWhileTheTempoMoves)
 TYPED_TEST(EchoEffects, AreNoLouderInAnyPassThanBeforeAtFullFeedback)
 {
     using T = TypeParam;
-    for (const char* name : kEffects)
+    for (const char* name : kAll)
         for (const bool filtered : {false, true}) {
-            EffectUnderTest<T> fx(name);
-            fx.set("feedback", 100).set("duck", 0).set("mix", 100).set("beatsnu", 0.125);
+            auto fx = plainEcho<T>(name, 0.125, 2);
+            fx.set("feedback", 100);
             fx.set("locut", filtered ? 120 : 20).set("hicut", filtered ? 7000 : 16000);
             fx.play({noise<T>(6000, 1), noise<T>(6000, 2)});
             double before = 1;

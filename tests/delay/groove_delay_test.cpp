@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: ISC
 // Groove delay: where each tap falls, in place, level and tone, and what its loop keeps.
 #include "tests/support/effect_under_test.h"
-#include "tests/support/pitch.h"
 
 namespace quillworks::test {
 namespace {
@@ -152,40 +151,6 @@ TYPED_TEST(GrooveDelay, NoSettingRunsAway)
     EXPECT_LE(loudest[0], 6);
     EXPECT_LE(loudest[1], 8.5);
     EXPECT_GT(loudest[1], 1.5) << "else nothing was tried";
-}
-
-/// One tap of a tone while the tempo goes from 120 to 130 at 1 s, within `seconds`.
-template <typename T>
-Signal<T> followed(EffectUnderTest<T>& fx, double frequency, double seconds, std::size_t frames)
-{
-    fx.prepare(2, 96);
-    const Channels<T> x(2, sine<T>(frames, frequency, 48000, 0.5));
-    auto y = x;
-    for (int at = 0; at < int(frames); at += 96) {
-        fx.tempo(120 + 10 * std::clamp((at / 48000.0 - 1) / seconds, 0.0, 1.0));
-        fx.processBlock(x, y, at, 96);
-    }
-    return y[0];
-}
-
-TYPED_TEST(GrooveDelay, ATempoThatMovesNeitherClicksNorBends)
-{
-    using T = TypeParam;
-    for (const double f : {440.7, 997.3}) {
-        auto fx = this->bare();
-        this->tap(fx, 0, 4);
-        const auto y = followed(fx, f, 1e-3, 57600);
-        const auto tone = sine<T>(4800, f, 48000, 0.5);
-        EXPECT_LT(largestStep(y, 40000) / largestStep(tone), 1.02 + 40 / f) << f;
-        EXPECT_LT(worstAbove(y, 4 * f, 48000, 47040, 50400) - db(rms(tone)), -60) << f;
-    }
-    for (const double f : {311.0, 997.0}) {
-        auto fx = this->bare();
-        this->tap(fx, 0, 4);
-        const auto pitch = pitchOf(followed(fx, f, 2, 144000), f, 48000, 48000, 144000);
-        EXPECT_LE(pitch.offShare, 0.16) << f;
-        EXPECT_LE(std::abs(pitch.meanCents), 8) << f;
-    }
 }
 
 TYPED_TEST(GrooveDelay, AutomationOfATapDoesNotClick)
