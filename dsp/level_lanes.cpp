@@ -20,14 +20,21 @@ constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
 constexpr int kSignals = LevelLanes::kSignals, kAll = 2 * kSignals;
 constexpr int kVectors = kAll / kLanes;
 
+constexpr float kLoudest = 1e6f;
+
+HWY_INLINE hn::Vec<D> magnitude(const float* x)
+{
+    const D d;
+    const auto a = hn::Abs(hn::LoadU(d, x));
+    return hn::IfThenElseZero(hn::Eq(a, a), hn::Min(a, hn::Set(d, kLoudest)));
+}
+
 /// Magnitudes frame by frame; whole vectors of each signal are read.
 HWY_INLINE void interleave(const float* const* x, int n, float* rows)
 {
-    const D d;
     for (int i = 0; i < n; i += kLanes)
-        hn::StoreInterleaved4(hn::Abs(hn::LoadU(d, x[0] + i)), hn::Abs(hn::LoadU(d, x[1] + i)),
-                              hn::Abs(hn::LoadU(d, x[2] + i)), hn::Abs(hn::LoadU(d, x[3] + i)), d,
-                              rows + kSignals * i);
+        hn::StoreInterleaved4(magnitude(x[0] + i), magnitude(x[1] + i), magnitude(x[2] + i),
+                              magnitude(x[3] + i), D(), rows + kSignals * i);
 }
 
 /// The signals of a frame in the lanes from `lane` on.
@@ -74,8 +81,7 @@ void follow(const LevelLanes::Times& t, const float* const* x, int n, double* en
         hn::Store(sum, d, added + lane);
     }
     for (int lane = 0; lane < kAll; ++lane) {
-        const double e = (double(base[lane]) + double(added[lane])) * t.left[n][lane / kSignals];
-        envelopes[lane] = e < 1e30 ? e : 0;  // nothing that is not finite stays
+        envelopes[lane] = (double(base[lane]) + double(added[lane])) * t.left[n][lane / kSignals];
     }
 }
 

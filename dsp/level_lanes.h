@@ -25,7 +25,7 @@ public:
     };
 
     void reset() noexcept;
-    /// n samples of each signal.
+    /// n samples of each signal; what is no number counts as 0, what is beyond 1e6 as that.
     void run(const Times& times, const float* const* x, int n) noexcept;
     /// The same for the first two signals alone, or for the last two.
     void runHalf(const Times& times, const float* const* x, int half, int n) noexcept;

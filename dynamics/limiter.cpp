@@ -100,9 +100,7 @@ template <typename T> void LimiterCore<T>::process(const AudioBlock<T>& block) n
         part.frames = engine_.begin(part, scratch);
         for (int c = 0; c < part.channels; ++c) {
             engine_.take(c, part[c]);
-            if (!isOpen) continue;
-            clean(part[c], part.frames);
-            levels_.keep(inputs, c, part[c], part.frames);
+            if (isOpen) levels_.keep(inputs, c, part[c], part.frames);
         }
         engine_.findGain();
         for (int c = 0; c < part.channels; ++c) engine_.put(c, part[c]);

@@ -166,6 +166,10 @@ int LimiterEngine::begin(GridSlice slice, Scratch& scratch) noexcept
                                      : truePeak_ ? TruePeakLevel::kMaxFrames
                                                  : kLongest);
     peak_ = 0;
+    // Whole vectors are worked: what lies behind the slice must not be left to chance.
+    const int end = truePeak_ ? kMost : frames_;
+    for (double* const values : {scratch.levels, scratch.wanted, scratch.due})
+        std::fill_n(values + end, TruePeakLevel::kPadding, 0.0);
     return frames_;
 }
 

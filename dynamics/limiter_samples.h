@@ -2,26 +2,18 @@
 // The limiter's way in and out: samples of the host, and doubles relative to the ceiling.
 #pragma once
 
-#include <algorithm>
 #include <type_traits>
 
 #include "dsp/sanitise.h"
 
 namespace quillworks {
 
-/// What is no number becomes 0, magnitudes are limited to 1000: unlike sanitise(), which takes what
-/// is beyond 1e6 for a fault, since a limiter forgets within milliseconds and must not let go of an
-/// overload.
-template <typename T> void clean(T* x, int n) noexcept
-{
-    for (int i = 0; i < n; ++i)
-        x[i] = x[i] == x[i] ? std::clamp(x[i], T(-kLoudestSignal), T(kLoudestSignal)) : T(0);
-}
-
 /// The two loops over the samples of a channel.
 template <typename T> struct WayThrough {
-    /// In: u = x * gain, of x as clean() leaves it. `levels` becomes |u|, or, unless it `begins`,
-    /// the larger of that and what it was. Returns the largest |u|.
+    /// In: u = x * gain. What is no number becomes 0, magnitudes are limited to 1000: unlike
+    /// sanitise(), which takes what is beyond 1e6 for a fault, since a limiter forgets within
+    /// milliseconds and must not let go of an overload. `levels` becomes |u|, or, unless it
+    /// `begins`, the larger of that and what it was. Returns the largest |u|.
     double (*takeIn)(const T* x, const double* gain, double* u, double* levels, bool begins, int n);
     /// Out: x = v * gain * scale, limited to +-limit after rounding. `gain` may be null for 1.
     void (*putOut)(const double* v, const double* gain, const double* scale, const T* limit, T* x,
