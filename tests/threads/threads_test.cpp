@@ -5,6 +5,7 @@
 
 #include "tests/support/effect_under_test.h"
 #include "tests/support/every_effect.h"
+#include "vnk/effect_displays.h"
 
 namespace quillworks::test {
 namespace {
@@ -45,6 +46,47 @@ TEST_P(EveryEffectOnTwoThreads, ParametersMetersAndStateWhileProcessing)
     stop = true;
     mainThread.join();
     EXPECT_TRUE(isFinite(y[0]));
+}
+
+/// Counts what a display gives.
+class Counting final : public VNK::IDisplaySink {
+public:
+    std::int64_t values = 0;
+    void beginObject(const char*) override {}
+    void beginList(const char*) override {}
+    void end() override {}
+    void number(const char*, double) override { ++values; }
+    void numbers(const char*, const float*, std::int64_t n) override { values += n; }
+    void numbers(const char*, const double*, std::int64_t n) override { values += n; }
+    void text(const char*, const char*) override {}
+    void flag(const char*, bool) override { ++values; }
+};
+
+TEST_P(EveryEffectOnTwoThreads, DisplaysWhileProcessingAndBeingPreparedAnew)
+{
+    EffectUnderTest<float> fx(GetParam());
+    const auto displays = fx.component().queryInterface<VNK::IEffectDisplays>();
+    if (!displays) return;
+    fx.prepare(2, 64);
+    std::atomic<bool> stop{false};
+    Counting shown;
+    auto viewer = repeating(stop, [&](std::uint32_t round) {
+        if (round % 64 == 0) displays->setDisplaysOpen(true);
+        displays->updateDisplays();
+        for (int i = 0; displays->displayName(i); ++i)
+            displays->snapshot(displays->displayName(i), &shown);
+        if (round % 64 == 63) displays->setDisplaysOpen(false);
+        std::this_thread::yield();
+    });
+    const Channels<float> x(2, noise<float>(64));
+    Channels<float> y = x;
+    for (int turn = 0; turn < 8; ++turn) {
+        fx.prepare(1 + turn % 2, 64);
+        for (int block = 0; block < 200; ++block) fx.processBlock(x, y, 0, 64);
+    }
+    stop = true;
+    viewer.join();
+    EXPECT_GT(shown.values, 0);
 }
 
 TEST_P(EveryEffectOnTwoThreads, InstancesShareNothing)
