@@ -69,6 +69,7 @@ TEST_P(EveryEffectOnTwoThreads, DisplaysWhileProcessingAndBeingPreparedAnew)
     if (!displays) return;
     fx.prepare(2, 64);
     std::atomic<bool> stop{false};
+    std::atomic<std::uint32_t> rounds{0};
     Counting shown;
     auto viewer = repeating(stop, [&](std::uint32_t round) {
         if (round % 64 == 0) displays->setDisplaysOpen(true);
@@ -76,11 +77,12 @@ TEST_P(EveryEffectOnTwoThreads, DisplaysWhileProcessingAndBeingPreparedAnew)
         for (int i = 0; displays->displayName(i); ++i)
             displays->snapshot(displays->displayName(i), &shown);
         if (round % 64 == 63) displays->setDisplaysOpen(false);
+        rounds = round;
         std::this_thread::yield();
     });
     const Channels<float> x(2, noise<float>(64));
     Channels<float> y = x;
-    for (int turn = 0; turn < 8; ++turn) {
+    for (int turn = 0; turn < 8 || rounds < 200; ++turn) {
         fx.prepare(1 + turn % 2, 64);
         for (int block = 0; block < 200; ++block) fx.processBlock(x, y, 0, 64);
     }
