@@ -15,7 +15,11 @@ if(QUILLWORKS_SANITIZE)
   add_link_options(-fsanitize=${QUILLWORKS_SANITIZE})
   # The rules of the effect interface too, as in a debug build.
   target_compile_definitions(quillworks_options INTERFACE QUILLWORKS_CHECK_RULES)
-  # Instrumented vector code compiles for minutes: AVX2 and the scalar build stand for all sets.
+endif()
+
+option(QUILLWORKS_FEWER_SETS "Compile vector code for AVX2 and the scalar set only" OFF)
+# Instrumented vector code compiles for minutes: there, too, two stand for all sets.
+if(QUILLWORKS_SANITIZE OR QUILLWORKS_FEWER_SETS)
   target_compile_definitions(quillworks_options INTERFACE
     "HWY_DISABLED_TARGETS=(HWY_SSSE3|HWY_SSE4|HWY_AVX3|HWY_AVX3_DL)")
 endif()
