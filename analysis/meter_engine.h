@@ -100,7 +100,8 @@ protected:
     void reconcile() noexcept override { followBackground(); }
 
 private:
-    void configure(Engine& engine) final
+    void configure(Engine& engine) final { handOver(engine); }
+    void handOver(Engine& engine)
     {
         engine.set({isOn("freeze"), holdResets_.load(std::memory_order_relaxed)});
         configure_(*this, engine);
@@ -110,11 +111,15 @@ private:
         algorithm_.setFeeder(isOn("background") ? &feeder_ : nullptr);
         feeder_.request();
     }
+    /// On the worker thread, where a virtual function must not be looked up: the object may be on
+    /// its way through its destructors.
     void feedInBackground() noexcept
     {
+        auto& feed = algorithm_.feed();
+        auto& engine = algorithm_.engine();
         if (const bool wanted = isOn("background"); wanted != isFedInBackground_)
-            this->setDisplaysOpen(isFedInBackground_ = wanted);
-        if (isFedInBackground_) this->updateDisplays();
+            feed.setOpen(isFedInBackground_ = wanted, engine, this->meterSlots());
+        if (isFedInBackground_) feed.update(engine, this->meterSlots(), [&] { handOver(engine); });
     }
 
     Algorithm& algorithm_;

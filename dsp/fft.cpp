@@ -9,10 +9,24 @@
 namespace quillworks {
 namespace {
 
+int livePlans = 0;
+
+/// Gives back what the planner has learnt when the module goes; not while static objects still hold
+/// plans.
+struct PlannerEnd {
+    ~PlannerEnd()
+    {
+        if (livePlans > 0) return;
+        fftwf_cleanup();
+        fftw_cleanup();
+    }
+};
+
 /// FFTW's planner shares tables between all plans of a precision; only execution is reentrant.
 std::mutex& plannerLock()
 {
     static std::mutex lock;
+    static const PlannerEnd end;
     return lock;
 }
 
@@ -52,6 +66,7 @@ template <typename T> void Fft<T>::PlanRelease::operator()(void* plan) const noe
 {
     const std::lock_guard guard(plannerLock());
     Library<T>::destroy(plan);
+    --livePlans;
 }
 
 template <typename T> void Fft<T>::setSize(std::uint32_t n)
@@ -81,6 +96,7 @@ template <typename T> void Fft<T>::plan()
     const unsigned flags = planningEffort(order_) | FFTW_NO_BUFFERING;
     const std::lock_guard guard(plannerLock());
     plan_.reset(Library<T>::plan(points, in, out, FFTW_FORWARD, flags));
+    if (plan_) ++livePlans;
 }
 
 template <typename T> void Fft<T>::transform(const T* in, T* out) const noexcept

@@ -174,15 +174,21 @@ template <typename T> void SimpleStripCore<T>::process(const AudioBlock<T>& bloc
 {
     peaks_.begin();
     for (auto& run : runs_) run.dynamics.beginMeters();
-    for (int c = 0; c < block.channels; ++c) {
-        sanitise(block[c], block.frames, kLoudestSignal);
-        levels_.measureInput(c, block[c], block.frames);
-        peaks_.measureInput(block[c], block.frames);
+    for (int done = 0; done < block.frames; done += EditorLevels::kLongest)
+        processPiece(block.slice(done, std::min(EditorLevels::kLongest, block.frames - done)));
+}
+
+template <typename T> void SimpleStripCore<T>::processPiece(const AudioBlock<T>& piece) noexcept
+{
+    for (int c = 0; c < piece.channels; ++c) {
+        sanitise(piece[c], piece.frames, kLoudestSignal);
+        levels_.measureInput(c, piece[c], piece.frames);
+        peaks_.measureInput(piece[c], piece.frames);
     }
-    forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
-    for (int c = 0; c < block.channels; ++c) {
-        levels_.measureOutput(c, block[c], block.frames);
-        peaks_.measureOutput(block[c], block.frames);
+    forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
+    for (int c = 0; c < piece.channels; ++c) {
+        levels_.measureOutput(c, piece[c], piece.frames);
+        peaks_.measureOutput(piece[c], piece.frames);
     }
 }
 

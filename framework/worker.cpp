@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <mutex>
+#include <new>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -21,14 +23,17 @@ constexpr int kNice = 10;  // behind what people and audio threads wait for
 /// The thread, while there are jobs.
 class Worker {
 public:
+    /// Never destroyed: effects in static objects may outlive any other.
     static Worker& instance()
     {
-        static Worker worker;
-        return worker;
+        alignas(Worker) static std::byte place[sizeof(Worker)];
+        static Worker* const worker = new (place) Worker;
+        static const Ending ending;
+        return *worker;
     }
 
-    /// At the end of a process that has left effects behind.
-    ~Worker()
+    /// At the end of a process that has left effects behind, and when the module goes.
+    void end()
     {
         if (!thread_.joinable()) return;
         {
@@ -66,10 +71,11 @@ public:
             ended_.wait(lock, [&] { return running_ != &job; });
             std::erase(jobs_, &job);
             if (!jobs_.empty()) return;
+            std::vector<WorkerJob*>().swap(jobs_);
             ends_ = true;
         }
         wake_.notify_one();
-        thread_.join();
+        if (thread_.joinable()) thread_.join();
     }
 
     void wake()
@@ -82,6 +88,10 @@ public:
     }
 
 private:
+    struct Ending {
+        ~Ending() { instance().end(); }
+    };
+
     void loop()
     {
         // Of this thread alone; where it is refused the worker runs as everybody does.

@@ -2,6 +2,9 @@
 // What Highway's builds ask of the processor, in place of Highway's own library: that one measures
 // the clock for benchmarks when it is loaded, which takes longer than all else in loading us.
 #include <cpuid.h>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 #include <hwy/targets.h>
 
 namespace hwy {
@@ -16,6 +19,17 @@ bool hasHalfFloatsAndLeadingZeros()
 }
 
 }  // namespace
+
+/// Where Highway's own assertions end, which debug builds have.
+void Abort(const char* file, int line, const char* format, ...)
+{
+    std::fprintf(stderr, "%s:%d: ", file, line);
+    va_list arguments;
+    va_start(arguments, format);
+    std::vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    std::abort();
+}
 
 ChosenTarget& GetChosenTarget()
 {
