@@ -25,6 +25,8 @@ StoredState AudioEffectComponent::storedState() const
         if (at(i).isStored()) state.parameters.emplace_back(at(i).key, getValue(i));
     for (const auto& [key, attribute] : attributes_)
         if (attribute.isStored) state.attributes[key] = attribute.value;
+    for (const auto& text : texts_) state.attributes[text.info.key] = text.value;
+    complete(state);
     return state;
 }
 
@@ -54,11 +56,21 @@ bool AudioEffectComponent::restore(StoredState state)
     }
     for (auto& [key, attribute] : attributes_) {
         if (!attribute.isStored) continue;
-        const auto stored = state.attributes.find(key);
-        const auto* n =
-            stored == state.attributes.end() ? nullptr : std::get_if<std::int64_t>(&stored->second);
+        const auto* n = state.attribute<std::int64_t>(key);
         setInteger(key.c_str(), n ? *n : attribute.defaultValue);
     }
+    std::vector<const Text*> changed;
+    for (auto& text : texts_) {
+        const auto* stored = state.attribute<std::string>(text.info.key);
+        std::string value = stored ? stored->substr(0, stored->find('\0')) : text.info.defaultText;
+        if (value.size() > VNK::kLongestText) {
+            note(text.info.key, "is too long and takes its default");
+            value = text.info.defaultText;
+        }
+        if (assignText(text, std::move(value))) changed.push_back(&text);
+    }
+    restored(state);
+    for (const auto* text : changed) textChanged(text->info.key);
     refusal_ = std::move(remark);
     programName_ = std::move(state.name);
     reconcile();
@@ -75,7 +87,9 @@ bool AudioEffectComponent::saveState(VNK::IByteSink* sink) const noexcept
     const CallRules::MainThread rule(algorithm_->rules());
     if (!sink) return false;
     try {
-        const auto chunk = writeChunk(storedState());
+        auto state = storedState();
+        state.dropBlobsBeyond(kLargestChunkBlobs);
+        const auto chunk = writeChunk(state);
         return sink->write(chunk.data(), chunk.size());
     } catch (...) {
         return false;
@@ -101,6 +115,8 @@ bool AudioEffectComponent::savePreset(const char* name, VNK::IByteSink* sink) co
     try {
         auto state = storedState();
         state.name = name;
+        const auto dropped = state.dropBlobsBeyond(kLargestPresetBlobs);
+        refusal_ = dropped.empty() ? "" : dropped + " is too long for a preset and is left out";
         const auto document = writePreset(state);
         return sink->write(document.data(), document.size());
     } catch (...) {

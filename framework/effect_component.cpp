@@ -429,6 +429,7 @@ bool AudioEffectComponent::getFloat(const char* key, float& value) const noexcep
 
 const char* AudioEffectComponent::getString(const char* key) const noexcept
 {
+    if (const int text = findText(key); text >= 0) return getText(text);
     const auto* found = find<std::string>(attributes_, key);
     return found ? found->c_str() : nullptr;
 }

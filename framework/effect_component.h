@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -42,7 +43,8 @@ struct Delays {
 class AudioEffectComponent
     : public VNK::Object<VNK::IEffectComponent, VNK::IEffectParameters, VNK::IEffectGestures,
                          VNK::IEffectMeters, VNK::IEffectState, VNK::IEffectPrograms,
-                         VNK::IEffectAttributes, VNK::IEffectViews, VNK::IEffectReadings>,
+                         VNK::IEffectAttributes, VNK::IEffectViews, VNK::IEffectReadings,
+                         VNK::IEffectTexts>,
       private AlgorithmOwner {
 public:
     /// Owns the algorithm from now on and publishes the parameters of its table in their order.
@@ -96,6 +98,15 @@ public:
     bool setInteger(const char* key, std::int64_t value) noexcept final;
     const char* viewName(std::int32_t index) const noexcept final;
     bool remotePages(VNK::IByteSink* sink) const noexcept final;
+    std::int32_t countTexts() const noexcept final;
+    bool getTextInfo(std::int32_t index, VNK::TextInfo& info) const noexcept final;
+    std::int32_t findText(const char* key) const noexcept final;
+    const char* getText(std::int32_t index) const noexcept final;
+    bool setText(std::int32_t index, const char* text) noexcept final;
+    const char* textRefusal() const noexcept final { return textRefusal_.c_str(); }
+    std::uint32_t textChangeCount(std::int32_t index) const noexcept final;
+    const char* textProblem(std::int32_t index) const noexcept final;
+    void setBaseFolder(const char* folder) noexcept final;
     void setListener(VNK::IEffectListener* listener) noexcept final { listener_.set(listener); }
 
 protected:
@@ -126,6 +137,23 @@ protected:
     virtual bool isBusy() const noexcept { return false; }
     /// An attribute declared by the effect has been set to a new value.
     virtual void attributeChanged(const std::string& /*key*/, std::int64_t /*value*/) noexcept {}
+    /// Whether a person may set a text to this; else `reason` says in a line why not. What a state
+    /// brings is not asked about: a folder may be missing on this machine and be there on the next.
+    virtual bool acceptsText(const std::string& /*key*/, const std::string& /*text*/,
+                             std::string& /*reason*/) const
+    {
+        return true;
+    }
+    /// A text has been set, perhaps to what it was; or a state, whose restored() has been called,
+    /// has brought another.
+    virtual void textChanged(const std::string& /*key*/) noexcept {}
+    /// See VNK::IEffectTexts::textProblem.
+    virtual std::string problemOf(const std::string& /*key*/) const { return {}; }
+    /// Adds to a state or preset what the effect keeps beside parameters, texts and declared
+    /// attributes. Of that, blobs too long for a preset are left out of it.
+    virtual void complete(StoredState&) const {}
+    /// The values of a state are in place; for what complete() has added. Before reconcile().
+    virtual void restored(const StoredState&) {}
 
     /// Present value of a parameter by key. The key must exist.
     float value(const char* key) const noexcept;
@@ -140,6 +168,15 @@ protected:
     void command(Tag tag, float value) noexcept;
     /// Declares an attribute of ComponentData with its default; `isStored` in state and presets.
     void declareAttribute(const char* key, std::int64_t value, bool isStored = true);
+    /// Declares a text of ComponentData; see VNK::TextInfo. The constants of `info` must live as
+    /// long as the component.
+    void declareText(const VNK::TextInfo& info);
+    /// Present text by key. The key must exist.
+    const std::string& text(std::string_view key) const noexcept;
+    /// Sets a text from within and tells the host; textChanged() is not called. [main thread]
+    void moveText(std::string_view key, std::string text);
+    /// Where the present preset or state lies, absolute; empty where nobody has said.
+    const std::string& baseFolder() const noexcept { return baseFolder_; }
     /// An attribute that hosts may read but not set.
     void publishAttribute(const char* key, AttributeValue value);
     /// Tempo in force, in beats per minute.
@@ -161,6 +198,11 @@ private:
     };
     struct Program {
         std::string title, file;
+    };
+    struct Text {
+        VNK::TextInfo info;
+        std::string value;
+        std::atomic<std::uint32_t> changes{0};
     };
     struct Attribute {
         AttributeValue value;
@@ -193,6 +235,8 @@ private:
     void sideChainChanged() noexcept override;
     void calculateDelays() noexcept;
     void announceDelays() noexcept;
+    /// Puts a text in place; true if it is another than before.
+    bool assignText(Text& text, std::string value) noexcept;
     StoredState storedState() const;
     bool restore(StoredState state);
     void scanPrograms() const;
@@ -205,6 +249,9 @@ private:
     std::vector<std::string> viewNames_;
     std::unique_ptr<Value[]> values_;
     std::map<std::string, Attribute, std::less<>> attributes_;
+    std::deque<Text> texts_;
+    std::string baseFolder_, textRefusal_;
+    mutable std::string textProblem_;
     VNK::UID classId_;
     std::string name_, programName_;
     mutable std::string refusal_;

@@ -5,6 +5,7 @@
 #include <set>
 #include <string_view>
 
+#include "framework/base64.h"
 #include "framework/stored_state.h"
 #include "vnk/xml.h"
 
@@ -47,10 +48,29 @@ bool readAttribute(const VNK::XmlElement& element, AttributeValue& value)
         float f = 0;
         if (!readAll(text, f) || !std::isfinite(f)) return false;
         value = f;
+    } else if (type == "bytes") {
+        Blob blob;
+        if (!readBase64(text, blob.bytes)) return false;
+        value = std::move(blob);
     } else {
         value = std::string(text);
     }
     return true;
+}
+
+std::string written(const AttributeValue& value)
+{
+    return std::visit(
+        [](const auto& v) -> std::string {
+            using V = std::decay_t<decltype(v)>;
+            if constexpr (std::is_same_v<V, std::string>)
+                return v;
+            else if constexpr (std::is_same_v<V, Blob>)
+                return base64(v.bytes);
+            else
+                return written(v);
+        },
+        value);
 }
 
 }  // namespace
@@ -68,6 +88,24 @@ void StoredState::set(const std::string& key, float value)
         *stored = value;
     else
         parameters.emplace_back(key, value);
+}
+
+std::string StoredState::dropBlobsBeyond(std::size_t most)
+{
+    std::string dropped;
+    for (;;) {
+        std::size_t sum = 0, longest = 0;
+        auto largest = attributes.end();
+        for (auto at = attributes.begin(); at != attributes.end(); ++at) {
+            const auto* blob = std::get_if<Blob>(&at->second);
+            if (!blob) continue;
+            sum += blob->bytes.size();
+            if (blob->bytes.size() > longest) largest = at, longest = blob->bytes.size();
+        }
+        if (sum <= most) return dropped;
+        dropped += (dropped.empty() ? "\"" : ", \"") + largest->first + "\"";
+        attributes.erase(largest);
+    }
 }
 
 std::string writePreset(const StoredState& state)
@@ -91,17 +129,9 @@ std::string writePreset(const StoredState& state)
     for (const auto& [key, value] : state.attributes) {
         const auto a = component.addChild("Attribute");
         a.setAttribute("key", key.c_str());
-        static constexpr const char* kTypes[] = {"int", "float", "string"};
+        static constexpr const char* kTypes[] = {"int", "float", "string", "bytes"};
         a.setAttribute("type", kTypes[value.index()]);
-        const auto text = std::visit(
-            [](const auto& v) {
-                if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::string>)
-                    return v;
-                else
-                    return written(v);
-            },
-            value);
-        a.setAttribute("value", text.c_str());
+        a.setAttribute("value", written(value).c_str());
     }
     return document.text();
 }

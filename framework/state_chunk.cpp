@@ -39,7 +39,8 @@ public:
         else if (type == Float)
             number(std::bit_cast<std::uint32_t>(std::get<float>(value)));
         else
-            lengthAndBytes(std::get<std::string>(value));
+            lengthAndBytes(type == Text ? std::get<std::string>(value)
+                                        : std::get<Blob>(value).bytes);
     }
     std::string take() { return std::move(out_); }
 
@@ -111,9 +112,12 @@ template <class F> bool readEntries(std::string_view payload, F&& f)
         case Text:
             value = std::string(in.lengthAndBytes());
             break;
-        case Bytes:
-            in.lengthAndBytes();
-            continue;  // nothing of ours is stored so
+        case Bytes: {
+            const auto bytes = in.lengthAndBytes();
+            if (bytes.size() > kLargestChunkBlobs) return false;
+            value = Blob{std::string(bytes)};
+            break;
+        }
         default:
             return false;
         }

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -15,7 +16,14 @@
 
 namespace quillworks {
 
-using AttributeValue = std::variant<std::int64_t, float, std::string>;
+/// Bytes that are no text.
+struct Blob {
+    std::string bytes;
+
+    bool operator==(const Blob&) const = default;
+};
+
+using AttributeValue = std::variant<std::int64_t, float, std::string, Blob>;
 
 struct StoredState {
     VNK::UID classId;
@@ -28,9 +36,21 @@ struct StoredState {
     /// Value of a parameter key, or null.
     float* find(const std::string& key);
     void set(const std::string& key, float value);
+    /// Value of an attribute that is of this type, or null.
+    template <class V> const V* attribute(std::string_view key) const
+    {
+        const auto at = attributes.find(key);
+        return at == attributes.end() ? nullptr : std::get_if<V>(&at->second);
+    }
+    /// Leaves out blobs beyond `most` bytes, the longest first, until the rest together has no
+    /// more. Returns their keys, each in quotes; empty where all stay.
+    std::string dropBlobsBeyond(std::size_t most);
 };
 
 inline constexpr std::size_t kLargestPreset = 1u << 20;  // bytes
+/// Bytes of all blobs of a preset, where they stand as base64, and of a chunk.
+inline constexpr std::size_t kLargestPresetBlobs = 700u << 10;
+inline constexpr std::size_t kLargestChunkBlobs = 16u << 20;
 
 /// UTF-8 document with the root AudioEffectPreset; floats read back to the same bits.
 std::string writePreset(const StoredState& state);
@@ -41,7 +61,8 @@ bool readPreset(const void* data, std::size_t bytes, StoredState& state, std::st
 
 /// Little-endian chunk "FXST" with the sections AlgorithmData, ParameterData and ComponentData.
 std::string writeChunk(const StoredState& state);
-/// Unknown sections and keys are skipped; a length that passes the end refuses the whole chunk.
+/// Unknown sections and keys are skipped; a length that passes the end, or a blob beyond
+/// kLargestChunkBlobs, refuses the whole chunk.
 bool readChunk(const void* data, std::size_t bytes, StoredState& state, std::string& reason);
 
 }  // namespace quillworks

@@ -6,6 +6,7 @@
 
 #include "framework/pass_through.h"
 #include "tests/framework/frame_fixture.h"
+#include "vnk/effect_displays.h"
 #include "vnk/hosted_effect.h"
 
 namespace quillworks::test {
@@ -38,10 +39,11 @@ template <class... Is> struct Interfaces {
     }
     static constexpr auto count = sizeof...(Is);
 };
-using All = Interfaces<VNK::IEffectComponent, VNK::IEffectParameters, VNK::IEffectGestures,
-                       VNK::IEffectMeters, VNK::IEffectState, VNK::IEffectPrograms,
-                       VNK::IEffectAttributes, VNK::IEffectViews, VNK::IEffectAlgorithm,
-                       VNK::IClassFactory, VNK::IString, VNK::IMutableCString>;
+using All =
+    Interfaces<VNK::IEffectComponent, VNK::IEffectParameters, VNK::IEffectGestures,
+               VNK::IEffectMeters, VNK::IEffectState, VNK::IEffectPrograms, VNK::IEffectAttributes,
+               VNK::IEffectViews, VNK::IEffectReadings, VNK::IEffectTexts, VNK::IEffectDisplays,
+               VNK::IEffectAlgorithm, VNK::IClassFactory, VNK::IString, VNK::IMutableCString>;
 
 TEST(Interfaces, HaveIdentifiersOfTheirOwn)
 {
@@ -53,9 +55,10 @@ TEST(Interfaces, CarryPlainStructuresOnly)
     const auto isPlain = []<class... Ts>(Interfaces<Ts...>) {
         return (... && (std::is_trivially_copyable_v<Ts> && std::is_standard_layout_v<Ts>));
     };
-    EXPECT_TRUE(isPlain(Interfaces<VNK::UID, VNK::ParameterInfo, VNK::MeterInfo, VNK::Transport,
-                                   VNK::ProcessData, VNK::SpeakerArrangement, VNK::ClassAttribute,
-                                   VNK::ClassDescription, VNK::ModuleInformation>{}));
+    EXPECT_TRUE(
+        isPlain(Interfaces<VNK::UID, VNK::ParameterInfo, VNK::MeterInfo, VNK::TextInfo,
+                           VNK::Transport, VNK::ProcessData, VNK::SpeakerArrangement,
+                           VNK::ClassAttribute, VNK::ClassDescription, VNK::ModuleInformation>{}));
 }
 
 TEST(Interfaces, OneMoreStandsBesideTheOthersAndAllShareOneCount)

@@ -144,7 +144,37 @@ public:
         : AudioEffectComponent(a, {.viewPrefix = "Probe", .algorithmVersion = 3})
     {
         declareAttribute("mode", 7);
+        declareText({.key = "source",
+                     .title = "Source",
+                     .help = "What is played.",
+                     .defaultText = "factory:Probe",
+                     .kind = VNK::TextKind::File});
+        declareText({.key = "note", .title = "Note"});
     }
+    bool acceptsText(const std::string&, const std::string& text,
+                     std::string& reason) const override
+    {
+        return text != "refused" || (reason = "it is refused", false);
+    }
+    void textChanged(const std::string& key) noexcept override { told += key + " "; }
+    std::string problemOf(const std::string& key) const override
+    {
+        return text(key) == "/missing" ? "there is no such file" : "";
+    }
+    void complete(StoredState& state) const override
+    {
+        if (!data.bytes.empty()) state.attributes["data"] = data;
+    }
+    void restored(const StoredState& state) override
+    {
+        const auto* stored = state.attribute<Blob>("data");
+        data = stored ? *stored : Blob();
+        told += "restored ";
+    }
+    using AudioEffectComponent::baseFolder;
+    using AudioEffectComponent::moveText;
+    std::string told;
+    Blob data;
     Delays delays(double rate) const noexcept override
     {
         const bool isLate = isOn("late");

@@ -11,6 +11,7 @@
 #include "adapters/lv2/turtle/port_turtle.h"
 #include "adapters/lv2/turtle/turtle.h"
 #include "adapters/lv2/version.h"
+#include "framework/base64.h"
 #include "vnk/buffer.h"
 
 namespace quillworks::lv2 {
@@ -183,7 +184,7 @@ std::string describePresets(const Catalogue& catalogue, const Plugin& plugin)
                     .add("rdfs:label", turtle::text(title))
                     .add("lv2:port", turtle::list(values, " ,\n        "))
                     .add("state:state", "[ " + turtle::iri(kStateChunk) + " \"" +
-                                            turtle::base64(chunk.text()) + "\"^^xsd:base64Binary ]")
+                                            base64(chunk.text()) + "\"^^xsd:base64Binary ]")
                     .of(uri);
     }
     return text.empty() ? text : turtleHeader() + text;

@@ -38,22 +38,6 @@ std::string iri(std::string_view uri)
     return std::string("<").append(uri).append(">");
 }
 
-std::string base64(std::string_view bytes)
-{
-    constexpr std::string_view kDigits =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        unsigned group = 0;
-        for (std::size_t k = 0; k < 3; ++k)
-            group =
-                group << 8 | (i + k < bytes.size() ? static_cast<unsigned char>(bytes[i + k]) : 0u);
-        for (std::size_t k = 0; k < 4; ++k)
-            out += i + k <= bytes.size() ? kDigits[group >> (18 - 6 * k) & 63] : '=';
-    }
-    return out;
-}
-
 std::string Node::joined(const std::string& indent) const
 {
     std::string out;

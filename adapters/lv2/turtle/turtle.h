@@ -15,7 +15,6 @@ std::string number(float value);
 std::string integer(int value);
 /// In angle brackets.
 std::string iri(std::string_view uri);
-std::string base64(std::string_view bytes);
 
 /// Statements that share a subject; `brackets` for one without a name.
 class Node {

@@ -16,6 +16,7 @@
 #include "vnk/effect_meters.h"
 #include "vnk/effect_parameters.h"
 #include "vnk/effect_state.h"
+#include "vnk/effect_texts.h"
 #include "vnk/object.h"
 #include "vnk/speaker_arrangement.h"
 
@@ -106,7 +107,8 @@ protected:
 class IEffectListener {
 public:
     /// "processSetupChanged", "processStateChanged", "speakerTypeChanged", "sideChainActivated",
-    /// "hasEditorChanged", "wetLockChanged", "lowLatencyMasterChanged", "lowLatencySlavesChanged".
+    /// "hasEditorChanged", "wetLockChanged", "lowLatencyMasterChanged", "lowLatencySlavesChanged",
+    /// "textChanged".
     virtual void message(const char* name) noexcept = 0;
     /// The effect itself changed a parameter that the host did not set.
     virtual void parameterChanged(std::int32_t index) noexcept = 0;

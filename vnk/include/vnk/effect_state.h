@@ -12,7 +12,8 @@ namespace VNK {
 
 /// A refused state or preset leaves everything as it was; refusalReason() says why. After one that
 /// was accepted it says what had to be put right in it (values out of range, values that are not
-/// finite), or nothing. The text lives until the next call.
+/// finite), or nothing; after savePreset() what it left out as too long for a preset. The text
+/// lives until the next call.
 class IEffectState : public IObject {
 public:
     static constexpr UID iid = UID::constant("{7B6F6C63-5C25-4D0A-9C2B-3B8B0B2A1D07}");

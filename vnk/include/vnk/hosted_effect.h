@@ -25,7 +25,8 @@ public:
           state_(of<IEffectState>(object)),
           programs_(of<IEffectPrograms>(object)),
           attributes_(of<IEffectAttributes>(object)),
-          views_(of<IEffectViews>(object))
+          views_(of<IEffectViews>(object)),
+          texts_(of<IEffectTexts>(object))
     {
         const bool isWhole =
             parameters_ && gestures_ && meters_ && state_ && programs_ && attributes_ && views_;
@@ -189,6 +190,38 @@ public:
     bool remotePages(IByteSink* sink) const noexcept { return views_->remotePages(sink); }
     bool remotePages(IByteSink& sink) const noexcept { return remotePages(&sink); }
 
+    // IEffectTexts; without the interface there are no texts
+    std::int32_t countTexts() const noexcept { return texts_ ? texts_->countTexts() : 0; }
+    bool getTextInfo(std::int32_t index, TextInfo& info) const noexcept
+    {
+        return texts_ && texts_->getTextInfo(index, info);
+    }
+    std::int32_t findText(const char* key) const noexcept
+    {
+        return texts_ ? texts_->findText(key) : -1;
+    }
+    const char* getText(std::int32_t index) const noexcept
+    {
+        return texts_ ? texts_->getText(index) : nullptr;
+    }
+    bool setText(std::int32_t index, const char* text) const noexcept
+    {
+        return texts_ && texts_->setText(index, text);
+    }
+    const char* textRefusal() const noexcept { return texts_ ? texts_->textRefusal() : ""; }
+    std::uint32_t textChangeCount(std::int32_t index) const noexcept
+    {
+        return texts_ ? texts_->textChangeCount(index) : 0;
+    }
+    const char* textProblem(std::int32_t index) const noexcept
+    {
+        return texts_ ? texts_->textProblem(index) : "";
+    }
+    void setBaseFolder(const char* folder) const noexcept
+    {
+        if (texts_) texts_->setBaseFolder(folder);
+    }
+
 private:
     template <class I> static I* of(IObject* object) noexcept
     {
@@ -205,6 +238,7 @@ private:
     IEffectPrograms* programs_ = nullptr;
     IEffectAttributes* attributes_ = nullptr;
     IEffectViews* views_ = nullptr;
+    IEffectTexts* texts_ = nullptr;  // null where an effect has none
 };
 
 }  // namespace VNK
