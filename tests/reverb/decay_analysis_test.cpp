@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <random>
 
-#include "support/signals.h"
+#include "tests/support/signals.h"
 
 namespace quillworks {
 namespace {
