@@ -21,6 +21,7 @@ struct Options {
     int rate = kUsualRate;
     int precision = 0;  // 0: 32 bits, 1: 64
     int format = kAnyFormat;
+    int dither = 0;  // a Dither
     double tempo = 120;
 };
 
@@ -29,7 +30,7 @@ void run(const Session& session, const Options& options, Chain& chain, std::int6
 {
     const SoundShape shape{chain.output().channels, options.rate, waveMask(chain.output()), frames};
     const auto format = chooseFormat(options.out, shape, options.format, SampleFormat::Float32);
-    SoundWriter writer(options.out, shape, format);
+    SoundWriter writer(options.out, shape, format, static_cast<Dither>(options.dither));
     Planes<T> planes(chain.planeChannels(), kChunk);
     const auto delay = chain.latency();
     VNK::LatencyTrim trim(delay);
@@ -85,6 +86,7 @@ std::function<int(Session&)> declare(CLI::App& app)
     addNumber(app, "--rate", o->rate, kLowestRate, kHighestRate, "sampling rate in Hz (48000)");
     addOption(app, "--layout", o->layout, "layout of OUT: mono, stereo, 5.1, ... (stereo)", "NAME");
     addFormat(app, o->format, "samples of OUT (float32)");
+    addDither(app, o->dither);
     addRepeatable(app, "--preset", o->presets, "preset, loaded before the values of SPEC", "FILE");
     addChoice(app, "--precision", o->precision, {"32", "64"}, "bits of the processing (32)");
     addNumber(app, "--tempo", o->tempo, 10.0, 400.0, "quarter notes per minute (120)");

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 #include "console.h"
 #include "text.h"
@@ -18,6 +19,8 @@ namespace fs = std::filesystem;
 
 constexpr const char* kModuleFile = "quillworks.so";
 constexpr std::size_t kLargestPreset = 1 << 20;
+
+thread_local std::vector<std::string>* apart = nullptr;  // where notes of this thread go
 
 std::string moduleFile(const std::string& given)
 {
@@ -204,9 +207,18 @@ Effect Session::create(const VNK::ClassDescription& description) const
     return {std::move(component), description};
 }
 
+Session::NotesApart::NotesApart(std::vector<std::string>& notes) noexcept
+    : before_(std::exchange(apart, &notes))
+{}
+
+Session::NotesApart::~NotesApart()
+{
+    apart = before_;
+}
+
 void Session::note(const std::string& line) const
 {
-    if (!quiet_) notes_.push_back(line);
+    if (!quiet_) (apart ? *apart : notes_).push_back(line);
 }
 
 void Session::sayNotes() const

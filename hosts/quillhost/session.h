@@ -70,6 +70,17 @@ public:
     /// so that a command that fails says nothing but why.
     void note(const std::string& line) const;
     void sayNotes() const;
+    /// While it lives, the notes of its thread are kept apart. [any thread]
+    class NotesApart {
+    public:
+        explicit NotesApart(std::vector<std::string>& notes) noexcept;
+        ~NotesApart();
+        NotesApart(const NotesApart&) = delete;
+        NotesApart& operator=(const NotesApart&) = delete;
+
+    private:
+        std::vector<std::string>* before_;
+    };
     /// Such a line for each remark on a file.
     void note(const std::string& file, const std::vector<std::string>& remarks) const;
     /// Such a line if any of the effects passes its audio through for now, which the result of the
