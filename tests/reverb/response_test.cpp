@@ -229,13 +229,13 @@ TEST(Response, IsLevelledForPinkNoise)
         x[i] += 0.002 * std::sin(2 * std::numbers::pi * 440 / 48000 * double(i)) *
                 std::exp(-double(i) / 4000);
     Fft<double> fft;
-    fft.setSize(1 << 16);
+    fft.setSize(1 << 17);
     auto spectrum = x;
     spectrum.resize(fft.length());
     fft.forward(spectrum.data(), spectrum.data());
     double power = 0, weight = 0;
-    for (std::uint32_t k = 1; k < 1 << 15; ++k) {
-        const double f = 48000.0 * k / (1 << 16);
+    for (std::uint32_t k = 1; k < 1 << 16; ++k) {
+        const double f = 48000.0 * k / (1 << 17);
         if (f < 100 || f > 8000) continue;
         power += fft.binPower(spectrum.data(), k) / f;
         weight += 1 / f;
