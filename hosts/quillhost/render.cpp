@@ -24,7 +24,7 @@ struct Options {
     int precision = 0;  // 0: 32 bits, 1: 64
     int format = kAnyFormat;
     double tempo = 120, position = 0;
-    bool stopped = false, keepLatency = false;
+    bool stopped = false, keepLatency = false, allowMissing = false;
 };
 
 std::vector<EffectSpec> effectSpecs(const Options& options)
@@ -137,6 +137,7 @@ void renderAs(const Session& session, const Options& options, SoundReader& in,
               SoundReader* sideChain, const std::vector<Effect>& effects, const ChainSetup& setup)
 {
     Chain chain(effects, setup);
+    chain.requireFiles(session, options.allowMissing);
     if (sideChain && !chain.hasSideChain())
         session.note("no effect of the chain has a side-chain: --sidechain has no effect");
     bool isAutomated = false;
@@ -249,6 +250,8 @@ std::function<int(Session&)> declare(CLI::App& app)
     addOption(app, "--layout", o->layout, "layout of OUT (stereo, 5.1, 7.1.4, ...)", "NAME");
     addFlag(app, "--keep-latency", o->keepLatency,
             "leave the effects' delay in OUT; else it is taken out as it is before any automation");
+    addFlag(app, "--allow-missing", o->allowMissing,
+            "render though a file that an effect names cannot be had");
     return [o, &app, effect, preset](Session& session) {
         for (const auto* option : optionsGiven(app))
             if (option == effect || option == preset) o->order.push_back(option == effect);
