@@ -23,6 +23,7 @@ struct Options {
     int format = kAnyFormat;
     int dither = 0;  // a Dither
     double tempo = 120;
+    bool allowMissing = false;
 };
 
 template <typename T>
@@ -70,6 +71,7 @@ int generate(const Session& session, const Options& options)
     setup.precision = options.precision == 0 ? VNK::Precision::Float : VNK::Precision::Double;
     setup.tempo = options.tempo;
     Chain chain({effect}, setup);
+    chain.requireFiles(session, options.allowMissing);
     if (options.precision == 0)
         run<float>(session, options, chain, frames);
     else
@@ -90,6 +92,8 @@ std::function<int(Session&)> declare(CLI::App& app)
     addRepeatable(app, "--preset", o->presets, "preset, loaded before the values of SPEC", "FILE");
     addChoice(app, "--precision", o->precision, {"32", "64"}, "bits of the processing (32)");
     addNumber(app, "--tempo", o->tempo, 10.0, 400.0, "quarter notes per minute (120)");
+    addFlag(app, "--allow-missing", o->allowMissing,
+            "though a file that the effect names cannot be had");
     return [o](Session& session) { return generate(session, *o); };
 }
 

@@ -164,6 +164,8 @@ std::function<int(Session&)> declare(CLI::App& app)
     addOption(app, "--layout", plan.layout, "layout of OUT (stereo, 5.1, 7.1.4, ...)", "NAME");
     addFlag(app, "--keep-latency", plan.keepLatency,
             "leave the effects' delay in OUT; else it is taken out as it is before any automation");
+    addFlag(app, "--allow-missing", plan.allowMissing,
+            "render though a file that an effect names cannot be had");
     addOption(app, "--out-dir", batch.folder, "folder for what becomes of many files", "DIR");
     addOption(app, "--suffix", batch.suffix, "with --out-dir, put behind each file's name", "TEXT");
     addOption(app, "--extension", batch.extension, "with --out-dir, kind of the files (as each IN)",

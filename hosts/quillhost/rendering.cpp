@@ -210,6 +210,7 @@ Rendered renderFile(const Session& session, const RenderPlan& plan, const std::s
     making.lock();
     Chain chain(effects, setup);
     making.unlock();
+    chain.requireFiles(session, plan.allowMissing);
     auto* const side = sideChain ? &*sideChain : nullptr;
     return (setup.precision == VNK::Precision::Float
                 ? renderAs<float>

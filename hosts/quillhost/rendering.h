@@ -25,7 +25,7 @@ struct RenderPlan {
     int dither = 0;  // a Dither
     int rate = 0;    // Hz, 0: that of the file
     double tempo = 120, position = 0;
-    bool stopped = false, keepLatency = false;
+    bool stopped = false, keepLatency = false, allowMissing = false;
 };
 
 /// UsageError for what is wrong with the plan whatever the file.

@@ -65,6 +65,11 @@ std::string rangeText(const Effect& effect, int index)
 
 }  // namespace
 
+std::string folderOf(const std::string& path)
+{
+    return fs::absolute(path).parent_path().string();
+}
+
 VNK::ParameterInfo Effect::parameter(int index) const
 {
     VNK::ParameterInfo info{};
@@ -80,6 +85,7 @@ int Effect::find(const std::string& key) const
         if (sameName(parameter(i).key, key)) return i;
     std::vector<std::string> keys;
     for (int i = 0; i < component_->countParameters(); ++i) keys.emplace_back(parameter(i).key);
+    for (int i = 0; i < component_->countTexts(); ++i) keys.emplace_back(text(i).key);
     throw UsageError(name() + " has no parameter " + inQuotes(key) + " " + nearest(key, keys));
 }
 
@@ -100,6 +106,7 @@ float Effect::value(int index, const std::string& text) const
 
 void Effect::set(const std::string& key, const std::string& text) const
 {
+    if (const int own = findText(key); own >= 0) return setText(own, text);
     const int index = find(key);
     component_->setValue(index, value(index, text));
 }
@@ -109,6 +116,7 @@ std::string Effect::loadPreset(const std::string& path) const
     std::string content, reason;
     if (!VNK::readFile(path.c_str(), kLargestPreset, content, reason))
         throw WorkError(path + ": " + oneLine(reason));
+    component_->setBaseFolder(folderOf(path).c_str());
     if (!component_->loadPreset(content.data(), content.size()))
         throw WorkError(path + ": the preset does not load into " + name() + ": " +
                         oneLine(component_->refusalReason()));
