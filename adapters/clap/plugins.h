@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: ISC
+// The pack as CLAP plug-ins: one for each class of the factory, whatever its layouts.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "adapters/clap/abi.h"
+#include "adapters/common/catalogue.h"
+#include "adapters/common/parameters.h"
+
+namespace quillworks::clap {
+
+/// What all instances of a plug-in have in common.
+struct Plugin {
+    Plugin(const adapters::OfferedEffect& offered, const VNK::HostedEffect& effect,
+           const VNK::ModuleInformation& module);
+    Plugin(const Plugin&) = delete;
+    Plugin& operator=(const Plugin&) = delete;
+
+    const adapters::OfferedEffect& offered;
+    adapters::OfferedParameters parameters;
+    /// Of each parameter: whether the host's number is the position of the control, 0 .. 1, and not
+    /// the value in its unit. Hosts draw, interpolate and record numbers in a straight line.
+    std::vector<bool> isPosition;
+    std::string id, title;              // "example.quillworks.compressor", "Quillworks Compressor"
+    std::vector<const char*> features;  // ends with null
+    clap_plugin_descriptor_t descriptor{};
+};
+
+class Plugins {
+public:
+    Plugins();
+
+    const std::deque<Plugin>& list() const noexcept { return list_; }
+    const Plugin* find(const char* id) const noexcept;
+    const adapters::Catalogue& catalogue() const noexcept { return catalogue_; }
+
+private:
+    adapters::Catalogue catalogue_;
+    std::deque<Plugin> list_;
+};
+
+}  // namespace quillworks::clap
