@@ -78,6 +78,10 @@ private:
     void readTransport(const clap_event_transport_t* transport) noexcept;
     void set(int place, double value) noexcept;
     double present(int place) const noexcept;
+    Plugin::Scale scale(int place) const noexcept
+    {
+        return plugin_.scales[static_cast<std::size_t>(place)];
+    }
     double toHost(int place, float value) const noexcept;
     float toEffect(int place, double value) const noexcept;
     void report(const clap_output_events_t* out) noexcept;

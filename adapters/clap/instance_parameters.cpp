@@ -53,11 +53,11 @@ bool Instance::getParameter(std::uint32_t place, clap_param_info_t& info) const
         return true;
     }
     copyText(info.module, sizeof info.module, p.group);
-    if (p.kind != VNK::ValueKind::Continuous) info.flags |= CLAP_PARAM_IS_STEPPED;
+    if (scale(at) == Plugin::Scale::Steps) info.flags |= CLAP_PARAM_IS_STEPPED;
     if (p.wraps) info.flags |= CLAP_PARAM_IS_PERIODIC;
     if (p.has(VNK::isHidden)) info.flags |= CLAP_PARAM_IS_HIDDEN;
     if (p.isAutomatable()) info.flags |= CLAP_PARAM_IS_AUTOMATABLE;
-    if (!plugin_.isPosition[place]) {
+    if (scale(at) != Plugin::Scale::Position) {
         info.min_value = p.minimum;
         info.max_value = p.maximum;
     }
@@ -67,7 +67,7 @@ bool Instance::getParameter(std::uint32_t place, clap_param_info_t& info) const
 
 double Instance::toHost(int place, float value) const noexcept
 {
-    return plugin_.isPosition[static_cast<std::size_t>(place)]
+    return scale(place) == Plugin::Scale::Position
                ? effect_->toNormalized(plugin_.parameters[place].index, value)
                : value;
 }
@@ -75,9 +75,15 @@ double Instance::toHost(int place, float value) const noexcept
 float Instance::toEffect(int place, double value) const noexcept
 {
     const auto number = static_cast<float>(value);
-    return plugin_.isPosition[static_cast<std::size_t>(place)]
-               ? effect_->fromNormalized(plugin_.parameters[place].index, number)
-               : number;
+    switch (scale(place)) {
+    case Plugin::Scale::Position:
+        return effect_->fromNormalized(plugin_.parameters[place].index, number);
+    case Plugin::Scale::Steps:
+        return std::round(number);
+    case Plugin::Scale::Value:
+        break;
+    }
+    return number;
 }
 
 double Instance::present(int place) const noexcept
@@ -157,9 +163,11 @@ void Instance::set(int place, double value) noexcept
         isSideChainOn_ = value >= 0.5;
         if (isActive_) running_.setSideChain(isSideChainOn_);
     } else if (value != present(place)) {  // what is so already would lose digits on its way
+        const auto before = effect_->changeCount(row.index);
         effect_->setBetweenBlocks(row.index, toEffect(place, value));
-        told(place) = effect_->changeCount(row.index);
-        hasNews_ = true;  // it may have moved others
+        // A second change is the effect's answer to the first; others may have moved as well.
+        if (const auto now = effect_->changeCount(row.index); now == before + 1) told(place) = now;
+        hasNews_ = true;
     }
 }
 

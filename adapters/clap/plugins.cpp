@@ -31,9 +31,11 @@ Plugin::Plugin(const adapters::OfferedEffect& offered_, const VNK::HostedEffect&
 {
     for (const auto& row : parameters.list()) {
         VNK::ParameterInfo p{};
-        isPosition.push_back(effect.getParameter(row.index, p) &&
-                             p.kind == VNK::ValueKind::Continuous &&
-                             !isStraight(effect, row.index, p));
+        const bool isStepped =
+            !effect.getParameter(row.index, p) || p.kind != VNK::ValueKind::Continuous;
+        scales.push_back(isStepped                          ? Scale::Steps
+                         : isStraight(effect, row.index, p) ? Scale::Value
+                                                            : Scale::Position);
     }
     features.push_back(nullptr);
     const char* text = offered.description->description->text();

@@ -2,6 +2,7 @@
 // The pack as CLAP plug-ins: one for each class of the factory, whatever its layouts.
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <string>
 #include <vector>
@@ -21,9 +22,11 @@ struct Plugin {
 
     const adapters::OfferedEffect& offered;
     adapters::OfferedParameters parameters;
-    /// Of each parameter: whether the host's number is the position of the control, 0 .. 1, and not
-    /// the value in its unit. Hosts draw, interpolate and record numbers in a straight line.
-    std::vector<bool> isPosition;
+    /// What the host's number of a parameter is: the value in its unit; that in whole steps; or,
+    /// where the control does not follow the value in a straight line, as hosts draw, interpolate
+    /// and record numbers, the position of the control, 0 .. 1.
+    enum class Scale : std::uint8_t { Value, Steps, Position };
+    std::vector<Scale> scales;
     std::string id, title;              // "example.quillworks.compressor", "Quillworks Compressor"
     std::vector<const char*> features;  // ends with null
     clap_plugin_descriptor_t descriptor{};
