@@ -26,9 +26,14 @@ void drawTrace(const Json& shown, int sampleRate, Picture& picture, Colour accen
     }
     if (lines.empty() || lines[0].empty())
         throw WorkError("there is no trace yet (a longer file, or --at later)");
-    const double span = static_cast<double>(lines[0].size()), perMs = sampleRate / 1000.0;
-    // Time counts from the trigger.
-    const double origin = shown["offset"].is_number() ? shown["offset"].get<double>() : 0;
+    const double span = static_cast<double>(lines[0].size());
+    const auto find = [&](const char* key, double otherwise) {
+        return shown.contains(key) && shown[key].is_number() ? shown[key].get<double>() : otherwise;
+    };
+    // Points are samples, or those of two periods. Time counts from the trigger.
+    const double perMs =
+        shown.contains("period") ? span / (2000 * find("period", 1)) : sampleRate / 1000.0;
+    const double origin = find("offset", 0);
     const double from = -origin / perMs, to = (span - 1 - origin) / perMs;
     Graph graph(picture, kTop, picture.height() - 56,
                 {"time in ms", from, std::max(to, from + 1e-3)},
