@@ -8,6 +8,7 @@
 #include "analysis/level_meter.h"
 #include "analysis/scope.h"
 #include "analysis/tone_generator.h"
+#include "analysis/spectrum_meter.h"
 #include "delay/analog_delay.h"
 #include "delay/beat_delay.h"
 #include "delay/groove_delay.h"

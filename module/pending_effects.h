@@ -15,8 +15,6 @@ using FDNReverbAlgorithm = PassThroughAlgorithm;
 using FDNReverbComponent = PassThroughComponent<"FDNReverb">;
 using IrMakerAlgorithm = PassThroughAlgorithm;
 using IrMakerComponent = PassThroughComponent<"IrMaker">;
-using SpectrumMeterAlgorithm = PassThroughAlgorithm;
-using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
 

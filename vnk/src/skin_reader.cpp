@@ -86,6 +86,7 @@ constexpr Attributes kDisplays[] = {
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Trace", "time trigger level pretrigger gain layout persistence"},
+    {"Spectrum", "mode tilt top range low high weighting compare"},
     {"TapGrid",
      "on steps levels pans tones peaks beats time swing length feedback reduction frozen"},
     {"Taps",
