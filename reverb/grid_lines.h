@@ -64,6 +64,11 @@ public:
         valid_ = std::min(valid_ + n, longest_);
     }
 
+    /// For those who read at many distances: where in its line the next slice goes, and of how many
+    /// frames the ring is.
+    int place(int line) const noexcept { return at(line).next; }
+    int frames(int line) const noexcept { return at(line).frames; }
+
     /// n frames from `distance` before the next slice on, and kSlack frames of no value: where they
     /// lie, or in `room` (kRow frames) while the line is new.
     const T* read(int i, int distance, int n, T* room) const noexcept
