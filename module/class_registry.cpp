@@ -34,6 +34,7 @@
 #include "modulation/phaser.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
+#include "reverb/room_reverb.h"
 
 namespace quillworks {
 namespace {

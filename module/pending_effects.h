@@ -7,8 +7,6 @@
 
 namespace quillworks {
 
-using ReverbAlgorithm = PassThroughAlgorithm;
-using ReverbComponent = PassThroughComponent<"Reverb">;
 using SwellroomAlgorithm = PassThroughAlgorithm;
 using SwellroomComponent = PassThroughComponent<"Swellroom">;
 using FDNReverbAlgorithm = PassThroughAlgorithm;

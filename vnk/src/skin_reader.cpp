@@ -94,6 +94,8 @@ constexpr Attributes kDisplays[] = {
     {"ShapeCurve", "curve drive bias point"},
     {"CombCurve", "left right feedback damp invert mix"},
     {"PanField", "across along azimuth elevation distance width left right"},
+    {"DecayCurve", "decay low lowFrequency high highFrequency air size"},
+    {"Reflections", "shape size distance decay"},
     {"VoiceField", "voices delays spread low high"},
 };
 
