@@ -51,6 +51,11 @@ public:
     double noise() const noexcept { return noise_; }
     /// Where decay and floor meet, in seconds; the end where they do not.
     double crossing() const noexcept;
+    /// By how many dB it falls before it meets the floor; 0 where there is no decay.
+    double falls() const noexcept
+    {
+        return late_ ? -late_->slope * (crossing_ - static_cast<double>(peak_)) : 0;
+    }
     /// Sum of the squares from `time` seconds on, without noise.
     double energyFrom(double time) const noexcept;
     /// Line through the integral from where it is `above` dB under its value at `time` seconds
