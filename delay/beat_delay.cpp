@@ -69,7 +69,7 @@ template <typename T> void BeatDelayCore<T>::prepare(const ProcessSpec& spec)
     output_.prepare(channels_, spec.sampleRate);
     entry_.prepare(channels_, spec.sampleRate);
     echoes_.prepare(channels_);
-    own_.prepareHalfLife(2 * glideSubBlocks(spec.sampleRate));
+    width_.prepareHalfLife(2 * glideSubBlocks(spec.sampleRate));
 }
 
 template <typename T> void BeatDelayCore<T>::reset() noexcept
@@ -77,8 +77,7 @@ template <typename T> void BeatDelayCore<T>::reset() noexcept
     network_.reset();
     output_.reset();
     entry_.snap();
-    own_.snap();
-    owns_.set(own_.current());
+    width_.reset();
 }
 
 template <typename T> void BeatDelayCore<T>::apply(const Settings& s, unsigned dirty) noexcept
@@ -87,7 +86,7 @@ template <typename T> void BeatDelayCore<T>::apply(const Settings& s, unsigned d
     network_.apply(s, dirty);
     output_.apply(s, dirty);
     if (dirty & Time) updateTimes();
-    if (dirty & Width) own_.target((1 + T(s.width)) / 2);
+    if (dirty & Width) width_.target(T(s.width));
     if (dirty & Routing) {
         const auto routing = static_cast<BeatRouting>(static_cast<int>(s.routing));
         int to[kMostEchoChannels];
@@ -138,17 +137,10 @@ void BeatDelayCore<T>::enter(BeatRouting routing, const AudioBlock<T>& part,
 
 template <typename T> void BeatDelayCore<T>::narrow(T* const* echoes, GridSlice slice) noexcept
 {
-    owns_.follow(own_, slice);
-    if (owns_.is(1)) return;
-    const T* const own = owns_.of(slice);
+    width_.next(slice);
     for (int p = 0; p < pairs_.count; ++p) {
-        const auto [l, r] = pairs_.pairs[static_cast<std::size_t>(p)];
-        T *const left = echoes[l], *const right = echoes[r];
-        for (int i = 0; i < slice.frames; ++i) {
-            const T a = left[i], b = right[i], other = 1 - own[i];
-            left[i] = own[i] * a + other * b;
-            right[i] = own[i] * b + other * a;
-        }
+        const auto [left, right] = pairs_.pairs[static_cast<std::size_t>(p)];
+        width_.process(echoes[left], echoes[right], slice);
     }
 }
 

@@ -6,6 +6,7 @@
 #include "delay/echo_entry.h"
 #include "delay/echo_output.h"
 #include "delay/feedback_network.h"
+#include "dsp/stereo_width.h"
 #include "framework/effect_component.h"
 #include "framework/speakers.h"
 
@@ -56,8 +57,7 @@ private:
     FeedbackNetwork<T> network_;
     EchoOutput<T> output_;
     EchoEntry<T, BeatRouting> entry_;
-    Smoothed<T> own_;  // share of its own echoes in the sound of a side: (1 + width)/2
-    Course<T> owns_;
+    StereoWidth<T> width_;
     ChannelRows<T> echoes_;
     ChannelList<T> block_{};
 };

@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "adapters/common/catalogue.h"
 #include "adapters/lv2/ports.h"
-#include "vnk/class_factory.h"
-#include "vnk/hosted_effect.h"
-#include "vnk/speaker_arrangement.h"
 
 namespace quillworks::lv2 {
 
@@ -44,24 +42,20 @@ struct Plugin {
 std::vector<Plugin> pluginsOf(const VNK::ClassDescription& effect,
                               const VNK::HostedEffect& component);
 
-/// Loads the module this binary carries, as a host would. [main thread]
+/// The plug-ins of all effects. [main thread]
 class Catalogue {
 public:
-    /// Empty where the module does not load; it has said why as a debug message.
+    /// Empty where the module does not load.
     Catalogue();
-    ~Catalogue();
-    Catalogue(const Catalogue&) = delete;
-    Catalogue& operator=(const Catalogue&) = delete;
 
     const std::vector<Plugin>& plugins() const noexcept { return plugins_; }
-    VNK::IClassFactory& factory() const noexcept { return *factory_; }
+    VNK::IClassFactory& factory() const noexcept { return pack_.factory(); }
     /// A new effect in the plug-in's layout, in single precision, not prepared yet; empty without
     /// memory.
     VNK::HostedEffect create(const Plugin& plugin) const;
 
 private:
-    bool loaded_ = false;
-    VNK::Ref<VNK::IClassFactory> factory_;
+    adapters::Catalogue pack_;
     std::vector<Plugin> plugins_;
 };
 

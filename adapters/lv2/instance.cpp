@@ -15,29 +15,24 @@ namespace {
 
 using Role = Port::Role;
 
-/// Latencies beyond this are not matched while the plug-in is switched off.
-constexpr double kLongestDrySeconds = 0.25;
+constexpr int kUsualFrames = 1024;  // where the host does not say
 
 }  // namespace
 
 Instance::Instance(VNK::HostedEffect effect, const Plugin& plugin, double sampleRate,
                    const LV2_Feature* const* features)
     : inputs_(plugin.input.channels),
-      outputs_(plugin.output.channels),
-      sides_(count(plugin.ports, Role::SideChain)),
-      in_(static_cast<std::size_t>(inputs_ + sides_)),
-      out_(static_cast<std::size_t>(outputs_)),
+      in_(static_cast<std::size_t>(inputs_ + count(plugin.ports, Role::SideChain))),
+      out_(static_cast<std::size_t>(plugin.output.channels)),
       meterPorts_(plugin.meters.size()),
       plugin_(plugin),
       effect_(std::move(effect)),
-      controlPorts_(plugin.controls.size()),
-      sampleRate_(sampleRate)
+      controlPorts_(plugin.controls.size())
 {
-    readOptions(features);
     if (!effect_) throw std::bad_alloc();
-    runner_ = VNK::EffectRunner(*effect_->algorithm());
-    if (!runner_.prepare(
-            {plugin.input, plugin.output, VNK::Precision::Float, sampleRate, maxFrames_}))
+    const VNK::RunSetup setup{plugin.input, plugin.output, VNK::Precision::Float, sampleRate,
+                              readOptions(features)};
+    if (!running_.prepare(effect_, setup, count(plugin.ports, Role::SideChain)))
         throw std::bad_alloc();
     // Hosts show output ports whenever they like: meters run as if somebody looked.
     effect_->setEditorOpen(true);
@@ -47,13 +42,9 @@ Instance::Instance(VNK::HostedEffect effect, const Plugin& plugin, double sample
     runs_.reserve(plugin.controls.size());
     // The effect stands at its defaults: a port that does as well is no news.
     for (const auto& control : plugin.controls) seen_.push_back(control.start);
-    sideCopy_ = std::make_unique_for_overwrite<float[]>(static_cast<std::size_t>(sides_) *
-                                                        static_cast<std::size_t>(maxFrames_));
-    dry_.prepare(*effect_->algorithm(), inputs_, outputs_, sampleRate, maxFrames_,
-                 static_cast<int>(kLongestDrySeconds * sampleRate));
 }
 
-void Instance::readOptions(const LV2_Feature* const* features)
+int Instance::readOptions(const LV2_Feature* const* features)
 {
     const LV2_Options_Option* options = nullptr;
     for (; features && *features; ++features) {
@@ -62,7 +53,7 @@ void Instance::readOptions(const LV2_Feature* const* features)
         if (!std::strcmp((*features)->URI, LV2_OPTIONS__options))
             options = static_cast<const LV2_Options_Option*>((*features)->data);
     }
-    if (!map_ || !options) return;
+    if (!map_ || !options) return kUsualFrames;
     const auto id = [&](const char* uri) { return map_->map(map_->handle, uri); };
     std::int32_t nominal = 0, longest = 0;
     for (; options->key; ++options) {
@@ -72,8 +63,8 @@ void Instance::readOptions(const LV2_Feature* const* features)
         if (options->key == id(LV2_BUF_SIZE__maxBlockLength)) longest = value;
     }
     // Longer blocks are cut, so what the host usually asks for is enough.
-    if (const auto usual = nominal > 0 ? nominal : longest; usual > 0)
-        maxFrames_ = std::clamp(usual, 16, 8192);
+    const auto usual = nominal > 0 ? nominal : longest;
+    return usual > 0 ? std::clamp(usual, 16, 8192) : kUsualFrames;
 }
 
 void Instance::connect(std::uint32_t port, void* data) noexcept
@@ -118,8 +109,7 @@ void Instance::connect(std::uint32_t port, void* data) noexcept
 
 void Instance::activate() noexcept
 {
-    effect_->algorithm()->reset();
-    dry_.reset();
+    running_.reset();
     position_.forget();
 }
 
@@ -151,10 +141,7 @@ void Instance::readControls() noexcept
         if (!isNew) continue;
         for (int i = 0; i < run.count; ++i) take(run.control + i, run.first[i]);
     }
-    if (const bool isOn = this->isOn(sideChainOn_, false); isOn != isSideChainOn_) {
-        isSideChainOn_ = isOn;
-        runner_.algorithm().setSideChainActive(isOn);
-    }
+    running_.setSideChain(isOn(sideChainOn_, false));
 }
 
 void Instance::take(int control, float value) noexcept
@@ -188,49 +175,6 @@ void Instance::run(std::uint32_t frames) noexcept
     writeOutputs();
 }
 
-void Instance::process(int from, int frames) noexcept
-{
-    const auto piece = [&](int at, int n) {
-        const float* in[VNK::kMaxChannels];
-        float* out[VNK::kMaxChannels];
-        const float* side[2];
-        const auto overlapsOutput = [&](const float* x) {
-            return std::any_of(out, out + outputs_,
-                               [&](const float* y) { return y && x < y + n && y < x + n; });
-        };
-        const int first = from + at;
-        for (int c = 0; c < inputs_; ++c) {
-            const float* const x = in_[static_cast<std::size_t>(c)];
-            in[c] = x ? x + first : nullptr;
-        }
-        for (int c = 0; c < outputs_; ++c) {
-            float* const y = out_[static_cast<std::size_t>(c)];
-            out[c] = y ? y + first : nullptr;
-        }
-        const int sides = isSideChainOn_ ? sides_ : 0;
-        for (int c = 0; c < sides; ++c) {
-            const float* const x = in_[static_cast<std::size_t>(inputs_ + c)];
-            side[c] = x ? x + first : nullptr;
-            if (!x || !overlapsOutput(side[c])) continue;
-            float* const copy = sideCopy_.get() + c * maxFrames_;
-            std::copy_n(side[c], n, copy);
-            side[c] = copy;
-        }
-        const bool isOn = this->isOn(enabled_, true);
-        const bool skipsDry = dry_.canSkip(isOn);
-        if (!skipsDry) dry_.keep(in, n);
-        position_.tell(runner_.algorithm());
-        runner_.process<float>({in, inputs_}, {out, outputs_}, n, {side, sides});
-        position_.advance(n);
-        if (skipsDry)
-            dry_.skip();
-        else
-            dry_.mix(out, n, static_cast<int>(runner_.algorithm().getLatency()), isOn);
-    };
-    VNK::runCut(
-        frames, [this](int) { return maxFrames_; }, piece);
-}
-
 void Instance::writeOutputs() noexcept
 {
     effect_->readMeters(readings_.data(), static_cast<std::int32_t>(readings_.size()));
@@ -241,7 +185,7 @@ void Instance::writeOutputs() noexcept
         // Not a number stands for "nothing to show", which a host cannot draw.
         *meterPorts_[i] = value >= meter.minimum ? std::min(value, meter.maximum) : meter.minimum;
     }
-    if (latency_) *latency_ = static_cast<float>(runner_.algorithm().getLatency());
+    if (latency_) *latency_ = static_cast<float>(running_.latency());
 }
 
 }  // namespace quillworks::lv2

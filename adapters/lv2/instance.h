@@ -3,7 +3,6 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,10 +10,9 @@
 #include <lv2/core/lv2.h>
 #include <lv2/state/state.h>
 
+#include "adapters/common/switched_effect.h"
 #include "adapters/lv2/catalogue.h"
 #include "adapters/lv2/song_position.h"
-#include "vnk/dry_path.h"
-#include "vnk/effect_runner.h"
 
 namespace quillworks::lv2 {
 
@@ -48,11 +46,17 @@ private:
         int control, count;
     };
 
-    void readOptions(const LV2_Feature* const* features);
+    /// Takes the map, and returns the block length to prepare for.
+    int readOptions(const LV2_Feature* const* features);
     void findRuns() noexcept;
     void readControls() noexcept;
     void take(int control, float value) noexcept;
-    void process(int from, int frames) noexcept;
+    void process(int from, int frames) noexcept
+    {
+        const float* const* const in = in_.data();
+        running_.process({in, out_.data(), in + inputs_}, from, frames, isOn(enabled_, true),
+                         position_);
+    }
     void writeOutputs() noexcept;
     bool isOn(const float* port, bool otherwise) const noexcept
     {
@@ -66,11 +70,9 @@ private:
 
     // What every block looks at comes first: a session has hundreds of instances, whose memory is
     // cold when their turn comes.
-    VNK::EffectRunner runner_;
-    int maxFrames_ = 1024;
-    int inputs_, outputs_, sides_;
+    adapters::SwitchedEffect<float> running_;
+    int inputs_;
     bool areRunsKnown_ = false;
-    bool isSideChainOn_ = false;  // as the effect was told last
     LV2_URID sequence_ = 0;
     const LV2_Atom_Sequence* events_ = nullptr;
     const float *enabled_ = nullptr, *sideChainOn_ = nullptr;
@@ -81,16 +83,12 @@ private:
     std::vector<float> seen_;
     std::vector<float*> meterPorts_;
     std::vector<float> readings_;  // of the component's meters
-    VNK::DryPath<float> dry_;
     const Plugin& plugin_;
     VNK::HostedEffect effect_;
     SongPosition position_;
 
     std::vector<const float*> controlPorts_;
     LV2_URID_Map* map_ = nullptr;
-    double sampleRate_;
-    /// For a side-chain that shares its buffer with an output.
-    std::unique_ptr<float[]> sideCopy_;
 };
 
 }  // namespace quillworks::lv2

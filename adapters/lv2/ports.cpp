@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "adapters/common/catalogue.h"
+
 namespace quillworks::lv2 {
 namespace {
 
@@ -36,7 +38,7 @@ std::vector<Port> portsOf(const VNK::HostedEffect& component, const VNK::Speaker
     for (int c = 0; c < output.channels; ++c)
         add(Role::AudioOut, c, channelSymbol("out", output, c));
     if (hasSideChain) {
-        const auto bus = VNK::SpeakerArrangement::withChannels(std::min(2, output.channels));
+        const auto bus = adapters::sideChainOf(output);
         for (int c = 0; c < bus.channels; ++c)
             add(Role::SideChain, c, channelSymbol("sidechain_in", bus, c));
     }

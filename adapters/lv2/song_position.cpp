@@ -7,16 +7,10 @@
 #include <lv2/time/time.h>
 
 namespace quillworks::lv2 {
-namespace {
-
-/// Up to here a double counts single frames; a song has fewer.
-constexpr double kMostFrames = 0x1p53;
-
-}  // namespace
 
 void SongPosition::map(LV2_URID_Map* map, double sampleRate)
 {
-    sampleRate_ = sampleRate;
+    prepare(sampleRate);
     if (!map) return;
     const auto id = [&](const char* uri) { return map->map(map->handle, uri); };
     ids_ = {id(LV2_ATOM__Sequence),      id(LV2_ATOM__Object),   id(LV2_ATOM__Blank),
@@ -25,30 +19,6 @@ void SongPosition::map(LV2_URID_Map* map, double sampleRate)
             id(LV2_TIME__frame),         id(LV2_TIME__beat),     id(LV2_TIME__bar),
             id(LV2_TIME__barBeat),       id(LV2_TIME__beatUnit), id(LV2_TIME__beatsPerBar),
             id(LV2_TIME__beatsPerMinute)};
-}
-
-void SongPosition::forget() noexcept
-{
-    isKnown_ = isFrameKnown_ = isBeatKnown_ = false;
-    speed_ = frame_ = quarterNotes_ = 0;
-    elapsed_ = 0;
-}
-
-// Beats per minute count beats of the unit; the effects count quarter notes.
-double SongPosition::quartersPerBeat() const noexcept
-{
-    return beatUnit_ > 0 ? 4 / beatUnit_ : 1;
-}
-
-double SongPosition::tempo() const noexcept
-{
-    return beatsPerMinute_ * quartersPerBeat();
-}
-
-SongPosition::Place SongPosition::place() const noexcept
-{
-    const double frames = static_cast<double>(elapsed_) * speed_;
-    return {frame_ + frames, quarterNotes_ + frames / sampleRate_ * tempo() / 60};
 }
 
 bool SongPosition::number(const LV2_Atom& atom, double& value) const noexcept
@@ -74,8 +44,8 @@ void SongPosition::read(const LV2_Atom& atom) noexcept
     if (ids_.object == 0 || (atom.type != ids_.object && atom.type != ids_.blank)) return;
     const auto& object = reinterpret_cast<const LV2_Atom_Object&>(atom);
     if (object.body.otype != ids_.position) return;
-    const Place come = place();
-    const bool wasCounted = isBeatCounted();
+    const auto come = present();
+    auto word = come;
     double frame = 0, beat = 0, bar = 0, barBeat = 0;
     bool hasFrame = false, hasBeat = false, hasBar = false, hasBarBeat = false;
     LV2_ATOM_OBJECT_FOREACH(&object, property)
@@ -91,7 +61,7 @@ void SongPosition::read(const LV2_Atom& atom) noexcept
         else if (key == ids_.barBeat)
             hasBarBeat = number(value, barBeat);
         else if (key == ids_.speed)
-            number(value, speed_);
+            number(value, word.speed);
         else if (key == ids_.beatUnit)
             number(value, beatUnit_);
         else if (key == ids_.beatsPerBar)
@@ -99,34 +69,21 @@ void SongPosition::read(const LV2_Atom& atom) noexcept
         else if (key == ids_.beatsPerMinute)
             number(value, beatsPerMinute_);
     }
-    isKnown_ = true;
-    // What this event does not tell goes on from where it has come to.
-    const double quarters = quartersPerBeat();
+    // What this event does not tell goes on from where it has come to. Beats per minute count beats
+    // of the unit; the effects count quarter notes.
+    const double quartersPerBeat = beatUnit_ > 0 ? 4 / beatUnit_ : 1;
+    word.tempo = beatsPerMinute_ * quartersPerBeat;
     if (!hasBeat && hasBar && hasBarBeat) {
         beat = bar * beatsPerBar_ + barBeat;  // one signature since the start, as far as is known
         hasBeat = true;
     }
     // A jump that is told by the frame alone leaves the beat behind; hosts round their frames.
-    const bool hasJumped = hasFrame && isFrameKnown_ && !(std::abs(frame - come.frame) <= 1);
-    isBeatKnown_ = hasBeat || (isBeatKnown_ && wasCounted && !hasJumped);
-    frame_ = hasFrame ? frame : come.frame;
-    quarterNotes_ = hasBeat ? beat * quarters : come.quarterNotes;
-    isFrameKnown_ = isFrameKnown_ || hasFrame;
-    elapsed_ = 0;
-}
-
-void SongPosition::tell(VNK::IEffectAlgorithm& algorithm) const noexcept
-{
-    if (!isKnown_) return;
-    VNK::Transport now;
-    now.playing = speed_ != 0;
-    now.tempo = tempo();
-    const auto [frame, quarterNotes] = place();
-    now.positionKnown = isBeatKnown_ && isBeatCounted() && std::isfinite(quarterNotes);
-    if (now.positionKnown) now.quarterNotes = quarterNotes;
-    now.frameKnown = isFrameKnown_ && std::abs(frame) < kMostFrames;
-    if (now.frameKnown) now.frame = std::llround(frame);
-    algorithm.setTransport(now);
+    const bool hasJumped = hasFrame && come.isFrameKnown && !(std::abs(frame - come.frame) <= 1);
+    word.isBeatKnown = hasBeat || (come.isBeatKnown && !hasJumped);
+    if (hasFrame) word.frame = frame;
+    if (hasBeat) word.quarterNotes = beat * quartersPerBeat;
+    word.isFrameKnown = come.isFrameKnown || hasFrame;
+    set(word);
 }
 
 }  // namespace quillworks::lv2

@@ -13,7 +13,7 @@
 #include <numeric>
 #include <unistd.h>
 
-#include "adapters/lv2/slug.h"
+#include "adapters/common/slug.h"
 #include "benchmarks/peers/contestant.h"
 #include "benchmarks/peers/programme.h"
 #include "vnk/plugin_manager.h"
@@ -197,8 +197,8 @@ private:
         const std::string effect = row.at("effect");
         const auto settings = row.at("settings").get<Settings>();
         add("ours", true, 0, [&](std::string& reason) {
-            return options_.lv2 ? lv2Peer(world_, "urn:quillworks:" + lv2::slug(effect), settings,
-                                          format, buffers, reason)
+            return options_.lv2 ? lv2Peer(world_, "urn:quillworks:" + adapters::slug(effect),
+                                          settings, format, buffers, reason)
                                 : ourEffect(*factory_, effect, settings, format, buffers, reason);
         });
         for (const auto& peer : row.at("peers"))

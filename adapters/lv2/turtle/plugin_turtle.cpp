@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "adapters/common/slug.h"
 #include "adapters/lv2/instance.h"
-#include "adapters/lv2/slug.h"
 #include "adapters/lv2/turtle/port_turtle.h"
 #include "adapters/lv2/turtle/turtle.h"
 #include "adapters/lv2/version.h"
@@ -57,7 +57,7 @@ std::string_view classOf(const Plugin& plugin, const VNK::HostedEffect& effect)
 /// takes hyphens.
 std::string presetUri(const Plugin& plugin, const char* title)
 {
-    std::string name = slug(title);
+    std::string name = adapters::slug(title);
     std::replace(name.begin(), name.end(), '-', '_');
     return turtle::iri(plugin.uri + "#preset_" + name);
 }

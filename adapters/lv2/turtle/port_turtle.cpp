@@ -5,7 +5,8 @@
 #include <set>
 #include <string_view>
 
-#include "adapters/lv2/slug.h"
+#include "adapters/common/parameters.h"
+#include "adapters/common/slug.h"
 #include "adapters/lv2/turtle/turtle.h"
 
 namespace quillworks::lv2 {
@@ -97,18 +98,12 @@ void addUnit(Node& node, std::string_view name)
 /// A parameter's group as a name within URIs, empty without one.
 std::string groupOf(const VNK::ParameterInfo& p)
 {
-    return p.group[0] ? "group-" + slug(p.group) : "";
+    return p.group[0] ? "group-" + adapters::slug(p.group) : "";
 }
 
 void addRange(Node& node, float minimum, float maximum)
 {
     node.add("lv2:minimum", turtle::number(minimum)).add("lv2:maximum", turtle::number(maximum));
-}
-
-/// Number `index` of a family, counted from 1.
-std::string title(const char* text, int index)
-{
-    return index >= 0 ? std::string(text) + " " + std::to_string(index + 1) : text;
 }
 
 /// A point on the scale of a list for each of its texts.
@@ -140,7 +135,7 @@ void addParameter(Node& node, const VNK::HostedEffect& effect, const Plugin& plu
                [&](int step) { return effect.choiceText(index, step); });
     addUnit(node, p.unit);
     if (const std::string s = p.shortTitle; !s.empty() && s.size() <= 16 && s != p.title)
-        node.add("lv2:shortName", turtle::text(title(p.shortTitle, p.index)));
+        node.add("lv2:shortName", turtle::text(adapters::titleOf(p.shortTitle, p.index)));
     if (p.help[0]) node.add("rdfs:comment", turtle::text(p.help));
     if (const auto group = groupOf(p); !group.empty())
         node.add("pg:group", groupUri(plugin, group));
@@ -207,10 +202,10 @@ std::string nameOf(const VNK::HostedEffect& effect, const Plugin& plugin, const 
         return "Latency";
     case Role::Parameter:
         effect.getParameter(port.index, p);
-        return title(p.title, p.index);
+        return adapters::titleOf(p.title, p.index);
     case Role::Meter:
         effect.getMeter(port.index, m);
-        return title(m.title, m.index);
+        return adapters::titleOf(m.title, m.index);
     }
     return port.symbol;
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace quillworks::lv2 {
+namespace quillworks::adapters {
 
 /// "Vocal Bus, soft" as "vocal-bus-soft".
 inline std::string slug(std::string_view name)
@@ -21,4 +21,4 @@ inline std::string slug(std::string_view name)
     return out;
 }
 
-}  // namespace quillworks::lv2
+}  // namespace quillworks::adapters
