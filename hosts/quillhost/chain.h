@@ -62,6 +62,10 @@ public:
     /// Runs the next `frames` frames in place. Calls must divide the signal at multiples of the
     /// block length, save for the last one. `sideChain` may be null: silence.
     template <typename T> void run(Planes<T>& planes, const Planes<T>* sideChain, int frames);
+    /// Until no effect has anything under way beside the sound (a file, a table). The first block
+    /// waits for it, and so does what comes before and behind a piece in which automation has
+    /// acted; who lets the effects go calls it once more. WorkError after two minutes.
+    void waitUntilReady() const;
 
 private:
     struct Link {
@@ -84,6 +88,8 @@ private:
     void arrange();
     void followBypass(Link& link, int parameter);
     std::int64_t applyEvents();
+    template <typename T>
+    void runSettled(Planes<T>& planes, const Planes<T>* sideChain, int at, int frames);
     void setTempo(double tempo) noexcept;
     double quarterNotes() const noexcept;
     template <typename T>
@@ -99,6 +105,7 @@ private:
     double tempoPosition_ = 0;  // quarter notes
     std::vector<AutomationEvent> events_;
     std::size_t nextEvent_ = 0;
+    bool isUnsettled_ = true;  // effects may have been given something to do
     Watcher watcher_;
     Planes<float> floatScratch_;  // where channel counts differ
     Planes<double> doubleScratch_;

@@ -6,11 +6,11 @@
 
 namespace quillhost {
 
-extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench;
+extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate;
 
 namespace {
 constexpr const Command* kCommands[] = {
-    &kList, &kInfo, &kRender, &kMeasure, &kPlot, &kPreset, &kBench,
+    &kList, &kInfo, &kRender, &kGenerate, &kMeasure, &kPlot, &kPreset, &kBench,
 };
 }  // namespace
 

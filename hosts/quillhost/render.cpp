@@ -6,8 +6,8 @@
 #include "command.h"
 #include "effect_spec.h"
 #include "meter_log.h"
+#include "output_options.h"
 #include "progress.h"
-#include "sound_writer.h"
 
 namespace quillhost {
 namespace {
@@ -15,7 +15,6 @@ namespace {
 constexpr int kChunk = 16384;  // frames read at a time, if blocks are not longer
 constexpr int kLongestBlock = 1 << 20;
 constexpr double kLongestAutoTail = 60;  // seconds
-constexpr int kFormatOfInput = -1;
 
 struct Options {
     std::string in, out, automation, meters, sideChain, layout, tail;
@@ -23,7 +22,7 @@ struct Options {
     std::vector<bool> order;  // true: an --fx, false: a --preset
     int block = 512;
     int precision = 0;  // 0: 32 bits, 1: 64
-    int format = kFormatOfInput;
+    int format = kAnyFormat;
     double tempo = 120, position = 0;
     bool stopped = false, keepLatency = false;
 };
@@ -63,27 +62,6 @@ std::uint32_t outputMask(const Chain& chain, const SoundReader& in)
 {
     if (chain.output() == in.layout()) return in.mask();
     return waveMask(chain.output());
-}
-
-SampleFormat chooseFormat(const Options& options, const SoundReader& in, const SoundShape& shape)
-{
-    if (isCoded(options.out)) {
-        if (options.format != kFormatOfInput)
-            throw UsageError(options.out + ": files of this kind have no sample format (leave " +
-                             "--format out)");
-        if (canHold(options.out, shape, SampleFormat::Coded)) return SampleFormat::Coded;
-    } else if (options.format != kFormatOfInput) {
-        const auto format = static_cast<SampleFormat>(options.format);
-        if (!canHold(options.out, shape, format))
-            throw UsageError(options.out + ": files of this kind do not hold this sample format (" +
-                             "--format names another)");
-        return format;
-    }
-    for (const auto format : {in.sampleFormat(), SampleFormat::Pcm24, SampleFormat::Pcm16})
-        if (canHold(options.out, shape, format)) return format;
-    throw UsageError(options.out + ": files of this kind do not hold " +
-                     std::to_string(shape.channels) + " channels at " +
-                     std::to_string(shape.sampleRate) + " Hz");
 }
 
 /// Seconds of --tail as frames; -1 for "auto".
@@ -174,7 +152,7 @@ void renderAs(const Session& session, const Options& options, SoundReader& in,
     // Automation may change what the tail is when the input ends.
     if (in.frames() >= 0 && !(asked < 0 && isAutomated))
         shape.frames = in.frames() + rendering.tail(asked);
-    const auto format = chooseFormat(options, in, shape);
+    const auto format = chooseFormat(options.out, shape, options.format, in.sampleFormat());
 
     SoundWriter writer(options.out, shape, format, &in);
     std::optional<MeterLog> log;
@@ -189,6 +167,7 @@ void renderAs(const Session& session, const Options& options, SoundReader& in,
         Progress progress(session.quiet(), total, in.sampleRate());
         rendering.run(writer, asked, progress);
     }
+    chain.waitUntilReady();
     if (log) log->finish();
     writer.finish();
     session.note(shownPath(in.path()), in.remarks());
@@ -197,11 +176,7 @@ void renderAs(const Session& session, const Options& options, SoundReader& in,
         session.note(options.automation + ": " + std::to_string(left) +
                      (left == 1 ? " entry lies" : " entries lie") +
                      " behind the end of the sound and had no effect");
-    if (writer.clipped() > 0)
-        session.note(options.out + ": " + std::to_string(writer.clipped()) +
-                     " samples were clipped, the peak is +" +
-                     fixedText(20 * std::log10(writer.peak()), 2) +
-                     " dB (--format float32 keeps them)");
+    noteClipping(session, options.out, writer);
 }
 
 int render(const Session& session, const Options& options)
@@ -214,15 +189,7 @@ int render(const Session& session, const Options& options)
     session.noteThoseThatPassThrough(effects);
 
     ChainSetup setup;
-    if (!options.layout.empty()) {
-        VNK::SpeakerArrangement layout;
-        if (!VNK::SpeakerArrangement::named(options.layout, layout) ||
-            layout.channels > kMostChannels)
-            throw UsageError("there is no layout " + inQuotes(options.layout) +
-                             " (mono, stereo, lcr, quad, 5.0, 5.1, 7.0, 7.1, 5.1.4, 7.1.2, 7.1.4, "
-                             "9.1.6, or 1 to 16 channels)");
-        setup.output = layout;
-    }
+    if (!options.layout.empty()) setup.output = layoutNamed(options.layout);
     askedTail(options, kLowestRate);
     isCoded(options.out);  // refuses an unknown kind before anything is opened
     if (options.in == "-" && options.sideChain == "-")
@@ -270,8 +237,7 @@ std::function<int(Session&)> declare(CLI::App& app)
     addNumber(app, "--position", o->position, -1e6, 1e6,
               "song position of frame 0, in quarters (0)");
     addFlag(app, "--stopped", o->stopped, "the song stands still: no position is reported");
-    addChoice(app, "--format", o->format, {"pcm16", "pcm24", "pcm32", "float32", "float64"},
-              "samples of OUT (as IN)");
+    addFormat(app, o->format, "samples of OUT (as IN)");
     addOption(app, "--tail", o->tail,
               "silence after IN: seconds, or the effects' own, at most 60 s", "SECONDS|auto");
     addOption(app, "--sidechain", o->sideChain, "sound file for the side-chain inputs", "FILE");

@@ -70,6 +70,23 @@ TEST_F(Displays, HistoryOfAGateFollowsItsGain)
     EXPECT_NEAR(key["gain"][1499], -40, 0.1);
 }
 
+TEST_F(Displays, HistoryOfBandsRisesAndFalls)
+{
+    // A tone in the second band; upward there below -10 dB, downward above.
+    Sound tone;
+    for (int i = 0; i < 48000; ++i)
+        tone.samples.push_back((i < 24000 ? 0.5 : 0.05) * std::sin(i * 0.13));
+    writeSound("steps.wav", tone, SF_FORMAT_WAV | SF_FORMAT_DOUBLE);
+    expectSilence(run({"plot",
+                       "multiband dynamics:bands=2,threshold1=-16,ratio1=2,lowthreshold1=-20,"
+                       "lowratio1=0.5",
+                       "--what", "display", "--in", "steps.wav", "-o", "m.json"}));
+    const auto bands = Json::parse(readBytes("m.json"))["bands"];
+    EXPECT_NEAR(bands[1]["gain"][700], -5, 1);
+    EXPECT_NEAR(bands[1]["gain"][1490], 3, 1);
+    EXPECT_EQ(bands[4]["level"][1490], nullptr);
+}
+
 TEST_F(Displays, WhatIsNotThereIsSaid)
 {
     expectFailure(run({"plot", "scope", "--what", "display", "--display", "spectrum", "--in",
