@@ -32,6 +32,7 @@
 #include "modulation/phaser.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
+#include "reverb/ir_maker.h"
 
 namespace quillworks {
 namespace {

@@ -77,7 +77,7 @@ struct Path {
 
 class Solver {
 public:
-    Solver(const Measurement& m, const SolveOptions& options,
+    Solver(const SweepMeasurement& m, const SolveOptions& options,
            const std::function<bool()>& cancelled)
         : m_(m), options_(options), isCancelled_(cancelled), rate_(m.sweep.sampleRate())
     {
@@ -301,7 +301,7 @@ private:
 
     static constexpr double kLeastFall = 10;  // dB that tell a decay from steady noise
 
-    const Measurement& m_;
+    const SweepMeasurement& m_;
     const SolveOptions& options_;
     const std::function<bool()>& isCancelled_;
     const double rate_;
@@ -312,7 +312,7 @@ private:
 
 }  // namespace
 
-std::optional<MeasuredResponse> solveMeasurement(const Measurement& measurement,
+std::optional<MeasuredResponse> solveMeasurement(const SweepMeasurement& measurement,
                                                  const SolveOptions& options,
                                                  const std::function<bool()>& isCancelled)
 {

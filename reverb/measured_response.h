@@ -15,8 +15,8 @@
 namespace quillworks {
 
 /// What was played and what came back. Samples as captured, in single precision.
-struct Measurement {
-    explicit Measurement(const Sweep& played) : sweep(played) {}
+struct SweepMeasurement {
+    explicit SweepMeasurement(const Sweep& played) : sweep(played) {}
 
     Sweep sweep;
     std::vector<float> excitation;  // the sweep as it was played
@@ -72,7 +72,7 @@ struct MeasuredResponse {
 };
 
 /// Nothing when `isCancelled` says so meanwhile. Throws std::bad_alloc.
-std::optional<MeasuredResponse> solveMeasurement(const Measurement& measurement,
+std::optional<MeasuredResponse> solveMeasurement(const SweepMeasurement& measurement,
                                                  const SolveOptions& options,
                                                  const std::function<bool()>& isCancelled);
 

@@ -46,10 +46,10 @@ Response room(double t60, double seconds, std::size_t delay, double fs, unsigned
 
 /// A measurement through f(sweep and silence), one path.
 template <class F>
-Measurement measured(const SweepSettings& settings, double tailSeconds, F&& f,
+SweepMeasurement measured(const SweepSettings& settings, double tailSeconds, F&& f,
                      double noiseLevel = 0)
 {
-    Measurement m{Sweep(settings)};
+    SweepMeasurement m{Sweep(settings)};
     m.excitation = m.sweep.samples();
     m.tail = static_cast<std::size_t>(tailSeconds * settings.sampleRate);
     std::vector<double> played(m.excitation.begin(), m.excitation.end());

@@ -93,6 +93,7 @@ constexpr Attributes kDisplays[] = {
     {"ShapeCurve", "curve drive bias point"},
     {"CombCurve", "left right feedback damp invert mix"},
     {"PanField", "across along azimuth elevation distance width left right"},
+    {"ImpulseWave", "start length stretch reverse tail trim"},
     {"VoiceField", "voices delays spread low high"},
 };
 
