@@ -260,6 +260,39 @@ void Chain::waitUntilReady() const
         }
 }
 
+void Chain::requireFiles(const Session& session, bool allowMissing) const
+{
+    waitUntilReady();
+    for (const auto& link : links_)
+        for (const auto& problem : link.effect.problems()) {
+            if (!allowMissing) throw WorkError(problem + " (--allow-missing does without it)");
+            session.note(problem);
+        }
+}
+
+namespace {
+
+Chain usualChain(const Effect& effect)
+{
+    ChainSetup setup;
+    const auto usual = effect.usualLayouts();
+    setup.input = usual.input;
+    setup.output = usual.output;
+    return {{effect}, setup};
+}
+
+}  // namespace
+
+void prepareAsUsual(const Effect& effect)
+{
+    usualChain(effect).waitUntilReady();
+}
+
+void prepareAsUsual(const Effect& effect, const Session& session, bool allowMissing)
+{
+    usualChain(effect).requireFiles(session, allowMissing);
+}
+
 template void Chain::run(Planes<float>&, const Planes<float>*, int);
 template void Chain::run(Planes<double>&, const Planes<double>*, int);
 

@@ -66,6 +66,10 @@ public:
     /// waits for it, and so does what comes before and behind a piece in which automation has
     /// acted; who lets the effects go calls it once more. WorkError after two minutes.
     void waitUntilReady() const;
+    /// Waits likewise, and looks whether what the effects' texts name can be had. WorkError where a
+    /// file cannot, or, if that is allowed, a note. Before a result is begun, and before latency or
+    /// tail are asked for, which may depend on what is loaded.
+    void requireFiles(const Session& session, bool allowMissing) const;
 
 private:
     struct Link {
@@ -110,5 +114,10 @@ private:
     Planes<float> floatScratch_;  // where channel counts differ
     Planes<double> doubleScratch_;
 };
+
+/// Prepares an effect at 48 kHz in its usual layout and waits for it, so that delay, tail and what
+/// is wrong with its files are known. As requireFiles() with a session.
+void prepareAsUsual(const Effect& effect);
+void prepareAsUsual(const Effect& effect, const Session& session, bool allowMissing);
 
 }  // namespace quillhost

@@ -21,7 +21,9 @@ struct Options {
     int rate = kUsualRate;
     int precision = 0;  // 0: 32 bits, 1: 64
     int format = kAnyFormat;
+    int dither = 0;  // a Dither
     double tempo = 120;
+    bool allowMissing = false;
 };
 
 template <typename T>
@@ -29,7 +31,7 @@ void run(const Session& session, const Options& options, Chain& chain, std::int6
 {
     const SoundShape shape{chain.output().channels, options.rate, waveMask(chain.output()), frames};
     const auto format = chooseFormat(options.out, shape, options.format, SampleFormat::Float32);
-    SoundWriter writer(options.out, shape, format);
+    SoundWriter writer(options.out, shape, format, static_cast<Dither>(options.dither));
     Planes<T> planes(chain.planeChannels(), kChunk);
     const auto delay = chain.latency();
     VNK::LatencyTrim trim(delay);
@@ -69,6 +71,7 @@ int generate(const Session& session, const Options& options)
     setup.precision = options.precision == 0 ? VNK::Precision::Float : VNK::Precision::Double;
     setup.tempo = options.tempo;
     Chain chain({effect}, setup);
+    chain.requireFiles(session, options.allowMissing);
     if (options.precision == 0)
         run<float>(session, options, chain, frames);
     else
@@ -85,9 +88,12 @@ std::function<int(Session&)> declare(CLI::App& app)
     addNumber(app, "--rate", o->rate, kLowestRate, kHighestRate, "sampling rate in Hz (48000)");
     addOption(app, "--layout", o->layout, "layout of OUT: mono, stereo, 5.1, ... (stereo)", "NAME");
     addFormat(app, o->format, "samples of OUT (float32)");
+    addDither(app, o->dither);
     addRepeatable(app, "--preset", o->presets, "preset, loaded before the values of SPEC", "FILE");
     addChoice(app, "--precision", o->precision, {"32", "64"}, "bits of the processing (32)");
     addNumber(app, "--tempo", o->tempo, 10.0, 400.0, "quarter notes per minute (120)");
+    addFlag(app, "--allow-missing", o->allowMissing,
+            "though a file that the effect names cannot be had");
     return [o](Session& session) { return generate(session, *o); };
 }
 

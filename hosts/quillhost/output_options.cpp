@@ -14,6 +14,12 @@ CLI::Option* addFormat(CLI::App& app, int& target, const std::string& help)
                      help);
 }
 
+CLI::Option* addDither(CLI::App& app, int& target)
+{
+    return addChoice(app, "--dither", target, {"tpdf", "shaped", "none"},
+                     "noise where OUT has fewer bits than the sound (tpdf)");
+}
+
 SampleFormat chooseFormat(const std::string& path, const SoundShape& shape, int asked,
                           SampleFormat usual)
 {

@@ -12,6 +12,8 @@ inline constexpr int kAnyFormat = -1;
 
 /// --format; `target` gets a SampleFormat, and stays as it is where none is asked for.
 CLI::Option* addFormat(CLI::App& app, int& target, const std::string& help);
+/// --dither.
+CLI::Option* addDither(CLI::App& app, int& target);
 /// The format of a file: what is asked for, or else `usual` where files of the name hold it.
 /// UsageError where they do not hold what is asked for, or nothing of the shape.
 SampleFormat chooseFormat(const std::string& path, const SoundShape& shape, int asked,
