@@ -23,7 +23,7 @@ enum class FftPlanning { Measured, Repeatable };
 /// not scaled, the inverse is divided by n.
 template <typename T> class Fft {
 public:
-    static constexpr int kMaxOrder = 24;
+    static constexpr int kMaxOrder = 26;
 
     /// `permitted`: a bit set of the instruction sets to choose from (DSP::VectorLib::Permitted),
     /// one of which the processor has.

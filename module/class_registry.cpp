@@ -35,6 +35,7 @@
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
 #include "reverb/room_reverb.h"
+#include "reverb/ir_maker.h"
 
 namespace quillworks {
 namespace {

@@ -11,8 +11,6 @@ using SwellroomAlgorithm = PassThroughAlgorithm;
 using SwellroomComponent = PassThroughComponent<"Swellroom">;
 using FDNReverbAlgorithm = PassThroughAlgorithm;
 using FDNReverbComponent = PassThroughComponent<"FDNReverb">;
-using IrMakerAlgorithm = PassThroughAlgorithm;
-using IrMakerComponent = PassThroughComponent<"IrMaker">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
 
