@@ -7,18 +7,12 @@
 
 namespace quillworks {
 
-using ReverbAlgorithm = PassThroughAlgorithm;
-using ReverbComponent = PassThroughComponent<"Reverb">;
 using SwellroomAlgorithm = PassThroughAlgorithm;
 using SwellroomComponent = PassThroughComponent<"Swellroom">;
 using FDNReverbAlgorithm = PassThroughAlgorithm;
 using FDNReverbComponent = PassThroughComponent<"FDNReverb">;
-using SpectrumMeterAlgorithm = PassThroughAlgorithm;
-using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
-using SignalGeneratorAlgorithm = PassThroughAlgorithm;
-using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;

@@ -88,6 +88,22 @@ template <class S> constexpr std::array<Parameter<S>, 2> reverbWidthRows()
     };
 }
 
+template <class S> constexpr std::array<Parameter<S>, 1> reverbMotionRow(float def, float S::*field, unsigned dirty)
+{
+    return {
+        Parameter<S>{"motion", "Motn"_tag, "Motion", Kind::Float, 0, 100, def, "%", field, dirty, conversion::percent,
+         {.group = "Room", .help = "How far the reverberation moves within, so that no tone of its own stands out."}},
+    };
+}
+
+template <class S> constexpr std::array<Parameter<S>, 1> reverbFreezeRow(float S::*field, unsigned dirty)
+{
+    return {
+        Parameter<S>{"freeze", "Frez"_tag, "Freeze", Kind::Toggle, 0, 1, 0, "", field, dirty, conversion::asIs,
+         {.group = "Decay", .help = "What rings goes on for ever, and nothing is added until it is released."}},
+    };
+}
+
 /// Mix and bypass.
 template <class S> constexpr std::array<Parameter<S>, 2> reverbMixRows(float mix)
 {

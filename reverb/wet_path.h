@@ -24,7 +24,7 @@ namespace quillworks {
 ///     void process(const AudioBlock<T>& block) noexcept
 ///     {
 ///         path_.process(block, [this](const T* const* in, T* const* out, GridSlice slice) {
-///             // channels() rows each, the LFE left out; all of `out` is to be written
+///             // channels() rows of kRow each, the LFE left out; all of `out` is to be written
 ///         });
 ///     }
 ///
@@ -32,6 +32,9 @@ namespace quillworks {
 template <typename T> class WetPath {
 public:
     static constexpr int kMostChannels = 16;
+    /// Frames that the engine's rows have room for: a sub-block, and what vectors of any width read
+    /// and write too far.
+    static constexpr int kRow = kSubBlock + 16;
 
     /// Up to kMostChannels channels. Allocates; may throw std::bad_alloc.
     void prepare(const ProcessSpec& spec);
@@ -68,7 +71,7 @@ private:
         {
             for (int c = 0; c < channels; ++c) row[c] = samples[c];
         }
-        alignas(64) T samples[kMostChannels][kSubBlock];
+        alignas(64) T samples[kMostChannels][kRow];
         T* row[kMostChannels];
     };
 

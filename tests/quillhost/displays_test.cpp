@@ -53,6 +53,39 @@ TEST_F(Displays, PlotAndMeasureShowTheSameAtAnyBlockLength)
     EXPECT_NEAR(Json::parse(lines.substr(last))["values"]["frequency"], 1000, 0.1);
 }
 
+TEST_F(Displays, SpectraAreDrawnAndAreTheSameFiguresInEveryProcess)
+{
+    const std::string effect = "spectrum-meter:resolution=fast,mode=";
+    for (const auto& [mode, display] :
+         {std::pair("spectrum", "spectrum"), std::pair("bands", "bands"),
+          std::pair("sonogram", "sonogram")}) {
+        Words plot = {"plot",  effect + mode, "--what",   "display", "--display",
+                      display, "--in",        "tone.wav", "-o"};
+        std::string first;
+        for (const char* block : {"512", "64", "511"}) {
+            auto words = plot;
+            words.insert(words.end(), {"s.json", "--block", block});
+            expectSilence(run(words));
+            if (first.empty()) first = readBytes("s.json");
+            EXPECT_EQ(readBytes("s.json"), first) << display << " " << block;
+        }
+        plot.push_back("s.svg");
+        expectSilence(run(plot));
+        EXPECT_NE(readBytes("s.svg").find("</svg>"), std::string::npos);
+    }
+    const auto measured =
+        Json::parse(run({"measure", "tone.wav", "--fx", "spectrum-meter", "--json"}).out)[0];
+    EXPECT_FALSE(measured["displays"].contains("sonogram"));
+    EXPECT_TRUE(measured["displays"]["bands"]["channels"][0]["level"].is_null());
+    const auto& spectrum = measured["displays"]["spectrum"];
+    EXPECT_EQ(spectrum["frequency"].size(), std::size_t(spectrum["length"]) / 2 + 1);
+    EXPECT_NEAR(spectrum["channels"][0]["peaks"][0]["frequency"], 1000, 0.01);
+    EXPECT_NEAR(measured["values"]["peaklevel"], -6.02, 0.01);
+    expectFailure(run({"plot", "spectrum-meter", "--what", "display", "--display", "bands", "--in",
+                       "tone.wav", "-o", "s.png"}),
+                  1, "nothing to show");
+}
+
 TEST_F(Displays, HistoryOfAGateFollowsItsGain)
 {
     // Loud for half of the file.

@@ -50,6 +50,12 @@ inline unsigned floatingPointMode()
     return _mm_getcsr() & ~0x3Fu;
 }
 
+/// Whether the gain at a single frequency is chance, as in a room: only many of them tell the level.
+inline bool isDiffuse(const std::string& name)
+{
+    return name == "Room Reverb" || name == "Swellroom" || name == "Vaulter";
+}
+
 /// Frames that an effect's phase may look like to a correlation. A crossover's bands add up to
 /// all-passes, and one near a quarter of the rate is a delay of two samples but for a few percent;
 /// there are up to four. A phaser is nothing else.

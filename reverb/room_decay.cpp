@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: ISC
+#include "reverb/room_decay.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+namespace quillworks {
+namespace {
+
+/// Decay times of air alone, by the absorption of ISO 9613-1 at 20 degrees and 50 %.
+constexpr double kAir[RoomDecay::kBands] = {5656, 1449, 397,  133,  64.1,
+                                            37.5, 17.7, 5.89, 1.66, 0.479};
+constexpr double kShortest = 0.05, kLongest = 60;  // s
+
+}  // namespace
+
+std::array<double, RoomDecay::kBands> RoomDecay::times() const noexcept
+{
+    const auto ratio = [](double x) { return 1 / (1 + x * x); };
+    const double lowOfMiddle = ratio(1000 / lowFrequency);
+    const double highOfMiddle = ratio(highFrequency / 1000);
+    std::array<double, kBands> result;
+    for (int band = 0; band < kBands; ++band) {
+        const double f = 31.25 * (1 << band);
+        double t = seconds * std::pow(low, ratio(f / lowFrequency) - lowOfMiddle) *
+                   std::pow(high, ratio(highFrequency / f) - highOfMiddle);
+        if (hasAir) t = 1 / (1 / t + 1 / kAir[band]);
+        result[static_cast<std::size_t>(band)] = std::clamp(t, kShortest, kLongest);
+    }
+    return result;
+}
+
+}  // namespace quillworks

@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: ISC
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "reverb/tank_kernels.cpp"
+#include "dsp/simd.h"
+//
+#include <bit>
+#include <utility>
+
+#include "dsp/sine.h"
+#include "reverb/tank_kernels.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace quillworks::HWY_NAMESPACE {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+/// Frames at a time: as many as the slack behind a slice allows, and registers hold 16 lines of.
+template <typename T> using Frames = hn::CappedTag<T, 16>;
+template <typename T> constexpr int kWidth = static_cast<int>(hn::MaxLanes(Frames<T>()));
+template <typename T> using V = hn::Vec<Frames<T>>;
+
+/// Fast Walsh-Hadamard transform of `lines` vectors, natural order, not scaled.
+template <typename T, int lines, int half = 1> HWY_INLINE void walsh(V<T>* v)
+{
+    for (int i = 0; i < lines; i += 2 * half)
+        for (int k = i; k < i + half; ++k) {
+            const V<T> a = v[k], b = v[k + half];
+            v[k] = hn::Add(a, b);
+            v[k + half] = hn::Sub(a, b);
+        }
+    if constexpr (2 * half < lines) walsh<T, lines, 2 * half>(v);
+}
+
+template <typename T, int lines> HWY_INLINE void load(V<T>* v, const T* const* rows, int at)
+{
+    for (int i = 0; i < lines; ++i) v[i] = hn::LoadU(Frames<T>(), rows[i] + at);
+}
+
+template <typename T, int lines> void diffuseLines(const DiffusionRun<T>& run)
+{
+    const Frames<T> d;
+    for (int at = 0; at < run.frames; at += kWidth<T>) {
+        V<T> v[lines];
+        load<T, lines>(v, run.in, at);
+        walsh<T, lines>(v);
+        for (int i = 0; i < lines; ++i)
+            hn::StoreU(hn::Mul(v[i], hn::Set(d, run.factor[i])), d, run.out[i] + at);
+    }
+}
+
+/// Rows 5 and 10: of the lowest two bits of a line's number, and of the others, each is in one row,
+/// so that lines in fours give a sum to both.
+template <typename T, int lines> HWY_INLINE void sumPair(const V<T>* v, V<T>* out)
+{
+    static_assert(kTankOutputs[0] == 5 && kTankOutputs[1] == 10);
+    V<T> left[lines / 4], right[lines / 4];
+    for (int i = 0; i < lines / 4; ++i) {
+        const V<T> outer = hn::Sub(v[4 * i], v[4 * i + 3]);
+        const V<T> inner = hn::Sub(v[4 * i + 2], v[4 * i + 1]);
+        left[i] = hn::Add(outer, inner);
+        right[i] = hn::Sub(outer, inner);
+    }
+    out[0] = hn::Sub(left[0], left[1]);
+    out[1] = hn::Add(right[0], right[1]);
+    if constexpr (lines == 16) {
+        out[0] = hn::Add(out[0], hn::Sub(left[2], left[3]));
+        out[1] = hn::Sub(out[1], hn::Add(right[2], right[3]));
+    }
+}
+
+template <typename T, int lines> bool sumLines(const OutputRun<T>& run)
+{
+    const Frames<T> d;
+    const auto factor = hn::Set(d, run.factor), most = hn::Set(d, hwy::HighestValue<T>());
+    auto isSound = hn::FirstN(d, static_cast<std::size_t>(kWidth<T>));
+    for (int at = 0; at < run.frames; at += kWidth<T>) {
+        V<T> v[lines], sums[2];
+        load<T, lines>(v, run.in, at);
+        const bool isPair = run.outputs <= 2;
+        if (isPair)
+            sumPair<T, lines>(v, sums);
+        else
+            walsh<T, lines>(v);
+        const auto unused =
+            hn::Not(hn::FirstN(d, static_cast<std::size_t>(HWY_MIN(run.frames - at, kWidth<T>))));
+        for (int o = 0; o < run.outputs; ++o) {
+            const auto y = hn::Mul(factor, isPair ? sums[o] : v[kTankOutputs[o] % lines]);
+            isSound = hn::And(isSound, hn::Or(unused, hn::Le(hn::Abs(y), most)));
+            hn::StoreU(y, d, run.out[o] + at);
+        }
+    }
+    return hn::AllTrue(d, isSound);
+}
+
+template <typename T, int lines, bool hasAllPasses> void feedBackLines(const FeedbackRun<T>& run)
+{
+    const Frames<T> d;
+    for (int at = 0; at < run.frames; at += kWidth<T>) {
+        const V<T> ahead = hn::Sub(hn::Set(d, T(kSubBlock - 1 - run.phase - at)), hn::Iota(d, 0));
+        V<T> v[lines];
+        load<T, lines>(v, run.in, at);
+        if (hasAllPasses) {
+            const V<T> g = hn::NegMulAdd(hn::Set(d, run.gStep), ahead, hn::Set(d, run.g));
+            for (int i = 0; i < lines; ++i) {
+                const V<T> delayed = hn::LoadU(d, run.delayed[i] + at);
+                const V<T> in = hn::MulAdd(g, delayed, v[i]);
+                hn::StoreU(in, d, run.allPass[i] + at);
+                v[i] = hn::NegMulAdd(g, in, delayed);
+            }
+        }
+        walsh<T, lines>(v);
+        for (int p = 0; p < lines / 2; ++p) {
+            const auto moving = [&](const T* to, const T* step) HWY_ATTR {
+                return hn::NegMulAdd(hn::Set(d, step[p]), ahead, hn::Set(d, to[p]));
+            };
+            const V<T> c = moving(run.cosine, run.cosineStep), s = moving(run.sine, run.sineStep);
+            const int i = 2 * p, k = i + 1;
+            const V<T> first = hn::MulAdd(c, v[i], hn::LoadU(d, run.added[i] + at));
+            const V<T> second = hn::MulAdd(c, v[k], hn::LoadU(d, run.added[k] + at));
+            hn::StoreU(hn::NegMulAdd(s, v[k], first), d, run.out[i] + at);
+            hn::StoreU(hn::MulAdd(s, v[i], second), d, run.out[k] + at);
+        }
+    }
+}
+
+using Angles = hn::CappedTag<double, 4>;
+using Angle = hn::Vec<Angles>;
+
+/// As sinPi of dsp/sine.h: |x| <= 0.5.
+HWY_INLINE Angle sineOf(Angle x)
+{
+    const Angles d;
+    const Angle s = hn::Mul(x, x);
+    Angle sum = hn::Set(d, kSinPi[0]);
+    for (int i = 1; i < 8; ++i) sum = hn::MulAdd(sum, s, hn::Set(d, kSinPi[i]));
+    return hn::Mul(sum, x);
+}
+/// cos(pi x), |x| <= 0.5.
+HWY_INLINE Angle cosineOf(Angle x)
+{
+    const Angle s = sineOf(hn::Mul(x, hn::Set(Angles(), 0.5)));
+    return hn::NegMulAdd(hn::Add(s, s), s, hn::Set(Angles(), 1.0));
+}
+
+void rotatePairs(const RotationRun& run)
+{
+    const Angles d;
+    for (int p = 0; p < run.pairs; p += static_cast<int>(hn::MaxLanes(d))) {
+        const Angle cosine = hn::LoadU(d, run.cosine + p), sine = hn::LoadU(d, run.sine + p);
+        const Angle byCosine = hn::LoadU(d, run.cosineAdvance + p);
+        const Angle bySine = hn::LoadU(d, run.sineAdvance + p);
+        const Angle wave = hn::MulAdd(sine, byCosine, hn::Mul(cosine, bySine));
+        hn::StoreU(hn::NegMulAdd(sine, bySine, hn::Mul(cosine, byCosine)), d, run.cosine + p);
+        hn::StoreU(wave, d, run.sine + p);
+        const Angle half = hn::Mul(hn::Set(d, run.motion * 0.5), wave);
+        const Angle s = sineOf(half), c = cosineOf(half);
+        hn::StoreU(hn::NegMulAdd(hn::Add(s, s), s, hn::Set(d, 1.0)), d, run.cosineTurn + p);
+        hn::StoreU(hn::Mul(hn::Add(s, s), c), d, run.sineTurn + p);
+    }
+}
+
+template <typename T> void diffuse(const DiffusionRun<T>& run)
+{
+    run.lines == 8 ? diffuseLines<T, 8>(run) : diffuseLines<T, 16>(run);
+}
+template <typename T> bool sumUp(const OutputRun<T>& run)
+{
+    return run.lines == 8 ? sumLines<T, 8>(run) : sumLines<T, 16>(run);
+}
+template <typename T> void feedBack(const FeedbackRun<T>& run)
+{
+    if (run.delayed)
+        run.lines == 8 ? feedBackLines<T, 8, true>(run) : feedBackLines<T, 16, true>(run);
+    else
+        run.lines == 8 ? feedBackLines<T, 8, false>(run) : feedBackLines<T, 16, false>(run);
+}
+
+template <typename T> constexpr TankKernels<T> kKernels{diffuse<T>, sumUp<T>, feedBack<T>};
+
+const TankKernels<float>* floatKernels()
+{
+    return &kKernels<float>;
+}
+const TankKernels<double>* doubleKernels()
+{
+    return &kKernels<double>;
+}
+
+}  // namespace
+}  // namespace quillworks::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace quillworks {
+
+HWY_EXPORT(floatKernels);
+HWY_EXPORT(doubleKernels);
+HWY_EXPORT(rotatePairs);
+static const auto chosenFloats = SIMD_CHOOSE(floatKernels);
+static const auto chosenDoubles = SIMD_CHOOSE(doubleKernels);
+static const auto chosenRotation = SIMD_CHOOSE(rotatePairs);
+
+template <> const TankKernels<float>& tankKernels<float>()
+{
+    return *chosenFloats();
+}
+template <> const TankKernels<double>& tankKernels<double>()
+{
+    return *chosenDoubles();
+}
+
+void rotate(const RotationRun& run)
+{
+    chosenRotation(run);
+}
+
+}  // namespace quillworks
+#endif
