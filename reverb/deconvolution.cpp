@@ -35,9 +35,9 @@ Deconvolver::Deconvolver(std::size_t frames, std::size_t excitation)
     response_.resize(fft_.length());
 }
 
-void Deconvolver::setExcitation(std::span<const float> signal, double sampleRate, double from,
-                                double floor)
+void Deconvolver::setExcitation(std::span<const float> signal, double sampleRate, double floor)
 {
+    sampleRate_ = sampleRate;
     take(inverse_, signal);
     fft_.forward(inverse_.data(), inverse_.data());
     const auto n = inverse_.size();
@@ -47,11 +47,7 @@ void Deconvolver::setExcitation(std::span<const float> signal, double sampleRate
     double largest = 0;
     for (std::size_t k = 0; k <= n / 2; ++k) largest = std::max(largest, power(k));
     const double least = std::max(largest * floor, 1e-300);
-    const auto gain = [&](std::size_t k) {
-        const double f = static_cast<double>(k) * sampleRate / static_cast<double>(n);
-        const double octave = std::clamp(2 * f / from - 1, 0.0, 1.0);
-        return (0.5 - 0.5 * std::cos(std::numbers::pi * octave)) / std::max(power(k), least);
-    };
+    const auto gain = [&](std::size_t k) { return 1 / std::max(power(k), least); };
     inverse_[0] *= gain(0);
     inverse_[1] *= gain(n / 2);
     for (std::size_t k = 1; k < n / 2; ++k) {
@@ -61,11 +57,20 @@ void Deconvolver::setExcitation(std::span<const float> signal, double sampleRate
     }
 }
 
+double Deconvolver::bandGain(double frequency) const noexcept
+{
+    if (frequency >= high_) return 1;
+    const double place = std::max(0.0, (frequency - low_) / (high_ - low_));
+    return 0.5 - 0.5 * std::cos(std::numbers::pi * place);
+}
+
 std::span<const double> Deconvolver::solve(std::span<const float> recording)
 {
     take(response_, recording);
     fft_.forward(response_.data(), response_.data());
     fft_.multiply(response_.data(), inverse_.data(), response_.data());
+    for (std::size_t k = 0; frequencyOf(k) < high_; ++k)
+        fft_.scaleBin(response_.data(), static_cast<std::uint32_t>(k), bandGain(frequencyOf(k)));
     fft_.inverse(response_.data(), response_.data());
     return response_;
 }
@@ -84,7 +89,8 @@ double Deconvolver::noisePower(std::span<const float> noise)
     double energy = 0;  // of the response to the piece of noise
     for (std::size_t k = 0; k <= n / 2; ++k) {
         const double sides = k == 0 || k == n / 2 ? 1 : 2;
-        energy += sides * fft.binPower(spectrum.data(), static_cast<std::uint32_t>(k)) *
+        const double w = bandGain(frequencyOf(k * stride));
+        energy += sides * w * w * fft.binPower(spectrum.data(), static_cast<std::uint32_t>(k)) *
                   fft_.binPower(inverse_.data(), static_cast<std::uint32_t>(k * stride)) /
                   static_cast<double>(n);
     }

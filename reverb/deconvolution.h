@@ -12,7 +12,7 @@ namespace quillworks {
 
 /// Spectral division of recordings by one excitation, regularised where that has no energy
 /// (Kirkeby and Nelson 1999): H = Y conj(X) / max(|X|^2, floor max |X|^2) w, in double precision.
-/// The band w begins with a raised cosine from f1/2 to f1, below which the excitation says nothing.
+/// w is the band that the excitation tells something of.
 ///
 /// Results are circular: index 0 is time 0, and what comes before it (the harmonics of an
 /// exponential sweep among it) stands at the end.
@@ -24,9 +24,11 @@ public:
 
     std::size_t length() const noexcept { return response_.size(); }
 
-    /// `from`: the excitation's lowest frequency f1 in Hz. `floor`: share of the largest power
-    /// below which it is taken to have no energy.
-    void setExcitation(std::span<const float> signal, double sampleRate, double from, double floor);
+    /// `floor`: share of the largest power below which it is taken to have no energy.
+    void setExcitation(std::span<const float> signal, double sampleRate, double floor);
+    /// w begins with a raised cosine from `low` to `high` Hz. It has no phase, so that it rings
+    /// before a sound as long as behind it: the lower the band begins, the fainter.
+    void setBand(double low, double high) noexcept { low_ = low, high_ = high; }
     /// The response that made this recording; lives until the next call.
     std::span<const double> solve(std::span<const float> recording);
     /// Mean square of what the background of a recording, of which `noise` is a piece, leaves in
@@ -41,8 +43,15 @@ public:
     }
 
 private:
+    double bandGain(double frequency) const noexcept;
+    double frequencyOf(std::size_t bin) const noexcept
+    {
+        return static_cast<double>(bin) * sampleRate_ / static_cast<double>(length());
+    }
+
+    double sampleRate_ = 48000, low_ = 0, high_ = 0;
     Fft<double> fft_;
-    std::vector<double> inverse_;  // packed spectrum that recordings are multiplied by
+    std::vector<double> inverse_;  // conj(X) / max(..), packed
     std::vector<double> response_;
 };
 

@@ -116,17 +116,15 @@ private:
     {
         const bool hasReference = !m_.reference.empty();
         Deconvolver deconvolver(m_.frames(), hasReference ? m_.frames() : m_.excitation.size());
-        std::vector<double> noise(m_.noise.size());
+        std::vector<double> noise;
         for (int s = 0; s < m_.sources; ++s) {
             const auto source = static_cast<std::size_t>(s);
             if (hasReference)
-                deconvolver.setExcitation(m_.reference[source], rate_, m_.sweep.from(),
-                                          kReferenceFloor);
+                deconvolver.setExcitation(m_.reference[source], rate_, kReferenceFloor);
             else if (s == 0)
-                deconvolver.setExcitation(m_.excitation, rate_, m_.sweep.from(), kSweepFloor);
-            if (hasReference || s == 0)
-                for (std::size_t i = 0; i < noise.size(); ++i)
-                    noise[i] = deconvolver.noisePower(m_.noise[i]);
+                deconvolver.setExcitation(m_.excitation, rate_, kSweepFloor);
+            if (s == 0) chooseBand(deconvolver);
+            if (hasReference || s == 0) noise = noisePowers(deconvolver);
             for (std::size_t i = 0; i < static_cast<std::size_t>(m_.microphones); ++i) {
                 if (isCancelled_()) return false;
                 const auto& recording =
@@ -137,6 +135,28 @@ private:
             }
         }
         return true;
+    }
+
+    std::vector<double> noisePowers(Deconvolver& deconvolver) const
+    {
+        std::vector<double> powers;
+        for (const auto& noise : m_.noise) powers.push_back(deconvolver.noisePower(noise));
+        return powers;
+    }
+
+    /// The sweep has some energy far below its lowest frequency, for it begins suddenly. Used as
+    /// far as the noise there allows it, it leaves nearly no low cut and so nearly no ringing, of
+    /// which a response that begins with its sound would lose the half before it.
+    void chooseBand(Deconvolver& deconvolver) const
+    {
+        const double from = m_.sweep.from();
+        deconvolver.setBand(from / 2, from);
+        if (m_.noise.empty()) return;
+        const auto usual = noisePowers(deconvolver);
+        deconvolver.setBand(std::min(kLowest, from / 25), std::min(kLowest, from / 25) * 5);
+        const auto wide = noisePowers(deconvolver);
+        for (std::size_t i = 0; i < wide.size(); ++i)
+            if (wide[i] > kAllowed * usual[i]) return deconvolver.setBand(from / 2, from);
     }
 
     Path pathOf(std::span<const double> circular)
@@ -299,6 +319,8 @@ private:
         for (auto& order : result.harmonics) scale(order);
     }
 
+    static constexpr double kLowest = 0.8;    // Hz; below is no sound but an offset
+    static constexpr double kAllowed = 1.26;  // 1 dB more noise for a wider band
     static constexpr double kLeastFall = 10;  // dB that tell a decay from steady noise
 
     const SweepMeasurement& m_;

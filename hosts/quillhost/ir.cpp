@@ -94,7 +94,9 @@ void writeWhole(const Session& session, const std::string& path, const Channels&
 {
     const auto frames = static_cast<std::int64_t>(channels.front().size());
     const SoundShape shape{static_cast<int>(channels.size()), rate, mask, frames};
-    SoundWriter writer(path, shape, chooseFormat(path, shape, asked, SampleFormat::Float32));
+    // A dither would be noise in every sound that the response is played to.
+    SoundWriter writer(path, shape, chooseFormat(path, shape, asked, SampleFormat::Float32),
+                       Dither::None);
     Planes<double> planes(shape.channels, kChunk);
     for (std::int64_t done = 0; done < frames;) {
         const auto n = static_cast<int>(std::min<std::int64_t>(kChunk, frames - done));
