@@ -71,25 +71,27 @@ void Instance::deactivate() noexcept
 
 bool Instance::startProcessing() noexcept
 {
-    return isActive_ && host_.isAudioThread("start_processing is for the audio thread");
+    host_.expectAudioThread("start_processing is for the audio thread");
+    return isActive_;
 }
 
 void Instance::stopProcessing() noexcept
 {
-    host_.isAudioThread("stop_processing is for the audio thread");
+    host_.expectAudioThread("stop_processing is for the audio thread");
 }
 
 void Instance::reset() noexcept
 {
-    if (!isActive_ || !host_.isAudioThread("reset is for the audio thread")) return;
+    host_.expectAudioThread("reset is for the audio thread");
+    if (!isActive_) return;
     running_.reset();
     position_.forget();
 }
 
 clap_process_status Instance::process(const clap_process_t& process) noexcept
 {
-    if (!isActive_ || !host_.isAudioThread("process is for the audio thread") || !connect(process))
-        return CLAP_PROCESS_ERROR;
+    host_.expectAudioThread("process is for the audio thread");
+    if (!isActive_ || !connect(process)) return CLAP_PROCESS_ERROR;
     if (isOffline_) adapters::waitWhileBusy(effect_);
     running_.setSideChain(isSideChainOn_);
     readTransport(process.transport);

@@ -303,7 +303,7 @@ TEST(ClapHosts, MayPassLessThanIsDeclared)
     }
 }
 
-TEST(ClapHosts, CallInTheWrongOrderOrOnTheWrongThreadAndAreRefused)
+TEST(ClapHosts, CallInTheWrongOrderOrOnTheWrongThreadAndDoNoHarm)
 {
     const auto& effect = effectNamed("gate");
     ClapUnderTest plugin(effect, 0, 0);
@@ -321,8 +321,8 @@ TEST(ClapHosts, CallInTheWrongOrderOrOnTheWrongThreadAndAreRefused)
         EXPECT_EQ(plugin.host.complaints, 1);
     }).join();
     plugin.host.isAudioAnywhere = false;
-    EXPECT_EQ(plugin.run(x, x, 0, 100), CLAP_PROCESS_ERROR);
-    EXPECT_EQ(plugin.host.complaints, 2);
+    for (int i = 0; i < 3; ++i) EXPECT_NE(plugin.run(x, x, 0, 100), CLAP_PROCESS_ERROR);
+    EXPECT_EQ(plugin.host.complaints, 2) << "told once, and played";
 }  // and is destroyed while it is active
 
 TEST(ClapThreads, AreSavedLoadedAndReadWhileThePlugInRuns)
