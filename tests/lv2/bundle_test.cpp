@@ -2,6 +2,8 @@
 // What hosts read of the bundle, and that every plug-in sounds like the effect it is made of.
 #include <set>
 
+#include <lv2/port-props/port-props.h>
+
 #include "tests/lv2/lv2_under_test.h"
 
 namespace quillworks::test {
@@ -69,6 +71,20 @@ TEST(Lv2Bundle, RangesAndDefaultsAreThoseOfTheEffect)
             }
         }
     }
+}
+
+// A panel that a host makes by itself shows one switch, "enabled".
+TEST(Lv2Bundle, HidesTheEffectsOwnBypassFromGenericPanels)
+{
+    LilvNode* const hidden = lilv_new_uri(world().get(), LV2_PORT_PROPS__notOnGUI);
+    for (const auto& plugin : catalogue().plugins()) {
+        const LilvPlugin* const found = world().plugin(plugin.uri);
+        LilvNode* const symbol = lilv_new_string(world().get(), "bypass");
+        const LilvPort* const port = lilv_plugin_get_port_by_symbol(found, symbol);
+        EXPECT_TRUE(port && lilv_port_has_property(found, port, hidden)) << plugin.uri;
+        lilv_node_free(symbol);
+    }
+    lilv_node_free(hidden);
 }
 
 TEST(Lv2Bundle, SoundsAndMeasuresLikeTheEffectAtAnySettingAndBlockLength)
