@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include "adapters/lv2/instance.h"
-#include "adapters/lv2/turtle/plugin_turtle.h"
 #include "tests/framework/probe_effect.h"
 #include "tests/lv2/lv2_under_test.h"
 #include "vnk/file.h"
@@ -230,13 +229,26 @@ TEST(Lv2Texts, AreSetAndToldByMessages)
     EXPECT_EQ(idle.text(0), "factory:Probe") << "without a worker";
 }
 
-TEST(Lv2Texts, AreDescribed)
+TEST(Lv2Texts, AreWritableInTheBundle)
 {
-    ProbePlugin probe;
-    const auto text = lv2::describeTexts(probe.effect(), probe.plugin());
-    EXPECT_NE(text.find("<urn:quillworks:probe#text_source>\n    a lv2:Parameter"), text.npos);
-    EXPECT_NE(text.find("rdfs:range atom:Path"), text.npos);
-    EXPECT_NE(text.find("rdfs:range atom:String"), text.npos);
+    const auto* const plugin = world().plugin("urn:quillworks:ir-maker");
+    ASSERT_TRUE(plugin);
+    const auto node = [](const char* uri) {
+        return std::unique_ptr<LilvNode, void (*)(LilvNode*)>(lilv_new_uri(world().get(), uri),
+                                                              lilv_node_free);
+    };
+    LilvNodes* const all = lilv_plugin_get_value(plugin, node(LV2_PATCH__writable).get());
+    EXPECT_EQ(lilv_nodes_size(all), 2u);
+    LILV_FOREACH(nodes, i, all)
+    {
+        const std::string uri = lilv_node_as_uri(lilv_nodes_get(all, i));
+        const bool isFolder = uri == "urn:quillworks:ir-maker#text_folder";
+        LilvNode* const range = lilv_world_get(world().get(), lilv_nodes_get(all, i),
+                                               node(LILV_NS_RDFS "range").get(), nullptr);
+        EXPECT_STREQ(lilv_node_as_uri(range), isFolder ? LV2_ATOM__Path : LV2_ATOM__String) << uri;
+        lilv_node_free(range);
+    }
+    lilv_nodes_free(all);
 }
 
 TEST(Lv2Texts, GoIntoSongsWithTheirPathsMapped)

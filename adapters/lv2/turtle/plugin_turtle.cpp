@@ -78,6 +78,23 @@ std::string presetFile(const Plugin& plugin)
     return turtle::iri(plugin.fileName + "-presets.ttl");
 }
 
+/// The properties that stand for an effect's texts.
+std::string describeTexts(const VNK::HostedEffect& effect, const Plugin& plugin)
+{
+    std::string all;
+    for (int i = 0; i < effect.countTexts(); ++i) {
+        VNK::TextInfo info;
+        effect.getTextInfo(i, info);
+        Node node;
+        node.add("a", "lv2:Parameter")
+            .add("rdfs:label", turtle::text(info.title))
+            .add("rdfs:range", info.kind == VNK::TextKind::Plain ? "atom:String" : "atom:Path");
+        if (*info.help) node.add("rdfs:comment", turtle::text(info.help));
+        all += node.of(turtle::iri(textUri(plugin, info)));
+    }
+    return all;
+}
+
 }  // namespace
 
 std::string turtleHeader()
@@ -137,22 +154,6 @@ std::string announce(const Catalogue& catalogue, const Plugin& plugin, const std
                     .add("rdfs:seeAlso", presetFile(plugin))
                     .of(presetUri(plugin, title));
     return text;
-}
-
-std::string describeTexts(const VNK::HostedEffect& effect, const Plugin& plugin)
-{
-    std::string all;
-    for (int i = 0; i < effect.countTexts(); ++i) {
-        VNK::TextInfo info;
-        effect.getTextInfo(i, info);
-        Node node;
-        node.add("a", "lv2:Parameter")
-            .add("rdfs:label", turtle::text(info.title))
-            .add("rdfs:range", info.kind == VNK::TextKind::Plain ? "atom:String" : "atom:Path");
-        if (*info.help) node.add("rdfs:comment", turtle::text(info.help));
-        all += node.of(turtle::iri(textUri(plugin, info)));
-    }
-    return all;
 }
 
 std::string describe(const Catalogue& catalogue, const Plugin& plugin)

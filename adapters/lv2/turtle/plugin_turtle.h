@@ -10,8 +10,6 @@ namespace quillworks::lv2 {
 
 /// The plug-in's own file: names, classes, ports, groups.
 std::string describe(const Catalogue& catalogue, const Plugin& plugin);
-/// The properties that stand for an effect's texts.
-std::string describeTexts(const VNK::HostedEffect& effect, const Plugin& plugin);
 /// Its factory presets, which share a file; empty without any.
 std::string describePresets(const Catalogue& catalogue, const Plugin& plugin);
 /// The manifest's entry for the plug-in and its presets.
