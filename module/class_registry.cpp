@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "analysis/level_meter.h"
+#include "analysis/phase_meter.h"
 #include "analysis/scope.h"
 #include "analysis/tone_generator.h"
 #include "analysis/spectrum_meter.h"

@@ -86,6 +86,8 @@ constexpr Attributes kDisplays[] = {
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Trace", "time trigger level pretrigger gain layout persistence"},
+    {"StereoField", "view pair autogain gain persistence correlation"},
+    {"BandCorrelation", "bands time"},
     {"Spectrum", "mode tilt top range low high weighting compare"},
     {"TapGrid",
      "on steps levels pans tones peaks beats time swing length feedback reduction frozen"},
