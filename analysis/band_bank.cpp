@@ -18,7 +18,7 @@ enum { kGain = 0, kA1 = 1, kA2 = 4, kFilterRows = 7 };
 /// and what the halving before lets through folded back lies outside the band.
 double leastRate(const Band& band)
 {
-    return std::max(4.3 * band.centre, 3.83 * band.upper);
+    return std::max(4.3 * band.centre, 4.1 * band.upper);
 }
 
 /// Half of a 19-tap half-band filter with equal ripples of 0.0008 dB up to 0.136 of its input's

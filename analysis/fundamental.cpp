@@ -18,7 +18,7 @@ std::optional<double> Fundamental::period(const float* x)
     const auto n = static_cast<std::size_t>(window_);
     const std::size_t longest = 2 * n / 3;
     if (fft_.length() == 0) {
-        fft_.setSize(static_cast<std::uint32_t>(n + longest));
+        fft_.setSize(static_cast<std::uint32_t>(n + longest), FftPlanning::Repeatable);
         work_.resize(fft_.length());
         spectrum_.resize(fft_.length());
         difference_.resize(longest + 2);

@@ -2,12 +2,17 @@
 #include "analysis/meter_engine.h"
 
 #include <cmath>
+#include <sstream>
 
 namespace quillworks {
 
 void MeterEngine::prepare(const ProcessSpec& spec)
 {
     spec_ = spec;
+    names_.clear();
+    std::istringstream names(spec.layout.names());
+    for (std::string name; names >> name;) names_.push_back(name);
+    names_.resize(static_cast<std::size_t>(spec.channels), "-");
     prepareMeter(spec);
     isPrepared_ = isSeam_ = true;
     lost_ = bad_ = 0;

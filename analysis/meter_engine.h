@@ -4,6 +4,8 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "framework/display_engine.h"
 #include "framework/parameter.h"
@@ -50,14 +52,57 @@ protected:
     virtual void showMeter(int index, VNK::IDisplaySink& sink) const = 0;
 
     bool isPrepared() const noexcept { return isPrepared_; }
+    /// The name of each channel, "-" for one without a place.
+    const std::vector<std::string>& channelNames() const noexcept { return names_; }
     std::int64_t next() const noexcept { return next_; }
 
 private:
     ProcessSpec spec_;
+    std::vector<std::string> names_;
     bool isPrepared_ = false, isSeam_ = true;
     std::int64_t next_ = 0;  // number of the next frame
     MeterSettings settings_;
     std::int64_t lost_ = 0, bad_ = 0;
+};
+
+/// The algorithm of a meter: equal layouts of up to 16 channels.
+template <template <typename> class CoreOf, class Engine>
+class MeterAlgorithm : public DisplayAlgorithm<CoreOf, Engine> {
+public:
+    using DisplayAlgorithm<CoreOf, Engine>::DisplayAlgorithm;
+
+protected:
+    bool acceptsArrangement(const VNK::SpeakerArrangement& input,
+                            const VNK::SpeakerArrangement& output) const noexcept override
+    {
+        constexpr int kMostChannels = 16;
+        return input.channels <= kMostChannels &&
+               DisplayAlgorithm<CoreOf, Engine>::acceptsArrangement(input, output);
+    }
+};
+
+/// Of a meter whose display is all there is: nothing reaches the sound.
+struct CaptureSettings {};
+
+/// The core of such a meter: hands the signal on.
+template <typename T> class CaptureCore {
+public:
+    using Settings = CaptureSettings;
+    static constexpr CoreHooks kHooks{};
+
+    void prepare(const ProcessSpec&) noexcept {}
+    void reset() noexcept {}
+    void apply(const Settings&, unsigned) noexcept {}
+    void process(const AudioBlock<T>& block) noexcept
+    {
+        const T* x[VNK::kMaxChannels];
+        for (int c = 0; c < block.channels; ++c) x[c] = block[c];
+        ring_->write(x, block.frames);
+    }
+    void setCapture(CaptureRing& ring) noexcept { ring_ = &ring; }
+
+private:
+    CaptureRing* ring_ = nullptr;
 };
 
 /// The component of a meter: freezing, resetting holds, and feeding in the background. The engine

@@ -9,7 +9,6 @@ namespace {
 using S = ScopeSettings;
 using namespace conversion;
 
-constexpr int kMostChannels = 16;
 constexpr float kNothing = std::numeric_limits<float>::quiet_NaN();
 constexpr NoteSync kSync{"sync", "beats", "time"};
 
@@ -120,7 +119,7 @@ template <typename T> void ScopeCore<T>::process(const AudioBlock<T>& block) noe
 template class ScopeCore<float>;
 template class ScopeCore<double>;
 
-TestScopeAlgorithm::TestScopeAlgorithm() : DisplayAlgorithm(kParameters)
+TestScopeAlgorithm::TestScopeAlgorithm() : MeterAlgorithm(kParameters)
 {
     engine().follow(song_);
 }
@@ -129,20 +128,14 @@ void TestScopeAlgorithm::prepareCore(const ProcessSpec& spec, VNK::Precision pre
 {
     // At most one word a call, and calls of a frame are the shortest.
     if (song_.channels() == 0) song_.prepare(kSongChannels, 1000, 1);
-    DisplayAlgorithm::prepareCore(spec, precision);
+    MeterAlgorithm::prepareCore(spec, precision);
     withCore([this](auto& core) { core.setSong(song_); });
 }
 
 void TestScopeAlgorithm::resetCore() noexcept
 {
     song_.reset();
-    DisplayAlgorithm::resetCore();
-}
-
-bool TestScopeAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
-                                            const VNK::SpeakerArrangement& output) const noexcept
-{
-    return input.channels <= kMostChannels && DisplayAlgorithm::acceptsArrangement(input, output);
+    MeterAlgorithm::resetCore();
 }
 
 TestScopeComponent::TestScopeComponent(TestScopeAlgorithm& algorithm)

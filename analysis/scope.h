@@ -33,15 +33,13 @@ private:
     std::int64_t again_ = 0;  // frame from which it is captured anew, for those who came later
 };
 
-class TestScopeAlgorithm final : public DisplayAlgorithm<ScopeCore, ScopeEngine> {
+class TestScopeAlgorithm final : public MeterAlgorithm<ScopeCore, ScopeEngine> {
 public:
     TestScopeAlgorithm();
 
 private:
     void prepareCore(const ProcessSpec& spec, VNK::Precision precision) override;
     void resetCore() noexcept override;
-    bool acceptsArrangement(const VNK::SpeakerArrangement& input,
-                            const VNK::SpeakerArrangement& output) const noexcept override;
 
     CaptureRing song_;
 };

@@ -2,7 +2,6 @@
 #include "analysis/scope_engine.h"
 
 #include <bit>
-#include <sstream>
 
 namespace quillworks {
 namespace {
@@ -39,10 +38,6 @@ void ScopeEngine::prepareMeter(const ProcessSpec& spec)
     fundamental_.prepare(trigger_.periodWindow());
     songFrames_.resize(std::size_t{kSongChannels} * CaptureRing::kMaxRead);
     if (song_ && !songReader_) songReader_.emplace(*song_);
-    names_.clear();
-    std::istringstream names(spec.layout.names());
-    for (std::string name; names >> name;) names_.push_back(name);
-    names_.resize(static_cast<std::size_t>(spec.channels), "-");
 }
 
 void ScopeEngine::releaseMeter() noexcept
@@ -169,7 +164,7 @@ void ScopeEngine::showMeter(int, VNK::IDisplaySink& sink) const
     sink.beginList("channels");
     for (std::size_t c = 0; shown_ && c < lines_.size(); ++c) {
         sink.beginObject(nullptr);
-        sink.text("name", names_[c].c_str());
+        sink.text("name", channelNames()[c].c_str());
         sink.numbers("samples", lines_[c].data(), static_cast<std::int64_t>(lines_[c].size()));
         sink.end();
     }

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "analysis/meter_engine.h"
@@ -46,7 +45,6 @@ private:
     std::vector<float> songFrames_;
 
     std::optional<ScopeTrace> shown_;
-    std::vector<std::string> names_;         // of the channels
     std::vector<std::vector<float>> lines_;  // the shown trace, channel by channel
     std::vector<float> source_;              // what triggered it, from kScopeReach frames earlier
     std::vector<float> window_;              // the sound before its end

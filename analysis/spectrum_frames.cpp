@@ -39,7 +39,7 @@ void SpectrumFrames::prepare(int channels, int length, WindowShape shape)
     }
     recent_.resize(static_cast<std::size_t>(channels));
     for (auto& channel : recent_) channel.prepare(length, hop());
-    fft_.setSize(static_cast<std::uint32_t>(length));
+    fft_.setSize(static_cast<std::uint32_t>(length), FftPlanning::Repeatable);
     if (!fft_.isReady()) throw std::bad_alloc();
 }
 

@@ -27,7 +27,7 @@ std::vector<double> windowOf(WindowShape shape, int length);
 /// at frame numbers that are multiples of that, so where they lie depends on the frames alone.
 class SpectrumFrames {
 public:
-    /// `length`: a power of two. Plans, which may take half a second; may throw std::bad_alloc.
+    /// `length`: a power of two. May throw std::bad_alloc.
     void prepare(int channels, int length, WindowShape window);
     void release() noexcept;
     /// Forgets the signal; the next frame is number `first`.

@@ -10,6 +10,11 @@
 
 namespace quillworks {
 
+/// Measured plans are the fastest, but which that is differs from run to run, and with it the
+/// rounding. Repeatable ones give the same bits in every process on one kind of processor, and are
+/// there at once.
+enum class FftPlanning { Measured, Repeatable };
+
 /// Float and double are two classes of one shape. Transforms of different objects may run on
 /// different threads at once; one object serves one thread at a time.
 ///
@@ -18,7 +23,7 @@ namespace quillworks {
 /// not scaled, the inverse is divided by n.
 template <typename T> class Fft {
 public:
-    static constexpr int kMaxOrder = 24;
+    static constexpr int kMaxOrder = 26;
 
     /// `permitted`: a bit set of the instruction sets to choose from (DSP::VectorLib::Permitted),
     /// one of which the processor has.
@@ -30,7 +35,7 @@ public:
     /// power of two, and the callers' buffers hold that many values. Nothing happens if `n` is the
     /// present size. Plans, which measures and may take a second for a large size that is new to
     /// the process; 0 frees all memory. [main thread]
-    void setSize(std::uint32_t n);
+    void setSize(std::uint32_t n, FftPlanning planning = FftPlanning::Measured);
 
     /// Marks the inverse as divided by n, which it is from the start: callers that ask for it and
     /// callers that do not get the same transform. The argument has no meaning. [main thread]
@@ -66,7 +71,7 @@ private:
     };
     using Plan = std::unique_ptr<void, PlanRelease>;
 
-    void plan();
+    void plan(FftPlanning planning);
     void transform(const T* in, T* out) const noexcept;
     T* scratch() noexcept { return work_.data() + length(); }
 

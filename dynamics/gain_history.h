@@ -9,8 +9,8 @@
 
 namespace quillworks {
 
-/// Hands the highest level and the lowest gain of each sub-block to the display, for one or more
-/// bands. [audio thread]
+/// Hands the highest level of each sub-block and its farthest gain from 1 to the display, for one
+/// or more bands. [audio thread]
 template <int bands> class GainCapture {
 public:
     static constexpr int kChannels = 2 * bands;  // level and gain by turns
@@ -22,24 +22,29 @@ public:
     /// Of a slice: both linear.
     void add(int band, double level, double gain) noexcept
     {
-        auto& [loudest, lowest] = values_[static_cast<std::size_t>(band)];
-        loudest = std::max(loudest, static_cast<float>(level));
-        lowest = std::min(lowest, static_cast<float>(gain));
+        auto& value = values_[static_cast<std::size_t>(band)];
+        value.loudest = std::max(value.loudest, static_cast<float>(level));
+        value.lowest = std::min(value.lowest, static_cast<float>(gain));
+        value.highest = std::max(value.highest, static_cast<float>(gain));
     }
     /// All bands of the slice have been added.
     void end(GridSlice slice) noexcept
     {
         if (!ring_ || slice.phase + slice.frames < kSubBlock) return;
         const float* channel[kChannels];
-        for (std::size_t c = 0; c < kChannels; ++c)
-            channel[c] = c % 2 ? &values_[c / 2].lowest : &values_[c / 2].loudest;
+        for (std::size_t b = 0; b < bands; ++b) {
+            const auto& value = values_[b];
+            channel[2 * b] = &value.loudest;
+            const bool rises = value.lowest * value.highest > 1;  // more than it falls, in decibels
+            channel[2 * b + 1] = rises ? &value.highest : &value.lowest;
+        }
         ring_->write(channel, 1);
         reset();
     }
 
 private:
     struct Value {
-        float loudest = 0, lowest = 1e30f;
+        float loudest = 0, lowest = 1e30f, highest = 0;
     };
     static constexpr std::array<Value, bands> kNothing{};
 

@@ -65,6 +65,7 @@ template <typename T> void MultiBandCore<T>::reset() noexcept
     outGain_.snap();
     mix_.snap();
     levels_.reset();
+    history_.reset();
 }
 
 /// Everything begins anew with the present form.
@@ -182,6 +183,7 @@ template <typename T> void MultiBandCore<T>::process(const AudioBlock<T>& block)
 template <typename T> void MultiBandCore<T>::processSlice(const AudioBlock<T>& part) noexcept
 {
     const int n = part.frames;
+    for (auto& seen : seen_) seen = {};
     if (dip_.next(part)) {
         adopt();
         dip_.wait(latency());
@@ -213,6 +215,7 @@ template <typename T> void MultiBandCore<T>::processSlice(const AudioBlock<T>& p
     mixCourse_.follow(mix_, part);
     if (sharing_.isFading()) detect(sharing_.leaving(), part, false);
     detect(sharing_.present(), part, true);
+    gather(part);
 
     applyGains(part);
     channels_.join(part);
@@ -233,7 +236,7 @@ template <typename T> void MultiBandCore<T>::measureKeys(KeyRows<T>& rows, int n
     const int sets = rows.keys() / present_.bands;
     for (int b = 0; b < present_.bands; ++b) {
         for (int s = 0; s < sets; ++s)
-            meter_[b].power = std::max(meter_[b].power, vec::peak(rows.of(s, b), n));
+            seen_[b].power = std::max(seen_[b].power, vec::peak(rows.of(s, b), n));
         if (!isLearning_) continue;
         T loudest[kSubBlock];
         vec::copy(loudest, rows.of(0, b), n);
@@ -241,6 +244,23 @@ template <typename T> void MultiBandCore<T>::measureKeys(KeyRows<T>& rows, int n
         learner_.take(b, loudest, n);
     }
     if (isLearning_) learner_.advance(n);
+}
+
+/// What the slice has shown, for the meters, which show the call's extremes, and the history.
+template <typename T> void MultiBandCore<T>::gather(GridSlice slice) noexcept
+{
+    for (int b = 0; b < kMaxBands; ++b) {
+        const Meter& seen = seen_[b];
+        auto& [change, power] = meter_[b];
+        power = std::max(power, seen.power);
+        if (std::abs(seen.change) > std::abs(change)) change = seen.change;
+        if (history_.isRead()) {
+            const bool isHeard = b < present_.bands && switches_.isOn(b);
+            history_.add(b, std::sqrt(double(seen.power)),
+                         isHeard ? dbToGain(double(seen.change)) : 1.0);
+        }
+    }
+    history_.end(slice);
 }
 
 /// Whether the parts below have something to do. They rest by whole sub-blocks, with everything
@@ -316,7 +336,7 @@ void MultiBandCore<T>::combine(Bank& bank, bool hasBelow, GridSlice slice, bool 
                 row[i] = std::min(std::max(change, -range[i]), range[i]);
             }
             if (isPresent) {
-                T& farthest = meter_[b].change;
+                T& farthest = seen_[b].change;
                 const T most = vec::peak(row, n);
                 if (most > std::abs(farthest))
                     farthest = std::find(row, row + n, most) != row + n ? most : -most;

@@ -120,10 +120,12 @@ constexpr Parameter<S> kParameters[] = {
 
 }  // namespace
 
-MultiBandCompressorAlgorithm::MultiBandCompressorAlgorithm() : PrecisionAlgorithm(kParameters) {}
+MultiBandCompressorAlgorithm::MultiBandCompressorAlgorithm()
+    : DisplayAlgorithm(kParameters, std::vector<const char*>{"1", "2", "3", "4", "5"})
+{}
 
 MultiBandComponent::MultiBandComponent(MultiBandCompressorAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "MultiBand", .kind = "compressor"}),
+    : DisplayComponent(algorithm, {.viewPrefix = "MultiBand", .kind = "compressor"}, {"history"}),
       bands_(list().find("bands")),
       phase_(list().find("phase")),
       lookAhead_(list().find("lookAhead")),

@@ -14,6 +14,7 @@
 #include "dynamics/band_switches.h"
 #include "dynamics/editor_levels.h"
 #include "dynamics/gain_computer.h"
+#include "dynamics/gain_history.h"
 #include "dynamics/key_rows.h"
 #include "dynamics/peak_hold.h"
 #include "dynamics/reversed_all_pass.h"
@@ -66,6 +67,7 @@ public:
     void apply(const Settings& settings, unsigned dirty) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
+    void setCapture(CaptureRing& ring) noexcept { history_.setRing(ring); }
 
 private:
     /// What cannot change but in silence.
@@ -104,6 +106,7 @@ private:
     void updateSwitches() noexcept;
     void processSlice(const AudioBlock<T>& part) noexcept;
     void measureKeys(KeyRows<T>& rows, int n) noexcept;
+    void gather(GridSlice slice) noexcept;
     bool runsBelow(GridSlice slice) noexcept;
     void detect(KeySharing sharing, GridSlice slice, bool isPresent) noexcept;
     void combine(Bank& bank, bool hasBelow, GridSlice slice, bool isPresent) noexcept;
@@ -135,19 +138,21 @@ private:
     float learnings_ = 0;
     EditorLevels levels_;
     struct Meter {
-        T change = 0;  // dB, of the call the farthest from 0
+        T change = 0;  // dB, the farthest from 0
         T power = 0;
     };
-    Meter meter_[kMaxBands];
+    Meter seen_[kMaxBands];   // of the slice
+    Meter meter_[kMaxBands];  // of the call
+    GainCapture<kMaxBands> history_;
 };
 
 class MultiBandCompressorAlgorithm final
-    : public PrecisionAlgorithm<MultiBandCore, AudioSideChainInsertAlgorithm> {
+    : public DisplayAlgorithm<MultiBandCore, GainHistory, AudioSideChainInsertAlgorithm> {
 public:
     MultiBandCompressorAlgorithm();
 };
 
-class MultiBandComponent final : public AudioEffectComponent {
+class MultiBandComponent final : public DisplayComponent<MultiBandCompressorAlgorithm> {
 public:
     explicit MultiBandComponent(MultiBandCompressorAlgorithm& algorithm);
 

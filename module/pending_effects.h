@@ -11,14 +11,8 @@ using SwellroomAlgorithm = PassThroughAlgorithm;
 using SwellroomComponent = PassThroughComponent<"Swellroom">;
 using FDNReverbAlgorithm = PassThroughAlgorithm;
 using FDNReverbComponent = PassThroughComponent<"FDNReverb">;
-using IrMakerAlgorithm = PassThroughAlgorithm;
-using IrMakerComponent = PassThroughComponent<"IrMaker">;
-using SpectrumMeterAlgorithm = PassThroughAlgorithm;
-using SpectrumMeterComponent = PassThroughComponent<"SpectrumMeter">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
-using SignalGeneratorAlgorithm = PassThroughAlgorithm;
-using SignalGeneratorComponent = PassThroughComponent<"SignalGenerator">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;

@@ -123,8 +123,9 @@ std::optional<BandDecay::Line> BandDecay::regression(std::size_t from, std::size
 /// Noise, crossing and the line that the decay goes into the noise with.
 void BandDecay::findFloor(double bandwidth)
 {
-    constexpr double kAboveNoise = 7, kLateRange = 15;  // dB; Lundeby's 5 to 10 and 10 to 20
-    constexpr double kIntervalsPer10Db = 5;             // of 3 to 10
+    constexpr double kAboveNoise = 7, kLateRange = 15;   // dB; Lundeby's 5 to 10 and 10 to 20
+    constexpr double kIntervalsPer10Db = 5;              // of 3 to 10
+    constexpr double kInaudible = 1e-13, kTooFast = 15;  // share of the power; dB
     const std::size_t bins = upTo_.size() - 1;
     const std::size_t least =
         static_cast<std::size_t>(std::ceil(std::max(0.002, 1 / bandwidth) / binSeconds_));
@@ -150,29 +151,45 @@ void BandDecay::findFloor(double bandwidth)
     };
 
     double noise = mean(bins - tail, bins);
-    auto line = regression(peak_, below(peak_, powerToDb(noise) + kAboveNoise), interval);
+    const double loudest = mean(peak_, std::min(peak_ + interval, bins));
+    // The floor's level; lower than any that is heard it need not be.
+    const auto level = [&] { return powerToDb(std::max(noise, loudest * kInaudible)); };
+    std::size_t bottom = below(peak_, level() + kAboveNoise);
+    auto line = regression(peak_, bottom, interval);
+    while (!line && interval > least) {
+        interval = std::max(least, interval / 2);
+        line = regression(peak_, bottom = below(peak_, level() + kAboveNoise), interval);
+    }
+    falls_ = powerToDb(loudest) - level();
+    if (!line && falls_ > kTooFast) {  // it is gone before it can be followed
+        noise_ = noise;
+        crossing_ = static_cast<double>(bottom);
+        return;
+    }
     if (!line) line = regression(peak_, bins, interval);
-    if (!line || !(line->slope < 0)) return;
+    if (!line || !(line->slope < 0)) return void(falls_ = 0);
     late_ = line;
+    falls_ = -line->slope * static_cast<double>(bins - peak_);
 
     for (int pass = 0; pass < 8; ++pass) {
         // What is no more than the decay itself is no floor.
-        if (!(noise > 2 * powerOf(*line, bins - tail))) return;
+        if (!(level() > powerToDb(2 * powerOf(*line, bins - tail)))) return;
         const double decadeBins = -10 / line->slope;
         interval = std::clamp(static_cast<std::size_t>(decadeBins / kIntervalsPer10Db), least,
                               std::max(least, bins / 10));
-        const double crossing = (powerToDb(noise) - line->offset) / line->slope;
+        const double crossing = (level() - line->offset) / line->slope;
         // The floor from 7 dB of decay behind the crossing on, at least over the last tenth.
         const double from = crossing + kAboveNoise / 10 * decadeBins;
         noise = mean(std::min(static_cast<std::size_t>(std::max(0.0, from)), bins - tail), bins);
-        const std::size_t bottom = below(peak_, powerToDb(noise) + kAboveNoise);
+        bottom = below(peak_, level() + kAboveNoise);
         const double top = static_cast<double>(bottom) - kLateRange / 10 * decadeBins;
         const auto next = regression(std::max(peak_, static_cast<std::size_t>(std::max(0.0, top))),
                                      bottom, interval);
         if (next && next->slope < 0) line = next;
-        const double moved = (powerToDb(noise) - line->offset) / line->slope;
+        const double moved = (level() - line->offset) / line->slope;
         late_ = line;
         noise_ = noise;
+        falls_ = powerToDb(loudest) - level();
         crossing_ = std::clamp(moved, static_cast<double>(peak_ + 1), static_cast<double>(bins));
         if (std::abs(moved - crossing) < 0.5) break;
     }

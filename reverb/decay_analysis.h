@@ -51,6 +51,8 @@ public:
     double noise() const noexcept { return noise_; }
     /// Where decay and floor meet, in seconds; the end where they do not.
     double crossing() const noexcept;
+    /// By how many dB it falls before it meets the floor; 0 where there is no decay.
+    double falls() const noexcept { return falls_; }
     /// Sum of the squares from `time` seconds on, without noise.
     double energyFrom(double time) const noexcept;
     /// Line through the integral from where it is `above` dB under its value at `time` seconds
@@ -78,6 +80,7 @@ private:
     std::size_t peak_ = 0;           // the loudest bin
     double noise_ = 0;
     double crossing_ = 0;  // bins
+    double falls_ = 0;     // dB
     std::optional<Line> late_;
 };
 

@@ -25,148 +25,177 @@ template <typename T> HWY_INLINE void turn(hn::Vec<Lanes<T>>* v)
 #endif
 }
 
-/// One row per lane becomes one per frame, or back.
-template <typename T> HWY_INLINE void toFrames(const DecayRun<T>& run)
-{
-    const Lanes<T> d;
-    constexpr int width = kWidth<T>;
-    for (int lane = 0; lane < run.count; lane += width)
-        for (int at = 0; at < run.frames; at += width) {
-            hn::Vec<Lanes<T>> v[width];
-            for (int k = 0; k < width; ++k) v[k] = hn::LoadU(d, run.in[lane + k] + at);
-            turn<T>(v);
-            for (int k = 0; k < width; ++k)
-                hn::Store(v[k], d, run.lanes + (at + k) * run.count + lane);
-        }
-}
-template <typename T> HWY_INLINE void toRows(const DecayRun<T>& run)
-{
-    const Lanes<T> d;
-    constexpr int width = kWidth<T>;
-    for (int lane = 0; lane < run.count; lane += width)
-        for (int at = 0; at < run.frames; at += width) {
-            hn::Vec<Lanes<T>> v[width];
-            for (int k = 0; k < width; ++k)
-                v[k] = hn::Load(d, run.lanes + (at + k) * run.count + lane);
-            turn<T>(v);
-            for (int k = 0; k < width; ++k) hn::StoreU(v[k], d, run.out[lane + k] + at);
-        }
-}
+/// Coefficients of `groups` vectors of lanes, from row to row of which there are `count` lanes.
+template <typename T, int groups, bool moves> struct Row {
+    using V = hn::Vec<Lanes<T>>;
+    V to[groups], step[moves ? groups : 1];
 
-/// `groups` vectors of lanes through two sections at a time: filters side by side hide each other's
-/// waiting.
-template <typename T, int groups, bool moves> class Pass {
-    using D = Lanes<T>;
-    using V = hn::Vec<D>;
-    static constexpr int kWide = kWidth<T>;
-
-public:
-    HWY_INLINE Pass(const DecayRun<T>& run, int lane) : run_(run), lane_(lane) {}
-
-    HWY_INLINE void run()
+    HWY_INLINE void load(const DecayRun<T>& run, int row, int lane)
     {
-        shelves();
-        for (int s = 0; s < run_.peaks; s += 2) peaks(DecaySections::kShelves + s);
-    }
-
-private:
-    /// A row of coefficients over the sub-block.
-    struct Row {
-        V to[groups], step[moves ? groups : 1];
-        HWY_INLINE V at(int g, V ahead) const
-        {
-            return moves ? hn::NegMulAdd(step[moves ? g : 0], ahead, to[g]) : to[g];
-        }
-    };
-    HWY_INLINE Row row(int i) const
-    {
-        Row r;
         for (int g = 0; g < groups; ++g) {
-            r.to[g] = hn::Load(D(), run_.to + place(i, g));
-            if (moves) r.step[moves ? g : 0] = hn::Load(D(), run_.step + place(i, g));
+            const int place = row * run.count + lane + g * kWidth<T>;
+            to[g] = hn::Load(Lanes<T>(), run.to + place);
+            if (moves) step[moves ? g : 0] = hn::Load(Lanes<T>(), run.step + place);
         }
-        return r;
     }
-    HWY_INLINE int place(int row, int g) const { return row * run_.count + lane_ + g * kWide; }
-    HWY_INLINE T* frame(int i) const { return run_.lanes + i * run_.count + lane_; }
-    HWY_INLINE V ahead(int i) const { return hn::Set(D(), T(kSubBlock - 1 - run_.phase - i)); }
-    static constexpr int value(int section, int k) { return 1 + 3 * section + k; }
-
-    HWY_INLINE void shelves() const
+    HWY_INLINE V at(int g, V ahead) const
     {
-        const D d;
-        const Row gain = row(0), lowKappa = row(value(0, 0)), lowA1 = row(value(0, 1)),
-                  highKappa = row(value(1, 0)), highA1 = row(value(1, 1));
-        V low[groups], high[groups];
-        for (int g = 0; g < groups; ++g) {
-            low[g] = hn::Load(d, run_.states + place(0, g));
-            high[g] = hn::Load(d, run_.states + place(2, g));
-        }
-        for (int i = 0; i < run_.frames; ++i) {
-            const V left = ahead(i);
-            T* const x = frame(i);
-            for (int g = 0; g < groups; ++g) {
-                V y = hn::Mul(gain.at(g, left), hn::Load(d, x + g * kWide));
-                V u = hn::Mul(lowKappa.at(g, left), y);
-                V v = hn::Add(u, low[g]);
-                low[g] = hn::NegMulAdd(lowA1.at(g, left), v, u);
-                y = hn::Add(y, v);
-                u = hn::Mul(highKappa.at(g, left), y);
-                v = hn::Add(u, high[g]);
-                high[g] = hn::NegMulSub(highA1.at(g, left), v, u);
-                hn::Store(hn::Add(y, v), d, x + g * kWide);
-            }
-        }
-        for (int g = 0; g < groups; ++g) {
-            hn::Store(low[g], d, run_.states + place(0, g));
-            hn::Store(high[g], d, run_.states + place(2, g));
-        }
+        return moves ? hn::NegMulAdd(step[moves ? g : 0], ahead, to[g]) : to[g];
     }
-
-    /// In transposed direct form II: its gain at 0 Hz and half the rate is 1 whatever is rounded.
-    HWY_INLINE void peaks(int first) const
-    {
-        const D d;
-        const Row rows[2][3] = {
-            {row(value(first, 0)), row(value(first, 1)), row(value(first, 2))},
-            {row(value(first + 1, 0)), row(value(first + 1, 1)), row(value(first + 1, 2))}};
-        V z1[2][groups], z2[2][groups];
-        for (int s = 0; s < 2; ++s)
-            for (int g = 0; g < groups; ++g) {
-                z1[s][g] = hn::Load(d, run_.states + place(2 * (first + s), g));
-                z2[s][g] = hn::Load(d, run_.states + place(2 * (first + s) + 1, g));
-            }
-        for (int i = 0; i < run_.frames; ++i) {
-            const V left = ahead(i);
-            T* const x = frame(i);
-            for (int g = 0; g < groups; ++g) {
-                V y = hn::Load(d, x + g * kWide);
-                for (int s = 0; s < 2; ++s) {
-                    const V u = hn::Mul(rows[s][0].at(g, left), y), v = hn::Add(u, z1[s][g]);
-                    z1[s][g] = hn::NegMulAdd(rows[s][1].at(g, left), v, z2[s][g]);
-                    z2[s][g] = hn::NegMulSub(rows[s][2].at(g, left), v, u);
-                    y = hn::Add(y, v);
-                }
-                hn::Store(y, d, x + g * kWide);
-            }
-        }
-        for (int s = 0; s < 2; ++s)
-            for (int g = 0; g < groups; ++g) {
-                hn::Store(z1[s][g], d, run_.states + place(2 * (first + s), g));
-                hn::Store(z2[s][g], d, run_.states + place(2 * (first + s) + 1, g));
-            }
-    }
-
-    const DecayRun<T>& run_;
-    const int lane_;
 };
+
+/// The state of a section.
+template <typename T, int groups> struct State {
+    hn::Vec<Lanes<T>> z[groups];
+
+    HWY_INLINE void load(const DecayRun<T>& run, int row, int lane)
+    {
+        for (int g = 0; g < groups; ++g)
+            z[g] = hn::Load(Lanes<T>(), run.states + row * run.count + lane + g * kWidth<T>);
+    }
+    HWY_INLINE void store(const DecayRun<T>& run, int row, int lane) const
+    {
+        for (int g = 0; g < groups; ++g)
+            hn::Store(z[g], Lanes<T>(), run.states + row * run.count + lane + g * kWidth<T>);
+    }
+};
+
+/// Gain and both shelves.
+template <typename T, int groups, bool moves> struct Shelves {
+    using V = hn::Vec<Lanes<T>>;
+    Row<T, groups, moves> gain, lowKappa, lowA1, highKappa, highA1;
+    State<T, groups> low, high;
+
+    HWY_INLINE void load(const DecayRun<T>& run, int, int lane)
+    {
+        gain.load(run, 0, lane);
+        lowKappa.load(run, 1, lane);
+        lowA1.load(run, 2, lane);
+        highKappa.load(run, 4, lane);
+        highA1.load(run, 5, lane);
+        low.load(run, 0, lane);
+        high.load(run, 2, lane);
+    }
+    HWY_INLINE void store(const DecayRun<T>& run, int, int lane) const
+    {
+        low.store(run, 0, lane);
+        high.store(run, 2, lane);
+    }
+    HWY_INLINE V next(int g, V y, V ahead)
+    {
+        y = hn::Mul(gain.at(g, ahead), y);
+        V u = hn::Mul(lowKappa.at(g, ahead), y);
+        V v = hn::Add(u, low.z[g]);
+        low.z[g] = hn::NegMulAdd(lowA1.at(g, ahead), v, u);
+        y = hn::Add(y, v);
+        u = hn::Mul(highKappa.at(g, ahead), y);
+        v = hn::Add(u, high.z[g]);
+        high.z[g] = hn::NegMulSub(highA1.at(g, ahead), v, u);
+        return hn::Add(y, v);
+    }
+};
+
+/// Two peaks in transposed direct form II: filters side by side hide each other's waiting.
+template <typename T, int groups, bool moves> struct PeakPair {
+    using V = hn::Vec<Lanes<T>>;
+    Row<T, groups, moves> kappa[2], a1[2], a2[2];
+    State<T, groups> z1[2], z2[2];
+
+    HWY_INLINE void load(const DecayRun<T>& run, int first, int lane)
+    {
+        for (int s = 0; s < 2; ++s) {
+            kappa[s].load(run, 1 + 3 * (first + s), lane);
+            a1[s].load(run, 2 + 3 * (first + s), lane);
+            a2[s].load(run, 3 + 3 * (first + s), lane);
+            z1[s].load(run, 2 * (first + s), lane);
+            z2[s].load(run, 2 * (first + s) + 1, lane);
+        }
+    }
+    HWY_INLINE void store(const DecayRun<T>& run, int first, int lane) const
+    {
+        for (int s = 0; s < 2; ++s) {
+            z1[s].store(run, 2 * (first + s), lane);
+            z2[s].store(run, 2 * (first + s) + 1, lane);
+        }
+    }
+    HWY_INLINE V next(int g, V y, V ahead)
+    {
+        for (int s = 0; s < 2; ++s) {
+            const V u = hn::Mul(kappa[s].at(g, ahead), y), v = hn::Add(u, z1[s].z[g]);
+            z1[s].z[g] = hn::NegMulAdd(a1[s].at(g, ahead), v, z2[s].z[g]);
+            z2[s].z[g] = hn::NegMulSub(a2[s].at(g, ahead), v, u);
+            y = hn::Add(y, v);
+        }
+        return y;
+    }
+};
+
+/// A slice of `groups` vectors of lanes through a filter, from the rows or from frames of lanes to
+/// the rows or to frames.
+template <template <typename, int, bool> class Filter, bool fromRows, bool toRows, typename T,
+          int groups, bool moves>
+HWY_INLINE void pass(const DecayRun<T>& run, int first, int lane)
+{
+    using V = hn::Vec<Lanes<T>>;
+    constexpr int width = kWidth<T>;
+    const Lanes<T> d;
+    Filter<T, groups, moves> filter;
+    filter.load(run, first, lane);
+    for (int at = 0; at < run.frames; at += width) {
+        const auto frame = [&](int k, int g) HWY_ATTR {
+            return run.lanes + (at + k) * run.count + lane + g * width;
+        };
+        const auto ahead = [&](int k) HWY_ATTR {
+            return hn::Set(d, T(kSubBlock - 1 - run.phase - at - k));
+        };
+        V v[groups][width];
+        for (int g = 0; g < groups; ++g) {
+            for (int k = 0; k < width; ++k)
+                v[g][k] = fromRows ? hn::LoadU(d, run.in[lane + g * width + k] + at)
+                                   : hn::Load(d, frame(k, g));
+            if (fromRows) turn<T>(v[g]);
+        }
+        if (run.frames - at >= width) {
+            for (int k = 0; k < width; ++k)
+                for (int g = 0; g < groups; ++g) v[g][k] = filter.next(g, v[g][k], ahead(k));
+        } else {  // through memory: registers have no index
+            for (int g = 0; g < groups; ++g)
+                for (int k = 0; k < width; ++k) hn::Store(v[g][k], d, frame(k, g));
+            for (int k = 0; k < run.frames - at; ++k)
+                for (int g = 0; g < groups; ++g)
+                    hn::Store(filter.next(g, hn::Load(d, frame(k, g)), ahead(k)), d, frame(k, g));
+            for (int g = 0; g < groups; ++g)
+                for (int k = 0; k < width; ++k) v[g][k] = hn::Load(d, frame(k, g));
+        }
+        for (int g = 0; g < groups; ++g) {
+            if (toRows) turn<T>(v[g]);
+            for (int k = 0; k < width; ++k) {
+                if (toRows)
+                    hn::StoreU(v[g][k], d, run.out[lane + g * width + k] + at);
+                else
+                    hn::Store(v[g][k], d, frame(k, g));
+            }
+        }
+    }
+    filter.store(run, first, lane);
+}
+
+template <typename T, int groups, bool moves>
+HWY_INLINE void passes(const DecayRun<T>& run, int lane)
+{
+    if (run.peaks == 0) return pass<Shelves, true, true, T, groups, moves>(run, 0, lane);
+    pass<Shelves, true, false, T, groups, moves>(run, 0, lane);
+    int s = DecaySections::kShelves;
+    for (; s < run.peaks; s += 2) pass<PeakPair, false, false, T, groups, moves>(run, s, lane);
+    pass<PeakPair, false, true, T, groups, moves>(run, s, lane);
+}
 
 template <typename T, bool moves> HWY_INLINE void runPasses(const DecayRun<T>& run)
 {
     constexpr int width = kWidth<T>;
     int lane = 0;
-    for (; lane + 2 * width <= run.count; lane += 2 * width) Pass<T, 2, moves>(run, lane).run();
-    for (; lane < run.count; lane += width) Pass<T, 1, moves>(run, lane).run();
+    for (; lane + 2 * width <= run.count; lane += 2 * width) passes<T, 2, moves>(run, lane);
+    for (; lane < run.count; lane += width) passes<T, 1, moves>(run, lane);
 }
 
 /// Without sections: the gain alone, along time.
@@ -187,12 +216,10 @@ template <typename T> HWY_INLINE void runGains(const DecayRun<T>& run)
 template <typename T> void runAll(const DecayRun<T>& run)
 {
     if (run.peaks < 0) return runGains(run);
-    toFrames(run);
     if (run.moves)
         runPasses<T, true>(run);
     else
         runPasses<T, false>(run);
-    toRows(run);
 }
 
 void runFloats(const DecayRun<float>& run)

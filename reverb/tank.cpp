@@ -3,7 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
+#include <numbers>
+#include <utility>
 
 namespace quillworks {
 namespace {
@@ -29,13 +30,17 @@ template <typename T> void Tank<T>::prepare(const TankSpec& spec)
     fadeDistance_ = subBlocks(rate, kFadeDistanceSeconds);
     freezeLength_ = subBlocks(rate, kFreezeSeconds);
     for (auto* value : {&allPass_, &motion_}) value->prepare(rate, kGlideSeconds);
-    for (int p = 0; p < n / 2; ++p)
-        speed_[index(p)] = kMotionHz * (0.7 + 1.2 * p / n) * kSubBlock / rate;
+    for (int p = 0; p < n / 2; ++p) {
+        const double hertz = kMotionHz * (0.7 + 1.2 * p / n);
+        const double angle = 2 * std::numbers::pi * hertz * kSubBlock / rate;
+        stepCosine_[index(p)] = std::cos(angle);
+        stepSine_[index(p)] = std::sin(angle);
+    }
 
     const TankDelays most = geometry_.delays(spec.longest, spec.longestSpan);
     inflowCount_ = std::min(spec.inputs, n);
-    const auto rings = [](GridLines<T>& lines, int count, const TankDelays::PerLine& longest) {
-        lines.prepare({longest.data(), index(count)});
+    const auto rings = [n](GridLines<T>& lines, int count, const TankDelays::PerLine& longest) {
+        lines.prepare({longest.data(), index(count)}, n);
     };
     // Lines at a smaller size may meet another's prime where they do not at the largest.
     constexpr int kPrimes = 512;
@@ -96,11 +101,7 @@ template <typename T> void Tank<T>::reset() noexcept
     allPass_.snap();
     motion_.snap();
     g_ = {T(allPass_.current()), T(allPass_.current())};
-    for (int p = 0; p < spec_.lines / 2; ++p) phase_[index(p)] = geometry_.phase(p);
-    // Twice: nothing moves in the first sub-block.
-    advanceMotion();
-    for (int p = 0; p < spec_.lines / 2; ++p) phase_[index(p)] = geometry_.phase(p);
-    advanceMotion();
+    startMotion();
     clear();
 }
 
@@ -209,16 +210,22 @@ template <typename T> void Tank<T>::advanceGeometry() noexcept
         outdated_ |= 1u << change_ / fadeDistance_;
 }
 
+template <typename T> void Tank<T>::startMotion() noexcept
+{
+    for (int p = 0; p < spec_.lines / 2; ++p) {
+        const double angle = 2 * std::numbers::pi * geometry_.phase(p);
+        phaseCosine_[index(p)] = std::cos(angle);
+        phaseSine_[index(p)] = std::sin(angle);
+    }
+    advanceMotion();
+}
+
 template <typename T> void Tank<T>::advanceMotion() noexcept
 {
     double cosine[kMostLines / 2], sine[kMostLines / 2];
     const int pairs = spec_.lines / 2;
-    for (int p = 0; p < pairs; ++p) {
-        double& phase = phase_[index(p)];
-        phase += speed_[index(p)];
-        if (phase >= 1) phase -= 1;
-    }
-    rotate({phase_.data(), motion_.next(kWholeSubBlock).to, cosine, sine, pairs});
+    rotate({phaseCosine_.data(), phaseSine_.data(), stepCosine_.data(), stepSine_.data(),
+            motion_.next(kWholeSubBlock).to, cosine, sine, pairs});
     for (int p = 0; p < pairs; ++p) {
         cosine_.glide(p, cosine[p]);
         sine_.glide(p, sine[p]);
@@ -245,31 +252,41 @@ template <typename T> void Tank<T>::advanceFilters() noexcept
 /// Where the samples of a line lie: at its old delay, its new one, or in `room` a mixture. A
 /// mixture of two never has more energy than the louder.
 template <typename T>
-void Tank<T>::look(const GridLines<T>& lines, int line, int ring, int from, int to, GridSlice slice,
-                   const T*& place, T* room) const noexcept
+const T* Tank<T>::fade(const GridLines<T>& lines, int line, int from, int to, GridSlice slice,
+                       T* room) const noexcept
 {
-    const int fade = fadeOf(line);
-    if (fade < 0 || fade >= fadeLength_ || from == to) {
-        place = lines.read(ring, fade < 0 ? from : to, slice.frames, room);
-        return;
-    }
-    const T* const old = lines.read(ring, from, slice.frames, room);
-    const T* const fresh = lines.read(ring, to, slice.frames, spare_);
+    const int done = fadeOf(line);
+    if (done < 0 || done >= fadeLength_ || from == to)
+        return lines.read(line, done < 0 ? from : to, slice.frames, room);
+    const T* const old = lines.read(line, from, slice.frames, room);
+    const T* const fresh = lines.read(line, to, slice.frames, spare_);
     const T share = T(1) / T(fadeLength_ * kSubBlock);
     for (int i = 0; i < slice.frames; ++i) {
-        const T weight = T(fade * kSubBlock + slice.phase + i + 1) * share;
+        const T weight = T(done * kSubBlock + slice.phase + i + 1) * share;
         room[i] = old[i] + (fresh[i] - old[i]) * weight;
     }
-    place = room;
+    return room;
+}
+
+template <typename T>
+void Tank<T>::look(const GridLines<T>& lines, const TankDelays::PerLine& old,
+                   const TankDelays::PerLine& fresh, GridSlice slice, Places& places,
+                   const Rows& rooms) const noexcept
+{
+    if (!isChanging_ && lines.isFull()) return lines.look(old.data(), places.data());
+    for (std::size_t i = 0; i < index(spec_.lines); ++i)
+        places[i] = fade(lines, static_cast<int>(i), old[i], fresh[i], slice, rooms[i]);
 }
 
 template <typename T> void Tank<T>::feed(const T* const* in, GridSlice slice) noexcept
 {
     const T* const level = inflow_.of(slice);
+    T* rings[kMostLines];
+    inflows_.next(rings);
     for (int c = 0; c < spec_.inputs; ++c) {
         const T* const x = in[c];
         const T gain = inputGain_[index(c)];
-        T* const ring = inflows_.next(c % inflowCount_);
+        T* const ring = rings[c % inflowCount_];
         if (c < inflowCount_)
             for (int i = 0; i < slice.frames; ++i) ring[i] = gain * level[i] * x[i];
         else
@@ -285,12 +302,9 @@ template <typename T> void Tank<T>::diffuse(GridSlice slice) noexcept
     Rows to = diffused_;
     for (int k = 0; k < spec_.steps; ++k) {
         GridLines<T>& ring = k == 0 ? inflows_ : steps_;
-        for (int i = 0; i < n; ++i)
-            look(ring, i, k == 0 ? i % inflowCount_ : i, now_.step[index(k)][index(i)],
-                 coming_.step[index(k)][index(i)], slice, from[index(i)], stepRoom_[k][index(i)]);
+        look(ring, now_.step[index(k)], coming_.step[index(k)], slice, from, stepRoom_[k]);
         const bool isLast = k + 1 == spec_.steps;
-        if (!isLast)
-            for (int i = 0; i < n; ++i) to[index(i)] = steps_.next(i);
+        if (!isLast) steps_.next(to.data());
         tankKernels<T>().diffuse(
             {from.data(), isLast ? diffused_.data() : to.data(), sign_[k], n, slice.frames});
         ring.advance(slice.frames);
@@ -303,20 +317,15 @@ template <typename T> void Tank<T>::circulate(GridSlice slice) noexcept
     const int n = spec_.lines;
     Places from, delayed;
     Rows to, allPass;
-    for (int i = 0; i < n; ++i) {
-        look(lines_, i, i, now_.line[index(i)], coming_.line[index(i)], slice, from[index(i)],
-             lineRoom_[index(i)]);
-        to[index(i)] = lines_.next(i);
-    }
-    tankKernels<T>().sumUp(
+    look(lines_, now_.line, coming_.line, slice, from, lineRoom_);
+    lines_.next(to.data());
+    isBroken_ |= !tankKernels<T>().sumUp(
         {from.data(), outputs_.data(), T(1 / std::sqrt(n)), spec_.outputs, n, slice.frames});
     filter_.process(from.data(), filtered_.data(), slice);
-    if (spec_.hasAllPasses)
-        for (int i = 0; i < n; ++i) {
-            look(allPasses_, i, i, now_.allPass[index(i)], coming_.allPass[index(i)], slice,
-                 delayed[index(i)], allPassRoom_[index(i)]);
-            allPass[index(i)] = allPasses_.next(i);
-        }
+    if (spec_.hasAllPasses) {
+        look(allPasses_, now_.allPass, coming_.allPass, slice, delayed, allPassRoom_);
+        allPasses_.next(allPass.data());
+    }
     const T gStep = (g_.to - g_.from) * (T(1) / kSubBlock);
     tankKernels<T>().feedBack({filtered_.data(), diffused_.data(), to.data(),
                                spec_.hasAllPasses ? delayed.data() : nullptr, allPass.data(), g_.to,
@@ -329,14 +338,8 @@ template <typename T> void Tank<T>::circulate(GridSlice slice) noexcept
 }
 
 /// Only a fault reaches this: no setting lets the loop grow.
-template <typename T> void Tank<T>::guard(GridSlice slice) noexcept
+template <typename T> void Tank<T>::silence(GridSlice slice) noexcept
 {
-    constexpr T most = std::numeric_limits<T>::max();
-    int bad = 0;
-    for (int o = 0; o < spec_.outputs; ++o)
-        for (int i = 0; i < slice.frames; ++i) bad += !(std::abs(outputs_[index(o)][i]) <= most);
-    isBroken_ |= bad != 0;
-    if (!isBroken_) return;
     for (int o = 0; o < spec_.outputs; ++o) std::fill_n(outputs_[index(o)], kRow, T(0));
     if (slice.ends()) clear();
 }
@@ -347,7 +350,7 @@ template <typename T> void Tank<T>::process(const T* const* in, GridSlice slice)
     feed(in, slice);
     diffuse(slice);
     circulate(slice);
-    guard(slice);
+    if (isBroken_) silence(slice);
 }
 
 template class Tank<float>;

@@ -108,17 +108,21 @@ private:
     void advance() noexcept;
     void advanceGeometry() noexcept;
     void advanceMotion() noexcept;
+    void startMotion() noexcept;
     void advanceFilters() noexcept;
     void design(int line) noexcept;
     DecaySections filterOf(int line) const noexcept;
     const TankDelays& delaysOf(int line) const noexcept;
     int fadeOf(int line) const noexcept;
-    void look(const GridLines<T>& lines, int line, int ring, int from, int to, GridSlice slice,
-              const T*& place, T* room) const noexcept;
+    void look(const GridLines<T>& lines, const TankDelays::PerLine& old,
+              const TankDelays::PerLine& fresh, GridSlice slice, Places& places,
+              const Rows& rooms) const noexcept;
+    const T* fade(const GridLines<T>& lines, int line, int from, int to, GridSlice slice,
+                  T* room) const noexcept;
     void feed(const T* const* in, GridSlice slice) noexcept;
     void diffuse(GridSlice slice) noexcept;
     void circulate(GridSlice slice) noexcept;
-    void guard(GridSlice slice) noexcept;
+    void silence(GridSlice slice) noexcept;
 
     TankSpec spec_;
     TankGeometry geometry_;
@@ -140,7 +144,8 @@ private:
 
     Smoothed<double> allPass_, motion_;
     Ramp<T> g_{0, 0};
-    std::array<double, kMostLines / 2> phase_{}, speed_{};  // turns, per sub-block
+    // Of each pair's phase, and of what it advances by in a sub-block.
+    std::array<double, kMostLines / 2> phaseCosine_{}, phaseSine_{}, stepCosine_{}, stepSine_{};
     Moving cosine_, sine_;
 
     GridLines<T> inflows_, steps_, lines_, allPasses_;

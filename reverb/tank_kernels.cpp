@@ -69,24 +69,28 @@ template <typename T, int lines> HWY_INLINE void sumPair(const V<T>* v, V<T>* ou
     }
 }
 
-template <typename T, int lines> void sumLines(const OutputRun<T>& run)
+template <typename T, int lines> bool sumLines(const OutputRun<T>& run)
 {
     const Frames<T> d;
-    const auto factor = hn::Set(d, run.factor);
+    const auto factor = hn::Set(d, run.factor), most = hn::Set(d, hwy::HighestValue<T>());
+    auto isSound = hn::FirstN(d, static_cast<std::size_t>(kWidth<T>));
     for (int at = 0; at < run.frames; at += kWidth<T>) {
-        V<T> v[lines];
+        V<T> v[lines], sums[2];
         load<T, lines>(v, run.in, at);
-        if (run.outputs <= 2) {
-            V<T> sums[2];
+        const bool isPair = run.outputs <= 2;
+        if (isPair)
             sumPair<T, lines>(v, sums);
-            for (int o = 0; o < run.outputs; ++o)
-                hn::StoreU(hn::Mul(factor, sums[o]), d, run.out[o] + at);
-        } else {
+        else
             walsh<T, lines>(v);
-            for (int o = 0; o < run.outputs; ++o)
-                hn::StoreU(hn::Mul(factor, v[kTankOutputs[o] % lines]), d, run.out[o] + at);
+        const auto unused =
+            hn::Not(hn::FirstN(d, static_cast<std::size_t>(HWY_MIN(run.frames - at, kWidth<T>))));
+        for (int o = 0; o < run.outputs; ++o) {
+            const auto y = hn::Mul(factor, isPair ? sums[o] : v[kTankOutputs[o] % lines]);
+            isSound = hn::And(isSound, hn::Or(unused, hn::Le(hn::Abs(y), most)));
+            hn::StoreU(y, d, run.out[o] + at);
         }
     }
+    return hn::AllTrue(d, isSound);
 }
 
 template <typename T, int lines, bool hasAllPasses> void feedBackLines(const FeedbackRun<T>& run)
@@ -132,7 +136,7 @@ HWY_INLINE Angle sineOf(Angle x)
     for (int i = 1; i < 8; ++i) sum = hn::MulAdd(sum, s, hn::Set(d, kSinPi[i]));
     return hn::Mul(sum, x);
 }
-/// cos(pi x), |x| <= 1.
+/// cos(pi x), |x| <= 0.5.
 HWY_INLINE Angle cosineOf(Angle x)
 {
     const Angle s = sineOf(hn::Mul(x, hn::Set(Angles(), 0.5)));
@@ -142,15 +146,17 @@ HWY_INLINE Angle cosineOf(Angle x)
 void rotatePairs(const RotationRun& run)
 {
     const Angles d;
-    const Angle half = hn::Set(d, 0.5);
     for (int p = 0; p < run.pairs; p += static_cast<int>(hn::MaxLanes(d))) {
-        // sin(2 pi phase) is - 2 sin(pi t) cos(pi t).
-        const Angle t = hn::Sub(hn::LoadU(d, run.phase + p), half);
-        const Angle wave = hn::Mul(hn::Set(d, -2.0), hn::Mul(sineOf(t), cosineOf(t)));
-        const Angle turn = hn::Mul(hn::Set(d, run.motion * 0.5), wave);
-        const Angle s = sineOf(turn), c = cosineOf(turn);
-        hn::StoreU(hn::NegMulAdd(hn::Add(s, s), s, hn::Set(d, 1.0)), d, run.cosine + p);
-        hn::StoreU(hn::Mul(hn::Add(s, s), c), d, run.sine + p);
+        const Angle cosine = hn::LoadU(d, run.cosine + p), sine = hn::LoadU(d, run.sine + p);
+        const Angle byCosine = hn::LoadU(d, run.cosineAdvance + p);
+        const Angle bySine = hn::LoadU(d, run.sineAdvance + p);
+        const Angle wave = hn::MulAdd(sine, byCosine, hn::Mul(cosine, bySine));
+        hn::StoreU(hn::NegMulAdd(sine, bySine, hn::Mul(cosine, byCosine)), d, run.cosine + p);
+        hn::StoreU(wave, d, run.sine + p);
+        const Angle half = hn::Mul(hn::Set(d, run.motion * 0.5), wave);
+        const Angle s = sineOf(half), c = cosineOf(half);
+        hn::StoreU(hn::NegMulAdd(hn::Add(s, s), s, hn::Set(d, 1.0)), d, run.cosineTurn + p);
+        hn::StoreU(hn::Mul(hn::Add(s, s), c), d, run.sineTurn + p);
     }
 }
 
@@ -158,9 +164,9 @@ template <typename T> void diffuse(const DiffusionRun<T>& run)
 {
     run.lines == 8 ? diffuseLines<T, 8>(run) : diffuseLines<T, 16>(run);
 }
-template <typename T> void sumUp(const OutputRun<T>& run)
+template <typename T> bool sumUp(const OutputRun<T>& run)
 {
-    run.lines == 8 ? sumLines<T, 8>(run) : sumLines<T, 16>(run);
+    return run.lines == 8 ? sumLines<T, 8>(run) : sumLines<T, 16>(run);
 }
 template <typename T> void feedBack(const FeedbackRun<T>& run)
 {

@@ -40,18 +40,18 @@ template <typename T> struct FeedbackRun {
     int lines, frames, phase;
 };
 
-/// Angles of the rotations, half a turn times motion sin(2 pi phase): cosine and sine of `pairs`
-/// (4 or 8).
+/// A sub-block of the rotations' angles, half a turn times motion times the sine of a slow phase.
 struct RotationRun {
-    const double* phase;  // turns, 0 .. 1
-    double motion;        // 0 .. 1
-    double *cosine, *sine;
-    int pairs;
+    double *cosine, *sine;                      // of the phases, which advance
+    const double *cosineAdvance, *sineAdvance;  // by so much
+    double motion;                              // 0 .. 1
+    double *cosineTurn, *sineTurn;              // cosine and sine of the angles
+    int pairs;                                  // 4 or 8
 };
 
 template <typename T> struct TankKernels {
     void (*diffuse)(const DiffusionRun<T>&);
-    void (*sumUp)(const OutputRun<T>&);
+    bool (*sumUp)(const OutputRun<T>&);  // whether all sums are finite
     void (*feedBack)(const FeedbackRun<T>&);
 };
 template <typename T> const TankKernels<T>& tankKernels();

@@ -10,6 +10,8 @@
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/options/options.h>
 
+#include "adapters/common/offline.h"
+
 namespace quillworks::lv2 {
 namespace {
 
@@ -96,7 +98,8 @@ void Instance::connect(std::uint32_t port, void* data) noexcept
         latency_ = static_cast<float*>(data);
         break;
     case Role::FreeWheel:
-        break;  // the effects do the same work either way
+        freeWheel_ = static_cast<const float*>(data);
+        break;
     case Role::Parameter:
         controlPorts_[place] = static_cast<const float*>(data);
         areRunsKnown_ = false;
@@ -159,6 +162,7 @@ void Instance::take(int control, float value) noexcept
 void Instance::run(std::uint32_t frames) noexcept
 {
     readControls();
+    if (isOn(freeWheel_, false)) adapters::waitWhileBusy(effect_);
     int done = 0;
     const int total = static_cast<int>(std::min<std::uint32_t>(frames, 1u << 30));
     if (events_ && sequence_ != 0 && events_->atom.type == sequence_) {

@@ -75,7 +75,7 @@ private:
     bool areRunsKnown_ = false;
     LV2_URID sequence_ = 0;
     const LV2_Atom_Sequence* events_ = nullptr;
-    const float *enabled_ = nullptr, *sideChainOn_ = nullptr;
+    const float *enabled_ = nullptr, *sideChainOn_ = nullptr, *freeWheel_ = nullptr;
     float* latency_ = nullptr;
     std::vector<const float*> in_;  // of the main input, then of the side-chain
     std::vector<float*> out_;

@@ -2,7 +2,9 @@
 #include "chain.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <thread>
 
 #include "error.h"
 #include "text.h"
@@ -100,6 +102,7 @@ void Chain::restart() noexcept
     frame_ = tempoFrame_ = 0;
     tempoPosition_ = setup_.position;
     nextEvent_ = 0;
+    isUnsettled_ = true;
     setTempo(setup_.tempo);
 }
 
@@ -168,6 +171,7 @@ std::int64_t Chain::applyEvents()
     for (; nextEvent_ < events_.size() && events_[nextEvent_].frame <= frame_; ++nextEvent_) {
         const auto& event = events_[nextEvent_];
         auto& link = links_[event.effect];
+        isUnsettled_ = true;
         if (link.effect.parameter(event.parameter).isTempo)
             setTempo(static_cast<double>(event.value));
         else if (event.parameter == link.bypass)
@@ -224,9 +228,69 @@ template <typename T> void Chain::run(Planes<T>& planes, const Planes<T>* sideCh
     VNK::runCut(
         frames, [this](int) { return applyEvents(); },
         [&](int at, int n) {
-            runPiece(planes, sideChain, at, n);
+            runSettled(planes, sideChain, at, n);
             frame_ += n;
         });
+}
+
+template <typename T>
+void Chain::runSettled(Planes<T>& planes, const Planes<T>* sideChain, int at, int frames)
+{
+    if (!isUnsettled_) return runPiece(planes, sideChain, at, frames);
+    waitUntilReady();
+    runPiece(planes, sideChain, at, frames);
+    waitUntilReady();
+    isUnsettled_ = false;
+}
+
+void Chain::waitUntilReady() const
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr auto kLongest = std::chrono::seconds(120);
+    const auto isBusy = [](const Link& link) {
+        std::int64_t busy = 0;
+        return link.effect.component().getInteger("busy", busy) && busy != 0;
+    };
+    const auto start = Clock::now();
+    for (const auto& link : links_)
+        while (isBusy(link)) {
+            if (Clock::now() - start > kLongest)
+                throw WorkError(link.effect.name() + " is still busy after two minutes");
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+}
+
+void Chain::requireFiles(const Session& session, bool allowMissing) const
+{
+    waitUntilReady();
+    for (const auto& link : links_)
+        for (const auto& problem : link.effect.problems()) {
+            if (!allowMissing) throw WorkError(problem + " (--allow-missing does without it)");
+            session.note(problem);
+        }
+}
+
+namespace {
+
+Chain usualChain(const Effect& effect)
+{
+    ChainSetup setup;
+    const auto usual = effect.usualLayouts();
+    setup.input = usual.input;
+    setup.output = usual.output;
+    return {{effect}, setup};
+}
+
+}  // namespace
+
+void prepareAsUsual(const Effect& effect)
+{
+    usualChain(effect).waitUntilReady();
+}
+
+void prepareAsUsual(const Effect& effect, const Session& session, bool allowMissing)
+{
+    usualChain(effect).requireFiles(session, allowMissing);
 }
 
 template void Chain::run(Planes<float>&, const Planes<float>*, int);

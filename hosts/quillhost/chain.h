@@ -62,6 +62,14 @@ public:
     /// Runs the next `frames` frames in place. Calls must divide the signal at multiples of the
     /// block length, save for the last one. `sideChain` may be null: silence.
     template <typename T> void run(Planes<T>& planes, const Planes<T>* sideChain, int frames);
+    /// Until no effect has anything under way beside the sound (a file, a table). The first block
+    /// waits for it, and so does what comes before and behind a piece in which automation has
+    /// acted; who lets the effects go calls it once more. WorkError after two minutes.
+    void waitUntilReady() const;
+    /// Waits likewise, and looks whether what the effects' texts name can be had. WorkError where a
+    /// file cannot, or, if that is allowed, a note. Before a result is begun, and before latency or
+    /// tail are asked for, which may depend on what is loaded.
+    void requireFiles(const Session& session, bool allowMissing) const;
 
 private:
     struct Link {
@@ -84,6 +92,8 @@ private:
     void arrange();
     void followBypass(Link& link, int parameter);
     std::int64_t applyEvents();
+    template <typename T>
+    void runSettled(Planes<T>& planes, const Planes<T>* sideChain, int at, int frames);
     void setTempo(double tempo) noexcept;
     double quarterNotes() const noexcept;
     template <typename T>
@@ -99,9 +109,15 @@ private:
     double tempoPosition_ = 0;  // quarter notes
     std::vector<AutomationEvent> events_;
     std::size_t nextEvent_ = 0;
+    bool isUnsettled_ = true;  // effects may have been given something to do
     Watcher watcher_;
     Planes<float> floatScratch_;  // where channel counts differ
     Planes<double> doubleScratch_;
 };
+
+/// Prepares an effect at 48 kHz in its usual layout and waits for it, so that delay, tail and what
+/// is wrong with its files are known. As requireFiles() with a session.
+void prepareAsUsual(const Effect& effect);
+void prepareAsUsual(const Effect& effect, const Session& session, bool allowMissing);
 
 }  // namespace quillhost

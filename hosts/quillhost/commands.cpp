@@ -6,11 +6,11 @@
 
 namespace quillhost {
 
-extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench;
+extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr;
 
 namespace {
 constexpr const Command* kCommands[] = {
-    &kList, &kInfo, &kRender, &kMeasure, &kPlot, &kPreset, &kBench,
+    &kList, &kInfo, &kRender, &kGenerate, &kMeasure, &kPlot, &kPreset, &kIr, &kBench,
 };
 }  // namespace
 

@@ -2,45 +2,14 @@
 // quillhost plot --what display: a display as JSON or as a picture.
 #include <nlohmann/json.hpp>
 
+#include "display_drawing.h"
 #include "displays.h"
 #include "error.h"
-#include "picture.h"
 
 namespace quillhost {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr double kTop = 84;  // below title and subtitle
-
-const Colour kChannelColours[] = {0, colour::kOut, colour::kSecond, colour::kLevel};
-
-void drawTrace(const Json& shown, int sampleRate, Picture& picture, Colour accent)
-{
-    const auto& channels = shown["channels"];
-    std::vector<std::vector<float>> lines;
-    double peak = 0.01;
-    for (const auto& channel : channels) {
-        lines.push_back(channel["samples"].get<std::vector<float>>());
-        for (const float x : lines.back()) peak = std::max(peak, double(std::abs(x)));
-    }
-    if (lines.empty() || lines[0].empty())
-        throw WorkError("there is no trace yet (a longer file, or --at later)");
-    const double span = static_cast<double>(lines[0].size()), perMs = sampleRate / 1000.0;
-    // Time counts from the trigger.
-    const double origin = shown["offset"].is_number() ? shown["offset"].get<double>() : 0;
-    const double from = -origin / perMs, to = (span - 1 - origin) / perMs;
-    Graph graph(picture, kTop, picture.height() - 56,
-                {"time in ms", from, std::max(to, from + 1e-3)},
-                {"full scale = 1", -1.05 * peak, 1.05 * peak});
-    std::vector<Graph::Key> keys;
-    for (std::size_t c = lines.size(); c-- > 0;) {
-        const Colour colour = c == 0 ? accent : kChannelColours[std::min<std::size_t>(c, 3)];
-        graph.wave(lines[c], from, 1 / perMs, colour);
-        keys.insert(keys.begin(), {channels[c]["name"].get<std::string>(), colour});
-    }
-    graph.legend(keys);
-}
 
 bool isJson(const std::string& path)
 {
@@ -84,7 +53,7 @@ int plotDisplay(const Session& session, const DisplayPlot& plot)
                         : plot.spec.substr(plot.spec.find(':') + 1);
     subtitle += " on " + plot.in.substr(plot.in.find_last_of('/') + 1);
     picture->title(effect.name() + ": " + name, subtitle);
-    drawTrace(shown, run.sampleRate, *picture, accent);
+    drawDisplay(name, {shown, run.effect, run.sampleRate, accent}, *picture);
     picture->finish();
     return kDone;
 }

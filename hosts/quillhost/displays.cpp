@@ -154,6 +154,7 @@ DisplayRun runDisplays(const Session& session, const EffectSpec& asked,
     setup.tempo = options.tempo;
     setup.position = options.position;
     Chain chain({effect}, setup);
+    chain.requireFiles(session, options.allowMissing);
     std::vector<std::string> remarks;
     if (!options.automation.empty()) {
         auto automation = readAutomation(options.automation, {effect});
@@ -167,6 +168,7 @@ DisplayRun runDisplays(const Session& session, const EffectSpec& asked,
                                              : std::numeric_limits<std::int64_t>::max();
     const auto frames = options.precision == 0 ? playFile<float>(chain, in, options.block, most)
                                                : playFile<double>(chain, in, options.block, most);
+    chain.waitUntilReady();
     for (const auto& remark : in.remarks()) remarks.push_back(shownPath(path) + ": " + remark);
     return {effect,          std::move(displays), frames,
             in.sampleRate(), in.channels(),       std::move(remarks)};

@@ -44,6 +44,7 @@ struct DisplayOptions {
     int block = 512;
     int precision = 0;  // 0: 32 bits, 1: 64
     double tempo = 120, position = 0;
+    bool allowMissing = false;  // files that the effect names
 };
 /// Declares them and returns those declared.
 std::vector<const CLI::Option*> addDisplayOptions(CLI::App& app, DisplayOptions& options);

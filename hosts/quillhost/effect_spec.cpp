@@ -33,11 +33,10 @@ EffectSpec parseEffectSpec(const std::string& text)
 Effect createEffect(const Session& session, const EffectSpec& spec)
 {
     Effect effect = session.create(spec.name);
-    std::set<int> given;
+    std::set<std::string> given;
     for (const auto& [key, value] : spec.values) {
-        const int index = effect.find(key);
-        effect.value(index, value);
-        if (!given.insert(index).second)
+        if (effect.findText(key) < 0) effect.value(effect.find(key), value);
+        if (!given.insert(folded(key)).second)
             session.note(effect.name() + ": " + key + " is given twice (the last one holds)");
     }
     for (const auto& preset : spec.presets)

@@ -48,15 +48,25 @@ std::vector<std::string> choices(const Effect& effect, int index, const VNK::Par
     return texts;
 }
 
-/// Delay and tail are known only then.
-void prepare(const Effect& effect)
+const char* kindName(VNK::TextKind kind)
 {
-    ChainSetup setup;
-    setup.sampleRate = kRate;
-    const auto usual = effect.usualLayouts();
-    setup.input = usual.input;
-    setup.output = usual.output;
-    Chain({effect}, setup);
+    switch (kind) {
+    case VNK::TextKind::File:
+        return "file";
+    case VNK::TextKind::Folder:
+        return "folder";
+    case VNK::TextKind::Plain:
+        break;
+    }
+    return "text";
+}
+
+/// The endings that a browser lists for a text.
+std::vector<std::string> fileTypes(const Session& session, const Effect& effect,
+                                   const VNK::TextInfo& text)
+{
+    if (text.kind != VNK::TextKind::File) return {};
+    return session.classAttribute(effect, "fileTypes");
 }
 
 std::vector<std::string> views(const Effect& effect)
@@ -67,9 +77,9 @@ std::vector<std::string> views(const Effect& effect)
     return names;
 }
 
-void printJson(const Effect& effect)
+void printJson(const Session& session, const Effect& effect)
 {
-    Json parameters = Json::array(), meters = Json::array();
+    Json parameters = Json::array(), meters = Json::array(), texts = Json::array();
     const auto& component = effect.component();
     for (int i = 0; i < component.countParameters(); ++i) {
         const auto p = effect.parameter(i);
@@ -107,6 +117,17 @@ void printJson(const Effect& effect)
             row["choices"].push_back(component.meterChoice(i, step));
         meters.push_back(std::move(row));
     }
+    for (int i = 0; i < component.countTexts(); ++i) {
+        const auto t = effect.text(i);
+        Json row = {{"key", t.key},
+                    {"title", t.title},
+                    {"kind", kindName(t.kind)},
+                    {"default", t.defaultText},
+                    {"help", t.help}};
+        if (const auto types = fileTypes(session, effect, t); !types.empty())
+            row["fileTypes"] = types;
+        texts.push_back(std::move(row));
+    }
     const auto tail = effect.algorithm().getTailLength();
     const auto displays = Displays::namesOf(effect);
     const Json all = {{"name", effect.name()},
@@ -116,13 +137,14 @@ void printJson(const Effect& effect)
                       {"latency", effect.algorithm().getLatency()},
                       {"tail", tail == VNK::kEndlessTail ? Json() : Json(tail / kRate)},
                       {"meters", meters},
+                      {"texts", texts},
                       {"displays", displays},
                       {"hasDisplays", !displays.empty()},
                       {"passThrough", effect.isPassThrough()}};
     std::cout << all.dump(1) << "\n";
 }
 
-void printTable(const Effect& effect)
+void printTable(const Session& session, const Effect& effect)
 {
     std::cout << effect.name() << "  " << effect.classId() << "\n";
     if (effect.isPassThrough()) std::cout << "passes audio through for now\n";
@@ -141,6 +163,12 @@ void printTable(const Effect& effect)
         }
         if (p.has(VNK::isReadOnly)) range += " (meter)";
         rows.push_back({p.key, range, effect.text(i, p.defaultValue), p.title});
+    }
+    for (int i = 0; i < effect.component().countTexts(); ++i) {
+        const auto t = effect.text(i);
+        std::string kind = kindName(t.kind);
+        for (const auto& type : fileTypes(session, effect, t)) kind += " " + type;
+        rows.push_back({t.key, kind, t.defaultText, t.title});
     }
     constexpr std::size_t kRange = 1;
     std::cout << columns(rows, {}, kRange);
@@ -175,8 +203,8 @@ std::function<int(Session&)> declare(CLI::App& app)
     return [options](Session& session) {
         requireArgument(options->effect, "EFFECT", "info");
         const Effect effect = session.create(options->effect);
-        prepare(effect);
-        options->json ? printJson(effect) : printTable(effect);
+        prepareAsUsual(effect);
+        options->json ? printJson(session, effect) : printTable(session, effect);
         return kDone;
     };
 }

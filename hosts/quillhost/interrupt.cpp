@@ -12,7 +12,7 @@
 namespace quillhost {
 namespace {
 
-constexpr int kSlots = 8;
+constexpr int kSlots = 128;  // of files that are written side by side
 std::atomic<const char*> gUnfinished[kSlots];
 
 // Only calls that are safe in a signal handler.

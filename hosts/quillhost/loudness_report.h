@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// Loudness and peaks of one sound file, through the Level Meter effect.
+// Loudness and peaks of a programme, through the Level Meter effect.
 #pragma once
 
 #include <atomic>
@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "session.h"
+#include "sound_file.h"
+#include "vnk/effect_runner.h"
 
 namespace quillhost {
 
@@ -23,8 +25,8 @@ struct LoudnessReport {
     int sampleRate, channels;
 };
 
-/// Measures files one after the other by EBU Tech 3341 and 3342 and ITU-R BS.1770, with channel
-/// weights from the file's layout. One to a thread.
+/// Measures programmes one after the other by EBU Tech 3341 and 3342 and ITU-R BS.1770, with
+/// channel weights from the layout. One to a thread.
 class LoudnessGauge {
 public:
     static constexpr int kWhole = 1000;  // steps of progress per file
@@ -36,11 +38,20 @@ public:
     /// cannot be read.
     LoudnessReport measure(const std::string& path, std::atomic<std::int64_t>& progress);
 
+    /// Begins a programme that comes in pieces. WorkError when it cannot be measured.
+    void start(const VNK::SpeakerArrangement& layout, int sampleRate, VNK::Precision precision);
+    /// Frames from .. to of the planes, which stay as they are, in the precision of start().
+    template <typename T> void feed(Planes<T>& planes, int from, int to);
+    /// The figures of what has been fed; `file` and `remarks` are left to the caller.
+    LoudnessReport finish();
+
 private:
-    template <typename T> void play(class SoundReader& reader, std::atomic<std::int64_t>& progress);
+    template <typename T> void play(SoundReader& reader, std::atomic<std::int64_t>& progress);
+    template <typename T> void end();
     float meter(const std::string& key) const;
 
     Effect effect_;
+    VNK::EffectRunner runner_;
     std::int64_t frames_ = 0;
 };
 

@@ -193,7 +193,9 @@ std::function<int(Session&)> declare(CLI::App& app)
                              "SPEC");
     addRepeatable(app, "--display", shown->displays,
                   "with --fx, a display to report; repeatable (all but sonogram)", "NAME");
-    const auto displayOptions = addDisplayOptions(app, shown->options);
+    auto displayOptions = addDisplayOptions(app, shown->options);
+    displayOptions.push_back(addFlag(app, "--allow-missing", shown->options.allowMissing,
+                                     "with --fx, though a file that it names cannot be had"));
     return [=](Session& session) {
         if (o->files.empty()) requireArgument("", "a FILE", "measure");
         if (isGiven(effect)) {

@@ -17,12 +17,16 @@
 namespace quillhost {
 namespace {
 
-/// Rights that a new file gets.
+/// Rights that a new file gets. The mask can only be read by setting it, which other threads that
+/// create files must not see: once.
 mode_t newFileMode()
 {
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
+    static const mode_t mode = [] {
+        const mode_t mask = umask(0);
+        umask(mask);
+        return 0666 & ~mask;
+    }();
+    return mode;
 }
 
 /// Where a file that is open has a name even if it has none in any folder.

@@ -5,6 +5,7 @@
 #include <cairo-svg.h>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 
 #include "error.h"
 #include "text.h"
@@ -243,8 +244,7 @@ void Graph::line(const std::vector<Point>& points, Colour c, double width, bool 
 {
     auto* const cr = picture_.context();
     cairo_save(cr);
-    cairo_rectangle(cr, left_, top_, right_ - left_, bottom_ - top_);
-    cairo_clip(cr);
+    clipToWell();
     picture_.setColour(c);
     cairo_set_line_width(cr, width);
     constexpr double dash[] = {5, 5};
@@ -259,8 +259,7 @@ void Graph::area(const std::vector<Point>& points, Colour c, bool onRight)
     if (points.empty()) return;
     auto* const cr = picture_.context();
     cairo_save(cr);
-    cairo_rectangle(cr, left_, top_, right_ - left_, bottom_ - top_);
-    cairo_clip(cr);
+    clipToWell();
     picture_.setColour(c, 0.55);
     trace(points, onRight);
     cairo_line_to(cr, px(points.back().x), bottom_);
@@ -268,6 +267,62 @@ void Graph::area(const std::vector<Point>& points, Colour c, bool onRight)
     cairo_close_path(cr);
     cairo_fill(cr);
     cairo_restore(cr);
+}
+
+void Graph::clipToWell() const
+{
+    auto* const cr = picture_.context();
+    cairo_rectangle(cr, left_, top_, right_ - left_, bottom_ - top_);
+    cairo_clip(cr);
+}
+
+void Graph::box(Point from, Point to, Colour c, double alpha)
+{
+    if (!std::isfinite(from.y) || !std::isfinite(to.y)) return;
+    auto* const cr = picture_.context();
+    cairo_save(cr);
+    clipToWell();
+    picture_.setColour(c, alpha);
+    cairo_rectangle(cr, px(from.x), py(from.y, false), px(to.x) - px(from.x),
+                    py(to.y, false) - py(from.y, false));
+    cairo_fill(cr);
+    cairo_restore(cr);
+}
+
+void Graph::dots(const std::vector<Point>& points, Colour c, double radius, double alpha)
+{
+    auto* const cr = picture_.context();
+    cairo_save(cr);
+    clipToWell();
+    picture_.setColour(c, alpha);
+    for (const Point& p : points)
+        cairo_rectangle(cr, px(p.x) - radius, py(p.y, false) - radius, 2 * radius, 2 * radius);
+    cairo_fill(cr);
+    cairo_restore(cr);
+}
+
+void Graph::image(const std::vector<Colour>& pixels, int columns, int rows)
+{
+    auto* const cr = picture_.context();
+    auto* const surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, columns, rows);
+    if (cairo_surface_status(surface) == CAIRO_STATUS_SUCCESS) {
+        const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(surface));
+        auto* const bytes = cairo_image_surface_get_data(surface);
+        const auto width = static_cast<std::size_t>(columns);
+        for (std::size_t r = 0; r < static_cast<std::size_t>(rows); ++r)
+            std::memcpy(bytes + r * stride, &pixels[r * width], width * sizeof(Colour));
+        cairo_surface_mark_dirty(surface);
+        cairo_save(cr);
+        cairo_translate(cr, left_, top_);
+        cairo_scale(cr, (right_ - left_) / columns, (bottom_ - top_) / rows);
+        cairo_set_source_surface(cr, surface, 0, 0);
+        cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_BILINEAR);
+        cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);
+        cairo_rectangle(cr, 0, 0, columns, rows);
+        cairo_fill(cr);
+        cairo_restore(cr);
+    }
+    cairo_surface_destroy(surface);
 }
 
 void Graph::wave(const std::vector<float>& samples, double from, double step, Colour c)

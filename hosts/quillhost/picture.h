@@ -81,6 +81,11 @@ public:
     void area(const std::vector<Point>& points, Colour c, bool onRight = false);
     /// A wave form: what `samples` span in each column of pixels, x from `from` by `step`.
     void wave(const std::vector<float>& samples, double from, double step, Colour c);
+    /// A filled rectangle between two corners.
+    void box(Point from, Point to, Colour c, double alpha = 1);
+    void dots(const std::vector<Point>& points, Colour c, double radius, double alpha);
+    /// Pixels row by row from the upper left on, stretched over the well.
+    void image(const std::vector<Colour>& pixels, int columns, int rows);
     struct Key {
         std::string text;
         Colour colour;
@@ -91,6 +96,7 @@ public:
 private:
     double px(double x) const noexcept { return left_ + (right_ - left_) * x_.place(x); }
     double py(double y, bool onRight) const noexcept;
+    void clipToWell() const;
     void trace(const std::vector<Point>& points, bool onRight) const;
     void scales();
 

@@ -252,6 +252,7 @@ int plot(const Session& session, const Options& o)
         return plotDisplay(session, {o.spec, o.in, o.out, o.display, o.at, o.displayOptions});
     const Effect effect = createEffect(session, parseEffectSpec(o.spec));
     session.noteThoseThatPassThrough({effect});
+    prepareAsUsual(effect, session, o.displayOptions.allowMissing);
     const auto accent = accentOf(session.find(effect.name()).subCategory->text());
     std::optional<SoundReader> in;
     if (o.what == Gain) in.emplace(o.in);
@@ -289,6 +290,8 @@ std::function<int(Session&)> declare(CLI::App& app)
     addOption(app, "--in", o->in, "sound file for gain and display", "FILE");
     addNumber(app, "--seconds", o->seconds, 0.001, 60.0,
               "length of a step picture (as long as the effect answers)");
+    addFlag(app, "--allow-missing", o->displayOptions.allowMissing,
+            "though a file that the effect names cannot be had");
     auto shown = addDisplayOptions(app, o->displayOptions);
     shown.push_back(
         addOption(app, "--display", o->display, "which display (the effect's first)", "NAME"));

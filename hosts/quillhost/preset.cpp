@@ -3,6 +3,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "chain.h"
 #include "command.h"
 #include "effect_spec.h"
 #include "output_file.h"
@@ -20,7 +21,7 @@ struct Options {
     std::string action;
     std::vector<std::string> words;
     std::string name;
-    bool json = false;
+    bool json = false, allowMissing = false;
 };
 
 /// "loud.fxpreset" -> "loud".
@@ -39,10 +40,14 @@ int save(const Session& session, const Options& options)
     const auto& path = options.words[1];
     const Effect effect = createEffect(session, parseEffectSpec(options.words[0]));
     session.noteThoseThatPassThrough({effect});
+    prepareAsUsual(effect, session, options.allowMissing);
+    if (path != "-") effect.component().setBaseFolder(folderOf(path).c_str());
     VNK::StringSink document;
     const auto title = options.name.empty() ? titleOf(path) : options.name;
     if (!effect.component().savePreset(title.c_str(), document))
         throw WorkError(effect.name() + " does not give its preset");
+    if (const std::string remark = effect.component().refusalReason(); !remark.empty())
+        session.note(path + ": " + remark);
     OutputFile file(path);
     file.write(document.text());
     file.finish();
@@ -87,11 +92,18 @@ int show(const Session& session, const Options& options)
         rows.push_back({p.key, effect.text(i, value), p.title});
         values[p.key] = asShown(value);
     }
+    Json texts = Json::object();
+    for (int i = 0; i < component.countTexts(); ++i) {
+        const auto t = effect.text(i);
+        rows.push_back({t.key, escaped(component.getText(i)), t.title});
+        texts[t.key] = component.getText(i);
+    }
     if (options.json)  // a title need not be UTF-8
         std::cout << Json{{"effect", effect.name()},
                           {"classId", effect.classId()},
                           {"name", component.programName()},
-                          {"parameters", values}}
+                          {"parameters", values},
+                          {"texts", texts}}
                          .dump(1, ' ', false, Json::error_handler_t::replace)
                   << "\n";
     else
@@ -107,6 +119,8 @@ std::function<int(Session&)> declare(CLI::App& app)
     addOption(app, "ARGUMENTS", o->words, "SPEC is NAME:key=value,...; FILE ends in .fxpreset", "");
     addOption(app, "--name", o->name, "title to save (the file's name)", "TEXT");
     addFlag(app, "--json", o->json, "show as a JSON object");
+    addFlag(app, "--allow-missing", o->allowMissing,
+            "save though a file that the effect names cannot be had");
     return [o](Session& session) {
         if (o->action == "save") return save(session, *o);
         if (o->action == "show") return show(session, *o);

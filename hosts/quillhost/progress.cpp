@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <unistd.h>
+#include <utility>
 
 #include "console.h"
 #include "text.h"
@@ -19,7 +20,12 @@ Progress::Progress(bool quiet, std::int64_t total, double framesPerSecond)
 
 Progress::~Progress()
 {
-    if (isShown_) dprintf(consoleDescriptor(), "\r\033[K");
+    clear();
+}
+
+void Progress::clear()
+{
+    if (std::exchange(isShown_, false)) dprintf(consoleDescriptor(), "\r\033[K");
 }
 
 void Progress::show(std::int64_t done)

@@ -15,6 +15,8 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     void show(std::int64_t done);
+    /// Makes room for a line of text.
+    void clear();
 
 private:
     using Clock = std::chrono::steady_clock;

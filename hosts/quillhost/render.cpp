@@ -1,31 +1,25 @@
 // SPDX-License-Identifier: ISC
-// quillhost render: a sound file through effects in series into another one.
+// quillhost render: sound files through effects in series into others.
 #include <optional>
 
-#include "chain.h"
+#include "batch.h"
 #include "command.h"
-#include "effect_spec.h"
-#include "meter_log.h"
 #include "progress.h"
-#include "sound_writer.h"
+#include "text.h"
 
 namespace quillhost {
 namespace {
 
-constexpr int kChunk = 16384;  // frames read at a time, if blocks are not longer
 constexpr int kLongestBlock = 1 << 20;
-constexpr double kLongestAutoTail = 60;  // seconds
-constexpr int kFormatOfInput = -1;
 
 struct Options {
-    std::string in, out, automation, meters, sideChain, layout, tail;
+    RenderPlan plan;
+    BatchOptions batch;
+    std::vector<std::string> files;  // IN and OUT, or many IN
     std::vector<std::string> effects, presets;
     std::vector<bool> order;  // true: an --fx, false: a --preset
-    int block = 512;
-    int precision = 0;  // 0: 32 bits, 1: 64
-    int format = kFormatOfInput;
-    double tempo = 120, position = 0;
-    bool stopped = false, keepLatency = false;
+    std::string target;       // by name
+    std::optional<double> loudness, truePeak, rangeMax;
 };
 
 std::vector<EffectSpec> effectSpecs(const Options& options)
@@ -41,248 +35,160 @@ std::vector<EffectSpec> effectSpecs(const Options& options)
         else
             specs.back().presets.push_back(options.presets[preset++]);
     }
-    if (specs.empty()) throw UsageError("render needs at least one --fx NAME");
+    if (specs.empty() && !options.loudness && options.target.empty() && options.plan.rate == 0)
+        throw UsageError("render needs at least one --fx NAME");
     return specs;
 }
 
-void refuseSameFiles(const Options& options)
+void refuseSameFiles(const Options& options, const RenderTask& task)
 {
+    const auto& plan = options.plan;
     std::vector<std::string> inputs = options.presets;
-    inputs.insert(inputs.end(), {options.in, options.sideChain, options.automation});
+    inputs.insert(inputs.end(), {task.in, plan.sideChain, plan.automation});
     for (const auto& input : inputs) {
-        refuseSameFile(options.out, input);
-        if (!options.meters.empty()) refuseSameFile(options.meters, input);
+        refuseSameFile(task.out, input);
+        if (!plan.meters.empty()) refuseSameFile(plan.meters, input);
     }
-    if (!options.meters.empty() && options.meters == options.out)
+    if (!plan.meters.empty() && plan.meters == task.out)
         throw UsageError("--meters and the output are the same file (name another)");
-    if (!options.meters.empty()) refuseSameFile(options.meters, options.out);
+    if (!plan.meters.empty()) refuseSameFile(plan.meters, task.out);
 }
 
-/// The mask that says where the channels belong: that of IN while they are what they were.
-std::uint32_t outputMask(const Chain& chain, const SoundReader& in)
+/// What of the loudness is asked for, into the batch's target.
+void checkTarget(Options& o)
 {
-    if (chain.output() == in.layout()) return in.mask();
-    return waveMask(chain.output());
+    if (!o.target.empty() && o.loudness)
+        throw UsageError("--target names a loudness, and so does --normalize (leave one out)");
+    const bool isAsked = o.loudness || !o.target.empty();
+    if (isAsked) {
+        auto target = o.target.empty() ? LoudnessTarget{} : targetNamed(o.target);
+        target.loudness = o.loudness.value_or(target.loudness);
+        target.truePeak = o.truePeak.value_or(target.truePeak);
+        target.rangeMax = o.rangeMax;
+        o.batch.target = target;
+    } else if (o.truePeak || o.rangeMax || o.batch.album || o.batch.strict) {
+        throw UsageError("--true-peak, --range-max, --album and --strict need --normalize LUFS or "
+                         "--target NAME");
+    }
+    if (isAsked && !o.plan.meters.empty())
+        throw UsageError("--meters does not go with --normalize");
+    const auto& b = o.batch;
+    if (b.folder.empty() &&
+        (!b.suffix.empty() || !b.extension.empty() || b.jobs > 0 || b.skipExisting || b.album))
+        throw UsageError("--suffix, --extension, --jobs, --skip-existing and --album need "
+                         "--out-dir DIR");
+    if (b.extension.find_first_of("./") != std::string::npos ||
+        b.suffix.find('/') != std::string::npos)
+        throw UsageError("--extension and --suffix are parts of a name (flac, -loud)");
 }
 
-SampleFormat chooseFormat(const Options& options, const SoundReader& in, const SoundShape& shape)
+int render(const Session& session, Options& options)
 {
-    if (isCoded(options.out)) {
-        if (options.format != kFormatOfInput)
-            throw UsageError(options.out + ": files of this kind have no sample format (leave " +
-                             "--format out)");
-        if (canHold(options.out, shape, SampleFormat::Coded)) return SampleFormat::Coded;
-    } else if (options.format != kFormatOfInput) {
-        const auto format = static_cast<SampleFormat>(options.format);
-        if (!canHold(options.out, shape, format))
-            throw UsageError(options.out + ": files of this kind do not hold this sample format (" +
-                             "--format names another)");
-        return format;
+    auto& plan = options.plan;
+    auto& batch = options.batch;
+    const bool isBatch = !batch.folder.empty();
+    requireArgument(options.files.empty() ? "" : options.files[0], isBatch ? "an IN" : "IN and OUT",
+                    "render");
+    if (!isBatch)
+        requireArgument(options.files.size() < 2 ? "" : options.files[1], "OUT", "render");
+    if (!isBatch && options.files.size() > 2)
+        throw UsageError("render takes IN and OUT, or many files with --out-dir DIR");
+    plan.effects = effectSpecs(options);
+    checkTarget(options);
+    // What is wrong with an effect is said once and before anything is opened.
+    for (const auto& spec : plan.effects) createEffect(session, spec);
+    checkPlan(plan);
+    if (isBatch) {
+        if (!plan.meters.empty() || plan.sideChain == "-")
+            throw UsageError(
+                "--meters and a side-chain from standard input do not go with --out-dir");
+        return renderAll(session, plan, tasksFor(options.files, batch, plan), batch);
     }
-    for (const auto format : {in.sampleFormat(), SampleFormat::Pcm24, SampleFormat::Pcm16})
-        if (canHold(options.out, shape, format)) return format;
-    throw UsageError(options.out + ": files of this kind do not hold " +
-                     std::to_string(shape.channels) + " channels at " +
-                     std::to_string(shape.sampleRate) + " Hz");
-}
-
-/// Seconds of --tail as frames; -1 for "auto".
-std::int64_t askedTail(const Options& options, int sampleRate)
-{
-    if (options.tail.empty()) return 0;
-    if (options.tail == "auto") return -1;
-    const double seconds = number("--tail", options.tail, 0.0, 86400.0);
-    return std::llround(seconds * sampleRate);
-}
-
-template <typename T> class Rendering {
-public:
-    Rendering(const Options& options, SoundReader& in, SoundReader* sideChain, Chain& chain)
-        : in_(in),
-          sideIn_(sideChain),
-          chain_(chain),
-          chunk_(in.isStream() ? options.block
-                               : options.block * std::max(1, kChunk / options.block)),
-          planes_(std::max(chain.planeChannels(), in.channels()), chunk_),
-          side_(sideChain ? sideChain->channels() : 0, chunk_),
-          skipped_(options.keepLatency ? 0 : chain.latency()),
-          trim_(skipped_)
-    {}
-
-    std::int64_t tail(std::int64_t asked) const
-    {
-        if (asked >= 0) return asked;
-        const auto limit = static_cast<std::int64_t>(kLongestAutoTail * in_.sampleRate());
-        const auto own = chain_.tail(limit);
-        return own == limit ? limit : std::max<std::int64_t>(0, own - skipped_);
-    }
-
-    void run(SoundWriter& writer, std::int64_t askedTail, Progress& progress)
-    {
-        std::int64_t end = -1;  // of the processing, once it is known
-        for (bool isOver = false; !isOver;) {
-            int n = 0;
-            if (end < 0) {
-                n = in_.read(planes_, chunk_);
-                if (n < chunk_) end = done_ + n + tail(askedTail) + skipped_;
-            }
-            const int run =
-                end < 0 ? n : static_cast<int>(std::min<std::int64_t>(chunk_, end - done_));
-            planes_.clear(n, run);
-            if (sideIn_) {
-                const int got = sideEnded_ ? 0 : sideIn_->read(side_, run);
-                sideEnded_ = got < run;
-                side_.clear(got, run);
-            }
-            chain_.run(planes_, sideIn_ ? &side_ : nullptr, run);
-            writer.write(planes_, trim_.skip(run), run);
-            done_ += run;
-            isOver = end >= 0 && done_ >= end;
-            progress.show(done_);
-        }
-    }
-
-private:
-    SoundReader& in_;
-    SoundReader* sideIn_;
-    Chain& chain_;
-    int chunk_;
-    Planes<T> planes_, side_;
-    std::int64_t skipped_;  // what the output begins with and does not write
-    VNK::LatencyTrim trim_;
-    std::int64_t done_ = 0;
-    bool sideEnded_ = false;
-};
-
-template <typename T>
-void renderAs(const Session& session, const Options& options, SoundReader& in,
-              SoundReader* sideChain, const std::vector<Effect>& effects, const ChainSetup& setup)
-{
-    Chain chain(effects, setup);
-    if (sideChain && !chain.hasSideChain())
-        session.note("no effect of the chain has a side-chain: --sidechain has no effect");
-    bool isAutomated = false;
-    if (!options.automation.empty()) {
-        auto automation = readAutomation(options.automation, effects);
-        for (const auto& remark : automation.remarks) session.note(remark);
-        isAutomated = !automation.events.empty();
-        chain.setAutomation(std::move(automation.events));
-    }
-    Rendering<T> rendering(options, in, sideChain, chain);
-    const auto asked = askedTail(options, in.sampleRate());
-    SoundShape shape{chain.output().channels, in.sampleRate(), outputMask(chain, in), -1};
-    // Automation may change what the tail is when the input ends.
-    if (in.frames() >= 0 && !(asked < 0 && isAutomated))
-        shape.frames = in.frames() + rendering.tail(asked);
-    const auto format = chooseFormat(options, in, shape);
-
-    SoundWriter writer(options.out, shape, format, &in);
-    std::optional<MeterLog> log;
-    if (!options.meters.empty()) {
-        log.emplace(options.meters, effects);
-        chain.setWatcher([&](std::size_t effect, std::int64_t frame, int frames) {
-            log->write(chain, effect, frame, frames);
-        });
-    }
-    {
-        const auto total = shape.frames < 0 ? in.estimatedFrames() : shape.frames;
-        Progress progress(session.quiet(), total, in.sampleRate());
-        rendering.run(writer, asked, progress);
-    }
-    if (log) log->finish();
-    writer.finish();
-    session.note(shownPath(in.path()), in.remarks());
-    if (sideChain) session.note(shownPath(sideChain->path()), sideChain->remarks());
-    if (const auto left = chain.eventsLeft(); left > 0)
-        session.note(options.automation + ": " + std::to_string(left) +
-                     (left == 1 ? " entry lies" : " entries lie") +
-                     " behind the end of the sound and had no effect");
-    if (writer.clipped() > 0)
-        session.note(options.out + ": " + std::to_string(writer.clipped()) +
-                     " samples were clipped, the peak is +" +
-                     fixedText(20 * std::log10(writer.peak()), 2) +
-                     " dB (--format float32 keeps them)");
-}
-
-int render(const Session& session, const Options& options)
-{
-    requireArgument(options.in, "IN and OUT", "render");
-    requireArgument(options.out, "OUT", "render");
-    const auto specs = effectSpecs(options);
-    std::vector<Effect> effects;
-    for (const auto& spec : specs) effects.push_back(createEffect(session, spec));
-    session.noteThoseThatPassThrough(effects);
-
-    ChainSetup setup;
-    if (!options.layout.empty()) {
-        VNK::SpeakerArrangement layout;
-        if (!VNK::SpeakerArrangement::named(options.layout, layout) ||
-            layout.channels > kMostChannels)
-            throw UsageError("there is no layout " + inQuotes(options.layout) +
-                             " (mono, stereo, lcr, quad, 5.0, 5.1, 7.0, 7.1, 5.1.4, 7.1.2, 7.1.4, "
-                             "9.1.6, or 1 to 16 channels)");
-        setup.output = layout;
-    }
-    askedTail(options, kLowestRate);
-    isCoded(options.out);  // refuses an unknown kind before anything is opened
-    if (options.in == "-" && options.sideChain == "-")
+    const RenderTask task{options.files[0], options.files[1]};
+    isCoded(task.out);  // refuses an unknown kind before anything is opened
+    if (task.in == "-" && plan.sideChain == "-")
         throw UsageError("IN and --sidechain cannot both be standard input");
-    refuseSameFiles(options);
+    if (task.in == "-" && batch.target)
+        throw UsageError("a file is read more than once for --normalize: IN cannot be standard "
+                         "input");
+    if (task.out == "-" && (batch.target || batch.json))
+        throw UsageError("--normalize and --json report on standard output: name a file for OUT");
+    refuseSameFiles(options, task);
+    if (batch.target || batch.json || batch.dryRun) return renderAll(session, plan, {task}, batch);
 
-    SoundReader in(options.in);
-    std::optional<SoundReader> sideChain;
-    if (!options.sideChain.empty()) {
-        sideChain.emplace(options.sideChain);
-        if (sideChain->sampleRate() != in.sampleRate())
-            throw WorkError(options.sideChain + ": its sampling rate of " +
-                            std::to_string(sideChain->sampleRate()) + " Hz is not that of " +
-                            shownPath(options.in) + ", " + std::to_string(in.sampleRate()) + " Hz");
-        setup.sideChainChannels = sideChain->channels();
+    FileSink file(task.out, plan);
+    {
+        std::optional<Progress> progress;
+        renderFile(session, plan, task.in, file,
+                   [&](std::int64_t done, std::int64_t total, int sampleRate) {
+                       if (!progress) progress.emplace(session.quiet(), total, sampleRate);
+                       progress->show(done);
+                   });
     }
-    setup.sampleRate = in.sampleRate();
-    setup.block = options.block;
-    setup.precision = options.precision == 0 ? VNK::Precision::Float : VNK::Precision::Double;
-    setup.input = in.layout();
-    setup.tempo = options.tempo;
-    setup.playing = !options.stopped;
-    setup.position = options.position;
-    auto* const side = sideChain ? &*sideChain : nullptr;
-    if (setup.precision == VNK::Precision::Float)
-        renderAs<float>(session, options, in, side, effects, setup);
-    else
-        renderAs<double>(session, options, in, side, effects, setup);
+    file.finish(session);
     return kDone;
 }
 
 std::function<int(Session&)> declare(CLI::App& app)
 {
     auto o = std::make_shared<Options>();
-    addOption(app, "IN", o->in, "sound file, - for a WAV from standard input");
-    addOption(app, "OUT", o->out, "sound file, kind by its extension; - for standard output");
+    auto& plan = o->plan;
+    auto& batch = o->batch;
+    addOption(app, "IN", o->files,
+              "sound file, - for a WAV from standard input; then OUT, kind by its extension, - for "
+              "standard output; with --out-dir any number of IN",
+              "IN OUT");
     auto* const effect = addRepeatable(
         app, "--fx", o->effects, "effect with settings, NAME:key=value,...; repeatable", "SPEC");
     auto* const preset =
         addRepeatable(app, "--preset", o->presets,
                       "preset for the --fx before it, loaded before its values", "FILE");
-    addNumber(app, "--block", o->block, 1, kLongestBlock, "longest block in frames (512)");
-    addChoice(app, "--precision", o->precision, {"32", "64"}, "bits of the processing (32)");
-    addNumber(app, "--tempo", o->tempo, 10.0, 400.0, "quarter notes per minute (120)");
-    addNumber(app, "--position", o->position, -1e6, 1e6,
+    addNumber(app, "--block", plan.block, 1, kLongestBlock, "longest block in frames (512)");
+    addChoice(app, "--precision", plan.precision, {"32", "64"}, "bits of the processing (32)");
+    addNumber(app, "--tempo", plan.tempo, 10.0, 400.0, "quarter notes per minute (120)");
+    addNumber(app, "--position", plan.position, -1e6, 1e6,
               "song position of frame 0, in quarters (0)");
-    addFlag(app, "--stopped", o->stopped, "the song stands still: no position is reported");
-    addChoice(app, "--format", o->format, {"pcm16", "pcm24", "pcm32", "float32", "float64"},
-              "samples of OUT (as IN)");
-    addOption(app, "--tail", o->tail,
+    addFlag(app, "--stopped", plan.stopped, "the song stands still: no position is reported");
+    addFormat(app, plan.format, "samples of OUT (as IN)");
+    addDither(app, plan.dither);
+    addNumber(app, "--rate", plan.rate, kLowestRate, kHighestRate,
+              "sampling rate that IN is converted to before the effects, in Hz");
+    addOption(app, "--tail", plan.tail,
               "silence after IN: seconds, or the effects' own, at most 60 s", "SECONDS|auto");
-    addOption(app, "--sidechain", o->sideChain, "sound file for the side-chain inputs", "FILE");
-    addOption(app, "--automation", o->automation,
+    addOption(app, "--sidechain", plan.sideChain, "sound file for the side-chain inputs", "FILE");
+    addOption(app, "--automation", plan.automation,
               "JSON array of {\"frame\",\"fx\",\"key\",\"value\"}; \"tempo\" moves the song's",
               "FILE");
-    addOption(app, "--meters", o->meters, "JSON Lines of all meters and parameters, per block",
+    addOption(app, "--meters", plan.meters, "JSON Lines of all meters and parameters, per block",
               "FILE");
-    addOption(app, "--layout", o->layout, "layout of OUT (stereo, 5.1, 7.1.4, ...)", "NAME");
-    addFlag(app, "--keep-latency", o->keepLatency,
+    addOption(app, "--layout", plan.layout, "layout of OUT (stereo, 5.1, 7.1.4, ...)", "NAME");
+    addFlag(app, "--keep-latency", plan.keepLatency,
             "leave the effects' delay in OUT; else it is taken out as it is before any automation");
+    addFlag(app, "--allow-missing", plan.allowMissing,
+            "render though a file that an effect names cannot be had");
+    addOption(app, "--out-dir", batch.folder, "folder for what becomes of many files", "DIR");
+    addOption(app, "--suffix", batch.suffix, "with --out-dir, put behind each file's name", "TEXT");
+    addOption(app, "--extension", batch.extension, "with --out-dir, kind of the files (as each IN)",
+              "KIND");
+    addNumber(app, "--jobs", batch.jobs, 1, 64, "files rendered side by side (the cores)");
+    addFlag(app, "--skip-existing", batch.skipExisting, "leave out files that are there already");
+    addFlag(app, "--dry-run", batch.dryRun, "only say which files would be written");
+    addFlag(app, "--json", batch.json,
+            "report length, latency, clipped samples, loudness before and after");
+    const auto addLimit = [&app](const char* name, std::optional<double>& to, double min,
+                                 double max, const char* help) {
+        addRead(
+            app, name, [=, &to](const std::string& text) { to = number(name, text, min, max); },
+            help, "N");
+    };
+    addLimit("--normalize", o->loudness, -70, 0, "bring OUT to this integrated loudness, in LUFS");
+    addOption(app, "--target", o->target,
+              "the same by name: ebu-r128, atsc-a85, streaming or podcast", "NAME");
+    addLimit("--true-peak", o->truePeak, -12, 0,
+             "highest true peak of OUT, by a limiter where needed, in dBTP (-1, or the target's)");
+    addLimit("--range-max", o->rangeMax, 1, 100, "widest loudness range of OUT, in LU");
+    addFlag(app, "--album", batch.album, "one gain for all files of the call");
+    addFlag(app, "--strict", batch.strict, "exit 1 where a file misses its target");
     return [o, &app, effect, preset](Session& session) {
         for (const auto* option : optionsGiven(app))
             if (option == effect || option == preset) o->order.push_back(option == effect);
@@ -294,10 +200,11 @@ std::function<int(Session&)> declare(CLI::App& app)
 
 extern const Command kRender;
 const Command kRender = {
-    "render", "a sound file through effects in series into another",
+    "render", "sound files through effects in series into others",
     "  quillhost render in.wav out.wav --fx compressor:threshold=-20,ratio=4\n"
     "  quillhost render in.wav out.flac --fx limiter --preset loud.fxpreset --format pcm24\n"
     "  quillhost render in.wav out.wav --fx analogdelay --tail auto --tempo 96\n"
+    "  quillhost render *.wav --out-dir loud --target streaming --fx compressor:ratio=2\n"
     "  cat in.wav | quillhost render - - --fx mixtool:gain=-6 > out.wav",
     declare};
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 #include "console.h"
 #include "text.h"
@@ -18,6 +19,8 @@ namespace fs = std::filesystem;
 
 constexpr const char* kModuleFile = "quillworks.so";
 constexpr std::size_t kLargestPreset = 1 << 20;
+
+thread_local std::vector<std::string>* apart = nullptr;  // where notes of this thread go
 
 std::string moduleFile(const std::string& given)
 {
@@ -62,6 +65,11 @@ std::string rangeText(const Effect& effect, int index)
 
 }  // namespace
 
+std::string folderOf(const std::string& path)
+{
+    return fs::absolute(path).parent_path().string();
+}
+
 VNK::ParameterInfo Effect::parameter(int index) const
 {
     VNK::ParameterInfo info{};
@@ -77,6 +85,7 @@ int Effect::find(const std::string& key) const
         if (sameName(parameter(i).key, key)) return i;
     std::vector<std::string> keys;
     for (int i = 0; i < component_->countParameters(); ++i) keys.emplace_back(parameter(i).key);
+    for (int i = 0; i < component_->countTexts(); ++i) keys.emplace_back(text(i).key);
     throw UsageError(name() + " has no parameter " + inQuotes(key) + " " + nearest(key, keys));
 }
 
@@ -97,6 +106,7 @@ float Effect::value(int index, const std::string& text) const
 
 void Effect::set(const std::string& key, const std::string& text) const
 {
+    if (const int own = findText(key); own >= 0) return setText(own, text);
     const int index = find(key);
     component_->setValue(index, value(index, text));
 }
@@ -106,6 +116,7 @@ std::string Effect::loadPreset(const std::string& path) const
     std::string content, reason;
     if (!VNK::readFile(path.c_str(), kLargestPreset, content, reason))
         throw WorkError(path + ": " + oneLine(reason));
+    component_->setBaseFolder(folderOf(path).c_str());
     if (!component_->loadPreset(content.data(), content.size()))
         throw WorkError(path + ": the preset does not load into " + name() + ": " +
                         oneLine(component_->refusalReason()));
@@ -204,9 +215,18 @@ Effect Session::create(const VNK::ClassDescription& description) const
     return {std::move(component), description};
 }
 
+Session::NotesApart::NotesApart(std::vector<std::string>& notes) noexcept
+    : before_(std::exchange(apart, &notes))
+{}
+
+Session::NotesApart::~NotesApart()
+{
+    apart = before_;
+}
+
 void Session::note(const std::string& line) const
 {
-    if (!quiet_) notes_.push_back(line);
+    if (!quiet_) (apart ? *apart : notes_).push_back(line);
 }
 
 void Session::sayNotes() const

@@ -11,6 +11,9 @@
 
 namespace quillhost {
 
+/// The folder that a file lies in, absolute.
+std::string folderOf(const std::string& path);
+
 /// An instance of an effect. Lives no longer than the session that created it.
 class Effect {
 public:
@@ -30,6 +33,16 @@ public:
     /// or out of range.
     float value(int index, const std::string& text) const;
     void set(const std::string& key, const std::string& text) const;
+    /// Index of a text of the effect, upper and lower case of its key alike; -1 where there is
+    /// none.
+    int findText(const std::string& key) const;
+    VNK::TextInfo text(int index) const;
+    /// Files and folders are named relative to the working directory. WorkError where the effect
+    /// does not take it.
+    void setText(int index, const std::string& value) const;
+    /// What is wrong with what its texts name, a line each; known once it has been prepared and is
+    /// ready.
+    std::vector<std::string> problems() const;
     /// Loads a preset file into the effect. Returns what had to be put right in it, or nothing;
     /// WorkError when it is refused.
     std::string loadPreset(const std::string& path) const;
@@ -70,8 +83,21 @@ public:
     /// so that a command that fails says nothing but why.
     void note(const std::string& line) const;
     void sayNotes() const;
+    /// While it lives, the notes of its thread are kept apart. [any thread]
+    class NotesApart {
+    public:
+        explicit NotesApart(std::vector<std::string>& notes) noexcept;
+        ~NotesApart();
+        NotesApart(const NotesApart&) = delete;
+        NotesApart& operator=(const NotesApart&) = delete;
+
+    private:
+        std::vector<std::string>* before_;
+    };
     /// Such a line for each remark on a file.
     void note(const std::string& file, const std::vector<std::string>& remarks) const;
+    /// The entries of a text attribute of the effect's class, "a;b"; none where it has none.
+    std::vector<std::string> classAttribute(const Effect& effect, const std::string& key) const;
     /// Such a line if any of the effects passes its audio through for now, which the result of the
     /// work does not show.
     void noteThoseThatPassThrough(const std::vector<Effect>& effects) const;

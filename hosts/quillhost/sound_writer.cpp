@@ -163,8 +163,12 @@ bool canHold(const std::string& path, const SoundShape& shape, SampleFormat form
 }
 
 SoundWriter::SoundWriter(const std::string& path, const SoundShape& shape, SampleFormat format,
-                         const SoundReader* source)
-    : path_(path), shape_(shape), format_(format), output_(path)
+                         Dither dither, const SoundReader* source)
+    : path_(path),
+      shape_(shape),
+      format_(format),
+      output_(path),
+      ditherer_(bitsOf(format) <= 24 ? dither : Dither::None, shape.channels, shape.sampleRate)
 {
     if (output_.isStream()) {
         if (isatty(output_.descriptor()))
@@ -257,12 +261,10 @@ template <typename T> void SoundWriter::writeIntegers(const Planes<T>& planes, i
 {
     const int bits = bitsOf(format_);
     const double scale = std::ldexp(1.0, bits - 1);
-    // Adding and taking away 1.5 * 2^52 rounds to the nearest whole number, ties to even.
-    constexpr double kRounder = 0x1.8p52;
     const auto frames = static_cast<std::size_t>(to - from);
     const auto step = static_cast<std::size_t>(shape_.channels);
     integers_.resize(frames * step);
-    plane_.resize(frames);
+    steps_.resize(frames);
     for (int c = 0; c < shape_.channels; ++c) {
         const T* const in = planes[c] + from;
         std::int64_t over = 0;
@@ -271,12 +273,16 @@ template <typename T> void SoundWriter::writeIntegers(const Planes<T>& planes, i
             x = x == x ? x : 0;
             const double limited = std::min(std::max(x, -scale), scale - 1);
             over += x != limited;
-            plane_[i] = static_cast<std::int32_t>((limited + kRounder) - kRounder);
+            steps_[i] = limited;
         }
         // Less than half a step above the largest integer is rounding, not clipping.
         if (over) countClipped(in, frames, 1 - 0.5 / scale);
+        ditherer_.round(c, steps_.data(), frames);
         std::int32_t* out = integers_.data() + c;
-        for (std::size_t i = 0; i < frames; ++i) out[i * step] = plane_[i];
+        for (std::size_t i = 0; i < frames; ++i) {
+            const double limited = std::min(std::max(steps_[i], -scale), scale - 1);
+            out[i * step] = static_cast<std::int32_t>(limited);
+        }
     }
 
     if (file_) {  // libsndfile takes the upper bits

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "dither.h"
 #include "output_file.h"
 #include "sound_file.h"
 
@@ -29,13 +30,13 @@ class SoundWriter {
 public:
     /// Texts and chunks that describe `source` are taken over where the format has a place.
     SoundWriter(const std::string& path, const SoundShape& shape, SampleFormat format,
-                const SoundReader* source = nullptr);
+                Dither dither, const SoundReader* source = nullptr);
     ~SoundWriter();
     SoundWriter(const SoundWriter&) = delete;
     SoundWriter& operator=(const SoundWriter&) = delete;
 
-    /// Frames from .. to of the planes. Integers are rounded to the nearest and limited; a NaN
-    /// becomes 0 there.
+    /// Frames from .. to of the planes. Integers are dithered, up to 24 bits, rounded and limited;
+    /// a NaN becomes 0 there.
     template <typename T> void write(const Planes<T>& planes, int from, int to);
     /// Completes the file; WorkError when that fails.
     void finish();
@@ -65,7 +66,9 @@ private:
     bool isWave_ = false;
     std::int64_t clipped_ = 0, framesWritten_ = 0;
     double peak_ = 0;
-    std::vector<std::int32_t> plane_, integers_;
+    Ditherer ditherer_;
+    std::vector<double> steps_;
+    std::vector<std::int32_t> integers_;
     std::vector<unsigned char> buffer_;
 };
 

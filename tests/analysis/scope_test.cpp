@@ -1,63 +1,22 @@
 // SPDX-License-Identifier: ISC
 // The scope: what its traces begin with, and what is read from them.
-#include <map>
 #include <numbers>
 #include <optional>
 
-#include "tests/support/effect_under_test.h"
-#include "vnk/effect_displays.h"
+#include "tests/support/display_under_test.h"
 
 namespace quillworks::test {
 namespace {
 
-/// The numbers of a display's own level, and the first list of samples.
-class Shown final : public VNK::IDisplaySink {
-public:
-    std::map<std::string, double> value;
-    std::vector<float> samples;
-    int lists = 0;
-
-    void beginObject(const char*) override {}
-    void beginList(const char*) override {}
-    void end() override {}
-    void number(const char* key, double x) override { value[key] = x; }
-    void numbers(const char*, const float* x, std::int64_t n) override
-    {
-        if (lists++ == 0) samples.assign(x, x + n);
-    }
-    void numbers(const char*, const double*, std::int64_t) override {}
-    void text(const char*, const char*) override {}
-    void flag(const char*, bool) override {}
-
-    double instant() const { return value.at("start") + value.at("offset"); }
+template <typename T> struct ScopeUnderTest : DisplayUnderTest<T> {
+    explicit ScopeUnderTest(double rate = 48000) : DisplayUnderTest<T>("Scope", rate) {}
+    Shown trace() { return this->shown("trace"); }
 };
 
-template <typename T> struct ScopeUnderTest : EffectUnderTest<T> {
-    VNK::Ref<VNK::IEffectDisplays> displays;
-
-    explicit ScopeUnderTest(double rate = 48000) : EffectUnderTest<T>("Scope", rate)
-    {
-        displays = this->component().template queryInterface<VNK::IEffectDisplays>();
-        displays->setDisplaysOpen(true);
-    }
-    /// Plays in blocks and feeds after each.
-    void show(const Signal<T>& x, int block = 512)
-    {
-        for (std::size_t at = 0; at < x.size(); at += std::size_t(block)) {
-            const auto n = std::min(std::size_t(block), x.size() - at);
-            const auto from = x.begin() + std::ptrdiff_t(at);
-            const Signal<T> part(from, from + std::ptrdiff_t(n));
-            EXPECT_EQ(this->run(part), part);
-            displays->updateDisplays();
-        }
-    }
-    Shown trace()
-    {
-        Shown shown;
-        EXPECT_TRUE(displays->snapshot("trace", &shown));
-        return shown;
-    }
-};
+double instantOf(const Shown& trace)
+{
+    return trace.value.at("start") + trace.value.at("offset");
+}
 
 template <typename T> class Scope : public ::testing::Test {};
 TYPED_TEST_SUITE(Scope, Precisions);
@@ -77,7 +36,7 @@ TYPED_TEST(Scope, ReadsTonesAndTriggersBetweenTheSamples)
             EXPECT_NEAR(fx.meter("dc"), 0, 1e-3 * kPeak);
             EXPECT_NEAR(fx.meter("dutycycle"), 50, 0.2);
             const auto trace = fx.trace();
-            const double slope = 2 * kPi * f / rate, phase = trace.instant() * slope;
+            const double slope = 2 * kPi * f / rate, phase = instantOf(trace) * slope;
             EXPECT_NEAR((kPeak * std::sin(phase) - 0.3) / (kPeak * slope * std::cos(phase)), 0,
                         0.005);
             EXPECT_GT(std::cos(phase), 0);
@@ -112,8 +71,7 @@ TYPED_TEST(Scope, ShowsTheSameAtEveryBlockLength)
             fx.show(x, block);
             const auto shown = fx.trace();
             if (!first) first = shown;
-            EXPECT_EQ(shown.value.at("start"), first->value.at("start")) << mode << " " << block;
-            EXPECT_EQ(shown.samples, first->samples) << mode << " " << block;
+            EXPECT_EQ(shown, *first) << mode << " " << block;
         }
     }
 }
@@ -129,7 +87,7 @@ TYPED_TEST(Scope, HoldsAPeriodStill)
         steady.show(Signal<TypeParam>(x.begin() + std::ptrdiff_t(at),
                                       x.begin() + std::ptrdiff_t(at) + 4000));
         if (at < 8000) continue;
-        const double now = std::fmod(steady.trace().instant(), period);
+        const double now = std::fmod(instantOf(steady.trace()), period);
         if (!phase) phase = now;
         EXPECT_NEAR(std::remainder(now - *phase, period), 0, 0.02) << at;
     }
@@ -146,13 +104,13 @@ TYPED_TEST(Scope, ASingleShotWaitsUntilItIsArmed)
     EXPECT_TRUE(std::isnan(fx.meter("maximum")));
     fx.show(click);
     EXPECT_EQ(fx.meter("triggerstate"), 3);
-    EXPECT_NEAR(fx.trace().instant(), 34000, 1);
+    EXPECT_NEAR(instantOf(fx.trace()), 34000, 1);
     fx.set("level", 60);
     fx.show(click);
-    EXPECT_NEAR(fx.trace().instant(), 34000, 1) << "taken once";
+    EXPECT_NEAR(instantOf(fx.trace()), 34000, 1) << "taken once";
     fx.set("arm", 1);
     fx.show(click);
-    EXPECT_NEAR(fx.trace().instant(), 82000, 1);
+    EXPECT_NEAR(instantOf(fx.trace()), 82000, 1);
     fx.displays->setDisplaysOpen(false);
     EXPECT_TRUE(std::isnan(fx.meter("maximum"))) << "nobody looks";
 }
@@ -165,7 +123,7 @@ TEST(ScopeFreeze, StandsStillAndCountsBadSamples)
     const auto before = fx.trace();
     fx.set("freeze", 1);
     fx.show(sine<float>(9600, 500, 48000, 1));
-    EXPECT_EQ(fx.trace().samples, before.samples);
+    EXPECT_EQ(fx.trace().list, before.list);
     fx.set("freeze", 0);
     Signal<float> bad(4800, 0.25f);
     bad[100] = std::numeric_limits<float>::infinity();

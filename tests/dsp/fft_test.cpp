@@ -267,6 +267,22 @@ TYPED_TEST(FftOf, GivesZerosWithoutMemoryAndRecoversWithTheNextSize)
     EXPECT_FALSE(this->fft.isReady()) << "beyond the largest order";
 }
 
+TEST(Fft, RepeatablePlansKnowNothingOfMeasuredOnes)
+{
+    const std::size_t n = 8192;
+    const auto x = noise<float>(n, 1);
+    const auto spectrum = [&](FftPlanning planning) {
+        Fft<float> fft;
+        fft.setSize(n, planning);
+        std::vector<float> bins(n);
+        fft.forward(x.data(), bins.data());
+        return bins;
+    };
+    const auto before = spectrum(FftPlanning::Repeatable);
+    spectrum(FftPlanning::Measured);
+    EXPECT_EQ(spectrum(FftPlanning::Repeatable), before);
+}
+
 TEST(Fft, ObjectsWorkOnThreadsOfTheirOwnWhileOthersArePlanned)
 {
     const std::size_t n = 2048;

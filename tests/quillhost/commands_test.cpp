@@ -154,7 +154,7 @@ TEST_F(Commands, ExamplesOfTheHelpWork)
     std::filesystem::create_symlink(QUILLHOST_PROGRAM, "quillhost");
     const std::string path = "export PATH=.:$PATH QUILLWORKS_MODULE=" QUILLHOST_MODULE "; ";
     for (const std::string command :
-         {"list", "info", "render", "measure", "plot", "preset", "bench"}) {
+         {"list", "info", "render", "measure", "plot", "preset", "bench", "ir"}) {
         std::istringstream help(run({command, "--help"}).out);
         int examples = 0;
         bool isExample = false;

@@ -53,6 +53,39 @@ TEST_F(Displays, PlotAndMeasureShowTheSameAtAnyBlockLength)
     EXPECT_NEAR(Json::parse(lines.substr(last))["values"]["frequency"], 1000, 0.1);
 }
 
+TEST_F(Displays, SpectraAreDrawnAndAreTheSameFiguresInEveryProcess)
+{
+    const std::string effect = "spectrum-meter:resolution=fast,mode=";
+    for (const auto& [mode, display] :
+         {std::pair("spectrum", "spectrum"), std::pair("bands", "bands"),
+          std::pair("sonogram", "sonogram")}) {
+        Words plot = {"plot",  effect + mode, "--what",   "display", "--display",
+                      display, "--in",        "tone.wav", "-o"};
+        std::string first;
+        for (const char* block : {"512", "64", "511"}) {
+            auto words = plot;
+            words.insert(words.end(), {"s.json", "--block", block});
+            expectSilence(run(words));
+            if (first.empty()) first = readBytes("s.json");
+            EXPECT_EQ(readBytes("s.json"), first) << display << " " << block;
+        }
+        plot.push_back("s.svg");
+        expectSilence(run(plot));
+        EXPECT_NE(readBytes("s.svg").find("</svg>"), std::string::npos);
+    }
+    const auto measured =
+        Json::parse(run({"measure", "tone.wav", "--fx", "spectrum-meter", "--json"}).out)[0];
+    EXPECT_FALSE(measured["displays"].contains("sonogram"));
+    EXPECT_TRUE(measured["displays"]["bands"]["channels"][0]["level"].is_null());
+    const auto& spectrum = measured["displays"]["spectrum"];
+    EXPECT_EQ(spectrum["frequency"].size(), std::size_t(spectrum["length"]) / 2 + 1);
+    EXPECT_NEAR(spectrum["channels"][0]["peaks"][0]["frequency"], 1000, 0.01);
+    EXPECT_NEAR(measured["values"]["peaklevel"], -6.02, 0.01);
+    expectFailure(run({"plot", "spectrum-meter", "--what", "display", "--display", "bands", "--in",
+                       "tone.wav", "-o", "s.png"}),
+                  1, "nothing to show");
+}
+
 TEST_F(Displays, HistoryOfAGateFollowsItsGain)
 {
     // Loud for half of the file.
@@ -68,6 +101,23 @@ TEST_F(Displays, HistoryOfAGateFollowsItsGain)
     EXPECT_NEAR(key["level"][700], -6.02, 0.01);
     EXPECT_NEAR(key["gain"][700], 0, 0.01);
     EXPECT_NEAR(key["gain"][1499], -40, 0.1);
+}
+
+TEST_F(Displays, HistoryOfBandsRisesAndFalls)
+{
+    // A tone in the second band; upward there below -10 dB, downward above.
+    Sound tone;
+    for (int i = 0; i < 48000; ++i)
+        tone.samples.push_back((i < 24000 ? 0.5 : 0.05) * std::sin(i * 0.13));
+    writeSound("steps.wav", tone, SF_FORMAT_WAV | SF_FORMAT_DOUBLE);
+    expectSilence(run({"plot",
+                       "multiband dynamics:bands=2,threshold1=-16,ratio1=2,lowthreshold1=-20,"
+                       "lowratio1=0.5",
+                       "--what", "display", "--in", "steps.wav", "-o", "m.json"}));
+    const auto bands = Json::parse(readBytes("m.json"))["bands"];
+    EXPECT_NEAR(bands[1]["gain"][700], -5, 1);
+    EXPECT_NEAR(bands[1]["gain"][1490], 3, 1);
+    EXPECT_EQ(bands[4]["level"][1490], nullptr);
 }
 
 TEST_F(Displays, WhatIsNotThereIsSaid)

@@ -29,6 +29,32 @@ protected:
     }
 };
 
+TEST_F(Render, GeneratesWhatItMakesOfASilentFile)
+{
+    // A delay that is taken out, a table that is waited for, and one that automation asks for.
+    for (const std::string spec : {"limiter", "tonegenerator:wave=periodic pink"}) {
+        writeSound("in.wav",
+                   {.channels = 6, .rate = 44100, .samples = std::vector<double>(6 * 22050)},
+                   SF_FORMAT_WAVEX | SF_FORMAT_FLOAT);
+        expectSilence(run(render("in.wav", "out.wav", {"--fx", spec, "--layout", "5.1"})));
+        expectSilence(run({"generate", spec, "made.wav", "--seconds", "0.5", "--rate", "44100",
+                           "--layout", "5.1"}));
+        EXPECT_EQ(readSound("made.wav").samples, readSound("out.wav").samples) << spec;
+        EXPECT_EQ(maskOf("made.wav"), 0x3Fu) << "L R C LFE Ls Rs";
+    }
+    writeBytes("wave.json", R"([{"frame":11025,"fx":0,"key":"wave","value":6}])");
+    expectSilence(run(render("in.wav", "out.wav",
+                             {"--fx", "tonegenerator:level=0", "--automation", "wave.json"})));
+    const auto out = readSound("out.wav");
+    double sum = 0;
+    for (std::size_t i = 12000; i < out.frames(); ++i) sum += std::abs(out.at(i));
+    EXPECT_GT(sum / double(out.frames()), 0.05);
+    expectFailure(run({"generate", "limiter", "x.wav", "--seconds", "0"}), 2, "--seconds 0");
+    expectFailure(run({"generate", "limiter", "x.wav", "--seconds", "1", "--layout", "6.9"}), 2,
+                  "no layout");
+    expectSilence(run({"generate", "limiter", "x.flac", "--seconds", "0.1"}));
+}
+
 TEST_F(Render, AnEffectThatDoesNothingGivesBackTheFile)
 {
     struct Case {

@@ -86,6 +86,7 @@ constexpr Attributes kDisplays[] = {
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Trace", "time trigger level pretrigger gain layout persistence"},
+    {"Spectrum", "mode tilt top range low high weighting compare"},
     {"TapGrid",
      "on steps levels pans tones peaks beats time swing length feedback reduction frozen"},
     {"Taps",
@@ -95,6 +96,7 @@ constexpr Attributes kDisplays[] = {
     {"PanField", "across along azimuth elevation distance width left right"},
     {"DecayCurve", "decay low lowFrequency high highFrequency air size"},
     {"Reflections", "shape size distance decay"},
+    {"ImpulseWave", "start length stretch reverse tail trim"},
     {"VoiceField", "voices delays spread low high"},
 };
 
