@@ -35,8 +35,9 @@
 #include "modulation/phaser.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
-#include "reverb/room_reverb.h"
 #include "reverb/ir_maker.h"
+#include "reverb/room_reverb.h"
+#include "reverb/swellroom.h"
 
 namespace quillworks {
 namespace {

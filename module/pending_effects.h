@@ -7,8 +7,6 @@
 
 namespace quillworks {
 
-using SwellroomAlgorithm = PassThroughAlgorithm;
-using SwellroomComponent = PassThroughComponent<"Swellroom">;
 using FDNReverbAlgorithm = PassThroughAlgorithm;
 using FDNReverbComponent = PassThroughComponent<"FDNReverb">;
 

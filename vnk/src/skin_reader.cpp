@@ -98,6 +98,7 @@ constexpr Attributes kDisplays[] = {
     {"PanField", "across along azimuth elevation distance width left right"},
     {"DecayCurve", "decay low lowFrequency high highFrequency air size"},
     {"Reflections", "shape size distance decay"},
+    {"SwellCurve", "decay swell"},
     {"ImpulseWave", "start length stretch reverse tail trim"},
     {"VoiceField", "voices delays spread low high"},
 };
