@@ -130,14 +130,15 @@ void PlanarTransform<T>::inverseStep(int step, T* scratch, T* out) const noexcep
 }
 
 template <typename T>
-void PlanarTransform<T>::gather(const T* scratch, T gain, T* to,
-                                std::ptrdiff_t groupStep) const noexcept
+void PlanarTransform<T>::gather(const T* scratch, T gain, T* to, std::ptrdiff_t groupStep,
+                                int firstGroup, int groups) const noexcept
 {
-    const T *re = scratch + 2 * row(), *im = scratch + 3 * row();
-    for (int done = 0; done < points_; done += planar::kGroup, to += groupStep) {
+    for (int g = firstGroup; g < firstGroup + groups; ++g) {
+        const T* const re = scratch + 2 * row() + g * planar::kGroup;
+        T* const group = to + g * groupStep;
         for (int i = 0; i < planar::kGroup; ++i) {
-            to[i] = gain * re[done + i];
-            to[planar::kGroup + i] = gain * im[done + i];
+            group[i] = gain * re[i];
+            group[planar::kGroup + i] = gain * re[row() + i];
         }
     }
 }

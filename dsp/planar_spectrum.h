@@ -92,8 +92,11 @@ public:
 
     /// Sums of products of spectra that have been gathered.
     void product(const planar::Product<T>& product) const noexcept { kernels_->product(product); }
-    /// Copies the spectrum from scratch memory, times `gain`: group g begins at to + g groupStep.
-    void gather(const T* scratch, T gain, T* to, std::ptrdiff_t groupStep) const noexcept;
+    /// Copies groups of the spectrum from scratch memory, times `gain`: group g to
+    /// to + g groupStep.
+    void gather(const T* scratch, T gain, T* to, std::ptrdiff_t groupStep, int firstGroup,
+                int groups) const noexcept;
+    int groups() const noexcept { return points_ / planar::kGroup; }
 
 private:
     struct Tables {

@@ -9,8 +9,6 @@ namespace quillworks {
 
 using SwellroomAlgorithm = PassThroughAlgorithm;
 using SwellroomComponent = PassThroughComponent<"Swellroom">;
-using FDNReverbAlgorithm = PassThroughAlgorithm;
-using FDNReverbComponent = PassThroughComponent<"FDNReverb">;
 using PhaseMeterAlgorithm = PassThroughAlgorithm;
 using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
 

@@ -14,6 +14,7 @@ using planar::kGroup;
 // Relative costs, measured: a step of a transform per point, a product per bin and partition.
 constexpr double kStepCost = 0.17, kProductCost = 0.16;
 constexpr int kMostProducts = 4096;  // of bins and partitions in a unit
+constexpr int kMostGathered = 64;    // groups in a unit, each far from the next
 
 struct LayerPlan {
     int points, firstTap;
@@ -117,7 +118,8 @@ bool PartitionedConvolver<T>::transformResponse(Layer& layer, const float* respo
             layer.transform.forwardStep(step, block.data(), block.data() + p, layer.scratch.data());
         // The inverse gives P times the signal.
         layer.transform.gather(layer.scratch.data(), 1 / T(p),
-                               spectra.values.data() + 2 * kGroup * k, 2 * kGroup * count);
+                               spectra.values.data() + 2 * kGroup * k, 2 * kGroup * count, 0,
+                               layer.transform.groups());
     }
     return true;
 }
@@ -143,7 +145,10 @@ template <typename T> void PartitionedConvolver<T>::listUnits(Layer& layer)
     for (int input = 0; input < inputs_; ++input) {
         if (!isHeard[static_cast<std::size_t>(input)]) continue;
         for (int step = 0; step < steps; ++step) add({Unit::Forward, input, step}, kStepCost * p);
-        add({Unit::Gather, input, 0}, kStepCost * p);
+        for (int g = 0; g < p / kGroup; g += kMostGathered) {
+            const int groups = std::min(kMostGathered, p / kGroup - g);
+            add({Unit::Gather, input, g, groups}, kStepCost * groups * kGroup);
+        }
     }
     for (int output = 0; output < outputs_; ++output) {
         if (!layer.feeds[static_cast<std::size_t>(output)]) continue;
@@ -255,7 +260,7 @@ template <typename T> void PartitionedConvolver<T>::run(Layer& layer, const Unit
         const std::ptrdiff_t ring = std::ptrdiff_t{2} * p * layer.slots;
         layer.transform.gather(scratch, T(1),
                                layer.past.data() + unit.index * ring + 2 * kGroup * layer.newest,
-                               2 * kGroup * layer.slots);
+                               2 * kGroup * layer.slots, unit.step, unit.groups);
         break;
     }
     case Unit::Product:

@@ -54,8 +54,8 @@ private:
     struct Unit {
         enum Kind { Forward, Gather, Product, Inverse } kind;
         int index;          // input, path or output
-        int step;           // of a transform; first group of a product
-        int groups = 0;     // of a product
+        int step;           // of a transform; else the first group
+        int groups = 0;     // of a product, or of what is gathered
         bool adds = false;  // likewise
         double cost = 0;    // of it and all units before
     };
