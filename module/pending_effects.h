@@ -7,8 +7,6 @@
 
 namespace quillworks {
 
-using FDNReverbAlgorithm = PassThroughAlgorithm;
-using FDNReverbComponent = PassThroughComponent<"FDNReverb">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;
