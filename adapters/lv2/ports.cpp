@@ -30,7 +30,7 @@ std::string parameterSymbol(const std::string& key)
 {
     constexpr const char* kOwn[] = {"control", "enabled", "sidechain", "latency", "freewheel"};
     return std::find(std::begin(kOwn), std::end(kOwn), key) == std::end(kOwn) ? key
-                                                                               : key + "_setting";
+                                                                              : key + "_setting";
 }
 
 }  // namespace
