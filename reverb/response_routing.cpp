@@ -166,7 +166,8 @@ public:
         // From here on plans are made without measuring, that is, at once.
         constexpr int kLeastOrder = 17;
         const int order = std::max(kLeastOrder, static_cast<int>(std::bit_width(longest)));
-        fft_.setSize(1u << std::min(order, Fft<float>::kMaxOrder));
+        // A song sounds the same whenever it is opened.
+        fft_.setSize(1u << std::min(order, Fft<float>::kMaxOrder), FftPlanning::Repeatable);
         if (!fft_.isReady()) throw std::bad_alloc();
         buffer_.resize(fft_.length());
     }

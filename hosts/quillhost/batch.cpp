@@ -265,8 +265,8 @@ std::vector<RenderTask> tasksFor(const std::vector<std::string>& files, const Ba
                                  const RenderPlan& plan)
 {
     std::error_code error;
-    if (!fs::is_directory(options.folder, error))
-        throw UsageError(options.folder + " is no folder (--out-dir names one that is there)");
+    if (fs::exists(options.folder, error) && !fs::is_directory(options.folder, error))
+        throw UsageError(options.folder + " is no folder (--out-dir names one)");
     std::vector<RenderTask> tasks;
     std::map<std::string, std::string> places;
     for (const auto& in : files) {
@@ -312,6 +312,10 @@ int renderAll(const Session& session, const RenderPlan& plan, const std::vector<
                       << "\n";
         }
         return kDone;
+    }
+    if (std::error_code error; !options.folder.empty()) {
+        fs::create_directories(options.folder, error);
+        if (error) throw WorkError(options.folder + " cannot be made: " + error.message());
     }
     return Batch(session, plan, tasks, options).run();
 }

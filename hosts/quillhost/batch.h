@@ -22,7 +22,8 @@ struct RenderTask {
 };
 
 /// Where each file goes: into the folder, under its own name with the suffix before the extension.
-/// UsageError when two would go to the same place, or one onto a file that is read.
+/// UsageError when two would go to the same place, or one onto a file that is read,
+/// or the folder is a file.
 std::vector<RenderTask> tasksFor(const std::vector<std::string>& files, const BatchOptions& options,
                                  const RenderPlan& plan);
 

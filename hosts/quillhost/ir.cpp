@@ -466,13 +466,12 @@ std::function<int(Session&)> declare(CLI::App& app)
 }  // namespace
 
 extern const Command kIr;
-const Command kIr = {
-    "ir", "impulse responses: sweeps to play, and what came back solved",
-    "  quillhost ir sweep sweep.wav --length 10 --channels 2 --in-turn\n"
-    "  quillhost render sweep.wav recorded.wav --fx dualpan:width=50   # or play it and record\n"
-    "  quillhost ir solve recorded.wav --sweep sweep.wav --trim -o room.wav\n"
-    "  quillhost ir show room.wav --json\n"
-    "  quillhost ir of --fx beatdelay:mix=100 --fx limiter -o echoes.wav",
-    declare};
+const Command kIr = {"ir", "impulse responses: sweeps to play, and what came back solved",
+                     "  quillhost ir sweep sweep.wav --length 10 --channels 2 --in-turn\n"
+                     "  quillhost render sweep.wav recorded.wav --fx dualpan:width=50\n"
+                     "  quillhost ir solve recorded.wav --sweep sweep.wav --trim -o room.wav\n"
+                     "  quillhost ir show room.wav --json\n"
+                     "  quillhost ir of --fx beatdelay:mix=100 --fx limiter -o echoes.wav",
+                     declare};
 
 }  // namespace quillhost

@@ -96,7 +96,11 @@ int render(const Session& session, Options& options)
     plan.effects = effectSpecs(options);
     checkTarget(options);
     // What is wrong with an effect is said once and before anything is opened.
-    for (const auto& spec : plan.effects) createEffect(session, spec);
+    {
+        std::vector<std::string> saidLater;
+        const Session::NotesApart apart(saidLater);
+        for (const auto& spec : plan.effects) createEffect(session, spec);
+    }
     checkPlan(plan);
     if (isBatch) {
         if (!plan.meters.empty() || plan.sideChain == "-")
@@ -166,7 +170,8 @@ std::function<int(Session&)> declare(CLI::App& app)
             "leave the effects' delay in OUT; else it is taken out as it is before any automation");
     addFlag(app, "--allow-missing", plan.allowMissing,
             "render though a file that an effect names cannot be had");
-    addOption(app, "--out-dir", batch.folder, "folder for what becomes of many files", "DIR");
+    addOption(app, "--out-dir", batch.folder,
+              "folder for what becomes of many files, made where there is none", "DIR");
     addOption(app, "--suffix", batch.suffix, "with --out-dir, put behind each file's name", "TEXT");
     addOption(app, "--extension", batch.extension, "with --out-dir, kind of the files (as each IN)",
               "KIND");

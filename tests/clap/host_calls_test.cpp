@@ -218,7 +218,7 @@ TEST(ClapState, CrossesToLv2AndBackWithEqualSound)
                                          [&](auto& p) { return p.fileName == effect.fileName; });
         lv2::Instance instance(lv2.create(*plugin), *plugin, 48000, features);
         Lv2Chunk chunk{urids.map(lv2::kStateChunk), urids.map(LV2_ATOM__Chunk), state};
-        ASSERT_EQ(instance.restore(Lv2Chunk::retrieve, &chunk), LV2_STATE_SUCCESS);
+        ASSERT_EQ(instance.restore(Lv2Chunk::retrieve, &chunk, features), LV2_STATE_SUCCESS);
         Channels<float> heard(2, Signal<float>(2000));
         for (std::size_t i = 0; i < plugin->ports.size(); ++i)
             if (plugin->ports[i].role == lv2::Port::Role::AudioIn)
@@ -230,7 +230,7 @@ TEST(ClapState, CrossesToLv2AndBackWithEqualSound)
                                  heard[std::size_t(plugin->ports[i].index)].data());
         instance.activate();
         instance.run(2000);
-        ASSERT_EQ(instance.save(Lv2Chunk::store, &chunk), LV2_STATE_SUCCESS);
+        ASSERT_EQ(instance.save(Lv2Chunk::store, &chunk, features), LV2_STATE_SUCCESS);
         EXPECT_EQ(chunk.bytes, state);
 
         ASSERT_TRUE(after.load(chunk.bytes, 5));

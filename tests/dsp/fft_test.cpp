@@ -263,7 +263,7 @@ TYPED_TEST(FftOf, GivesZerosWithoutMemoryAndRecoversWithTheNextSize)
     memory.isExhausted = false;
     this->fft.setSize(32);
     EXPECT_TRUE(this->fft.isReady());
-    this->fft.setSize(1u << 25);
+    this->fft.setSize(2u << Fft<T>::kMaxOrder);
     EXPECT_FALSE(this->fft.isReady()) << "beyond the largest order";
 }
 
