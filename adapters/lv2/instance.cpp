@@ -41,6 +41,7 @@ Instance::Instance(VNK::HostedEffect effect, const Plugin& plugin, double sample
     position_.map(map_, sampleRate);
     sequence_ = position_.sequence();
     texts_.prepare(effect_, plugin, map_, features);
+    hasTexts_ = texts_.areThere();
     readings_.resize(static_cast<std::size_t>(effect_->countMeters()));
     runs_.reserve(plugin.controls.size());
     // The effect stands at its defaults: a port that does as well is no news.
@@ -167,7 +168,7 @@ void Instance::run(std::uint32_t frames) noexcept
 {
     readControls();
     if (isOn(freeWheel_, false)) adapters::waitWhileBusy(effect_);
-    if (texts_.areThere()) texts_.begin();
+    if (hasTexts_) texts_.begin();
     int done = 0;
     const int total = static_cast<int>(std::min<std::uint32_t>(frames, 1u << 30));
     if (events_ && sequence_ != 0 && events_->atom.type == sequence_) {
@@ -178,7 +179,7 @@ void Instance::run(std::uint32_t frames) noexcept
             process(done, at - done);
             done = at;
             position_.read(event->body);
-            if (texts_.areThere()) texts_.read(event->body);
+            if (hasTexts_) texts_.read(event->body);
         }
     }
     process(done, total - done);

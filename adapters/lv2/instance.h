@@ -77,6 +77,7 @@ private:
     adapters::SwitchedEffect<float> running_;
     int inputs_;
     bool areRunsKnown_ = false;
+    bool hasTexts_ = false;
     LV2_URID sequence_ = 0;
     const LV2_Atom_Sequence* events_ = nullptr;
     const float *enabled_ = nullptr, *sideChainOn_ = nullptr, *freeWheel_ = nullptr;

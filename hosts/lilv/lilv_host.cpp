@@ -108,6 +108,9 @@ std::unique_ptr<Instance> Instance::create(World& world, const std::string& uri,
     self->maxFrames_ = maxFrames;
     self->sampleRate_ = static_cast<float>(sampleRate);
     self->worker_ = {self.get(), &Instance::schedule};
+    constexpr std::size_t kRequests = 16, kBytesOfRequests = 65536;
+    self->requests_.bytes.reserve(kBytesOfRequests);
+    self->requests_.sizes.reserve(kRequests);
     auto& urids = world.urids();
     if (features == Features::All) {
         const auto option = [&](const char* key, const char* type, const void* value) {
@@ -254,8 +257,14 @@ void Instance::send(std::uint32_t frame, const LV2_Atom* atom)
 LV2_Worker_Status Instance::schedule(LV2_Worker_Schedule_Handle handle, std::uint32_t size,
                                      const void* data)
 {
-    const auto* bytes = static_cast<const char*>(data);
-    static_cast<Instance*>(handle)->requests_.emplace_back(bytes, bytes + size);
+    // On the audio thread: within the room that there is.
+    auto& self = *static_cast<Instance*>(handle);
+    auto& [bytes, sizes] = self.requests_;
+    if (bytes.size() + size > bytes.capacity() || sizes.size() == sizes.capacity())
+        return LV2_WORKER_ERR_NO_SPACE;
+    const auto* const from = static_cast<const char*>(data);
+    bytes.insert(bytes.end(), from, from + size);
+    sizes.push_back(size);
     return LV2_WORKER_SUCCESS;
 }
 
@@ -269,15 +278,18 @@ LV2_Worker_Status Instance::respond(LV2_Worker_Respond_Handle handle, std::uint3
 
 void Instance::endBlock()
 {
-    if (requests_.empty()) return;
+    if (requests_.sizes.empty()) return;
     const auto* worker = static_cast<const LV2_Worker_Interface*>(
         lilv_instance_get_extension_data(instance_, LV2_WORKER__interface));
-    const auto requests = std::exchange(requests_, {});
-    if (!worker) return;
     const auto handle = lilv_instance_get_handle(instance_);
-    for (const auto& request : requests)
-        worker->work(handle, &Instance::respond, this, static_cast<std::uint32_t>(request.size()),
-                     request.data());
+    const char* request = requests_.bytes.data();
+    for (const auto size : requests_.sizes) {
+        if (worker) worker->work(handle, &Instance::respond, this, size, request);
+        request += size;
+    }
+    requests_.bytes.clear();
+    requests_.sizes.clear();
+    if (!worker) return;
     for (const auto& response : std::exchange(responses_, {}))
         if (worker->work_response)
             worker->work_response(handle, static_cast<std::uint32_t>(response.size()),

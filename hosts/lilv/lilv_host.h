@@ -129,7 +129,11 @@ private:
     std::vector<Port> ports_;
     std::vector<float> values_;  // of the controls by port: side by side, as hosts keep them
     std::vector<std::uint32_t> audioIn_, audioOut_;
-    std::vector<std::vector<char>> requests_, responses_;
+    struct {
+        std::vector<char> bytes;  // one after the other
+        std::vector<std::uint32_t> sizes;
+    } requests_;
+    std::vector<std::vector<char>> responses_;
     LV2_Worker_Schedule worker_{};
     std::int32_t maxFrames_ = 0, minFrames_ = 1, sequenceSize_ = 65536;
     float sampleRate_ = 0;

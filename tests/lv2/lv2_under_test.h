@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -132,6 +133,17 @@ inline EffectUnderTest<float> effectOf(const lv2::Plugin& plugin, double sampleR
     effect.component().setEditorOpen(true);
     effect.layouts(plugin.input, plugin.output).prepare(plugin.input.channels, kMaxFrames);
     return effect;
+}
+
+/// The port of a parameter of the component's list, -1 without one. Its symbol is the parameter's
+/// key unless the plug-in has a port of that name itself.
+inline int portOf(const lv2::Plugin& plugin, int parameter)
+{
+    const auto at =
+        std::find_if(plugin.ports.begin(), plugin.ports.end(), [&](const lv2::Port& port) {
+            return port.role == lv2::Port::Role::Parameter && port.index == parameter;
+        });
+    return at == plugin.ports.end() ? -1 : static_cast<int>(at - plugin.ports.begin());
 }
 
 /// What bypass plays of an input.

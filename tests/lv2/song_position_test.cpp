@@ -140,8 +140,8 @@ TEST(Lv2Ports, ThatCannotBeAutomatedSaySoAndStillSetTheirParameter)
         Lv2UnderTest running(plugin.uri);
         VNK::ParameterInfo p;
         for (int i = 0; effect.component().getParameter(i, p); ++i) {
-            const int at = running.instance().find(p.key);
-            if (at < 0 || p.has(VNK::isReadOnly)) continue;
+            const int at = portOf(plugin, i);
+            if (at < 0) continue;
             const auto* lilv = running.instance().plugin();
             const auto* port = lilv_plugin_get_port_by_index(lilv, static_cast<std::uint32_t>(at));
             EXPECT_EQ(lilv_port_has_property(lilv, port, mark), !p.isAutomatable()) << p.key;
@@ -150,7 +150,9 @@ TEST(Lv2Ports, ThatCannotBeAutomatedSaySoAndStillSetTheirParameter)
             lv2::Instance instance(catalogue().create(plugin), plugin, 48000, nullptr);
             instance.connect(static_cast<std::uint32_t>(at), &p.maximum);
             instance.run(16);
-            EXPECT_EQ(instance.effect().getValue(i), p.maximum) << p.key;
+            if (!p.has(VNK::isTrigger)) {
+                EXPECT_EQ(instance.effect().getValue(i), p.maximum) << p.key;
+            }
         }
     }
     lilv_node_free(mark);
