@@ -190,8 +190,8 @@ template <typename T> void VaulterCore<T>::take() noexcept
     auto* const previous = sounds.previous();
     setTails();
     if (isFresh_ || !previous) {
-        // Nothing has been heard: whatever its maker knew, it begins as it is set now.
-        sounds.current()->reset();
+        // Where nothing has been heard since reset it begins as if it had been there all the time.
+        if (isFresh_) sounds.current()->snapTail();
         entry_.finish();
         previousLeft_ = 0;
     } else {

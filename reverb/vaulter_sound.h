@@ -54,6 +54,11 @@ public:
 
     void reset() noexcept;
     void setTail(const TailControls& controls) noexcept;
+    /// The tank, silent, at its settings at once.
+    void snapTail() noexcept
+    {
+        if (tank_) tank_->reset();
+    }
     /// Writes a slice of each output: the convolved part times `early`, the tank's times `late`.
     void process(const T* const* in, T* const* out, GridSlice slice, const T* early,
                  const T* late) noexcept;
