@@ -66,7 +66,7 @@ void SpectrumEngine::releaseMeter() noexcept
     spectrum_.release();
     bands_.release();
     sonogram_.release();
-    weights_ = std::vector<double>();
+    weights_ = weightDb_ = std::vector<double>();
     peaks_ = {};
 }
 
@@ -103,10 +103,11 @@ void SpectrumEngine::buildBands()
 void SpectrumEngine::weigh()
 {
     weights_.resize(static_cast<std::size_t>(length() / 2 + 1));
+    weightDb_.resize(weights_.size());
     const double perBin = spec().sampleRate / length();
     for (std::size_t k = 0; k < weights_.size(); ++k) {
-        const double gain = weightingGain(settings_.weighting, perBin * static_cast<double>(k));
-        weights_[k] = gain * gain;
+        weightDb_[k] = weightDb(settings_.weighting, perBin * static_cast<double>(k));
+        weights_[k] = std::pow(10, weightDb_[k] / 10);
     }
 }
 
@@ -239,14 +240,12 @@ double SpectrumEngine::densityOverSine() const noexcept
 
 std::vector<float> SpectrumEngine::spectrumLevels(const std::vector<double>& powers) const
 {
-    const double perBin = spec().sampleRate / length();
     const bool isDensity = settings_.reading == SpectrumReading::Density;
     const double density = 10 * std::log10(densityOverSine());
     const auto means = settings_.smoothing > 0 ? smoothed(powers, settings_.smoothing) : powers;
     std::vector<float> levels(powers.size());
     for (std::size_t k = 0; k < levels.size(); ++k) {
-        const double weight = weightDb(settings_.weighting, perBin * static_cast<double>(k));
-        levels[k] = levelOf(means[k], weight + settings_.offset);
+        levels[k] = levelOf(means[k], weightDb_[k] + settings_.offset);
         if (!isDensity) continue;
         const bool isEnd = k == 0 || k + 1 == levels.size();  // whose power is there once
         levels[k] += static_cast<float>(density + (isEnd ? 10 * std::log10(2) : 0));

@@ -86,7 +86,7 @@ private:
     AveragedBands bands_;
     Sonogram sonogram_;
     bool isBuilt_ = false, isFigured_ = false;
-    std::vector<double> weights_;                   // factors of the bins' powers
+    std::vector<double> weights_, weightDb_;        // of the bins: factors of powers, dB
     std::vector<std::vector<SpectrumPeak>> peaks_;  // curve by curve
     double level_ = 0;                              // dB
     Reference spectrumReference_, bandReference_;
