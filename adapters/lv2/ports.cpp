@@ -25,6 +25,14 @@ std::string channelSymbol(const std::string& prefix, const VNK::SpeakerArrangeme
     return prefix + "_" + name;
 }
 
+/// The symbol of a parameter: its key, unless a port of the plug-in itself is called so.
+std::string parameterSymbol(const std::string& key)
+{
+    constexpr const char* kOwn[] = {"control", "enabled", "sidechain", "latency", "freewheel"};
+    return std::find(std::begin(kOwn), std::end(kOwn), key) == std::end(kOwn) ? key
+                                                                               : key + "_setting";
+}
+
 }  // namespace
 
 std::vector<Port> portsOf(const VNK::HostedEffect& component, const VNK::SpeakerArrangement& input,
@@ -52,7 +60,7 @@ std::vector<Port> portsOf(const VNK::HostedEffect& component, const VNK::Speaker
             newest = std::max(newest, p.generation);
             if (p.generation == generation && !p.has(VNK::isReadOnly) &&
                 !(p.perChannel && p.index >= output.channels))
-                add(Role::Parameter, i, p.key);
+                add(Role::Parameter, i, parameterSymbol(p.key));
         }
         VNK::MeterInfo m;
         for (int i = 0; component.getMeter(i, m); ++i) {
