@@ -59,7 +59,7 @@ TEST(Lv2Bundle, RangesAndDefaultsAreThoseOfTheEffect)
         auto effect = effectOf(plugin);
         VNK::ParameterInfo p;
         for (int i = 0; effect.component().getParameter(i, p); ++i) {
-            const int at = running.instance().find(p.key);
+            const int at = running.portOf(p.key);
             if (at < 0) continue;
             const auto& port = running.instance().ports()[static_cast<std::size_t>(at)];
             EXPECT_EQ(port.minimum, p.minimum) << plugin.uri << " " << p.key;

@@ -140,7 +140,7 @@ TEST(Lv2Ports, ThatCannotBeAutomatedSaySoAndStillSetTheirParameter)
         Lv2UnderTest running(plugin.uri);
         VNK::ParameterInfo p;
         for (int i = 0; effect.component().getParameter(i, p); ++i) {
-            const int at = running.instance().find(p.key);
+            const int at = running.portOf(p.key);
             if (at < 0 || p.has(VNK::isReadOnly)) continue;
             const auto* lilv = running.instance().plugin();
             const auto* port = lilv_plugin_get_port_by_index(lilv, static_cast<std::uint32_t>(at));
