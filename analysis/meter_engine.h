@@ -148,7 +148,7 @@ private:
     void configure(Engine& engine) final { handOver(engine); }
     void handOver(Engine& engine)
     {
-        engine.set({isOn("freeze"), holdResets_.load(std::memory_order_relaxed)});
+        engine.set(MeterSettings{isOn("freeze"), holdResets_.load(std::memory_order_relaxed)});
         configure_(*this, engine);
     }
     void followBackground() noexcept

@@ -1,17 +1,27 @@
 // SPDX-License-Identifier: ISC
 #include "dsp/ducker.h"
 
+#include "dsp/sanitise.h"
+
 namespace quillworks {
 namespace {
 
 constexpr double kRise = 0.005;        // s
 constexpr double kWetRise = 0.05;      // s
 constexpr double kWetFall = 0.3;       // s
-constexpr double kLargestPower = 100;  // faults in the input are not remembered for long
+constexpr double kLargestPower = 100;  // what is louder is not remembered for longer
 constexpr double kShare = 0.1;         // of the other followers
 constexpr double kQuiet = 1e-11;       // -110 dB: below, nothing is ducked
 constexpr double kOctavesPerDb = 0.16609640474436812;  // log2(10)/20
 constexpr double kDepthTolerance = 2e-5;               // dB
+
+/// A power that no signal has is a fault's, and not heard at all: at the limit it would keep the
+/// rest from ducking for seconds.
+double heard(double power) noexcept
+{
+    constexpr double loudest = kLoudestSignal * kLoudestSignal;
+    return power <= loudest ? std::min(power, kLargestPower) : 0;
+}
 
 }  // namespace
 
@@ -60,8 +70,7 @@ template <typename T> void Ducker<T>::begin() noexcept
         return;
     }
     const double depth = depth_.next(kWholeSubBlock).to;
-    const double p = std::min(dryPower_.power(), kLargestPower);
-    const double q = std::min(wetPower_.power(), kLargestPower);
+    const double p = heard(dryPower_.power()), q = heard(wetPower_.power());
     const double e = voice_.next(p), v = recent_.next(p), w = echo_.next(q);
     gainDb_ = 0 - depth * (e / (e + kShare * std::max(v, w) + kQuiet));
     gain_.follow({gain_.at[kSubBlock - 1], std::exp2(T(gainDb_ * kOctavesPerDb))});

@@ -43,6 +43,11 @@ public:
         yy_ = m.yy + keepSubBlock_ * (yy_ - m.yy);
     }
 
+    // The means themselves.
+    double xy() const noexcept { return xy_; }
+    double xx() const noexcept { return xx_; }
+    double yy() const noexcept { return yy_; }
+
     /// Whether both channels are loud enough to be compared.
     bool hasValue() const noexcept
     {

@@ -36,14 +36,21 @@ public:
 
     /// Takes a new object if there is one; true if current() has changed. Not while the one before
     /// is still held or on its way back. [audio thread]
-    bool take() noexcept
+    bool take() noexcept { return mayRelease() && takeEarly(); }
+    /// The same while another is still on its way back, for those who say `release` only where
+    /// mayRelease(): so when a change comes does not depend on when the giver was last here.
+    bool takeEarly() noexcept
     {
-        if (previous_ || outgoing_.load(std::memory_order_relaxed)) return false;
+        if (previous_) return false;
         T* const fresh = incoming_.exchange(nullptr, std::memory_order_acquire);
         if (!fresh) return false;
         previous_ = std::exchange(current_, fresh);
         return true;
     }
+    /// Whether there is one to be taken. [audio thread]
+    bool isWaiting() const noexcept { return incoming_.load(std::memory_order_relaxed); }
+    /// Whether the way back is free. [audio thread]
+    bool mayRelease() const noexcept { return !outgoing_.load(std::memory_order_relaxed); }
     /// The object in use, null before the first. [audio thread]
     T* current() const noexcept { return current_; }
     /// The one before, until it is released. [audio thread]

@@ -6,9 +6,10 @@
 #include <utility>
 
 #include "analysis/level_meter.h"
+#include "analysis/phase_meter.h"
 #include "analysis/scope.h"
-#include "analysis/tone_generator.h"
 #include "analysis/spectrum_meter.h"
+#include "analysis/tone_generator.h"
 #include "delay/analog_delay.h"
 #include "delay/beat_delay.h"
 #include "delay/groove_delay.h"
@@ -34,8 +35,10 @@
 #include "modulation/phaser.h"
 #include "modulation/wobbla.h"
 #include "module/pending_effects.h"
-#include "reverb/room_reverb.h"
 #include "reverb/ir_maker.h"
+#include "reverb/room_reverb.h"
+#include "reverb/swellroom.h"
+#include "reverb/vaulter.h"
 
 namespace quillworks {
 namespace {

@@ -7,12 +7,6 @@
 
 namespace quillworks {
 
-using SwellroomAlgorithm = PassThroughAlgorithm;
-using SwellroomComponent = PassThroughComponent<"Swellroom">;
-using FDNReverbAlgorithm = PassThroughAlgorithm;
-using FDNReverbComponent = PassThroughComponent<"FDNReverb">;
-using PhaseMeterAlgorithm = PassThroughAlgorithm;
-using PhaseMeterComponent = PassThroughComponent<"PhaseMeter">;
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;

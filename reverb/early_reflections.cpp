@@ -52,7 +52,6 @@ void EarlyReflections<T>::prepare(double sampleRate, std::span<const SpeakerPlac
             share = {T(place.azimuth < 0), T(place.azimuth > 0)};
     }
     panner_.prepare(directions);
-    hint_ = 0;
     capacity_ = BoxRoom::kMostReflections * sources_ * (isFine_ ? 4 : 1);
     for (TapSet& set : sets_) set.taps.require(static_cast<std::size_t>(capacity_ * channels_));
     fade_.prepare(sampleRate, kTapFade);
@@ -134,6 +133,7 @@ template <typename T> WallCoefficients<T> EarlyReflections<T>::walls() const noe
 template <typename T> void EarlyReflections<T>::addSource(int source) noexcept
 {
     const BoxRoom box(building_.shape, building_.size);
+    panningHint_ = 0;
     BoxRoom::Reflections found;
     const int side = sources_ == 1 ? 0 : source == 0 ? 1 : -1;
     const int n =
@@ -169,7 +169,7 @@ template <typename T> void EarlyReflections<T>::pan(int ring, const Reflection& 
     const double elevation = reflection.elevation > kOverhead ? heightElevation_ : 0;
     const SpeakerPlace place{-reflection.azimuth * degrees, elevation, false};
     double powers[HullPanner::kMostSpeakers];
-    panner_.powers(place.direction(), powers, hint_);
+    panner_.powers(place.direction(), powers, panningHint_);
     for (int c = 0; c < channels_; ++c)
         if (powers[c] > kLeastPower)
             addTap(c, ring, reflection.delay, reflection.gain * std::sqrt(powers[c]));
@@ -205,6 +205,7 @@ template <typename T> void EarlyReflections<T>::sortTaps() noexcept
 /// The sources' sounds, filtered by the walls, into the rings.
 template <typename T> void EarlyReflections<T>::takeIn(const T* const* in, GridSlice slice) noexcept
 {
+    if (slice.begins()) begin();
     const int n = slice.frames;
     T sources[kReflectionSources][kReflectionRow];
     WallRun<T> run;
@@ -264,7 +265,6 @@ void EarlyReflections<T>::sum(const TapSet& set, int channel, T* out, int n) noe
 template <typename T>
 void EarlyReflections<T>::process(const T* const* in, T* const* out, GridSlice slice) noexcept
 {
-    if (slice.begins()) begin();
     takeIn(in, slice);
     const int n = slice.frames;
     for (int c = 0; c < channels_; ++c) {
@@ -275,8 +275,19 @@ void EarlyReflections<T>::process(const T* const* in, T* const* out, GridSlice s
         sum(sets_[1 - current_], c, old, n);
         fade_.mix(out[c], static_cast<const T*>(old), n);
     }
-    fade_.advance(n);
-    rings_.advance(n);
+    advance(slice);
+}
+
+template <typename T> void EarlyReflections<T>::listen(const T* const* in, GridSlice slice) noexcept
+{
+    takeIn(in, slice);
+    advance(slice);
+}
+
+template <typename T> void EarlyReflections<T>::advance(GridSlice slice) noexcept
+{
+    fade_.advance(slice.frames);
+    rings_.advance(slice.frames);
     if (slice.ends() && heard_ <= latest_) heard_ += kSubBlock;
 }
 

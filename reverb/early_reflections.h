@@ -50,6 +50,8 @@ public:
     /// A slice: a row of each channel in and out, not the same, with room for kReflectionRow
     /// frames.
     void process(const T* const* in, T* const* out, GridSlice slice) noexcept;
+    /// The same where nobody hears it: ready for when somebody does.
+    void listen(const T* const* in, GridSlice slice) noexcept;
     /// Reflections heard later than this are left out: those along the largest tunnels.
     static constexpr double kLatest = 0.65;  // s
 
@@ -82,6 +84,7 @@ private:
     void sortTaps() noexcept;
     WallCoefficients<T> walls() const noexcept;
     void takeIn(const T* const* in, GridSlice slice) noexcept;
+    void advance(GridSlice slice) noexcept;
     void sum(const TapSet& set, int channel, T* out, int n) noexcept;
     int ringOf(int order, int source) const noexcept
     {
@@ -103,7 +106,7 @@ private:
     /// What each source gets of each channel.
     std::array<std::array<T, kReflectionSources>, kMostChannels> shares_{};
     HullPanner panner_;
-    int hint_ = 0;
+    int panningHint_ = 0;
     double heightElevation_ = 0;  // degrees, of the speakers above; 0: there are none
     EarlyRoom wanted_;
     Geometry present_, building_;

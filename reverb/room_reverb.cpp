@@ -108,7 +108,6 @@ template <typename T> void RoomReverbCore<T>::reset() noexcept
     earlies_.set(early_.current());
     late_.snap();
     lates_.set(late_.current());
-    hasEarly_ = !earlies_.is(0);
 }
 
 template <typename T> void RoomReverbCore<T>::apply(const Settings& s, unsigned dirty) noexcept
@@ -154,12 +153,8 @@ void RoomReverbCore<T>::reverberate(const T* const* in, T* const* out, GridSlice
     earlies_.follow(early_, slice);
     lates_.follow(late_, slice);
     tank_.process(in, slice);
-    if (slice.begins()) {
-        const bool hadEarly = hasEarly_;
-        hasEarly_ = !earlies_.is(0);
-        if (hasEarly_ && !hadEarly) reflections_.reset();
-    }
-    if (!hasEarly_) {
+    if (earlies_.is(0)) {
+        reflections_.listen(in, slice);
         for (int c = 0; c < channels; ++c)
             vec::mulCopy(out[c], tank_.output(c), lates_.of(slice), n);
         return;

@@ -55,7 +55,6 @@ private:
     Tank<T> tank_;
     Smoothed<T> early_, late_;  // linear
     Course<T> earlies_, lates_;
-    bool hasEarly_ = false;  // in the open sub-block
 };
 
 class ReverbAlgorithm final : public WetPathAlgorithm<RoomReverbCore> {

@@ -222,14 +222,9 @@ template <typename T> void Tank<T>::startMotion() noexcept
 
 template <typename T> void Tank<T>::advanceMotion() noexcept
 {
-    double cosine[kMostLines / 2], sine[kMostLines / 2];
-    const int pairs = spec_.lines / 2;
-    rotate({phaseCosine_.data(), phaseSine_.data(), stepCosine_.data(), stepSine_.data(),
-            motion_.next(kWholeSubBlock).to, cosine, sine, pairs});
-    for (int p = 0; p < pairs; ++p) {
-        cosine_.glide(p, cosine[p]);
-        sine_.glide(p, sine[p]);
-    }
+    tankKernels<T>().rotate({phaseCosine_.data(), phaseSine_.data(), stepCosine_.data(),
+                             stepSine_.data(), motion_.next(kWholeSubBlock).to, &cosine_, &sine_,
+                             spec_.lines / 2});
 }
 
 template <typename T> void Tank<T>::advanceFilters() noexcept
@@ -329,8 +324,7 @@ template <typename T> void Tank<T>::circulate(GridSlice slice) noexcept
     const T gStep = (g_.to - g_.from) * (T(1) / kSubBlock);
     tankKernels<T>().feedBack({filtered_.data(), diffused_.data(), to.data(),
                                spec_.hasAllPasses ? delayed.data() : nullptr, allPass.data(), g_.to,
-                               gStep, cosine_.to, cosine_.step, sine_.to, sine_.step, n,
-                               slice.frames, slice.phase});
+                               gStep, cosine_, sine_, n, slice.frames, slice.phase});
     for (auto* lines : {&lines_, &allPasses_}) {
         lines->committed(slice.frames);
         lines->advance(slice.frames);

@@ -94,15 +94,6 @@ private:
     static constexpr int kRow = GridLines<T>::kRow;
     using Rows = std::array<T*, kMostLines>;
     using Places = std::array<const T*, kMostLines>;
-    /// A value per line or pair, and its change per frame.
-    struct Moving {
-        T to[kMostLines]{}, step[kMostLines]{};
-        void glide(int i, double value) noexcept
-        {
-            step[i] = (T(value) - to[i]) * (T(1) / kSubBlock);
-            to[i] = T(value);
-        }
-    };
     static std::size_t index(int i) noexcept { return static_cast<std::size_t>(i); }
 
     void advance() noexcept;
@@ -146,7 +137,7 @@ private:
     Ramp<T> g_{0, 0};
     // Of each pair's phase, and of what it advances by in a sub-block.
     std::array<double, kMostLines / 2> phaseCosine_{}, phaseSine_{}, stepCosine_{}, stepSine_{};
-    Moving cosine_, sine_;
+    Moving<T> cosine_{}, sine_{};
 
     GridLines<T> inflows_, steps_, lines_, allPasses_;
     int inflowCount_ = 1;

@@ -111,10 +111,10 @@ template <typename T, int lines, bool hasAllPasses> void feedBackLines(const Fee
         }
         walsh<T, lines>(v);
         for (int p = 0; p < lines / 2; ++p) {
-            const auto moving = [&](const T* to, const T* step) HWY_ATTR {
-                return hn::NegMulAdd(hn::Set(d, step[p]), ahead, hn::Set(d, to[p]));
+            const auto moving = [&](const Moving<T>& value) HWY_ATTR {
+                return hn::NegMulAdd(hn::Set(d, value.step[p]), ahead, hn::Set(d, value.to[p]));
             };
-            const V<T> c = moving(run.cosine, run.cosineStep), s = moving(run.sine, run.sineStep);
+            const V<T> c = moving(run.cosine), s = moving(run.sine);
             const int i = 2 * p, k = i + 1;
             const V<T> first = hn::MulAdd(c, v[i], hn::LoadU(d, run.added[i] + at));
             const V<T> second = hn::MulAdd(c, v[k], hn::LoadU(d, run.added[k] + at));
@@ -124,17 +124,20 @@ template <typename T, int lines, bool hasAllPasses> void feedBackLines(const Fee
     }
 }
 
-using Angles = hn::CappedTag<double, 4>;
+using Angles = hn::CappedTag<double, 8>;
 using Angle = hn::Vec<Angles>;
 
-/// As sinPi of dsp/sine.h: |x| <= 0.5.
+/// As sinPi of dsp/sine.h, |x| <= 0.5, by halves that do not wait for each other.
 HWY_INLINE Angle sineOf(Angle x)
 {
     const Angles d;
-    const Angle s = hn::Mul(x, x);
-    Angle sum = hn::Set(d, kSinPi[0]);
-    for (int i = 1; i < 8; ++i) sum = hn::MulAdd(sum, s, hn::Set(d, kSinPi[i]));
-    return hn::Mul(sum, x);
+    const auto pair = [d](Angle s, int i) HWY_ATTR {
+        return hn::MulAdd(hn::Set(d, kSinPi[i]), s, hn::Set(d, kSinPi[i + 1]));
+    };
+    const Angle s = hn::Mul(x, x), s2 = hn::Mul(s, s);
+    const Angle upper = hn::MulAdd(pair(s, 0), s2, pair(s, 2));
+    const Angle lower = hn::MulAdd(pair(s, 4), s2, pair(s, 6));
+    return hn::Mul(hn::MulAdd(upper, hn::Mul(s2, s2), lower), x);
 }
 /// cos(pi x), |x| <= 0.5.
 HWY_INLINE Angle cosineOf(Angle x)
@@ -143,21 +146,34 @@ HWY_INLINE Angle cosineOf(Angle x)
     return hn::NegMulAdd(hn::Add(s, s), s, hn::Set(Angles(), 1.0));
 }
 
-void rotatePairs(const RotationRun& run)
+template <typename T> HWY_INLINE void glide(Moving<T>& value, const double* to, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        value.step[i] = (T(to[i]) - value.to[i]) * (T(1) / kSubBlock);
+        value.to[i] = T(to[i]);
+    }
+}
+
+template <typename T> void rotate(const RotationRun<T>& run)
 {
     const Angles d;
+    HWY_ALIGN double cosine[8];
+    HWY_ALIGN double sine[8];
     for (int p = 0; p < run.pairs; p += static_cast<int>(hn::MaxLanes(d))) {
-        const Angle cosine = hn::LoadU(d, run.cosine + p), sine = hn::LoadU(d, run.sine + p);
+        const Angle c = hn::LoadU(d, run.cosine + p), s = hn::LoadU(d, run.sine + p);
         const Angle byCosine = hn::LoadU(d, run.cosineAdvance + p);
         const Angle bySine = hn::LoadU(d, run.sineAdvance + p);
-        const Angle wave = hn::MulAdd(sine, byCosine, hn::Mul(cosine, bySine));
-        hn::StoreU(hn::NegMulAdd(sine, bySine, hn::Mul(cosine, byCosine)), d, run.cosine + p);
+        const Angle wave = hn::MulAdd(s, byCosine, hn::Mul(c, bySine));
+        hn::StoreU(hn::NegMulAdd(s, bySine, hn::Mul(c, byCosine)), d, run.cosine + p);
         hn::StoreU(wave, d, run.sine + p);
+        // Of half the angle, and from there by the addition theorem.
         const Angle half = hn::Mul(hn::Set(d, run.motion * 0.5), wave);
-        const Angle s = sineOf(half), c = cosineOf(half);
-        hn::StoreU(hn::NegMulAdd(hn::Add(s, s), s, hn::Set(d, 1.0)), d, run.cosineTurn + p);
-        hn::StoreU(hn::Mul(hn::Add(s, s), c), d, run.sineTurn + p);
+        const Angle y = sineOf(half), x = cosineOf(half);
+        hn::Store(hn::NegMulAdd(hn::Add(y, y), y, hn::Set(d, 1.0)), d, cosine + p);
+        hn::Store(hn::Mul(hn::Add(y, y), x), d, sine + p);
     }
+    glide(*run.cosineTurn, cosine, run.pairs);
+    glide(*run.sineTurn, sine, run.pairs);
 }
 
 template <typename T> void diffuse(const DiffusionRun<T>& run)
@@ -176,7 +192,8 @@ template <typename T> void feedBack(const FeedbackRun<T>& run)
         run.lines == 8 ? feedBackLines<T, 8, false>(run) : feedBackLines<T, 16, false>(run);
 }
 
-template <typename T> constexpr TankKernels<T> kKernels{diffuse<T>, sumUp<T>, feedBack<T>};
+template <typename T>
+constexpr TankKernels<T> kKernels{diffuse<T>, sumUp<T>, feedBack<T>, rotate<T>};
 
 const TankKernels<float>* floatKernels()
 {
@@ -196,10 +213,8 @@ namespace quillworks {
 
 HWY_EXPORT(floatKernels);
 HWY_EXPORT(doubleKernels);
-HWY_EXPORT(rotatePairs);
 static const auto chosenFloats = SIMD_CHOOSE(floatKernels);
 static const auto chosenDoubles = SIMD_CHOOSE(doubleKernels);
-static const auto chosenRotation = SIMD_CHOOSE(rotatePairs);
 
 template <> const TankKernels<float>& tankKernels<float>()
 {
@@ -208,11 +223,6 @@ template <> const TankKernels<float>& tankKernels<float>()
 template <> const TankKernels<double>& tankKernels<double>()
 {
     return *chosenDoubles();
-}
-
-void rotate(const RotationRun& run)
-{
-    chosenRotation(run);
 }
 
 }  // namespace quillworks

@@ -27,25 +27,31 @@ template <typename T> struct OutputRun {
     int outputs, lines, frames;
 };
 
+/// A value per line or pair that moves over a sub-block.
+template <typename T> struct Moving {
+    T to[16], step[16];  // at its end, and the change per frame
+};
+
 /// From the filtered lines to what goes into them: all-passes, Hadamard transform (not scaled),
 /// rotation of pairs, input. Values that move end the sub-block at what is given.
 template <typename T> struct FeedbackRun {
     const T* const* in;
     const T* const* added;  // behind the rotation
     T* const* out;
-    const T* const* delayed;                         // of the all-passes; null: there are none
-    T* const* allPass;                               // what goes into them
-    T g, gStep;                                      // their coefficient and its change per frame
-    const T *cosine, *cosineStep, *sine, *sineStep;  // by pair of lines
+    const T* const* delayed;  // of the all-passes; null: there are none
+    T* const* allPass;        // what goes into them
+    T g, gStep;               // their coefficient and its change per frame
+    const Moving<T>& cosine;  // by pair of lines
+    const Moving<T>& sine;
     int lines, frames, phase;
 };
 
-/// A sub-block of the rotations' angles, half a turn times motion times the sine of a slow phase.
-struct RotationRun {
+/// A sub-block of the rotations, by half a turn times motion times the sine of a slow phase.
+template <typename T> struct RotationRun {
     double *cosine, *sine;                      // of the phases, which advance
     const double *cosineAdvance, *sineAdvance;  // by so much
     double motion;                              // 0 .. 1
-    double *cosineTurn, *sineTurn;              // cosine and sine of the angles
+    Moving<T>*cosineTurn, *sineTurn;            // cosine and sine of the angles
     int pairs;                                  // 4 or 8
 };
 
@@ -53,11 +59,10 @@ template <typename T> struct TankKernels {
     void (*diffuse)(const DiffusionRun<T>&);
     bool (*sumUp)(const OutputRun<T>&);  // whether all sums are finite
     void (*feedBack)(const FeedbackRun<T>&);
+    void (*rotate)(const RotationRun<T>&);
 };
 template <typename T> const TankKernels<T>& tankKernels();
 template <> const TankKernels<float>& tankKernels<float>();
 template <> const TankKernels<double>& tankKernels<double>();
-
-void rotate(const RotationRun& run);
 
 }  // namespace quillworks

@@ -50,7 +50,8 @@ constexpr PluginAudioPortsConfig kAudioPortsConfig{
         [](const clap_plugin_t* p, std::uint32_t index, AudioPortsConfig* config) {
             return config && guarded([&] { return at(p).getConfig(index, *config); });
         },
-    .select = [](const clap_plugin_t* p, clap_id config) { return at(p).selectConfig(config); }};
+    .select = [](const clap_plugin_t* p,
+                 clap_id config) { return guarded([&] { return at(p).selectConfig(config); }); }};
 
 constexpr clap_plugin_state_t kState{
     .save = [](const clap_plugin_t* p,
@@ -97,7 +98,7 @@ clap_plugin_t callsOf(const Plugin& plugin, Instance& instance) noexcept
     return {
         .desc = &plugin.descriptor,
         .plugin_data = &instance,
-        .init = [](const clap_plugin_t* p) { return at(p).init(); },
+        .init = [](const clap_plugin_t* p) { return guarded([&] { return at(p).init(); }); },
         .destroy = [](const clap_plugin_t* p) { delete &at(p); },
         .activate =
             [](const clap_plugin_t* p, double sampleRate, std::uint32_t, std::uint32_t maxFrames) {

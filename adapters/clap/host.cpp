@@ -26,11 +26,12 @@ bool Host::isMainThread(const char* call) const noexcept
     return false;
 }
 
-bool Host::isAudioThread(const char* call) const noexcept
+void Host::expectAudioThread(const char* call) noexcept
 {
-    if (!threads_ || !threads_->is_audio_thread || threads_->is_audio_thread(host_)) return true;
+    if (hasComplained_ || !threads_ || !threads_->is_audio_thread) return;
+    if (threads_->is_audio_thread(host_)) return;
+    hasComplained_ = true;
     log(Severity::HostMisbehaving, call);
-    return false;
 }
 
 void Host::log(Severity severity, const char* text) const noexcept

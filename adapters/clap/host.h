@@ -14,10 +14,13 @@ public:
 
     bool hasTail() const noexcept { return tail_ != nullptr; }
 
-    /// Whether a call that belongs to a thread has come on it; hosts that do not say are believed.
-    /// What has not is told the host. [any thread]
+    /// Whether a call that belongs to the main thread has come on it; hosts that do not say are
+    /// believed. What has not is told the host. [any thread]
     bool isMainThread(const char* call) const noexcept;
-    bool isAudioThread(const char* call) const noexcept;
+    /// Tells the host, once, of a call that belongs to its audio thread and has not come on it. No
+    /// reason to fall silent: as long as such calls come one at a time they do no harm.
+    /// [audio thread]
+    void expectAudioThread(const char* call) noexcept;
 
     void log(Severity severity, const char* text) const noexcept;  // [any thread]
     void requestRestart() const noexcept;                          // [any thread]
@@ -33,6 +36,7 @@ private:
     const clap_host_latency_t* latency_ = nullptr;
     const HostTail* tail_ = nullptr;
     const HostLog* log_ = nullptr;
+    bool hasComplained_ = false;  // about the audio thread
 };
 
 }  // namespace quillworks::clap

@@ -3,12 +3,12 @@
 #include "adapters/clap/instance.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <new>
-#include <thread>
+#include <utility>
 
 #include "adapters/clap/calls.h"
+#include "adapters/common/offline.h"
 
 namespace quillworks::clap {
 
@@ -30,9 +30,12 @@ Instance::~Instance()
     effect_->setListener(nullptr);
 }
 
-bool Instance::init() noexcept
+bool Instance::init()
 {
     host_.findExtensions();
+    // Hosts show read-only parameters whenever they like: meters run as if somebody looked.
+    effect_->setEditorOpen(true);
+    findMeters();
     return true;
 }
 
@@ -51,7 +54,7 @@ bool Instance::activate(double sampleRate, std::uint32_t maxFrames)
     sampleRate_ = sampleRate;
     position_.prepare(sampleRate);
     position_.forget();
-    if (isOffline_) waitForWork();
+    if (isOffline_) adapters::waitWhileBusy(effect_);
     isRestartAsked_ = false;
     tail_ = tail();
     const auto latency = static_cast<std::uint32_t>(running_.latency());
@@ -68,35 +71,28 @@ void Instance::deactivate() noexcept
 
 bool Instance::startProcessing() noexcept
 {
-    return isActive_ && host_.isAudioThread("start_processing is for the audio thread");
+    host_.expectAudioThread("start_processing is for the audio thread");
+    return isActive_;
 }
 
 void Instance::stopProcessing() noexcept
 {
-    host_.isAudioThread("stop_processing is for the audio thread");
+    host_.expectAudioThread("stop_processing is for the audio thread");
 }
 
 void Instance::reset() noexcept
 {
-    if (!isActive_ || !host_.isAudioThread("reset is for the audio thread")) return;
+    host_.expectAudioThread("reset is for the audio thread");
+    if (!isActive_) return;
     running_.reset();
     position_.forget();
 }
 
-/// Hosts that render wait until everything sounds as it will.
-void Instance::waitForWork() const noexcept
-{
-    using namespace std::chrono_literals;
-    std::int64_t busy = 0;
-    for (int i = 0; i < 30000 && effect_->getInteger("busy", busy) && busy != 0; ++i)
-        std::this_thread::sleep_for(1ms);
-}
-
 clap_process_status Instance::process(const clap_process_t& process) noexcept
 {
-    if (!isActive_ || !host_.isAudioThread("process is for the audio thread") || !connect(process))
-        return CLAP_PROCESS_ERROR;
-    if (isOffline_) waitForWork();
+    host_.expectAudioThread("process is for the audio thread");
+    if (!isActive_ || !connect(process)) return CLAP_PROCESS_ERROR;
+    if (isOffline_) adapters::waitWhileBusy(effect_);
     running_.setSideChain(isSideChainOn_);
     readTransport(process.transport);
     const int total = static_cast<int>(std::min<std::uint32_t>(process.frames_count, 1u << 30));
@@ -113,6 +109,7 @@ clap_process_status Instance::process(const clap_process_t& process) noexcept
     }
     run(done, total - done);
     report(process.out_events);
+    tellMeters(process.out_events, total);
     checkDelays();
     if (!host_.hasTail()) return CLAP_PROCESS_CONTINUE;
     if (const auto now = tail(); std::exchange(tail_, now) != now) host_.tailChanged();

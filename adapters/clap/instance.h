@@ -28,7 +28,7 @@ public:
     }
 
     // As the operations of the format of the same names.
-    bool init() noexcept;
+    bool init();
     bool activate(double sampleRate, std::uint32_t maxFrames);
     void deactivate() noexcept;
     bool startProcessing() noexcept;
@@ -46,7 +46,7 @@ public:
     bool getPort(std::uint32_t index, bool isInput, clap_audio_port_info_t& info) const;
     std::uint32_t countConfigs() const noexcept;
     bool getConfig(std::uint32_t index, AudioPortsConfig& config) const;
-    bool selectConfig(clap_id config) noexcept;
+    bool selectConfig(clap_id config);
 
     std::uint32_t countParameters() const noexcept;
     bool getParameter(std::uint32_t place, clap_param_info_t& info) const;
@@ -86,9 +86,13 @@ private:
     float toEffect(int place, double value) const noexcept;
     void report(const clap_output_events_t* out) noexcept;
     bool tellValues(const clap_output_events_t& out) noexcept;
+    void tellMeters(const clap_output_events_t* out, int frames) noexcept;
+    void findMeters();
+    /// Place of a meter's id in the plug-in's list, or -1.
+    int findMeter(clap_id id) const noexcept;
+    float reading(int meter) const noexcept;
     void hold(std::int32_t index, bool begins) noexcept;
     void checkDelays() noexcept;
-    void waitForWork() const noexcept;
     /// Count of changes of a parameter's value that the host knows of.
     std::atomic<std::uint32_t>& told(int place) noexcept
     {
@@ -112,6 +116,9 @@ private:
     Host host_;
     std::unique_ptr<std::atomic<std::uint32_t>[]> told_;
     GestureQueue gestures_;
+    std::vector<int> meterIndices_;  // in the effect's list in its layout
+    std::vector<float> shown_;       // as the host was told
+    int framesToMeters_ = 0;         // until the host is told again
     std::size_t layout_ = 0;
     bool isPreparing_ = false;
     clap_plugin_t handle_;

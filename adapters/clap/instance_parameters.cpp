@@ -25,19 +25,40 @@ clap_event_header_t headerOf(std::uint16_t type, std::uint32_t size) noexcept
         .size = size, .time = 0, .space_id = CLAP_CORE_EVENT_SPACE_ID, .type = type, .flags = 0};
 }
 
+bool pushValue(const clap_output_events_t& out, clap_id id, double value) noexcept
+{
+    clap_event_param_value_t event{};
+    event.header = headerOf(CLAP_EVENT_PARAM_VALUE, sizeof event);
+    event.param_id = id;
+    event.note_id = event.port_index = event.channel = event.key = -1;
+    event.value = value;
+    return out.try_push(&out, &event.header);
+}
+
 }  // namespace
 
 std::uint32_t Instance::countParameters() const noexcept
 {
-    return static_cast<std::uint32_t>(plugin_.parameters.count());
+    return static_cast<std::uint32_t>(plugin_.parameters.list().size() + plugin_.meters.size());
 }
 
 bool Instance::getParameter(std::uint32_t place, clap_param_info_t& info) const
 {
     if (place >= countParameters()) return false;
     const int at = static_cast<int>(place);
-    const auto& row = plugin_.parameters[at];
     info = {};
+    if (at >= plugin_.parameters.count()) {
+        const auto& meter = plugin_.meters[place - plugin_.parameters.list().size()];
+        info.id = meter.id;
+        info.flags = CLAP_PARAM_IS_READONLY;
+        if (meter.isStepped) info.flags |= CLAP_PARAM_IS_STEPPED;
+        copyText(info.name, sizeof info.name, meter.title);
+        copyText(info.module, sizeof info.module, "Meters");
+        info.min_value = info.default_value = meter.minimum;
+        info.max_value = meter.maximum;
+        return true;
+    }
+    const auto& row = plugin_.parameters[at];
     info.id = row.id;
     info.max_value = 1;
     if (row.role == Role::SideChain) {
@@ -96,17 +117,30 @@ double Instance::present(int place) const noexcept
 
 bool Instance::getValue(clap_id id, double& value) const noexcept
 {
-    const int place = plugin_.parameters.find(id);
-    if (place >= 0) value = present(place);
-    return place >= 0;
+    if (const int place = plugin_.parameters.find(id); place >= 0)
+        value = present(place);
+    else if (const int meter = findMeter(id); meter >= 0)
+        value = reading(meter);
+    else
+        return false;
+    return true;
 }
 
 bool Instance::valueToText(clap_id id, double value, char* text, std::uint32_t size) const noexcept
 {
-    const int place = plugin_.parameters.find(id);
-    if (place < 0 || !text || size == 0 || !std::isfinite(value)) return false;
-    const auto& row = plugin_.parameters[place];
+    if (!text || size == 0 || !std::isfinite(value)) return false;
     const auto length = static_cast<std::int32_t>(std::min(size, 1u << 16));
+    if (const int meter = findMeter(id); meter >= 0) {
+        const int index = meterIndices_[static_cast<std::size_t>(meter)];
+        if (index >= 0)
+            effect_->meterToText(index, static_cast<float>(value), text, length);
+        else
+            copyText(text, size, "-");
+        return true;
+    }
+    const int place = plugin_.parameters.find(id);
+    if (place < 0) return false;
+    const auto& row = plugin_.parameters[place];
     if (row.role == Role::Effect)
         effect_->valueToText(row.index, toEffect(place, value), text, length);
     else
@@ -196,17 +230,49 @@ bool Instance::tellValues(const clap_output_events_t& out) noexcept
         if (row.role != Role::Effect) continue;
         const auto changes = effect_->changeCount(row.index);
         if (told(place).exchange(changes) == changes) continue;
-        clap_event_param_value_t event{};
-        event.header = headerOf(CLAP_EVENT_PARAM_VALUE, sizeof event);
-        event.param_id = row.id;
-        event.note_id = event.port_index = event.channel = event.key = -1;
-        event.value = present(place);
-        if (out.try_push(&out, &event.header)) continue;
+        if (pushValue(out, row.id, present(place))) continue;
         told(place) = changes - 1;  // once more with the next block
         hasNews_ = true;
         return false;
     }
     return true;
+}
+
+int Instance::findMeter(clap_id id) const noexcept
+{
+    const auto at = std::find_if(plugin_.meters.begin(), plugin_.meters.end(),
+                                 [&](const auto& meter) { return meter.id == id; });
+    return at == plugin_.meters.end() ? -1 : static_cast<int>(at - plugin_.meters.begin());
+}
+
+void Instance::findMeters()
+{
+    effect_->algorithm()->setSpeakerArrangement(layout().input, layout().output);
+    meterIndices_ = adapters::meterIndices(effect_, plugin_.meters);
+    shown_.clear();
+    for (const auto& meter : plugin_.meters) shown_.push_back(meter.minimum);
+}
+
+float Instance::reading(int meter) const noexcept
+{
+    const auto i = static_cast<std::size_t>(meter);
+    const auto& row = plugin_.meters[i];
+    return meterIndices_[i] < 0 ? row.minimum
+                                : adapters::shownReading(row, effect_->readMeter(meterIndices_[i]));
+}
+
+/// Some thirty times a second, as often as a picture moves.
+void Instance::tellMeters(const clap_output_events_t* out, int frames) noexcept
+{
+    framesToMeters_ -= frames;
+    if (framesToMeters_ > 0 || !out || !out->try_push) return;
+    framesToMeters_ = static_cast<int>(sampleRate_ / 30);
+    for (std::size_t i = 0; i < shown_.size(); ++i) {
+        const float now = reading(static_cast<int>(i));
+        if (now == shown_[i]) continue;
+        if (!pushValue(*out, plugin_.meters[i].id, now)) return;
+        shown_[i] = now;
+    }
 }
 
 void Instance::message(const char* name) noexcept

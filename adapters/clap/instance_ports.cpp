@@ -74,10 +74,11 @@ bool Instance::getConfig(std::uint32_t index, AudioPortsConfig& config) const
     return true;
 }
 
-bool Instance::selectConfig(clap_id config) noexcept
+bool Instance::selectConfig(clap_id config)
 {
     if (isActive_ || config >= countConfigs()) return false;
     layout_ = config;
+    findMeters();
     return true;
 }
 

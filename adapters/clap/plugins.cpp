@@ -25,6 +25,7 @@ Plugin::Plugin(const adapters::OfferedEffect& offered_, const VNK::HostedEffect&
                const VNK::ModuleInformation& module)
     : offered(offered_),
       parameters(effect, offered.hasSideChain),
+      meters(adapters::metersOf(effect, offered.layouts)),
       id("example.quillworks." + offered.fileName),
       title(std::string("Quillworks ") + offered.description->name->text()),
       features(featuresOf(offered))

@@ -9,6 +9,7 @@
 
 #include "adapters/clap/abi.h"
 #include "adapters/common/catalogue.h"
+#include "adapters/common/meters.h"
 #include "adapters/common/parameters.h"
 
 namespace quillworks::clap {
@@ -27,6 +28,7 @@ struct Plugin {
     /// and record numbers, the position of the control, 0 .. 1.
     enum class Scale : std::uint8_t { Value, Steps, Position };
     std::vector<Scale> scales;
+    std::vector<adapters::OfferedMeter> meters;  // parameters too, behind the others, read only
     std::string id, title;              // "example.quillworks.compressor", "Quillworks Compressor"
     std::vector<const char*> features;  // ends with null
     clap_plugin_descriptor_t descriptor{};

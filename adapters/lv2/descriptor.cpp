@@ -46,29 +46,49 @@ LV2_Handle instantiate(const LV2_Descriptor* descriptor, double sampleRate, cons
 }
 
 LV2_State_Status save(LV2_Handle handle, LV2_State_Store_Function store, LV2_State_Handle state,
-                      std::uint32_t, const LV2_Feature* const*)
+                      std::uint32_t, const LV2_Feature* const* features)
 {
     try {
-        return at(handle)->save(store, state);
+        return at(handle)->save(store, state, features);
     } catch (...) {
         return LV2_STATE_ERR_UNKNOWN;
     }
 }
 
 LV2_State_Status restore(LV2_Handle handle, LV2_State_Retrieve_Function retrieve,
-                         LV2_State_Handle state, std::uint32_t, const LV2_Feature* const*)
+                         LV2_State_Handle state, std::uint32_t, const LV2_Feature* const* features)
 {
     try {
-        return at(handle)->restore(retrieve, state);
+        return at(handle)->restore(retrieve, state, features);
     } catch (...) {
         return LV2_STATE_ERR_UNKNOWN;
     }
 }
 
+LV2_Worker_Status work(LV2_Handle handle, LV2_Worker_Respond_Function respond,
+                       LV2_Worker_Respond_Handle host, std::uint32_t size, const void* data)
+{
+    try {
+        at(handle)->texts().work(respond, host, data, size);
+        return LV2_WORKER_SUCCESS;
+    } catch (...) {
+        return LV2_WORKER_ERR_UNKNOWN;
+    }
+}
+
+LV2_Worker_Status workResponse(LV2_Handle handle, std::uint32_t size, const void* data)
+{
+    at(handle)->texts().take(data, size);
+    return LV2_WORKER_SUCCESS;
+}
+
 const void* extensionData(const char* uri)
 {
     static constexpr LV2_State_Interface state{save, restore};
-    return std::strcmp(uri, LV2_STATE__interface) == 0 ? &state : nullptr;
+    static constexpr LV2_Worker_Interface worker{work, workResponse, nullptr};
+    if (std::strcmp(uri, LV2_STATE__interface) == 0) return &state;
+    if (std::strcmp(uri, LV2_WORKER__interface) == 0) return &worker;
+    return nullptr;
 }
 
 Library::Library()

@@ -40,6 +40,7 @@ Instance::Instance(VNK::HostedEffect effect, const Plugin& plugin, double sample
     effect_->setEditorOpen(true);
     position_.map(map_, sampleRate);
     sequence_ = position_.sequence();
+    texts_.prepare(effect_, plugin, map_, features);
     readings_.resize(static_cast<std::size_t>(effect_->countMeters()));
     runs_.reserve(plugin.controls.size());
     // The effect stands at its defaults: a port that does as well is no news.
@@ -87,6 +88,9 @@ void Instance::connect(std::uint32_t port, void* data) noexcept
         break;
     case Role::Events:
         events_ = static_cast<const LV2_Atom_Sequence*>(data);
+        break;
+    case Role::Notify:
+        texts_.connect(static_cast<LV2_Atom_Sequence*>(data));
         break;
     case Role::Enabled:
         enabled_ = static_cast<const float*>(data);
@@ -163,6 +167,7 @@ void Instance::run(std::uint32_t frames) noexcept
 {
     readControls();
     if (isOn(freeWheel_, false)) adapters::waitWhileBusy(effect_);
+    if (texts_.areThere()) texts_.begin();
     int done = 0;
     const int total = static_cast<int>(std::min<std::uint32_t>(frames, 1u << 30));
     if (events_ && sequence_ != 0 && events_->atom.type == sequence_) {
@@ -173,6 +178,7 @@ void Instance::run(std::uint32_t frames) noexcept
             process(done, at - done);
             done = at;
             position_.read(event->body);
+            if (texts_.areThere()) texts_.read(event->body);
         }
     }
     process(done, total - done);

@@ -13,6 +13,7 @@
 #include "adapters/common/switched_effect.h"
 #include "adapters/lv2/catalogue.h"
 #include "adapters/lv2/song_position.h"
+#include "adapters/lv2/text_exchange.h"
 
 namespace quillworks::lv2 {
 
@@ -33,9 +34,12 @@ public:
 
     // What a song holds. Hosts may go on running the plug-in while they save, but not while they
     // restore. [main thread]
-    LV2_State_Status save(LV2_State_Store_Function store, LV2_State_Handle handle);
-    LV2_State_Status restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle);
+    LV2_State_Status save(LV2_State_Store_Function store, LV2_State_Handle handle,
+                          const LV2_Feature* const* features);
+    LV2_State_Status restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle,
+                             const LV2_Feature* const* features);
 
+    TextExchange& texts() noexcept { return texts_; }
     const VNK::HostedEffect& effect() noexcept { return *effect_; }  // what runs in it
 
 private:
@@ -86,6 +90,7 @@ private:
     const Plugin& plugin_;
     VNK::HostedEffect effect_;
     SongPosition position_;
+    TextExchange texts_;
 
     std::vector<const float*> controlPorts_;
     LV2_URID_Map* map_ = nullptr;

@@ -2,6 +2,7 @@
 // What a song holds of a plug-in: the component's chunk, and the port values that go with it.
 #include <charconv>
 #include <map>
+#include <mutex>
 #include <string_view>
 
 #include "adapters/lv2/instance.h"
@@ -10,7 +11,7 @@
 namespace quillworks::lv2 {
 namespace {
 
-constexpr auto kFlags = LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE;
+constexpr std::uint32_t kFlags = LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE;
 
 /// "threshold=-20 ratio=4": independent of the order of ports and of the locale.
 std::map<std::string, float, std::less<>> parsed(std::string_view text)
@@ -31,14 +32,20 @@ std::map<std::string, float, std::less<>> parsed(std::string_view text)
 
 }  // namespace
 
-LV2_State_Status Instance::save(LV2_State_Store_Function store, LV2_State_Handle handle)
+LV2_State_Status Instance::save(LV2_State_Store_Function store, LV2_State_Handle handle,
+                                const LV2_Feature* const* features)
 {
     if (!map_) return LV2_STATE_ERR_NO_FEATURE;
+    const std::lock_guard lock(texts_.mutex());
     const auto id = [&](const char* uri) { return map_->map(map_->handle, uri); };
     VNK::StringSink chunk;
     if (!effect_->saveState(chunk)) return LV2_STATE_ERR_UNKNOWN;
-    const auto status = store(handle, id(kStateChunk), chunk.text().data(), chunk.text().size(),
-                              id(LV2_ATOM__Chunk), kFlags);
+    // Paths within it are of this machine.
+    const std::uint32_t flags = texts_.areThere() ? std::uint32_t{LV2_STATE_IS_POD} : kFlags;
+    auto status = store(handle, id(kStateChunk), chunk.text().data(), chunk.text().size(),
+                        id(LV2_ATOM__Chunk), flags);
+    if (status != LV2_STATE_SUCCESS) return status;
+    status = texts_.save(store, handle, features);
     if (status != LV2_STATE_SUCCESS) return status;
 
     std::string ports;
@@ -53,9 +60,11 @@ LV2_State_Status Instance::save(LV2_State_Store_Function store, LV2_State_Handle
                  kFlags);
 }
 
-LV2_State_Status Instance::restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle)
+LV2_State_Status Instance::restore(LV2_State_Retrieve_Function retrieve, LV2_State_Handle handle,
+                                   const LV2_Feature* const* features)
 {
     if (!map_) return LV2_STATE_ERR_NO_FEATURE;
+    const std::lock_guard lock(texts_.mutex());
     const auto id = [&](const char* uri) { return map_->map(map_->handle, uri); };
     std::size_t size = 0;
     std::uint32_t type = 0, flags = 0;
@@ -63,6 +72,7 @@ LV2_State_Status Instance::restore(LV2_State_Retrieve_Function retrieve, LV2_Sta
     if (!chunk) return LV2_STATE_ERR_NO_PROPERTY;
     if (type != id(LV2_ATOM__Chunk)) return LV2_STATE_ERR_BAD_TYPE;
     if (!effect_->loadState(chunk, size)) return LV2_STATE_ERR_UNKNOWN;
+    texts_.restore(retrieve, handle, features);
 
     // The ports get back the values they had, which then are nothing new: where one parameter has
     // moved another, it is the chunk that knows.

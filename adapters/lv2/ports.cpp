@@ -71,6 +71,7 @@ std::vector<Port> portsOf(const VNK::HostedEffect& component, const VNK::Speaker
     addGeneration(0);
     add(Role::Latency, 0, "latency");
     add(Role::FreeWheel, 0, "freewheel");
+    if (component.countTexts() > 0) add(Role::Notify, 0, "notify");
     for (int generation = 1; generation <= newest; ++generation) addGeneration(generation);
     return ports;
 }

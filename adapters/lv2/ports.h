@@ -15,7 +15,8 @@ struct Port {
         AudioIn,      // index: channel
         AudioOut,     // index: channel
         SideChain,    // index: channel of the bus; may be left unconnected
-        Events,       // song position from the host; may be left unconnected
+        Events,       // song position and messages from the host; may be left unconnected
+        Notify,       // messages to the host, of effects with texts; may be left unconnected
         Enabled,      // the host's own switch for the plug-in
         SideChainOn,  // whether the side-chain bus counts as connected
         FreeWheel,

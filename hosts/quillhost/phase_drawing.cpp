@@ -2,6 +2,7 @@
 // Stereo fields and correlations.
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "display_drawing.h"
 #include "error.h"
@@ -16,6 +17,23 @@ Colour colourOf(const ShownDisplay& d, double correlation)
     return correlation < 0 ? kInverted : d.accent;
 }
 
+enum class FieldView { Goniometer, Channels, Polar };
+
+/// A point of the goniometer as the view has it.
+Point viewed(Point p, FieldView view)
+{
+    if (view == FieldView::Channels)
+        return {(p.y - p.x) / std::numbers::sqrt2, (p.y + p.x) / std::numbers::sqrt2};
+    if (view == FieldView::Polar) {
+        constexpr double kRange = 60;  // dB from the middle to the rim
+        const double radius = std::hypot(p.x, p.y);
+        if (radius < 1e-9) return {0, 0};
+        const double shown = std::max(0.0, 1 + 20 * std::log10(radius) / kRange);
+        return {p.x / radius * shown, p.y / radius * shown};
+    }
+    return p;
+}
+
 }  // namespace
 
 void drawGoniometer(const ShownDisplay& d, Picture& picture)
@@ -24,22 +42,28 @@ void drawGoniometer(const ShownDisplay& d, Picture& picture)
     if (points.empty()) throw WorkError("there are no points yet (a longer file, or --at later)");
     const double bottom = picture.height() - 56;
     const double aspect = (Picture::kWidth - 128) / (bottom - kDisplayTop);
-    char label[80];
-    std::snprintf(label, sizeof label, "up: left + right; after a gain of %.1f dB",
-                  d.shown["gain"].is_number() ? d.shown["gain"].get<double>() : 0.0);
-    Graph graph(picture, kDisplayTop, bottom,
-                {"right minus left", -aspect, aspect, false, {-1, -0.5, 0, 0.5, 1}},
-                {label, -1, 1, false, {-1, -0.5, 0, 0.5, 1}});
+    const auto view = static_cast<FieldView>(static_cast<int>(d.value("view")));
+    constexpr const char* kAxes[][2] = {{"right minus left", "left plus right"},
+                                        {"left", "right"},
+                                        {"right minus left", "left plus right, radius over 60 dB"}};
+    const auto& axes = kAxes[static_cast<int>(view)];
+    char gain[40];
+    std::snprintf(gain, sizeof gain, ", gain %.1f dB", d.shown["gain"].get<double>());
+    const std::vector<double> ticks = {-1, -0.5, 0, 0.5, 1};
+    Graph graph(picture, kDisplayTop, bottom, {axes[0], -aspect, aspect, false, ticks},
+                {axes[1] + std::string(gain), -1, 1, false, ticks});
     // The two channels alone are the diagonals.
-    graph.line({{-1, 1}, {1, -1}}, colour::kGridEnd, 1, true);
-    graph.line({{-1, -1}, {1, 1}}, colour::kGridEnd, 1, true);
+    if (view != FieldView::Channels) {
+        graph.line({{-1, 1}, {1, -1}}, colour::kGridEnd, 1, true);
+        graph.line({{-1, -1}, {1, 1}}, colour::kGridEnd, 1, true);
+    }
     // Older points are fainter: to a 20th over the time that is shown.
     constexpr std::size_t kAges = 12;
     for (std::size_t age = 0; age < kAges; ++age) {
         std::vector<Point> part;
         for (std::size_t i = age * points.size() / kAges; i < (age + 1) * points.size() / kAges;
              ++i)
-            part.push_back({points[i][0], points[i][1]});
+            part.push_back(viewed({points[i][0], points[i][1]}, view));
         const double old = 1 - (double(age) + 1) / kAges;
         graph.dots(part, d.accent, 0.6, std::max(0.05, 0.6 * std::exp(-3 * old)));
     }

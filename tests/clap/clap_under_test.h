@@ -180,6 +180,12 @@ public:
             EXPECT_TRUE(params->get_info(plugin_, i, &all[i]));
         return all;
     }
+    bool isMeter(clap_id id) const
+    {
+        for (const auto& info : parameters())
+            if (info.id == id) return (info.flags & CLAP_PARAM_IS_READONLY) != 0;
+        return false;
+    }
     double value(clap_id id) const
     {
         double v = NAN;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: ISC
 // What hosts do to plug-ins beside playing them: switches, songs, states, threads, and calls in an
 // order that the format does not allow.
+#include <map>
+
 #include <lv2/atom/atom.h>
 
 #include "adapters/clap/instance.h"
@@ -130,6 +132,30 @@ TEST(ClapSong, IsTheTransportsOfTheBlockAndOfEventsWithinIt)
     EXPECT_TRUE(a == b) << peakDifferenceDb(a, b);
 }
 
+TEST(ClapMeters, AreToldAsParametersThatOnlyThePlugInMoves)
+{
+    ClapUnderTest plugin(effectNamed("level-meter"));
+    auto reference = plugin.reference();
+    reference.component().setEditorOpen(true);
+    const auto in = noiseChannels(2, 5 * kMaxFrames);
+    plugin.play(in);
+    reference.play(in, kMaxFrames);
+    std::map<clap_id, double> told;
+    for (const auto& event : plugin.told.all()) told[event.value.param_id] = event.value.value;
+    VNK::MeterInfo m{};
+    int moved = 0;
+    for (int i = 0; reference.component().getMeter(i, m); ++i) {
+        const float value = reference.component().readMeter(i);
+        if (!(value > m.minimum && value < m.maximum)) continue;
+        EXPECT_EQ(plugin.value(m.tag), value) << m.key;
+        moved += told.contains(m.tag);
+    }
+    EXPECT_GT(moved, 4);
+    EXPECT_LT(plugin.told.all().size(), 3 * told.size()) << "not with every block";
+    plugin.events.set(told.begin()->first, 0);
+    plugin.play(noiseChannels(2, 10));
+}
+
 TEST(ClapGestures, FrameTheValuesThatAPersonSets)
 {
     const clap::Plugins plugins;
@@ -218,7 +244,8 @@ TEST(ClapState, CrossesToLv2AndBackWithEqualSound)
         after.deactivate();
         after.activate();
         EXPECT_TRUE(after.play(in) == heard);
-        EXPECT_TRUE(after.told.all().empty()) << "the host has read what was loaded";
+        for (const auto& event : after.told.all())
+            EXPECT_TRUE(after.isMeter(event.value.param_id)) << "the host has read the others";
 
         EXPECT_FALSE(after.load(state.substr(0, state.size() - 3)));
         EXPECT_EQ(after.save(), state) << "what is refused changes nothing";
@@ -276,7 +303,7 @@ TEST(ClapHosts, MayPassLessThanIsDeclared)
     }
 }
 
-TEST(ClapHosts, CallInTheWrongOrderOrOnTheWrongThreadAndAreRefused)
+TEST(ClapHosts, CallInTheWrongOrderOrOnTheWrongThreadAndDoNoHarm)
 {
     const auto& effect = effectNamed("gate");
     ClapUnderTest plugin(effect, 0, 0);
@@ -294,8 +321,8 @@ TEST(ClapHosts, CallInTheWrongOrderOrOnTheWrongThreadAndAreRefused)
         EXPECT_EQ(plugin.host.complaints, 1);
     }).join();
     plugin.host.isAudioAnywhere = false;
-    EXPECT_EQ(plugin.run(x, x, 0, 100), CLAP_PROCESS_ERROR);
-    EXPECT_EQ(plugin.host.complaints, 2);
+    for (int i = 0; i < 3; ++i) EXPECT_NE(plugin.run(x, x, 0, 100), CLAP_PROCESS_ERROR);
+    EXPECT_EQ(plugin.host.complaints, 2) << "told once, and played";
 }  // and is destroyed while it is active
 
 TEST(ClapThreads, AreSavedLoadedAndReadWhileThePlugInRuns)

@@ -15,18 +15,22 @@ namespace {
 
 int usage()
 {
-    std::fprintf(stderr,
-                 "usage: sound_tool make FILE CHANNELS SECONDS\n"
-                 "         hits of decaying noise at 48 kHz; channels beyond two are silent\n"
-                 "       sound_tool compare A B DECIBELS [SKIP]\n"
-                 "         exit 1 where B departs from A by more than that of full scale, or both\n"
-                 "         are silent, or lengths differ; SKIP frames of A are left out\n"
-                 "       sound_tool peak A B\n"
-                 "         by how many decibels A peaks above B\n");
+    std::fprintf(
+        stderr,
+        "usage: sound_tool make FILE CHANNELS SECONDS [SILENCE]\n"
+        "         hits of decaying noise at 48 kHz; channels beyond two are silent, and so\n"
+        "         is everything for SILENCE seconds before\n"
+        "       sound_tool compare A B DECIBELS [SKIP]\n"
+        "         exit 1 where B departs from A by more than that of full scale, or both\n"
+        "         are silent, or lengths differ; SKIP frames of A are left out\n"
+        "       sound_tool pick FILE OUT FIRST COUNT\n"
+        "         COUNT channels from number FIRST on, counted from 0\n"
+        "       sound_tool peak A B\n"
+        "         by how many decibels A peaks above B\n");
     return 2;
 }
 
-int make(const char* file, int channels, double seconds)
+int make(const char* file, int channels, double seconds, double silence)
 {
     SndfileHandle out(file, SFM_WRITE, SF_FORMAT_WAV | SF_FORMAT_FLOAT, channels, 48000);
     if (out.error()) return std::fprintf(stderr, "%s: %s\n", file, out.strError()), 1;
@@ -34,6 +38,7 @@ int make(const char* file, int channels, double seconds)
     std::uniform_real_distribution<float> uniform(-0.7f, 0.7f);
     const auto frames = static_cast<sf_count_t>(seconds * 48000);
     std::vector<float> frame(static_cast<std::size_t>(channels));
+    for (auto i = static_cast<sf_count_t>(silence * 48000); i > 0; --i) out.writef(frame.data(), 1);
     for (sf_count_t i = 0; i < frames; ++i) {
         const float level = std::exp(-static_cast<float>(i % 12000) / 3000);
         for (std::size_t c = 0; c < frame.size(); ++c)
@@ -41,6 +46,17 @@ int make(const char* file, int channels, double seconds)
         out.writef(frame.data(), 1);
     }
     return 0;
+}
+
+int pick(const char* file, const char* out, int first, int count)
+{
+    SndfileHandle from(file);
+    if (!from || from.error() || first < 0 || count < 1 || first + count > from.channels())
+        return std::fprintf(stderr, "%s: cannot be read so\n", file), 1;
+    SndfileHandle to(out, SFM_WRITE, SF_FORMAT_WAV | SF_FORMAT_FLOAT, count, from.samplerate());
+    std::vector<float> frame(static_cast<std::size_t>(from.channels()));
+    while (from.readf(frame.data(), 1) == 1) to.writef(frame.data() + first, 1);
+    return to.error() ? 1 : 0;
 }
 
 int compare(const char* first, const char* second, double decibels, long skip)
@@ -95,8 +111,11 @@ int peak(const char* first, const char* second)
 int main(int argc, char** argv)
 {
     const std::string command = argc > 1 ? argv[1] : "";
-    if (command == "make" && argc == 5)
-        return make(argv[2], std::max(1, std::atoi(argv[3])), std::atof(argv[4]));
+    if (command == "make" && (argc == 5 || argc == 6))
+        return make(argv[2], std::max(1, std::atoi(argv[3])), std::atof(argv[4]),
+                    argc == 6 ? std::atof(argv[5]) : 0);
+    if (command == "pick" && argc == 6)
+        return pick(argv[2], argv[3], std::atoi(argv[4]), std::atoi(argv[5]));
     if (command == "compare" && (argc == 5 || argc == 6))
         return compare(argv[2], argv[3], std::atof(argv[4]), argc == 6 ? std::atol(argv[5]) : 0);
     if (command == "peak" && argc == 4) return peak(argv[2], argv[3]);

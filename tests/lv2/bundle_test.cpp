@@ -2,6 +2,8 @@
 // What hosts read of the bundle, and that every plug-in sounds like the effect it is made of.
 #include <set>
 
+#include <lv2/port-props/port-props.h>
+
 #include "tests/lv2/lv2_under_test.h"
 
 namespace quillworks::test {
@@ -71,6 +73,20 @@ TEST(Lv2Bundle, RangesAndDefaultsAreThoseOfTheEffect)
     }
 }
 
+// A panel that a host makes by itself shows one switch, "enabled".
+TEST(Lv2Bundle, HidesTheEffectsOwnBypassFromGenericPanels)
+{
+    LilvNode* const hidden = lilv_new_uri(world().get(), LV2_PORT_PROPS__notOnGUI);
+    for (const auto& plugin : catalogue().plugins()) {
+        const LilvPlugin* const found = world().plugin(plugin.uri);
+        LilvNode* const symbol = lilv_new_string(world().get(), "bypass");
+        const LilvPort* const port = lilv_plugin_get_port_by_symbol(found, symbol);
+        EXPECT_TRUE(port && lilv_port_has_property(found, port, hidden)) << plugin.uri;
+        lilv_node_free(symbol);
+    }
+    lilv_node_free(hidden);
+}
+
 TEST(Lv2Bundle, SoundsAndMeasuresLikeTheEffectAtAnySettingAndBlockLength)
 {
     for (const auto& plugin : catalogue().plugins())
@@ -79,6 +95,7 @@ TEST(Lv2Bundle, SoundsAndMeasuresLikeTheEffectAtAnySettingAndBlockLength)
             const auto seed = kSeed + static_cast<std::uint32_t>(block);
             Lv2UnderTest running(plugin.uri);
             auto effect = effectOf(plugin);
+            running.set("freewheel", 1);  // it waits for what is under way on another thread
             if (running.hasSideChain() && block != 17) {
                 const auto side = noiseChannels(running.sideChannels(), 9000, seed + 100);
                 running.sideChain(side);
@@ -90,6 +107,7 @@ TEST(Lv2Bundle, SoundsAndMeasuresLikeTheEffectAtAnySettingAndBlockLength)
                 randomise(effect, running, seed + static_cast<std::uint32_t>(turn));
                 for (int at = 0; at < 3000; at += block) {
                     const int n = std::min(block, 3000 - at);
+                    waitUntilReady(effect.component());
                     effect.processBlock(in, a, at, n);
                     running.runBlock(in, b, static_cast<std::size_t>(at), n);
                 }

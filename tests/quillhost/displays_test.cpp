@@ -86,6 +86,41 @@ TEST_F(Displays, SpectraAreDrawnAndAreTheSameFiguresInEveryProcess)
                   1, "nothing to show");
 }
 
+TEST_F(Displays, StereoFieldAndCorrelationsAreDrawn)
+{
+    Sound both;
+    both.channels = 2;
+    for (int i = 0; i < 48000; ++i)
+        for (const int sign : {1, -1})
+            both.samples.push_back(sign * 0.25 * std::sin(2 * std::numbers::pi * i / 48));
+    writeSound("both.wav", both, SF_FORMAT_WAV | SF_FORMAT_DOUBLE);
+    for (const char* display : {"goniometer", "bandcorrelation", "matrix"}) {
+        Words plot = {"plot",      "phase-meter:view=polar",
+                      "--what",    "display",
+                      "--display", display,
+                      "--in",      "both.wav",
+                      "-o"};
+        plot.push_back("p.json");
+        expectSilence(run(plot));
+        const auto shown = Json::parse(readBytes("p.json"));
+        EXPECT_EQ(shown["display"], display);
+        if (display == std::string("matrix")) {
+            EXPECT_NEAR(shown["value"][0][1], -1, 1e-6);
+        }
+        if (shown.contains("points")) {
+            EXPECT_NEAR(shown["points"][9][1], 0, 1e-6);
+        }
+        plot.back() = "p.svg";
+        expectSilence(run(plot));
+        EXPECT_NE(readBytes("p.svg").find("</svg>"), std::string::npos);
+    }
+    const auto measured =
+        Json::parse(run({"measure", "both.wav", "--fx", "phase-meter", "--json"}).out)[0];
+    EXPECT_NEAR(measured["values"]["correlation"], -1, 1e-6);
+    EXPECT_EQ(measured["values"]["mono"], -144);
+    EXPECT_EQ(measured["displays"]["bandcorrelation"]["valid"][5], true);
+}
+
 TEST_F(Displays, HistoryOfAGateFollowsItsGain)
 {
     // Loud for half of the file.

@@ -50,7 +50,8 @@ inline unsigned floatingPointMode()
     return _mm_getcsr() & ~0x3Fu;
 }
 
-/// Whether the gain at a single frequency is chance, as in a room: only many of them tell the level.
+/// Whether the gain at a single frequency is chance, as in a room: only many of them tell the
+/// level.
 inline bool isDiffuse(const std::string& name)
 {
     return name == "Room Reverb" || name == "Swellroom" || name == "Vaulter";

@@ -86,6 +86,8 @@ constexpr Attributes kDisplays[] = {
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Trace", "time trigger level pretrigger gain layout persistence"},
+    {"StereoField", "view pair autogain gain persistence correlation"},
+    {"BandCorrelation", "bands time"},
     {"Spectrum", "mode tilt top range low high weighting compare"},
     {"TapGrid",
      "on steps levels pans tones peaks beats time swing length feedback reduction frozen"},
@@ -96,6 +98,7 @@ constexpr Attributes kDisplays[] = {
     {"PanField", "across along azimuth elevation distance width left right"},
     {"DecayCurve", "decay low lowFrequency high highFrequency air size"},
     {"Reflections", "shape size distance decay"},
+    {"SwellCurve", "decay swell"},
     {"ImpulseWave", "start length stretch reverse tail trim"},
     {"VoiceField", "voices delays spread low high"},
 };

@@ -62,9 +62,37 @@ std::string presetUri(const Plugin& plugin, const char* title)
     return turtle::iri(plugin.uri + "#preset_" + name);
 }
 
+std::vector<std::string> textUris(const VNK::HostedEffect& effect, const Plugin& plugin)
+{
+    std::vector<std::string> uris;
+    for (int i = 0; i < effect.countTexts(); ++i) {
+        VNK::TextInfo info;
+        effect.getTextInfo(i, info);
+        uris.push_back(turtle::iri(textUri(plugin, info)));
+    }
+    return uris;
+}
+
 std::string presetFile(const Plugin& plugin)
 {
     return turtle::iri(plugin.fileName + "-presets.ttl");
+}
+
+/// The properties that stand for an effect's texts.
+std::string describeTexts(const VNK::HostedEffect& effect, const Plugin& plugin)
+{
+    std::string all;
+    for (int i = 0; i < effect.countTexts(); ++i) {
+        VNK::TextInfo info;
+        effect.getTextInfo(i, info);
+        Node node;
+        node.add("a", "lv2:Parameter")
+            .add("rdfs:label", turtle::text(info.title))
+            .add("rdfs:range", info.kind == VNK::TextKind::Plain ? "atom:String" : "atom:Path");
+        if (*info.help) node.add("rdfs:comment", turtle::text(info.help));
+        all += node.of(turtle::iri(textUri(plugin, info)));
+    }
+    return all;
 }
 
 }  // namespace
@@ -78,15 +106,18 @@ std::string turtleHeader()
 @prefix lv2: <http://lv2plug.in/ns/lv2core#> .
 @prefix opts: <http://lv2plug.in/ns/ext/options#> .
 @prefix owl: <http://www.w3.org/2002/07/owl#> .
+@prefix patch: <http://lv2plug.in/ns/ext/patch#> .
 @prefix pg: <http://lv2plug.in/ns/ext/port-groups#> .
 @prefix pprops: <http://lv2plug.in/ns/ext/port-props#> .
 @prefix pset: <http://lv2plug.in/ns/ext/presets#> .
 @prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .
 @prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .
+@prefix rsz: <http://lv2plug.in/ns/ext/resize-port#> .
 @prefix state: <http://lv2plug.in/ns/ext/state#> .
 @prefix time: <http://lv2plug.in/ns/ext/time#> .
 @prefix units: <http://lv2plug.in/ns/extensions/units#> .
 @prefix urid: <http://lv2plug.in/ns/ext/urid#> .
+@prefix work: <http://lv2plug.in/ns/ext/worker#> .
 @prefix xsd: <http://www.w3.org/2001/XMLSchema#> .
 
 )";
@@ -130,6 +161,7 @@ std::string describe(const Catalogue& catalogue, const Plugin& plugin)
     const auto effect = catalogue.create(plugin);
     const auto& module = catalogue.factory().moduleInformation();
     const auto version = Version::of(module.version);
+    const bool hasTexts = effect->countTexts() > 0;
     Node node;
     node.add("a", "lv2:Plugin , " + std::string(classOf(plugin, *effect)) + " , doap:Project")
         .add("doap:name", turtle::text(plugin.title))
@@ -146,13 +178,16 @@ std::string describe(const Catalogue& catalogue, const Plugin& plugin)
         .add("lv2:minorVersion", turtle::integer(version.minor))
         .add("lv2:microVersion", turtle::integer(version.micro))
         .add("lv2:optionalFeature",
-             "lv2:hardRTCapable , urid:map , opts:options , bufsz:boundedBlockLength")
+             std::string("lv2:hardRTCapable , urid:map , opts:options , bufsz:boundedBlockLength") +
+                 (hasTexts ? " , work:schedule , state:mapPath , state:freePath" : ""))
         .add("opts:supportedOption", "bufsz:nominalBlockLength , bufsz:maxBlockLength")
-        .add("lv2:extensionData", "state:interface")
+        .add("lv2:extensionData", hasTexts ? "state:interface , work:interface" : "state:interface")
         .add("pg:mainInput", groupUri(plugin, "in"))
         .add("pg:mainOutput", groupUri(plugin, "out"))
         .add("lv2:port", turtle::list(describePorts(*effect, plugin)));
-    return turtleHeader() + node.of(turtle::iri(plugin.uri)) + describeGroups(*effect, plugin);
+    if (hasTexts) node.add("patch:writable", turtle::list(textUris(*effect, plugin)));
+    return turtleHeader() + node.of(turtle::iri(plugin.uri)) + describeGroups(*effect, plugin) +
+           describeTexts(*effect, plugin);
 }
 
 std::string describePresets(const Catalogue& catalogue, const Plugin& plugin)

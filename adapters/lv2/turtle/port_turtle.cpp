@@ -7,6 +7,7 @@
 
 #include "adapters/common/parameters.h"
 #include "adapters/common/slug.h"
+#include "adapters/lv2/text_exchange.h"
 #include "adapters/lv2/turtle/turtle.h"
 
 namespace quillworks::lv2 {
@@ -192,6 +193,8 @@ std::string nameOf(const VNK::HostedEffect& effect, const Plugin& plugin, const 
         return channelName("Side-chain", layoutOf(plugin, port.role), port.index);
     case Role::Events:
         return "Song Position";
+    case Role::Notify:
+        return "Notify";
     case Role::Enabled:
         return "Enabled";
     case Role::SideChainOn:
@@ -220,6 +223,8 @@ std::string_view typeOf(Role role)
         return "lv2:OutputPort , lv2:AudioPort";
     case Role::Events:
         return "lv2:InputPort , atom:AtomPort";
+    case Role::Notify:
+        return "lv2:OutputPort , atom:AtomPort";
     case Role::Meter:
     case Role::Latency:
         return "lv2:OutputPort , lv2:ControlPort";
@@ -274,7 +279,15 @@ std::vector<std::string> describePorts(const VNK::HostedEffect& effect, const Pl
             node.add("lv2:designation", "lv2:control")
                 .add("lv2:portProperty", "lv2:connectionOptional")
                 .add("atom:bufferType", "atom:Sequence")
-                .add("atom:supports", "time:Position");
+                .add("atom:supports",
+                     effect.countTexts() > 0 ? "time:Position , patch:Message" : "time:Position");
+            break;
+        case Role::Notify:
+            node.add("lv2:designation", "lv2:control")
+                .add("lv2:portProperty", "lv2:connectionOptional")
+                .add("atom:bufferType", "atom:Sequence")
+                .add("atom:supports", "patch:Message")
+                .add("rsz:minimumSize", turtle::integer(int{TextExchange::kLeastRoom}));
             break;
         case Role::Enabled:
             addSwitch(node, true);
