@@ -67,8 +67,8 @@ public:
     }
 
     lilv::Instance& instance() { return *instance_; }
-    /// Port of a parameter, -1 where it has none: one that is called as a port of the plug-in itself
-    /// has another symbol.
+    /// Port of a parameter, -1 where it has none: one that is called as a port of the plug-in
+    /// itself has another symbol.
     int portOf(const std::string& key)
     {
         const int own = instance().find(key + "_setting");
