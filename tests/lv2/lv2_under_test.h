@@ -68,6 +68,13 @@ public:
     }
 
     lilv::Instance& instance() { return *instance_; }
+    /// Port of a parameter, -1 where it has none: one that is called as a port of the plug-in
+    /// itself has another symbol.
+    int portOf(const std::string& key)
+    {
+        const int own = instance().find(key + "_setting");
+        return own >= 0 ? own : instance().find(key);
+    }
     Lv2UnderTest& set(const std::string& symbol, float value)
     {
         EXPECT_TRUE(instance_->set(symbol, value)) << symbol;
