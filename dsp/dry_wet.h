@@ -42,7 +42,11 @@ public:
         for (auto& line : dry_) line.prepare(longestDelay, longestDelay);
     }
     /// Before the first sub-block, or while nothing is heard: the gains are not faded.
-    void setLaw(MixLaw law) noexcept { law_ = law; }
+    void setLaw(MixLaw law) noexcept
+    {
+        law_ = law;
+        laid_ = -1;
+    }
     /// Samples that the dry signal is delayed by: the latency of what makes the wet one. A new
     /// delay begins with cleared lines, like the latency it stands for.
     void setDelay(int samples) noexcept
@@ -78,6 +82,9 @@ public:
     {
         if (!slice.begins()) return;
         fraction_ = mix_.next(kWholeSubBlock);
+        // Sines and cosines take as long as mixing a sub-block.
+        if (fraction_.isConstant() && fraction_.to == laid_) return;
+        laid_ = fraction_.isConstant() ? fraction_.to : T(-1);
         wetGain_.follow({wetGain(fraction_.from), wetGain(fraction_.to)});
         if (law_ != MixLaw::Linear)
             dryGain_.follow({wetGain(1 - fraction_.from), wetGain(1 - fraction_.to)});
@@ -138,6 +145,7 @@ private:
     bool wetOnly_ = false;
     MixLaw law_ = MixLaw::Linear;
     Ramp<T> fraction_{1, 1};
+    T laid_ = -1;  // the fraction that the gains stand for throughout a sub-block; -1: for none
     Course<T> wetGain_, dryGain_;
     std::vector<DelayLine<T>> dry_;
 };

@@ -56,8 +56,9 @@ template <typename T> void Tank<T>::prepare(const TankSpec& spec)
     rings(inflows_, inflowCount_, length);
     rings(steps_, spec.steps > 1 ? n : 0, most.step[1]);
 
-    filter_.prepare(*spec.design, n, 1 / std::sqrt(n));
     const double scale = 1 / std::sqrt(n);
+    scale_ = T(scale);
+    filter_.prepare(*spec.design, n, scale);
     for (int k = 0; k < spec.steps; ++k)
         for (int i = 0; i < n; ++i) sign_[k][i] = T(geometry_.sign(k, i) * scale);
     for (int c = 0; c < spec.inputs; ++c) {
@@ -222,9 +223,8 @@ template <typename T> void Tank<T>::startMotion() noexcept
 
 template <typename T> void Tank<T>::advanceMotion() noexcept
 {
-    tankKernels<T>().rotate({phaseCosine_.data(), phaseSine_.data(), stepCosine_.data(),
-                             stepSine_.data(), motion_.next(kWholeSubBlock).to, &cosine_, &sine_,
-                             spec_.lines / 2});
+    kernels_.rotate({phaseCosine_.data(), phaseSine_.data(), stepCosine_.data(), stepSine_.data(),
+                     motion_.next(kWholeSubBlock).to, &cosine_, &sine_, spec_.lines / 2});
 }
 
 template <typename T> void Tank<T>::advanceFilters() noexcept
@@ -300,7 +300,7 @@ template <typename T> void Tank<T>::diffuse(GridSlice slice) noexcept
         look(ring, now_.step[index(k)], coming_.step[index(k)], slice, from, stepRoom_[k]);
         const bool isLast = k + 1 == spec_.steps;
         if (!isLast) steps_.next(to.data());
-        tankKernels<T>().diffuse(
+        kernels_.diffuse(
             {from.data(), isLast ? diffused_.data() : to.data(), sign_[k], n, slice.frames});
         ring.advance(slice.frames);
         if (!isLast) steps_.committed(slice.frames);
@@ -314,17 +314,17 @@ template <typename T> void Tank<T>::circulate(GridSlice slice) noexcept
     Rows to, allPass;
     look(lines_, now_.line, coming_.line, slice, from, lineRoom_);
     lines_.next(to.data());
-    isBroken_ |= !tankKernels<T>().sumUp(
-        {from.data(), outputs_.data(), T(1 / std::sqrt(n)), spec_.outputs, n, slice.frames});
+    isBroken_ |=
+        !kernels_.sumUp({from.data(), outputs_.data(), scale_, spec_.outputs, n, slice.frames});
     filter_.process(from.data(), filtered_.data(), slice);
     if (spec_.hasAllPasses) {
         look(allPasses_, now_.allPass, coming_.allPass, slice, delayed, allPassRoom_);
         allPasses_.next(allPass.data());
     }
     const T gStep = (g_.to - g_.from) * (T(1) / kSubBlock);
-    tankKernels<T>().feedBack({filtered_.data(), diffused_.data(), to.data(),
-                               spec_.hasAllPasses ? delayed.data() : nullptr, allPass.data(), g_.to,
-                               gStep, cosine_, sine_, n, slice.frames, slice.phase});
+    kernels_.feedBack({filtered_.data(), diffused_.data(), to.data(),
+                       spec_.hasAllPasses ? delayed.data() : nullptr, allPass.data(), g_.to, gStep,
+                       cosine_, sine_, n, slice.frames, slice.phase});
     for (auto* lines : {&lines_, &allPasses_}) {
         lines->committed(slice.frames);
         lines->advance(slice.frames);

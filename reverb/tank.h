@@ -142,7 +142,9 @@ private:
     GridLines<T> inflows_, steps_, lines_, allPasses_;
     int inflowCount_ = 1;
     std::array<T, kMostChannels> inputGain_{};
-    T sign_[kMostSteps][kMostLines]{};  // times the transform's scale
+    T scale_ = 1;                       // that makes the transform keep energy
+    T sign_[kMostSteps][kMostLines]{};  // times it
+    const TankKernels<T>& kernels_ = tankKernels<T>();
     AlignedBuffer<T> rooms_;
     Rows lineRoom_{}, allPassRoom_{}, stepRoom_[kMostSteps]{}, diffused_{}, filtered_{};
     std::array<T*, kMostChannels> outputs_{};
