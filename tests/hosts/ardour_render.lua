@@ -1,7 +1,8 @@
 -- SPDX-License-Identifier: ISC
--- usage: ardour7-lua ardour_render.lua FOLDER NAME PRESET [URI INDEX=VALUE,...]...
+-- usage: ardour7-lua ardour_render.lua FOLDER NAME PRESET [PLUGIN INDEX=VALUE,...]...
 -- A session with the test source and plug-ins on a stereo bus, saved and exported to FOLDER/NAME.wav.
--- INDEX counts a plug-in's control ports.
+-- PLUGIN is the URI of an LV2 plug-in or the 32 digits of a VST3 class. INDEX counts its control
+-- ports or is the title of a parameter.
 local folder, name, preset = arg[1], arg[2], arg[3]
 AudioEngine:set_backend ("None (Dummy)", "", ""):set_device_name ("Silence")
 local session = create_session (folder .. "/session-" .. name, name, 48000)
@@ -15,9 +16,19 @@ end
 insert (ARDOUR.LuaAPI.new_luaproc (session, "Host Test Source"))
 local latency = 0
 for i = 4, #arg, 2 do
-  local plugin = insert (ARDOUR.LuaAPI.new_plugin (session, arg[i], ARDOUR.PluginType.LV2, ""))
-  for index, value in arg[i + 1]:gmatch ("(%d+)=([^,]+)") do
-    assert (ARDOUR.LuaAPI.set_plugin_insert_param (plugin:to_insert (), tonumber (index), tonumber (value)),
+  local is_vst3 = #arg[i] == 32 and not arg[i]:find ("[^%x]")
+  local kind = is_vst3 and ARDOUR.PluginType.VST3 or ARDOUR.PluginType.LV2
+  local plugin = insert (ARDOUR.LuaAPI.new_plugin (session, arg[i], kind, ""))
+  local inside, titles, controls = plugin:to_insert ():plugin (0), {}, 0
+  for p = 0, inside:parameter_count () - 1 do
+    if inside:parameter_is_control (p) then
+      titles[inside:parameter_label (p)] = controls
+      controls = controls + 1
+    end
+  end
+  for index, value in arg[i + 1]:gmatch ("([^,=]+)=([^,]+)") do
+    local at = tonumber (index) or titles[index]
+    assert (at and ARDOUR.LuaAPI.set_plugin_insert_param (plugin:to_insert (), at, tonumber (value)),
             "parameter " .. index)
   end
   sleep (1)

@@ -202,7 +202,16 @@ public:
                   effect_.hasSideChain ? V3_OK : V3_INVALID_ARG);
         EXPECT_EQ(call(component)->set_active(component, true), V3_OK);
         EXPECT_EQ(call(processor)->set_processing(processor, true), V3_OK);
+        settle();
         return *this;
+    }
+    /// Waits for files and tables, as a host that renders does.
+    void settle()
+    {
+        v3_process_data data{};
+        data.process_mode = V3_OFFLINE;
+        data.symbolic_sample_size = sizeof(T) == 8 ? V3_SAMPLE_64 : V3_SAMPLE_32;
+        EXPECT_EQ(call(processor)->process(processor, &data), V3_OK);
     }
     void deactivate() { call(component)->set_active(component, false); }
 
