@@ -319,7 +319,7 @@ private:
         for (auto& order : result.harmonics) scale(order);
     }
 
-    static constexpr double kLowest = 0.5;    // Hz; below is no sound but an offset
+    static constexpr double kLowest = 0.8;    // Hz; below is no sound but an offset
     static constexpr double kAllowed = 1.26;  // 1 dB more noise for a wider band
     static constexpr double kLeastFall = 10;  // dB that tell a decay from steady noise
 

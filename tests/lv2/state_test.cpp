@@ -95,7 +95,12 @@ TEST(Lv2State, PresetsAreThoseOfTheModuleAndStandInThePorts)
                 .instance()
                 .run(0);  // waits for what is made beside the sound
             running.set("freewheel", 0);
-            EXPECT_TRUE(isSame(running.play(in), reference.play(in, kMaxFrames)));
+            const auto a = running.play(in), b = reference.play(in, kMaxFrames);
+            // What is loaded beside the sound may come while a gain still glides there.
+            if (reference.component().countTexts() > 0)
+                EXPECT_LE(peakDifferenceDb(a, b), -140);
+            else
+                EXPECT_TRUE(isSame(a, b));
         }
     }
 }
