@@ -12,10 +12,12 @@ namespace {
 int livePlans = 0;
 
 /// Gives back what the planner has learnt when the module goes; not while static objects still hold
-/// plans.
+/// plans. A thread that outlives this may be planning.
 struct PlannerEnd {
+    std::mutex& lock;
     ~PlannerEnd()
     {
+        const std::lock_guard guard(lock);
         if (livePlans > 0) return;
         fftwf_cleanup();
         fftw_cleanup();
@@ -25,8 +27,8 @@ struct PlannerEnd {
 /// FFTW's planner shares tables between all plans of a precision; only execution is reentrant.
 std::mutex& plannerLock()
 {
-    static std::mutex lock;
-    static const PlannerEnd end;
+    static std::mutex& lock = *new std::mutex;  // as long as there are threads
+    static const PlannerEnd end{lock};
     return lock;
 }
 

@@ -359,6 +359,7 @@ void FDNReverbComponent::restored(const StoredState& state)
         source.fit = ResponseFingerprint::of(*fit);
     if (const auto* const data = state.attribute<Blob>(kData)) source.embedded = data->bytes;
     source.isRestored = true;
+    loader_.expect(source);
     restored_ = std::move(source);
 }
 
@@ -381,6 +382,7 @@ void FDNReverbComponent::complete(StoredState& state) const
     if (text(kFile).starts_with(VNK::kFactoryPrefix)) identity.path.clear();
     identity.store(state);
     if (report.fit) state.attributes[kFit] = report.fit->blob();
+    if (isOn("embed") && !report.embedded.empty()) state.attributes[kData] = Blob{report.embedded};
     if (!isOn("embed") || !report.file) return;
     const auto& sound = *report.file;
     bool fits = sound.channels.size() <= 8;

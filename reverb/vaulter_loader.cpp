@@ -159,10 +159,27 @@ void VaulterLoader::set(Value which, float value) noexcept
     job_->request();
 }
 
+/// A song may be saved before its file has been read: until then what it said itself holds.
+VaulterLoader::Report VaulterLoader::expected(const Source& source)
+{
+    Report report;
+    report.identity = source.known;
+    report.fit = source.fit;
+    report.embedded = source.embedded;
+    return report;
+}
+
+void VaulterLoader::expect(const Source& source)
+{
+    const std::lock_guard lock(mutex_);
+    if (!report_.file) report_ = expected(source);
+}
+
 void VaulterLoader::setSource(Source source)
 {
     {
         const std::lock_guard lock(mutex_);
+        report_ = expected(source);
         source_ = std::move(source);
         ++sourceSerial_;
     }

@@ -41,6 +41,7 @@ public:
         ResponseIdentity identity;
         std::optional<ResponseFingerprint> fit;         // of the file
         std::shared_ptr<const VNK::Sound<float>> file;  // as it was read; null if there is none
+        std::string embedded;                           // what a state carried, until it is read
         std::vector<std::vector<float>> envelope;       // peaks in columns, of each response
         double seconds = 0;                             // of what is convolved
         double tailStart = 0;                           // s; 0 without a tank
@@ -67,6 +68,8 @@ public:
 
     // [main thread]
     void setSource(Source source);
+    /// What a state says of the file that is in use or on its way; counts until it has been read.
+    void expect(const Source& source);
     /// The way to a core, which is the same while rate and layout are. May throw std::bad_alloc.
     template <typename T> std::shared_ptr<VaulterExchange<T>> connect(const ProcessSpec& spec);
     Report report() const;
@@ -77,6 +80,7 @@ private:
     template <typename T> using Exchange = std::shared_ptr<VaulterExchange<T>>;
     using Target = std::variant<std::monostate, Exchange<float>, Exchange<double>>;
 
+    static Report expected(const Source& source);
     float value(Value which) const noexcept { return values_[which].load(); }
     void run(const WorkerJob::Progress& progress);
     void read(const Source& source, const IsCancelled& isCancelled);
