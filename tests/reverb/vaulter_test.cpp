@@ -252,6 +252,33 @@ TYPED_TEST(Vaulter, GoesOnWithATankThatDecaysAsTheRecordingDidOrOtherwise)
     }
 }
 
+TYPED_TEST(Vaulter, GoesOnAtTheSameLevelInEverySpeaker)
+{
+    const auto file = this->write("hall.wav", this->room(1.5, 1, 2));
+    Channels<TypeParam> x(6, Signal<TypeParam>(48000)), y[2];
+    for (unsigned c = 0; c < 6; ++c) {
+        const auto burst = noise<TypeParam>(4800, 30 + c);
+        std::copy(burst.begin(), burst.end(), x[c].begin());
+    }
+    VNK::SpeakerArrangement surround;
+    ASSERT_TRUE(VNK::SpeakerArrangement::named("5.1", surround));
+    for (const int mode : {0, 1}) {
+        typename TestFixture::Effect fx("Vaulter");
+        this->plain(fx);
+        this->open(fx, file);
+        fx.set("motion", 0).set("tailmode", mode);
+        fx.layout(surround).prepare(6);
+        y[mode] = fx.play(x);
+    }
+    for (std::size_t c = 0; c < 6; ++c) {
+        if (c == 3) continue;  // LFE
+        EXPECT_NEAR(this->decibels(this->power(y[1][c], 0.3, 0.7) / this->power(y[0][c], 0.3, 0.7)),
+                    0, 2.5)
+            << c;
+    }
+    EXPECT_EQ(y[1][3], Signal<TypeParam>(48000));
+}
+
 TYPED_TEST(Vaulter, HoldsWhatRingsWhileItIsFrozen)
 {
     typename TestFixture::Effect fx("Vaulter");
