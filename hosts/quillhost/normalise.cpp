@@ -103,7 +103,9 @@ void Normaliser::narrow(const RenderPlan& plan, double most, Attempt& attempt,
     attempt.threshold = std::clamp(double(measured.rangeLow), -48.0, 0.0);
     attempt.ratio = 1;
     for (int i = 0; i<kMostNarrowings&& double(measured.range)> most; ++i) {
-        attempt.ratio = std::min(20.0, attempt.ratio * 1.1 * double(measured.range) / most);
+        // Speeds and knee let more through than the ratio says.
+        const double over = double(measured.range) / most;
+        attempt.ratio = std::min(20.0, attempt.ratio * 1.2 * std::pow(over, i == 0 ? 1 : 2));
         measured = measure(plan, attempt, in, watched);
     }
 }

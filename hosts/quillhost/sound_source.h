@@ -11,7 +11,8 @@ namespace quillhost {
 class RateConverter;
 
 /// Reads as SoundReader does. Another rate is converted to by the SoX resampler at its highest
-/// quality (28 bits; flat to 0.95 of half the lower rate, linear phase), without latency.
+/// quality (linear phase, flat to 0.91 of half the lower rate, errors below -100 dB), without
+/// latency.
 class SoundSource {
 public:
     /// `sampleRate` 0: that of the file.
