@@ -72,6 +72,31 @@ void drawHistory(const ShownDisplay& d, Picture& picture)
     graph.legend(keys);
 }
 
+/// Peaks of an impulse response over time, of each of its paths.
+void drawResponse(const ShownDisplay& d, Picture& picture)
+{
+    const bool isLoaded = d.shown.contains("channels");
+    const auto& paths = d.shown[isLoaded ? "channels" : "paths"];
+    const double seconds = d.shown["seconds"].is_number() ? d.shown["seconds"].get<double>() : 0;
+    if (paths.empty() || !(seconds > 0)) throw WorkError("there is no response yet");
+    constexpr double kFloor = -90;
+    Graph graph(picture, kDisplayTop, picture.height() - 56, {"time in s", 0, seconds},
+                {"level in dB", kFloor, 6, false, roundTicks(kFloor, 6, 12, true)});
+    std::vector<Graph::Key> keys;
+    for (std::size_t p = paths.size(); p-- > 0;) {
+        const auto values = numbersOf(paths[p][isLoaded ? "peaks" : "level"]);
+        std::vector<Point> points;
+        for (const double x : values) {
+            const double level = isLoaded ? 20 * std::log10(std::abs(x) + 1e-9) : x;
+            points.push_back(
+                {seconds * double(points.size()) / double(values.size()), std::max(kFloor, level)});
+        }
+        graph.line(points, d.colour(p), 1.5);
+        keys.insert(keys.begin(), {"path " + std::to_string(p + 1), d.colour(p)});
+    }
+    graph.legend(keys);
+}
+
 }  // namespace
 
 double ShownDisplay::value(const char* key) const
@@ -104,6 +129,7 @@ void drawDisplay(const std::string& name, const ShownDisplay& display, Picture& 
         {"spectrum", drawSpectrum}, {"bands", drawBands},
         {"sonogram", drawSonogram}, {"goniometer", drawGoniometer},
         {"matrix", drawMatrix},     {"bandcorrelation", drawBandCorrelation},
+        {"response", drawResponse},
     };
     for (const auto& drawing : kDrawings)
         if (name == drawing.display) return drawing.draw(display, picture);
