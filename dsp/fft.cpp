@@ -5,6 +5,7 @@
 #include <bit>
 #include <fftw3.h>
 #include <mutex>
+#include <type_traits>
 
 namespace quillworks {
 namespace {
@@ -14,22 +15,24 @@ int livePlans = 0;
 /// Gives back what the planner has learnt when the module goes; not while static objects still hold
 /// plans. A thread that outlives this may be planning.
 struct PlannerEnd {
-    std::mutex& lock;
-    ~PlannerEnd()
-    {
-        const std::lock_guard guard(lock);
-        if (livePlans > 0) return;
-        fftwf_cleanup();
-        fftw_cleanup();
-    }
+    ~PlannerEnd();
 };
 
 /// FFTW's planner shares tables between all plans of a precision; only execution is reentrant.
 std::mutex& plannerLock()
 {
-    static std::mutex& lock = *new std::mutex;  // as long as there are threads
-    static const PlannerEnd end{lock};
+    static std::mutex lock;  // has nothing to destroy
+    static const PlannerEnd end;
     return lock;
+}
+static_assert(std::is_trivially_destructible_v<std::mutex>);
+
+PlannerEnd::~PlannerEnd()
+{
+    const std::lock_guard guard(plannerLock());
+    if (livePlans > 0) return;
+    fftwf_cleanup();
+    fftw_cleanup();
 }
 
 /// How long the planner searches: beyond 65536 points measuring would take seconds. A more patient

@@ -2,9 +2,9 @@
 #include "reverb/vaulter_loader.h"
 
 #include <algorithm>
+#include <bitset>
 #include <cmath>
 #include <deque>
-#include <set>
 
 #include "framework/speakers.h"
 #include "reverb/decay_analysis.h"
@@ -19,36 +19,27 @@ constexpr std::size_t kMostBytes = std::size_t{1} << 30;
 constexpr double kCutFade = 0.01;  // s
 constexpr std::size_t kOneKilohertz = 5;
 
-// What the worker may still use while the process ends is never destroyed.
-
-/// The lowest number that no living instance has.
+/// The lowest number that no living instance has; the last one for all that are too many. The
+/// worker may come here while the process ends: there is nothing that is destroyed.
 class InstanceNumbers {
 public:
     static int take()
     {
-        const std::lock_guard lock(mutex());
-        int number = 0;
-        while (taken().count(number) > 0) ++number;
-        taken().insert(number);
-        return number;
+        const std::lock_guard lock(mutex_);
+        std::size_t number = 0;
+        while (number + 1 < taken_.size() && taken_[number]) ++number;
+        taken_[number] = true;
+        return static_cast<int>(number);
     }
     static void giveBack(int number)
     {
-        const std::lock_guard lock(mutex());
-        taken().erase(number);
+        const std::lock_guard lock(mutex_);
+        taken_[static_cast<std::size_t>(number)] = false;
     }
 
 private:
-    static std::mutex& mutex()
-    {
-        static auto& mutex = *new std::mutex;
-        return mutex;
-    }
-    static std::set<int>& taken()
-    {
-        static auto& taken = *new std::set<int>;
-        return taken;
-    }
+    static inline std::mutex mutex_;
+    static inline std::bitset<1024> taken_;
 };
 
 /// Decay time at 1 kHz behind `start` seconds, mean of the channels; 0 where there is none.
