@@ -374,7 +374,9 @@ TEST_P(EveryEffect, HasTheSameLevelAtEveryRateAsItComesAndWithEachSwitch)
     auto fx = effect<float>();
     for (double gain : {1., 500.}) {
         const auto x = tones(48000, gain), low = tones(8000, gain), high = tones(768000, gain);
-        for (int i = -1; i < fx.component().countParameters(); ++i) {
+        if (kIsSanitised && gain > 1) break;
+        const int switches = kIsSanitised ? 0 : fx.component().countParameters();
+        for (int i = -1; i < switches; ++i) {
             VNK::ParameterInfo p;
             if (i >= 0 && (!fx.component().getParameter(i, p) || p.kind != VNK::ValueKind::Toggle ||
                            !p.isAutomatable()))
