@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: ISC
-// The class pairs whose processing is still to come. An effect that is built takes its name from
-// here to its family's folder.
+// The class pairs that pass their audio through: those that try out the frame, and any effect until
+// it is built and takes its name from here to its family's folder.
 #pragma once
 
 #include "framework/pass_through.h"
 
 namespace quillworks {
-
 
 // Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;
