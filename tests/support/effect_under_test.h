@@ -25,9 +25,9 @@ using Precisions = ::testing::Types<float, double>;
 template <class Component> void waitUntilReady(Component& component)
 {
     std::int64_t busy = 0;
-    for (int i = 0; i < 30000 && component.getInteger("busy", busy) && busy != 0; ++i)
+    for (int i = 0; i < 120000 && component.getInteger("busy", busy) && busy != 0; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    EXPECT_EQ(busy, 0) << "still busy after half a minute";
+    EXPECT_EQ(busy, 0) << "still busy after two minutes";
 }
 
 /// Every process call runs under the audio-thread guard: an allocation, lock or system call in it

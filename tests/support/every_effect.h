@@ -50,6 +50,13 @@ inline unsigned floatingPointMode()
     return _mm_getcsr() & ~0x3Fu;
 }
 
+/// Whether each change of a setting reads and transforms anew, beside the sound: under a sanitizer
+/// sweeps over many settings would take minutes.
+inline bool isSlowToSet(const std::string& name)
+{
+    return kIsSanitised && name == "Vaulter";
+}
+
 /// Whether the gain at a single frequency is chance, as in a room: only many of them tell the
 /// level.
 inline bool isDiffuse(const std::string& name)
