@@ -99,7 +99,10 @@ int render(const Session& session, Options& options)
     {
         std::vector<std::string> saidLater;
         const Session::NotesApart apart(saidLater);
-        for (const auto& spec : plan.effects) createEffect(session, spec);
+        // What convolves with a file sets its blocks apart from those of other instances that live:
+        // the same bits come one by one.
+        for (const auto& spec : plan.effects)
+            if (createEffect(session, spec).component().countTexts() > 0) batch.jobs = 1;
     }
     checkPlan(plan);
     if (isBatch) {
