@@ -106,7 +106,7 @@ TEST_F(Batch, BringsFilesToALoudnessUnderACeiling)
                              "-20", "--true-peak", "-2", "--strict", "--json"});
     EXPECT_EQ(result.code, 0) << result.err;
     const auto report = Json::parse(result.out);
-    for (const int i : {0, 1}) {
+    for (const std::size_t i : {0u, 1u}) {
         const auto [loudness, peak] = measured(report[i]["output"]);
         EXPECT_NEAR(loudness, -20, 0.1) << i;
         EXPECT_LE(peak, -1.95) << i;

@@ -106,7 +106,7 @@ TEST(MeasuredResponse, ALoopbackIsAUnitImpulseAtItsPlace)
                                                               {48000, 1, 100, -50, 4800},
                                                               {48000, 1, 5, -60, 0}}) {
         const auto m = measured({fs, seconds, from, 0.25}, 0.5, [d = delay](auto x) {
-            x.insert(x.begin(), std::ptrdiff_t(d), 0.0);
+            x.insert(x.begin(), std::size_t(d), 0.0);
             x.resize(x.size() - d);
             return x;
         });

@@ -51,15 +51,16 @@ struct Queue {
         q.points[std::size_t(*index = q.count++)] = {frame, value};
         return V3_OK;
     }
-    static inline const v3_param_value_queue_cpp kCalls{
-        kHostObject,
-        {[](void* self) { return of(self).id; }, [](void* self) { return of(self).count; },
-         [](void* self, std::int32_t i, std::int32_t* frame, double* value) -> v3_result {
-             std::tie(*frame, *value) = of(self).points[std::size_t(i)];
-             return V3_OK;
-         },
-         add}};
+    static const v3_param_value_queue_cpp kCalls;
 };
+inline const v3_param_value_queue_cpp Queue::kCalls{
+    kHostObject,
+    {[](void* self) { return of(self).id; }, [](void* self) { return of(self).count; },
+     [](void* self, std::int32_t i, std::int32_t* frame, double* value) -> v3_result {
+         std::tie(*frame, *value) = of(self).points[std::size_t(i)];
+         return V3_OK;
+     },
+     add}};
 
 /// Queues of a block, in either direction; room for them is there before the block.
 struct Changes {
@@ -86,14 +87,15 @@ struct Changes {
         queues.emplace_back().id = *id;
         return reinterpret_cast<v3_param_value_queue**>(&queues.back());
     }
-    static inline const v3_param_changes_cpp kCalls{
-        kHostObject,
-        {[](void* self) { return std::int32_t(of(self).queues.size()); },
-         [](void* self, std::int32_t i) {
-             return reinterpret_cast<v3_param_value_queue**>(&of(self).queues[std::size_t(i)]);
-         },
-         add}};
+    static const v3_param_changes_cpp kCalls;
 };
+inline const v3_param_changes_cpp Changes::kCalls{
+    kHostObject,
+    {[](void* self) { return std::int32_t(of(self).queues.size()); },
+     [](void* self, std::int32_t i) {
+         return reinterpret_cast<v3_param_value_queue**>(&of(self).queues[std::size_t(i)]);
+     },
+     add}};
 
 struct Stream {
     const void* table = &kCalls;
@@ -105,23 +107,24 @@ struct Stream {
     struct Calls : v3_funknown {
         v3_bstream stream;
     };
-    static inline const Calls kCalls{
-        kHostObject,
-        {[](void* self, void* to, std::int32_t n, std::int32_t* done) -> v3_result {
-             auto& s = of(self);
-             *done = std::int32_t(std::min({std::size_t(n), s.most, s.bytes.size() - s.at}));
-             std::copy_n(s.bytes.data() + s.at, *done, static_cast<char*>(to));
-             s.at += std::size_t(*done);
-             return V3_OK;
-         },
-         [](void* self, void* from, std::int32_t n, std::int32_t* done) -> v3_result {
-             *done = std::int32_t(std::min(std::size_t(n), of(self).most));
-             of(self).bytes.append(static_cast<const char*>(from), std::size_t(*done));
-             return V3_OK;
-         },
-         [](void*, std::int64_t, std::int32_t, std::int64_t*) -> v3_result { return V3_FALSE; },
-         [](void*, std::int64_t*) -> v3_result { return V3_FALSE; }}};
+    static const Calls kCalls;
 };
+inline const Stream::Calls Stream::kCalls{
+    kHostObject,
+    {[](void* self, void* to, std::int32_t n, std::int32_t* done) -> v3_result {
+         auto& s = of(self);
+         *done = std::int32_t(std::min({std::size_t(n), s.most, s.bytes.size() - s.at}));
+         std::copy_n(s.bytes.data() + s.at, *done, static_cast<char*>(to));
+         s.at += std::size_t(*done);
+         return V3_OK;
+     },
+     [](void* self, void* from, std::int32_t n, std::int32_t* done) -> v3_result {
+         *done = std::int32_t(std::min(std::size_t(n), of(self).most));
+         of(self).bytes.append(static_cast<const char*>(from), std::size_t(*done));
+         return V3_OK;
+     },
+     [](void*, std::int64_t, std::int32_t, std::int64_t*) -> v3_result { return V3_FALSE; },
+     [](void*, std::int64_t*) -> v3_result { return V3_FALSE; }}};
 
 struct Handler {
     const void* table = &kCalls;
@@ -132,18 +135,20 @@ struct Handler {
     struct Calls : v3_funknown {
         v3_component_handler handler;
     };
-    static inline const Calls kCalls{kHostObject,
-                                     {[](void*, v3_param_id) -> v3_result { return V3_OK; },
-                                      [](void* self, v3_param_id id, double value) -> v3_result {
-                                          of(self).edits[id] = value;
-                                          return V3_OK;
-                                      },
-                                      [](void*, v3_param_id) -> v3_result { return V3_OK; },
-                                      [](void* self, std::int32_t flags) -> v3_result {
-                                          of(self).restarts |= flags;
-                                          return V3_OK;
-                                      }}};
+    static const Calls kCalls;
 };
+inline const Handler::Calls Handler::kCalls{
+    kHostObject,
+    {[](void*, v3_param_id) -> v3_result { return V3_OK; },
+     [](void* self, v3_param_id id, double value) -> v3_result {
+         of(self).edits[id] = value;
+         return V3_OK;
+     },
+     [](void*, v3_param_id) -> v3_result { return V3_OK; },
+     [](void* self, std::int32_t flags) -> v3_result {
+         of(self).restarts |= flags;
+         return V3_OK;
+     }}};
 
 inline v3_speaker_arrangement placesNamed(const char* name)
 {
