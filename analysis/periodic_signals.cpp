@@ -162,7 +162,7 @@ int rateMultiple(double sampleRate) noexcept
 std::shared_ptr<const PeriodicSignals> PeriodicSignals::of(double sampleRate,
                                                            const std::function<bool()>& isCancelled)
 {
-    static SharedTables<double, PeriodicSignals> tables;
+    auto& tables = SharedTables<double, PeriodicSignals>::instance();
     try {
         return tables.get(sampleRate, [&] {
             const int length = periodicLength(sampleRate);

@@ -206,8 +206,18 @@ SignalGeneratorAlgorithm::SignalGeneratorAlgorithm() : PrecisionAlgorithm(kParam
 void SignalGeneratorAlgorithm::prepareCore(const ProcessSpec& spec, VNK::Precision precision)
 {
     rate_.store(spec.sampleRate, std::memory_order_release);
+    {
+        const std::lock_guard lock(outputMutex_);
+        output_ = spec.layout;
+    }
     PrecisionAlgorithm::prepareCore(spec, precision);
     withCore([this](auto& core) { core.setTables(tables_); });
+}
+
+VNK::SpeakerArrangement SignalGeneratorAlgorithm::preparedOutput() const noexcept
+{
+    const std::lock_guard lock(outputMutex_);
+    return output_;
 }
 
 SignalGeneratorComponent::SignalGeneratorComponent(SignalGeneratorAlgorithm& algorithm)
@@ -253,7 +263,7 @@ void SignalGeneratorComponent::makeTables(const WorkerJob::Progress& progress)
 std::shared_ptr<const PeriodicSignals> SignalGeneratorComponent::signals() const
 {
     const std::lock_guard lock(mutex_);
-    return signals_ && signals_->rate == sampleRate() ? signals_ : nullptr;
+    return signals_ && signals_->rate == algorithm_.preparedRate() ? signals_ : nullptr;
 }
 
 const char* SignalGeneratorComponent::displayName(std::int32_t index) const noexcept
@@ -269,13 +279,16 @@ bool SignalGeneratorComponent::snapshot(const char* name, VNK::IDisplaySink* sin
         for (const auto& row : kParameters)
             if (row.field) values.*row.field = row.forward(value(row.key));
         const auto held = signals();
-        const auto trace = traceOf(toneSettings(values), sampleRate(), held.get());
+        const double rate = algorithm_.preparedRate();
+        const auto trace = traceOf(toneSettings(values), rate > 0 ? rate : ProcessSpec{}.sampleRate,
+                                   held.get());
         const int only = static_cast<int>(values.channels) - kOneChannel;
-        std::istringstream names(algorithm_.outputLayout().names());
+        const auto layout = algorithm_.preparedOutput();
+        std::istringstream names(layout.names());
         sink->number("lost", 0);
         sink->number("period", trace.period);
         sink->beginList("channels");
-        for (int c = 0; c < channels() && !trace.samples.empty(); ++c) {
+        for (int c = 0; c < layout.channels && !trace.samples.empty(); ++c) {
             const bool isSilent = only >= 0 && only < kWalk - kOneChannel && only != c;
             const double sign = values.invert != 0 && c % 2 == 1 ? -1 : 1;
             auto samples = trace.samples;

@@ -60,14 +60,18 @@ public:
     SignalGeneratorAlgorithm();
 
     ToneSource::Tables& tables() noexcept { return tables_; }
-    /// As prepared last. [any thread]
+    /// As prepared last, 0 before that. [any thread]
     double preparedRate() const noexcept { return rate_.load(std::memory_order_acquire); }
+    /// As prepared last, without channels before that. [any thread but audio]
+    VNK::SpeakerArrangement preparedOutput() const noexcept;
 
 private:
     void prepareCore(const ProcessSpec& spec, VNK::Precision precision) override;
 
     ToneSource::Tables tables_;
     std::atomic<double> rate_{0};
+    mutable std::mutex outputMutex_;
+    VNK::SpeakerArrangement output_;
 };
 
 class SignalGeneratorComponent final

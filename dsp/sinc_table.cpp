@@ -2,11 +2,10 @@
 #include "dsp/sinc_table.h"
 
 #include <cmath>
-#include <map>
-#include <mutex>
 #include <vector>
 
 #include "dsp/kaiser.h"
+#include "dsp/shared_tables.h"
 
 namespace quillworks {
 namespace {
@@ -123,14 +122,8 @@ SincTable<T>::SincTable(const SincDesign& design)
 template <typename T>
 std::shared_ptr<const SincTable<T>> SincTable<T>::shared(const SincDesign& design)
 {
-    static std::mutex mutex;
-    static std::map<SincDesign, std::weak_ptr<const SincTable>> tables;
-    const std::lock_guard lock(mutex);
-    std::erase_if(tables, [](const auto& entry) { return entry.second.expired(); });
-    auto& known = tables[design];
-    auto table = known.lock();
-    if (!table) known = table = std::make_shared<const SincTable>(design);
-    return table;
+    return SharedTables<SincDesign, SincTable>::instance().get(
+        design, [&] { return SincTable(design); });
 }
 
 template class SincTable<float>;

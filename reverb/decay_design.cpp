@@ -182,8 +182,8 @@ DecaySections DecayDesign::sections(const DecayGains& gains) const noexcept
 
 std::shared_ptr<const OctaveDecayDesign> OctaveDecayDesign::at(double sampleRate)
 {
-    static SharedTables<double, OctaveDecayDesign> tables;
-    return tables.get(sampleRate, [&] { return OctaveDecayDesign(sampleRate); });
+    return SharedTables<double, OctaveDecayDesign>::instance().get(
+        sampleRate, [&] { return OctaveDecayDesign(sampleRate); });
 }
 
 OctaveDecayDesign::OctaveDecayDesign(double sampleRate)

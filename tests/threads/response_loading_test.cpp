@@ -62,6 +62,7 @@ TEST(ResponseLoading, WhileProcessingWhileLoadingAndUntilItsEffectIsDestroyed)
         }
         stop = true;
         audio.join();
+        waitUntilReady(component);  // once nobody asks for another any more
         EXPECT_TRUE(isFinite(y[0]));
         component.setText(text, files[2].c_str());  // and it goes
     }
