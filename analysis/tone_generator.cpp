@@ -280,8 +280,8 @@ bool SignalGeneratorComponent::snapshot(const char* name, VNK::IDisplaySink* sin
             if (row.field) values.*row.field = row.forward(value(row.key));
         const auto held = signals();
         const double rate = algorithm_.preparedRate();
-        const auto trace = traceOf(toneSettings(values), rate > 0 ? rate : ProcessSpec{}.sampleRate,
-                                   held.get());
+        const auto trace =
+            traceOf(toneSettings(values), rate > 0 ? rate : ProcessSpec{}.sampleRate, held.get());
         const int only = static_cast<int>(values.channels) - kOneChannel;
         const auto layout = algorithm_.preparedOutput();
         std::istringstream names(layout.names());

@@ -40,7 +40,8 @@ void DiodeCircuit::prepare(double sampleRate)
     input_ = static_cast<float>(a * steps);
     const double gain = 1 + kCurrent / kVoltage;  // undoes the diodes' loss on small signals
     output_ = static_cast<float>(gain / (2 * steps));
-    lines_ = SharedTables<double, Lines>::instance().get(sampleRate, [&] { return solved(a, steps); });
+    lines_ =
+        SharedTables<double, Lines>::instance().get(sampleRate, [&] { return solved(a, steps); });
 }
 
 DiodeCircuit::Lines DiodeCircuit::solved(double a, double steps)

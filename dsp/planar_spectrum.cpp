@@ -71,7 +71,8 @@ PlanarTransform<T>::PlanarTransform(int points, int permitted)
     rows_ = 8;
     while (rows_ * rows_ < points) rows_ *= 2;
     columns_ = points / rows_;
-    tables_ = SharedTables<int, Tables>::instance().get(points, [&] { return makeTables(points, rows_, columns_); });
+    tables_ = SharedTables<int, Tables>::instance().get(
+        points, [&] { return makeTables(points, rows_, columns_); });
 }
 
 template <typename T>

@@ -122,8 +122,8 @@ SincTable<T>::SincTable(const SincDesign& design)
 template <typename T>
 std::shared_ptr<const SincTable<T>> SincTable<T>::shared(const SincDesign& design)
 {
-    return SharedTables<SincDesign, SincTable>::instance().get(
-        design, [&] { return SincTable(design); });
+    return SharedTables<SincDesign, SincTable>::instance().get(design,
+                                                               [&] { return SincTable(design); });
 }
 
 template class SincTable<float>;
