@@ -99,10 +99,7 @@ int render(const Session& session, Options& options)
     {
         std::vector<std::string> saidLater;
         const Session::NotesApart apart(saidLater);
-        // What convolves with a file sets its blocks apart from those of other instances that live:
-        // the same bits come one by one.
-        for (const auto& spec : plan.effects)
-            if (createEffect(session, spec).component().countTexts() > 0) batch.jobs = 1;
+        for (const auto& spec : plan.effects) createEffect(session, spec);
     }
     checkPlan(plan);
     if (isBatch) {
