@@ -73,6 +73,9 @@ void checkTarget(Options& o)
     if (isAsked && !o.plan.meters.empty())
         throw UsageError("--meters does not go with --normalize");
     const auto& b = o.batch;
+    if (b.album && o.rangeMax)
+        throw UsageError("--range-max changes what lies between the files, which --album keeps "
+                         "(leave one out)");
     if (b.folder.empty() &&
         (!b.suffix.empty() || !b.extension.empty() || b.jobs > 0 || b.skipExisting || b.album))
         throw UsageError("--suffix, --extension, --jobs, --skip-existing and --album need "
