@@ -269,18 +269,28 @@ float EffectModel::reading(int meter) const noexcept
     return meter >= 0 && meter < countMeters() ? readings_[at(meter)] : kNothing;
 }
 
+void EffectModel::openDisplays()
+{
+    if (isOpen_) return;
+    displays_->setDisplaysOpen(true);
+    displays_->updateDisplays();
+    isOpen_ = true;
+}
+
+bool EffectModel::snapshot(const char* name, VNK::IDisplaySink& sink)
+{
+    if (!displays_) return false;
+    openDisplays();
+    return displays_->snapshot(name, &sink);
+}
+
 const DisplayNode& EffectModel::display(const std::string& name)
 {
     auto& shown = shown_[name];
     if (!displays_ || shown.tick == ticks_) return shown.node;
-    if (!isOpen_) {
-        displays_->setDisplaysOpen(true);
-        displays_->updateDisplays();
-        isOpen_ = true;
-    }
     shown.tick = ticks_;
     DisplayReader reader(shown.node);
-    if (!displays_->snapshot(name.c_str(), &reader)) DisplayReader(shown.node);
+    if (!snapshot(name.c_str(), reader)) DisplayReader(shown.node);  // empties it
     return shown.node;
 }
 

@@ -91,10 +91,15 @@ public:
     /// What a display of the effect shows, read at most once a tick; a null node where it has none
     /// of this name.
     const DisplayNode& display(const std::string& name);
+    /// The same for sinks of the caller's own, read anew with every call; false where there is
+    /// none of this name. Who asks at a tick gets what the tick has brought: ticks() counts them.
+    bool snapshot(const char* name, VNK::IDisplaySink& sink);
+    unsigned ticks() const noexcept { return ticks_; }
 
 private:
     static std::size_t at(int index) noexcept { return static_cast<std::size_t>(index); }
     void readMeterList();
+    void openDisplays();
 
     struct Shown {
         DisplayNode node;
