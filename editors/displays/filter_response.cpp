@@ -74,14 +74,22 @@ Response swept(double frequency, SweptType type, double cutOff, double resonance
                                                  : kButterworthQ * std::pow(40, resonance);
     const auto low = lowPass(s, q);
     switch (type) {
-    case SweptType::Low12: return low;
-    case SweptType::Low24: return low * lowPass(s, kFourthOrderQ[0]);
-    case SweptType::High12: return s * s * low;
-    case SweptType::High24: return s * s * low * s * s * lowPass(s, kFourthOrderQ[0]);
-    case SweptType::Band12: return s / q * low;
-    case SweptType::Band24: return s / q * low * s / q * low;
-    case SweptType::Notch: return 1.0 - s / q * low;
-    default: return 1.0 + 2.0 * s / q * low;
+    case SweptType::Low12:
+        return low;
+    case SweptType::Low24:
+        return low * lowPass(s, kFourthOrderQ[0]);
+    case SweptType::High12:
+        return s * s * low;
+    case SweptType::High24:
+        return s * s * low * s * s * lowPass(s, kFourthOrderQ[0]);
+    case SweptType::Band12:
+        return s / q * low;
+    case SweptType::Band24:
+        return s / q * low * s / q * low;
+    case SweptType::Notch:
+        return 1.0 - s / q * low;
+    default:
+        return 1.0 + 2.0 * s / q * low;
     }
 }
 
@@ -112,7 +120,8 @@ Response comb(double frequency, const Comb& c)
 {
     const auto phase = Response(0, -2 * std::numbers::pi * frequency);
     const auto copy = std::exp(phase * c.delay);
-    const auto loop = std::exp(phase * std::abs(c.delay)) / std::abs(1.0 + axis(frequency, c.damping));
+    const auto loop =
+        std::exp(phase * std::abs(c.delay)) / std::abs(1.0 + axis(frequency, c.damping));
     const double scale = std::sqrt(1 - c.feedback * c.feedback) * (c.isInverted ? -1 : 1);
     return mixed(scale * copy / (1.0 - c.feedback * loop), c.mix);
 }

@@ -7,7 +7,6 @@
 namespace quillworks::editors {
 namespace {
 
-constexpr double kRadius = 6;
 constexpr double kFigureGap = 6;  // px between neighbouring figures
 constexpr double kRise = 3.5;     // px from a line to the base line of the figure beside it
 
@@ -18,12 +17,6 @@ bool isEnd(const Axis& axis, double value)
 }
 
 }  // namespace
-
-void drawWell(Canvas& canvas, const Rect& bounds)
-{
-    canvas.fillRounded(bounds, kRadius, Color::Well);
-    canvas.strokeRounded(bounds, kRadius, 0, Color::Edge);
-}
 
 void drawAcross(Canvas& canvas, const Plot& plot, std::span<const Tick> ticks, bool hasFigures)
 {

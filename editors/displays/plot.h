@@ -28,14 +28,6 @@ struct Plot {
     bool operator==(const Plot&) const = default;
 };
 
-/// Room for figures beside the area; forms too small for them have none.
-struct PlotMargins {
-    double left = 0, top = 0, right = 0, bottom = 0;
-};
-inline constexpr double kNoFiguresBelow = 150;  // px, of the shorter side of a well
-
-void drawWell(Canvas& canvas, const Rect& bounds);
-
 enum class FiguresAt { None, Left, Right, Below };
 /// Lines of one axis with their figures, which are left out where they would meet.
 void drawAcross(Canvas& canvas, const Plot& plot, std::span<const Tick> ticks, bool hasFigures);
