@@ -17,7 +17,6 @@ struct Axis {
     double value(double position) const noexcept;
     /// Limited to 0 .. 1; where not-a-number stays what it is.
     double limited(double value) const noexcept;
-    bool operator==(const Axis&) const = default;
 };
 
 struct Tick {

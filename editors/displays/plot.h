@@ -25,7 +25,6 @@ struct Plot {
     }
     double valueAcross(double at) const noexcept { return x.value((at - area.x) / area.w); }
     double valueUp(double at) const noexcept { return y.value((area.bottom() - at) / area.h); }
-    bool operator==(const Plot&) const = default;
 };
 
 enum class FiguresAt { None, Left, Right, Below };
