@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "tests/support/audio_thread_guard.h"
@@ -62,6 +64,15 @@ public:
         reset();
     }
 
+    /// Until what the effect makes beside its sound is there.
+    void waitUntilReady()
+    {
+        std::int64_t busy = 0;
+        for (int i = 0; i < 60000 && component_->getInteger("busy", busy) && busy != 0; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        check(busy == 0, "is busy for a minute");
+    }
+
     /// The latency may only have changed with a message, and is a second at most.
     void checkLatency()
     {
@@ -88,6 +99,8 @@ public:
         check(fresh.state() == saved, "does not come back from its state");
         fresh.algorithm_.setWetOnly(wetOnly_);
         fresh.algorithm_.setSideChainActive(sideChainActive_);
+        waitUntilReady();
+        fresh.waitUntilReady();
         check(algorithm_.getLatency() == fresh.algorithm_.getLatency() &&
                   algorithm_.getTailLength() == fresh.algorithm_.getTailLength(),
               "announces other delays than a new instance");
