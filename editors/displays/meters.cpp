@@ -105,7 +105,6 @@ void Meters::layOut()
 
 void Meters::ticked(double seconds)
 {
-    seconds_ = seconds;
     std::vector<int> bars;
     for (const auto& group : groups_)
         bars.push_back(group.kind == Kind::Reduction ? 1 : std::max(1, group.levels.count()));
