@@ -7,6 +7,10 @@
 #include "editors/displays/gain_history.h"
 #include "editors/displays/meters.h"
 #include "editors/displays/mod_wave.h"
+#include "editors/displays/pan_field.h"
+#include "editors/displays/shape_curve.h"
+#include "editors/displays/step_bars.h"
+#include "editors/displays/step_curve.h"
 
 namespace quillworks::editors {
 namespace {
@@ -28,6 +32,8 @@ constexpr Kind kKinds[] = {
     {"CombCurve", make<CombCurve>},     {"CurveDisplay", make<CurveDisplay>},
     {"FilterCurve", make<FilterCurve>}, {"GainHistory", make<GainHistory>},
     {"Meters", make<Meters>},           {"ModWave", make<ModWave>},
+    {"PanField", make<PanField>},       {"ShapeCurve", make<ShapeCurve>},
+    {"StepBars", make<StepBars>},       {"StepCurve", make<StepCurve>},
 };
 
 }  // namespace
