@@ -83,7 +83,7 @@ std::vector<Tick> linearTicks(const Axis& axis, int most, bool inDecibels)
     const int decimals = step < 0.1 ? 2 : step < 1 ? 1 : 0;
     const double rounding = 1e-6 * step;
     for (double n = std::ceil((low - rounding) / step); n * step <= high + rounding; ++n)
-        ticks.push_back({n * step, figure(n * step, decimals), n == 0});
+        ticks.push_back({n * step + 0.0, figure(n * step, decimals), n == 0});  // no nought below 0
     return ticks;
 }
 
@@ -102,6 +102,14 @@ std::string shortFrequency(double hertz)
     if (!std::isfinite(hertz)) return "-";
     if (hertz >= 999.5) return trimmed(hertz / 1000, hertz < 9995 ? 2 : 1) + "k";
     return trimmed(hertz, hertz < 9.995 ? 1 : 0);
+}
+
+std::string frequencyText(double hertz)
+{
+    auto text = shortFrequency(hertz);
+    const bool isLarge = text.back() == 'k';
+    if (isLarge) text.pop_back();
+    return text + (isLarge ? " kHz" : " Hz");
 }
 
 std::string shortTime(double seconds)
