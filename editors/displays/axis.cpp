@@ -83,7 +83,7 @@ std::vector<Tick> linearTicks(const Axis& axis, int most, bool inDecibels)
     const int decimals = step < 0.1 ? 2 : step < 1 ? 1 : 0;
     const double rounding = 1e-6 * step;
     for (double n = std::ceil((low - rounding) / step); n * step <= high + rounding; ++n)
-        ticks.push_back({n * step, figure(n * step, decimals), n == 0});
+        ticks.push_back({n * step + 0.0, figure(n * step, decimals), n == 0});  // no nought below 0
     return ticks;
 }
 

@@ -107,8 +107,7 @@ Response resonantCuts(double frequency, double low, double high, double resonanc
 
 Response phaser(double frequency, double corner, int stages, double feedback, double mix)
 {
-    const auto s = axis(frequency, corner);
-    const auto chain = std::pow((1.0 - s) / (1.0 + s), stages);
+    const auto chain = std::polar(1.0, -2.0 * stages * std::atan(frequency / corner));
     // The mean of (1 + k A)/(1 - k A) over the spectrum is its value with the all-passes' own mean,
     // which nears -1 to the power of their number where the corner is far below the sample rate.
     const double mean = stages % 2 ? -feedback : feedback;

@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: ISC
 // The kinds of display by the names that a skin gives them.
 #include "editors/display.h"
+#include "editors/displays/comb_curve.h"
 #include "editors/displays/curve_display.h"
+#include "editors/displays/filter_curve.h"
 #include "editors/displays/gain_history.h"
 #include "editors/displays/meters.h"
+#include "editors/displays/mod_wave.h"
+#include "editors/displays/pan_field.h"
+#include "editors/displays/shape_curve.h"
+#include "editors/displays/step_bars.h"
+#include "editors/displays/step_curve.h"
 
 namespace quillworks::editors {
 namespace {
@@ -22,9 +29,11 @@ template <class D> std::unique_ptr<Display> make(const VNK::SkinBox& box, Effect
 
 /// One row per kind.
 constexpr Kind kKinds[] = {
-    {"CurveDisplay", make<CurveDisplay>},
-    {"GainHistory", make<GainHistory>},
-    {"Meters", make<Meters>},
+    {"CombCurve", make<CombCurve>},     {"CurveDisplay", make<CurveDisplay>},
+    {"FilterCurve", make<FilterCurve>}, {"GainHistory", make<GainHistory>},
+    {"Meters", make<Meters>},           {"ModWave", make<ModWave>},
+    {"PanField", make<PanField>},       {"ShapeCurve", make<ShapeCurve>},
+    {"StepBars", make<StepBars>},       {"StepCurve", make<StepCurve>},
 };
 
 }  // namespace

@@ -11,7 +11,7 @@ constexpr Axis kLevels{-60, 6, false};
 constexpr Axis kReductions{24, 0, false};
 constexpr double kAccentFrom = -9, kWarnFrom = 0;  // dB, zones of a level
 constexpr double kPad = 8, kGap = 2;
-constexpr double kWidestBar = 14;
+constexpr double kWidestBar = 18;
 constexpr double kFoot = 36, kHead = 26;  // px for the figures below and the titles above
 constexpr double kTall = 100;             // px from which there is room for them
 constexpr double kNothing = -1000;
@@ -105,7 +105,6 @@ void Meters::layOut()
 
 void Meters::ticked(double seconds)
 {
-    seconds_ = seconds;
     std::vector<int> bars;
     for (const auto& group : groups_)
         bars.push_back(group.kind == Kind::Reduction ? 1 : std::max(1, group.levels.count()));

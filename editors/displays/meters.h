@@ -62,11 +62,8 @@ private:
     void forget();
 
     std::vector<Group> groups_;
-    Value reset_, clips_;
-    Values clipRuns_;
+    Value reset_;
     std::vector<int> laidFor_;  // bars of each group
-    bool isWide_ = false;
-    double seconds_ = 0;
 };
 
 }  // namespace quillworks::editors

@@ -29,9 +29,10 @@ void drawAcross(Canvas& canvas, const Plot& plot, std::span<const Tick> ticks, b
                         isEnd(plot.x, tick.value) || tick.isMain ? Color::GridEnd : Color::Grid);
         if (!hasFigures || tick.text.empty()) continue;
         const double half = canvas.textWidth(Type::Axis, tick.text) / 2;
-        if (x - half < taken + kFigureGap) continue;
-        canvas.text(Type::Axis, tick.text, x, baseline, Align::Centre, Color::Text3);
-        taken = x + half;
+        const double at = std::min(x, plot.area.right() + 5 - half);
+        if (at - half < taken + kFigureGap) continue;
+        canvas.text(Type::Axis, tick.text, at, baseline, Align::Centre, Color::Text3);
+        taken = at + half;
     }
 }
 

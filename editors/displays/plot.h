@@ -2,6 +2,7 @@
 // The ground of a display: a well, the area in it with its two axes, their lines and figures.
 #pragma once
 
+#include <algorithm>
 #include <span>
 #include <string>
 #include <vector>
@@ -37,7 +38,8 @@ void drawHandle(Canvas& canvas, Point at, bool isHeld, bool isFocused);
 /// Where the signal is: a dot with a halo.
 void drawDot(Canvas& canvas, Point at, Ink ink);
 
-/// y = f(x) at every device pixel's half; values that are not finite leave gaps.
+/// y = f(x) every `step` px; values that are not finite leave gaps, and those beyond the area lie
+/// just outside.
 template <class F>
 void sampleCurve(std::vector<Point>& points, const Plot& plot, double step, F&& f)
 {
@@ -45,7 +47,8 @@ void sampleCurve(std::vector<Point>& points, const Plot& plot, double step, F&& 
     const int n = static_cast<int>(plot.area.w / step);
     for (int i = 0; i <= n; ++i) {
         const double x = i == n ? plot.area.right() : plot.area.x + i * step;
-        points.push_back({x, plot.upWithin(f(plot.valueAcross(x)))});
+        const double y = plot.up(f(plot.valueAcross(x)));
+        points.push_back({x, std::clamp(y, plot.area.y - 3, plot.area.bottom() + 3)});
     }
 }
 
