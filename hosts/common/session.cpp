@@ -202,12 +202,24 @@ Session::Session(const std::string& module, bool quiet, const std::string& own) 
     const auto file = path.find('/') == std::string::npos ? "./" + path : path;
     module_ = VNK::LoadedModule::load(file.c_str(), reason);
     VNK::setDebugSink(discard, nullptr);
+    path_ = file;
     if (module_) return;
     reason = oneLine(reason);
     messages = oneLine(messages);
     if (reason.starts_with(file)) reason.erase(0, reason.find_first_not_of(": ", file.size()));
     if (!messages.empty() && reason.find(messages) == std::string::npos) reason += ": " + messages;
     throw WorkError("module " + path + " does not load: " + reason);
+}
+
+std::string Session::resourcesFolder() const
+{
+    if (const char* named = std::getenv("QUILLWORKS_RESOURCES"); named && *named) return named;
+    std::error_code error;
+    const auto folder = fs::canonical(path_, error).parent_path();
+    for (const char* place : {"resources", "../share/quillworks", "../../share/quillworks"})
+        if (fs::is_directory(folder / place / "skins", error))
+            return (folder / place).lexically_normal().string();
+    throw WorkError("the data of the module " + path_ + " is not beside it");
 }
 
 std::vector<const VNK::ClassDescription*> Session::classes() const
