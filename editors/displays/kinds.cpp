@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: ISC
 // The kinds of display by the names that a skin gives them.
 #include "editors/display.h"
+#include "editors/displays/curve_display.h"
+#include "editors/displays/gain_history.h"
+#include "editors/displays/meters.h"
 
 namespace quillworks::editors {
 namespace {
@@ -12,11 +15,17 @@ struct Kind {
     Make make;
 };
 
-/// One row per kind.
-std::span<const Kind> kinds()
+template <class D> std::unique_ptr<Display> make(const VNK::SkinBox& box, EffectModel& model)
 {
-    return {};
+    return std::make_unique<D>(box, model);
 }
+
+/// One row per kind.
+constexpr Kind kKinds[] = {
+    {"CurveDisplay", make<CurveDisplay>},
+    {"GainHistory", make<GainHistory>},
+    {"Meters", make<Meters>},
+};
 
 }  // namespace
 
@@ -24,7 +33,7 @@ std::unique_ptr<Display> makeDisplay(const VNK::SkinBox& box, EffectModel& model
 {
     const auto kind = box.attributes.find("kind");
     if (kind == box.attributes.end()) return nullptr;
-    for (const auto& row : kinds())
+    for (const auto& row : kKinds)
         if (row.name == kind->second) return row.make(box, model);
     return nullptr;
 }

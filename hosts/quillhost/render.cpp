@@ -73,6 +73,9 @@ void checkTarget(Options& o)
     if (isAsked && !o.plan.meters.empty())
         throw UsageError("--meters does not go with --normalize");
     const auto& b = o.batch;
+    if (b.album && o.rangeMax)
+        throw UsageError("--range-max changes what lies between the files, which --album keeps "
+                         "(leave one out)");
     if (b.folder.empty() &&
         (!b.suffix.empty() || !b.extension.empty() || b.jobs > 0 || b.skipExisting || b.album))
         throw UsageError("--suffix, --extension, --jobs, --skip-existing and --album need "
@@ -99,10 +102,7 @@ int render(const Session& session, Options& options)
     {
         std::vector<std::string> saidLater;
         const Session::NotesApart apart(saidLater);
-        // What convolves with a file sets its blocks apart from those of other instances that live:
-        // the same bits come one by one.
-        for (const auto& spec : plan.effects)
-            if (createEffect(session, spec).component().countTexts() > 0) batch.jobs = 1;
+        for (const auto& spec : plan.effects) createEffect(session, spec);
     }
     checkPlan(plan);
     if (isBatch) {

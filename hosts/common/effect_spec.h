@@ -20,7 +20,15 @@ struct EffectSpec {
 /// so that texts of lists may hold commas.
 EffectSpec parseEffectSpec(const std::string& text);
 
+/// Several in series, one behind the other: "NAME:key=value,NAME". A part that begins with the name
+/// of an effect begins the next one.
+std::vector<EffectSpec> parseChainSpec(const Session& session, const std::string& text);
+
 /// The effect with presets loaded and values set.
 Effect createEffect(const Session& session, const EffectSpec& spec);
+
+/// The effect that a preset file is for, with the preset loaded. WorkError where it is none of
+/// ours.
+Effect createFromPreset(const Session& session, const std::string& path);
 
 }  // namespace quillhost

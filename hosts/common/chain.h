@@ -66,6 +66,11 @@ public:
     /// waits for it, and so does what comes before and behind a piece in which automation has
     /// acted; who lets the effects go calls it once more. WorkError after two minutes.
     void waitUntilReady() const;
+    /// Effects have been given something to do between two calls of run(), as automation does: the
+    /// next one waits before and behind its first piece.
+    void unsettle() noexcept { isUnsettled_ = true; }
+    /// Waits likewise, and says what is wrong with what the effects' texts name, a line each.
+    std::vector<std::string> problems() const;
     /// Waits likewise, and looks whether what the effects' texts name can be had. WorkError where a
     /// file cannot, or, if that is allowed, a note. Before a result is begun, and before latency or
     /// tail are asked for, which may depend on what is loaded.

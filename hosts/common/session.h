@@ -32,6 +32,8 @@ public:
     /// A value in the parameter's own unit, or a text of its list; UsageError where it is neither
     /// or out of range.
     float value(int index, const std::string& text) const;
+    /// A number in the parameter's own unit; UsageError likewise.
+    float value(int index, double number) const;
     void set(const std::string& key, const std::string& text) const;
     /// Index of a text of the effect, upper and lower case of its key alike; -1 where there is
     /// none.
@@ -61,6 +63,9 @@ public:
     std::string range(int index, const char* to) const;
 
 private:
+    void requireSettable(const VNK::ParameterInfo& p) const;
+    [[noreturn]] void refuse(int index, const std::string& text) const;
+
     VNK::HostedEffect component_;
     const VNK::ClassDescription* description_;
 };
@@ -68,14 +73,19 @@ private:
 class Session {
 public:
     /// Loads the module: the file given, else that of QUILLWORKS_MODULE, else the one that belongs
-    /// to this program. WorkError when it does not load.
-    Session(const std::string& module, bool quiet);
+    /// to the binary in the folder `own`, which is that of the program where none is given.
+    /// WorkError when it does not load.
+    Session(const std::string& module, bool quiet, const std::string& own = "");
 
     bool quiet() const noexcept { return quiet_; }
     std::vector<const VNK::ClassDescription*> classes() const;
+    /// Where the module's data lies: the folder of QUILLWORKS_RESOURCES, else beside the module or
+    /// where the install put it. WorkError where it is not.
+    std::string resourcesFolder() const;
     VNK::IClassFactory& factory() const noexcept { return module_->factory(); }
     /// By display name or class ID; UsageError with the nearest names.
     const VNK::ClassDescription& find(const std::string& name) const;
+    bool has(const std::string& name) const { return search(name) != nullptr; }
     /// WorkError when the effect cannot be had.
     Effect create(const VNK::ClassDescription& description) const;
     Effect create(const std::string& name) const { return create(find(name)); }
@@ -103,7 +113,10 @@ public:
     void noteThoseThatPassThrough(const std::vector<Effect>& effects) const;
 
 private:
+    const VNK::ClassDescription* search(const std::string& name) const;
+
     std::unique_ptr<VNK::LoadedModule> module_;
+    std::string path_;  // of the module
     bool quiet_;
     mutable std::vector<std::string> notes_;
 };

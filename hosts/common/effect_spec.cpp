@@ -4,6 +4,8 @@
 #include <set>
 
 #include "text.h"
+#include "vnk/file.h"
+#include "vnk/xml.h"
 
 namespace quillhost {
 
@@ -30,6 +32,24 @@ EffectSpec parseEffectSpec(const std::string& text)
     return spec;
 }
 
+std::vector<EffectSpec> parseChainSpec(const Session& session, const std::string& text)
+{
+    std::vector<std::string> parts;
+    for (std::size_t at = 0; at <= text.size();) {
+        const auto comma = std::min(text.find(',', at), text.size());
+        const auto part = text.substr(at, comma - at);
+        at = comma + 1;
+        const auto head = part.substr(0, part.find(':'));
+        if (parts.empty() || session.has(head))
+            parts.push_back(part);
+        else
+            parts.back() += "," + part;
+    }
+    std::vector<EffectSpec> specs;
+    for (const auto& part : parts) specs.push_back(parseEffectSpec(part));
+    return specs;
+}
+
 Effect createEffect(const Session& session, const EffectSpec& spec)
 {
     Effect effect = session.create(spec.name);
@@ -43,6 +63,28 @@ Effect createEffect(const Session& session, const EffectSpec& spec)
         if (const auto remark = effect.loadPreset(preset); !remark.empty()) session.note(remark);
     for (const auto& [key, value] : spec.values) effect.set(key, value);
     return effect;
+}
+
+Effect createFromPreset(const Session& session, const std::string& path)
+{
+    constexpr std::size_t kLargest = 1 << 20;
+    std::string content, reason;
+    if (!VNK::readFile(path.c_str(), kLargest, content, reason))
+        throw WorkError(path + ": " + reason);
+    VNK::XmlDocument document;
+    if (!document.parse(content.data(), content.size()))
+        throw WorkError(path + ": is not a preset: " + document.error());
+    VNK::UID id;
+    if (!VNK::UID::parse(document.root().attribute("classID"), id))
+        throw WorkError(path + ": is not a preset: it names no class");
+    for (const auto* c : session.classes()) {
+        if (c->classId != id) continue;
+        const Effect effect = session.create(*c);
+        if (const auto remark = effect.loadPreset(path); !remark.empty()) session.note(remark);
+        return effect;
+    }
+    throw WorkError(path + ": is for " + inQuotes(document.root().attribute("className")) +
+                    ", which this module does not offer");
 }
 
 }  // namespace quillhost

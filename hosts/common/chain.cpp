@@ -260,14 +260,21 @@ void Chain::waitUntilReady() const
         }
 }
 
-void Chain::requireFiles(const Session& session, bool allowMissing) const
+std::vector<std::string> Chain::problems() const
 {
     waitUntilReady();
+    std::vector<std::string> all;
     for (const auto& link : links_)
-        for (const auto& problem : link.effect.problems()) {
-            if (!allowMissing) throw WorkError(problem + " (--allow-missing does without it)");
-            session.note(problem);
-        }
+        for (auto& problem : link.effect.problems()) all.push_back(std::move(problem));
+    return all;
+}
+
+void Chain::requireFiles(const Session& session, bool allowMissing) const
+{
+    for (const auto& problem : problems()) {
+        if (!allowMissing) throw WorkError(problem + " (--allow-missing does without it)");
+        session.note(problem);
+    }
 }
 
 namespace {

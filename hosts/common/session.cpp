@@ -22,15 +22,19 @@ constexpr std::size_t kLargestPreset = 1 << 20;
 
 thread_local std::vector<std::string>* apart = nullptr;  // where notes of this thread go
 
-std::string moduleFile(const std::string& given)
+std::string moduleFile(const std::string& given, const fs::path& own)
 {
     if (!given.empty()) return given;
     if (const char* path = std::getenv("QUILLWORKS_MODULE"); path && *path) return path;
     std::error_code error;
-    const fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
-    // Installed, in the build tree, or copied beside the program.
+    const fs::path folder =
+        own.empty() ? fs::read_symlink("/proc/self/exe", error).parent_path() : own;
+    // Installed beside programs or beside libraries of other languages, in the build tree, or
+    // copied to the binary.
     const fs::path places[] = {folder / "../lib/quillworks" / kModuleFile,
-                               folder / "../../module" / kModuleFile, folder / kModuleFile};
+                               folder / "../../../quillworks" / kModuleFile,
+                               folder / "../../module" / kModuleFile,
+                               folder / "../../../module" / kModuleFile, folder / kModuleFile};
     for (const auto& place : places)
         if (fs::exists(place, error)) return place.lexically_normal().string();
     throw WorkError(std::string("the module ") + kModuleFile +
@@ -89,19 +93,40 @@ int Effect::find(const std::string& key) const
     throw UsageError(name() + " has no parameter " + inQuotes(key) + " " + nearest(key, keys));
 }
 
-float Effect::value(int index, const std::string& text) const
+void Effect::refuse(int index, const std::string& text) const
 {
     const auto p = parameter(index);
-    const auto what = name() + ": " + p.key;
-    if (p.has(VNK::isReadOnly)) throw UsageError(what + " is a measured value and cannot be set");
-    float value = 0;
-    if (component_->textToValue(index, text.c_str(), value)) return value;
     double n = 0;
     const char* fault = !readNumber(text, n) ? " is not a value of this parameter ("
                         : n == std::nearbyint(n) || p.kind == VNK::ValueKind::Continuous
                             ? " is out of range ("
                             : " is not a whole number (";
-    throw UsageError(what + "=" + text + fault + rangeText(*this, index) + ")");
+    throw UsageError(name() + ": " + p.key + "=" + text + fault + rangeText(*this, index) + ")");
+}
+
+void Effect::requireSettable(const VNK::ParameterInfo& p) const
+{
+    if (p.has(VNK::isReadOnly))
+        throw UsageError(name() + ": " + p.key + " is a measured value and cannot be set");
+}
+
+float Effect::value(int index, const std::string& text) const
+{
+    requireSettable(parameter(index));
+    float value = 0;
+    if (!component_->textToValue(index, text.c_str(), value)) refuse(index, text);
+    return value;
+}
+
+float Effect::value(int index, double number) const
+{
+    const auto p = parameter(index);
+    requireSettable(p);
+    // In the parameter's own precision, so that a bound that is no exact fraction is within.
+    const auto value = static_cast<float>(number);
+    const bool isWhole = p.kind == VNK::ValueKind::Continuous || number == std::nearbyint(number);
+    if (!(value >= p.minimum && value <= p.maximum) || !isWhole) refuse(index, shortText(number));
+    return value;
 }
 
 void Effect::set(const std::string& key, const std::string& text) const
@@ -168,21 +193,33 @@ std::string Effect::range(int index, const char* to) const
            (*p.unit ? std::string(" ") + p.unit : "");
 }
 
-Session::Session(const std::string& module, bool quiet) : quiet_(quiet)
+Session::Session(const std::string& module, bool quiet, const std::string& own) : quiet_(quiet)
 {
-    const std::string path = moduleFile(module);
+    const std::string path = moduleFile(module, own);
     std::string reason, messages;
     VNK::setDebugSink(collect, &messages);
     // A name without a slash would be looked for in the library path.
     const auto file = path.find('/') == std::string::npos ? "./" + path : path;
     module_ = VNK::LoadedModule::load(file.c_str(), reason);
     VNK::setDebugSink(discard, nullptr);
+    path_ = file;
     if (module_) return;
     reason = oneLine(reason);
     messages = oneLine(messages);
     if (reason.starts_with(file)) reason.erase(0, reason.find_first_not_of(": ", file.size()));
     if (!messages.empty() && reason.find(messages) == std::string::npos) reason += ": " + messages;
     throw WorkError("module " + path + " does not load: " + reason);
+}
+
+std::string Session::resourcesFolder() const
+{
+    if (const char* named = std::getenv("QUILLWORKS_RESOURCES"); named && *named) return named;
+    std::error_code error;
+    const auto folder = fs::canonical(path_, error).parent_path();
+    for (const char* place : {"resources", "../share/quillworks", "../../share/quillworks"})
+        if (fs::is_directory(folder / place / "skins", error))
+            return (folder / place).lexically_normal().string();
+    throw WorkError("the data of the module " + path_ + " is not beside it");
 }
 
 std::vector<const VNK::ClassDescription*> Session::classes() const
@@ -192,15 +229,20 @@ std::vector<const VNK::ClassDescription*> Session::classes() const
     return all;
 }
 
-const VNK::ClassDescription& Session::find(const std::string& name) const
+const VNK::ClassDescription* Session::search(const std::string& name) const
 {
     VNK::UID id;
     const bool isId = VNK::UID::parse(name, id) || VNK::UID::parse("{" + name + "}", id);
+    for (const auto* c : classes())
+        if (isId ? c->classId == id : sameName(c->name->text(), name)) return c;
+    return nullptr;
+}
+
+const VNK::ClassDescription& Session::find(const std::string& name) const
+{
+    if (const auto* found = search(name)) return *found;
     std::vector<std::string> names;
-    for (const auto* c : classes()) {
-        if (isId ? c->classId == id : sameName(c->name->text(), name)) return *c;
-        names.emplace_back(c->name->text());
-    }
+    for (const auto* c : classes()) names.emplace_back(c->name->text());
     throw UsageError("there is no effect " + inQuotes(name) + " " + nearest(name, names));
 }
 
