@@ -6,11 +6,12 @@
 
 namespace quillhost {
 
-extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr;
+extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr,
+    kCheck;
 
 namespace {
 constexpr const Command* kCommands[] = {
-    &kList, &kInfo, &kRender, &kGenerate, &kMeasure, &kPlot, &kPreset, &kIr, &kBench,
+    &kList, &kInfo, &kRender, &kGenerate, &kMeasure, &kPlot, &kPreset, &kIr, &kBench, &kCheck,
 };
 }  // namespace
 

@@ -4,6 +4,7 @@
 
 #include "batch.h"
 #include "command.h"
+#include "lv2_effect.h"
 #include "progress.h"
 #include "text.h"
 
@@ -103,9 +104,10 @@ int render(const Session& session, Options& options)
         std::vector<std::string> saidLater;
         const Session::NotesApart apart(saidLater);
         // What convolves with a file sets its blocks apart from those of other instances that live:
-        // the same bits come one by one.
+        // the same bits come one by one. And what other people's code shares is not known.
         for (const auto& spec : plan.effects)
-            if (createEffect(session, spec).component().countTexts() > 0) batch.jobs = 1;
+            if (createEffect(session, spec).component().countTexts() > 0 || isLv2(spec.name))
+                batch.jobs = 1;
     }
     checkPlan(plan);
     if (isBatch) {
@@ -149,7 +151,10 @@ std::function<int(Session&)> declare(CLI::App& app)
               "standard output; with --out-dir any number of IN",
               "IN OUT");
     auto* const effect = addRepeatable(
-        app, "--fx", o->effects, "effect with settings, NAME:key=value,...; repeatable", "SPEC");
+        app, "--fx", o->effects,
+        "effect with settings, NAME:key=value,..., or an LV2 plug-in, lv2:URI:symbol=value,...; "
+        "repeatable",
+        "SPEC");
     auto* const preset =
         addRepeatable(app, "--preset", o->presets,
                       "preset for the --fx before it, loaded before its values", "FILE");
