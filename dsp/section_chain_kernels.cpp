@@ -236,8 +236,10 @@ public:
             for (int i = 0; i < kLanes; ++i) row[i] = run.step[k][i % 2];
             step_[k] = hn::Load(d, row);
         }
-        for (int c = 0; c < kChannels; ++c)
-            channel_[c] = first + c < run.channels ? run.channel[first + c] : spare_;
+        for (int c = 0; c < kChannels; ++c) {
+            T* const there = first + c < run.channels ? run.channel[first + c] : nullptr;
+            channel_[c] = there ? there : spare_;
+        }
         for (int i = 0; i < run.frames; ++i) spare_[i] = 0;
     }
 

@@ -27,7 +27,7 @@ template <typename T> struct SectionAbreast {
     const T* step[6];  //
     T *z1, *z2;        // of the first pair; those of the next lie `pairStride` further on
     std::ptrdiff_t pairStride;
-    T* const* channel;  // in place
+    T* const* channel;  // in place; the second of a pair may be null
     int channels;       // the last may be half of a pair
     int frames, phase;
     bool moves;

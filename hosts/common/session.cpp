@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "console.h"
+#include "lv2_effect.h"
+#include "sound_file.h"
 #include "text.h"
 #include "vnk/debug.h"
 #include "vnk/file.h"
@@ -163,6 +165,14 @@ Effect::Layouts Effect::usualLayouts() const
     for (const char* from : kNames)
         for (const char* to : kNames)
             if (accepts(from, to, layouts)) return layouts;
+    std::int64_t ins = 0, outs = 0;
+    if (component_->getInteger("audioInputs", ins) &&
+        component_->getInteger("audioOutputs", outs) && std::max(ins, outs) <= kMostChannels) {
+        layouts.output = VNK::SpeakerArrangement::withChannels(static_cast<int>(outs));
+        layouts.input = ins == 0 ? layouts.output
+                                 : VNK::SpeakerArrangement::withChannels(static_cast<int>(ins));
+        if (algorithm().acceptsArrangement(layouts.input, layouts.output)) return layouts;
+    }
     throw WorkError(name() + " takes neither stereo nor mono nor 5.1");
 }
 
@@ -231,6 +241,7 @@ std::vector<const VNK::ClassDescription*> Session::classes() const
 
 const VNK::ClassDescription* Session::search(const std::string& name) const
 {
+    if (isLv2(name)) return lv2Class(name);
     VNK::UID id;
     const bool isId = VNK::UID::parse(name, id) || VNK::UID::parse("{" + name + "}", id);
     for (const auto* c : classes())
@@ -249,8 +260,10 @@ const VNK::ClassDescription& Session::find(const std::string& name) const
 Effect Session::create(const VNK::ClassDescription& description) const
 {
     auto component = VNK::HostedEffect::adopt(
-        needingMemory(std::string("the effect ") + description.name->text(),
-                      [&] { return factory().createInstance(description.classId); }));
+        needingMemory(std::string("the effect ") + description.name->text(), [&] {
+            VNK::IObject* const plugin = createLv2(description);
+            return plugin ? plugin : factory().createInstance(description.classId);
+        }));
     if (!component || !component->algorithm())
         throw WorkError(std::string("the effect ") + description.name->text() +
                         " is not available");

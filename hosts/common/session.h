@@ -24,6 +24,7 @@ public:
     const VNK::HostedEffect& component() const noexcept { return *component_; }
     VNK::IEffectAlgorithm& algorithm() const noexcept { return *component_->algorithm(); }
     std::string name() const { return description_->name->text(); }
+    std::string subCategory() const { return description_->subCategory->text(); }
     std::string classId() const { return description_->classId.text(); }
 
     VNK::ParameterInfo parameter(int index) const;

@@ -6,12 +6,13 @@
 
 namespace quillhost {
 
-extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr,
-    kView;
+extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr, kView,
+    kCheck;
 
 namespace {
 constexpr const Command* kCommands[] = {
-    &kList, &kInfo, &kRender, &kGenerate, &kMeasure, &kPlot, &kView, &kPreset, &kIr, &kBench,
+    &kList, &kInfo,   &kRender, &kGenerate, &kMeasure, &kPlot,
+    &kView, &kPreset, &kIr,     &kBench,    &kCheck,
 };
 }  // namespace
 
