@@ -241,7 +241,7 @@ std::vector<const VNK::ClassDescription*> Session::classes() const
 
 const VNK::ClassDescription* Session::search(const std::string& name) const
 {
-    if (isLv2(name)) return lv2Class(name);
+    if (isLv2(name)) return &lv2Class(name);
     VNK::UID id;
     const bool isId = VNK::UID::parse(name, id) || VNK::UID::parse("{" + name + "}", id);
     for (const auto* c : classes())
