@@ -71,7 +71,7 @@ PhaseMeterAlgorithm::PhaseMeterAlgorithm() : MeterAlgorithm(kParameters) {}
 
 PhaseMeterComponent::PhaseMeterComponent(PhaseMeterAlgorithm& algorithm)
     : MeterComponent(algorithm,
-                     {.viewPrefix = "PhaseMeter", .kind = "analyser", .layouts = "stereo;mono;5.1"},
+                     {.viewPrefix = "PhaseMeter", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
                      {"goniometer", "bandcorrelation", "matrix"}, &configurePhase)
 {}
 

@@ -287,6 +287,16 @@ void Canvas::polygon(std::span<const Point> points, const Paint& paint)
 
 void Canvas::image(const Image& image, double x, double y)
 {
+    place(image, x, y, false);
+}
+
+void Canvas::copy(const Image& image, double x, double y)
+{
+    place(image, x, y, true);
+}
+
+void Canvas::place(const Image& image, double x, double y, bool isOpaque)
+{
     if (image.isEmpty()) return;
     const auto& p = image.pixels();
     auto* const picture = cairo_image_surface_create_for_data(
@@ -297,7 +307,15 @@ void Canvas::image(const Image& image, double x, double y)
     cairo_set_source_surface(cairo_, picture, std::round(x * scale_ + origin_.x),
                              std::round(y * scale_ + origin_.y));
     cairo_pattern_set_filter(cairo_get_source(cairo_), CAIRO_FILTER_NEAREST);
-    cairo_paint_with_alpha(cairo_, dim_);
+    if (isOpaque && dim_ == 1) {
+        // Only where the picture is: this operator takes everything else away.
+        cairo_rectangle(cairo_, std::round(x * scale_ + origin_.x),
+                        std::round(y * scale_ + origin_.y), p.width, p.height);
+        cairo_set_operator(cairo_, CAIRO_OPERATOR_SOURCE);
+        cairo_fill(cairo_);
+    } else {
+        cairo_paint_with_alpha(cairo_, dim_);
+    }
     cairo_restore(cairo_);
     cairo_surface_destroy(picture);
 }

@@ -52,11 +52,18 @@ void Chain::arrange()
     for (auto& link : links_) {
         link.setup.input = output_;
         if (wanted && !(output_ == *wanted) && accepts(link, output_, *wanted)) output_ = *wanted;
-        link.setup.output = output_;
         const auto& input = link.setup.input;
-        if (!accepts(link, input, output_))
+        std::int64_t made = 0;
+        if (!accepts(link, input, output_) &&
+            link.effect.component().getInteger("audioOutputs", made))
+            output_ = VNK::SpeakerArrangement::withChannels(static_cast<int>(made));
+        link.setup.output = output_;
+        if (!accepts(link, input, output_) || output_.channels > kMostChannels) {
+            const char* const ports = link.effect.component().getString("audioPorts");
             throw WorkError(link.effect.name() + " does not take the layout " + input.names() +
-                            " (" + std::to_string(input.channels) + " channels)");
+                            " (" + std::to_string(input.channels) + " channels" +
+                            (ports ? std::string("; it has ").append(ports) : "") + ")");
+        }
         planeChannels_ = std::max(planeChannels_, output_.channels);
     }
     if (wanted && !(output_ == *wanted))

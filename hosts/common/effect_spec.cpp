@@ -1,18 +1,41 @@
 // SPDX-License-Identifier: ISC
 #include "effect_spec.h"
 
+#include <regex>
 #include <set>
 
+#include "lv2_effect.h"
 #include "text.h"
 #include "vnk/file.h"
 #include "vnk/xml.h"
 
 namespace quillhost {
 
+namespace {
+
+/// Where the name ends. A URI holds colons too: its settings begin behind the first one that a
+/// symbol and "=" follow.
+std::size_t endOfName(const std::string& text)
+{
+    if (!isLv2(text)) return text.find(':');
+    static const std::regex settings(":[A-Za-z_][A-Za-z0-9_]*=");
+    std::smatch found;
+    const bool isThere = std::regex_search(text, found, settings);
+    return isThere ? static_cast<std::size_t>(found.position()) : std::string::npos;
+}
+
+}  // namespace
+
+std::string settingsOf(const std::string& text)
+{
+    const auto colon = endOfName(text);
+    return colon == std::string::npos ? "default settings" : text.substr(colon + 1);
+}
+
 EffectSpec parseEffectSpec(const std::string& text)
 {
     EffectSpec spec;
-    const auto colon = text.find(':');
+    const auto colon = endOfName(text);
     spec.name = text.substr(0, colon);
     if (folded(spec.name).empty())
         throw UsageError("an effect has no name in " + inQuotes(text) + " (NAME:key=value,...)");

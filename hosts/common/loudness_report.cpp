@@ -2,6 +2,7 @@
 #include "loudness_report.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "error.h"
 
@@ -104,6 +105,16 @@ LoudnessReport LoudnessGauge::finish()
     r.sampleRate = static_cast<int>(setup.sampleRate);
     r.channels = setup.input.channels;
     return r;
+}
+
+LoudnessGauge::Reading LoudnessGauge::now() const
+{
+    constexpr float kNothing = -70;  // what the display's readings show where there is nothing
+    const auto shown = [&](const char* key) {
+        const float value = meter(key);
+        return value > kNothing ? value : std::numeric_limits<float>::quiet_NaN();
+    };
+    return {shown("loundessMomentary"), shown("loundessShortTerm"), meter("integrated")};
 }
 
 float LoudnessGauge::meter(const std::string& key) const

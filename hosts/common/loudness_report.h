@@ -42,6 +42,12 @@ public:
     void start(const VNK::SpeakerArrangement& layout, int sampleRate, VNK::Precision precision);
     /// Frames from .. to of the planes, which stay as they are, in the precision of start().
     template <typename T> void feed(Planes<T>& planes, int from, int to);
+    /// How loud it is now, LUFS; not-a-number while there is nothing to report. What is integrated
+    /// is brought up to date every second.
+    struct Reading {
+        float momentary, shortTerm, integrated;
+    };
+    Reading now() const;
     /// The figures of what has been fed; `file` and `remarks` are left to the caller.
     LoudnessReport finish();
 

@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "console.h"
+#include "lv2_effect.h"
+#include "sound_file.h"
 #include "text.h"
 #include "vnk/debug.h"
 #include "vnk/file.h"
@@ -163,6 +165,14 @@ Effect::Layouts Effect::usualLayouts() const
     for (const char* from : kNames)
         for (const char* to : kNames)
             if (accepts(from, to, layouts)) return layouts;
+    std::int64_t ins = 0, outs = 0;
+    if (component_->getInteger("audioInputs", ins) &&
+        component_->getInteger("audioOutputs", outs) && std::max(ins, outs) <= kMostChannels) {
+        layouts.output = VNK::SpeakerArrangement::withChannels(static_cast<int>(outs));
+        layouts.input = ins == 0 ? layouts.output
+                                 : VNK::SpeakerArrangement::withChannels(static_cast<int>(ins));
+        if (algorithm().acceptsArrangement(layouts.input, layouts.output)) return layouts;
+    }
     throw WorkError(name() + " takes neither stereo nor mono nor 5.1");
 }
 
@@ -202,12 +212,24 @@ Session::Session(const std::string& module, bool quiet, const std::string& own) 
     const auto file = path.find('/') == std::string::npos ? "./" + path : path;
     module_ = VNK::LoadedModule::load(file.c_str(), reason);
     VNK::setDebugSink(discard, nullptr);
+    path_ = file;
     if (module_) return;
     reason = oneLine(reason);
     messages = oneLine(messages);
     if (reason.starts_with(file)) reason.erase(0, reason.find_first_not_of(": ", file.size()));
     if (!messages.empty() && reason.find(messages) == std::string::npos) reason += ": " + messages;
     throw WorkError("module " + path + " does not load: " + reason);
+}
+
+std::string Session::resourcesFolder() const
+{
+    if (const char* named = std::getenv("QUILLWORKS_RESOURCES"); named && *named) return named;
+    std::error_code error;
+    const auto folder = fs::canonical(path_, error).parent_path();
+    for (const char* place : {"resources", "../share/quillworks", "../../share/quillworks"})
+        if (fs::is_directory(folder / place / "skins", error))
+            return (folder / place).lexically_normal().string();
+    throw WorkError("the data of the module " + path_ + " is not beside it");
 }
 
 std::vector<const VNK::ClassDescription*> Session::classes() const
@@ -219,6 +241,7 @@ std::vector<const VNK::ClassDescription*> Session::classes() const
 
 const VNK::ClassDescription* Session::search(const std::string& name) const
 {
+    if (isLv2(name)) return &lv2Class(name);
     VNK::UID id;
     const bool isId = VNK::UID::parse(name, id) || VNK::UID::parse("{" + name + "}", id);
     for (const auto* c : classes())
@@ -237,8 +260,10 @@ const VNK::ClassDescription& Session::find(const std::string& name) const
 Effect Session::create(const VNK::ClassDescription& description) const
 {
     auto component = VNK::HostedEffect::adopt(
-        needingMemory(std::string("the effect ") + description.name->text(),
-                      [&] { return factory().createInstance(description.classId); }));
+        needingMemory(std::string("the effect ") + description.name->text(), [&] {
+            VNK::IObject* const plugin = createLv2(description);
+            return plugin ? plugin : factory().createInstance(description.classId);
+        }));
     if (!component || !component->algorithm())
         throw WorkError(std::string("the effect ") + description.name->text() +
                         " is not available");

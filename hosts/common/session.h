@@ -24,6 +24,7 @@ public:
     const VNK::HostedEffect& component() const noexcept { return *component_; }
     VNK::IEffectAlgorithm& algorithm() const noexcept { return *component_->algorithm(); }
     std::string name() const { return description_->name->text(); }
+    std::string subCategory() const { return description_->subCategory->text(); }
     std::string classId() const { return description_->classId.text(); }
 
     VNK::ParameterInfo parameter(int index) const;
@@ -79,6 +80,9 @@ public:
 
     bool quiet() const noexcept { return quiet_; }
     std::vector<const VNK::ClassDescription*> classes() const;
+    /// Where the module's data lies: the folder of QUILLWORKS_RESOURCES, else beside the module or
+    /// where the install put it. WorkError where it is not.
+    std::string resourcesFolder() const;
     VNK::IClassFactory& factory() const noexcept { return module_->factory(); }
     /// By display name or class ID; UsageError with the nearest names.
     const VNK::ClassDescription& find(const std::string& name) const;
@@ -113,6 +117,7 @@ private:
     const VNK::ClassDescription* search(const std::string& name) const;
 
     std::unique_ptr<VNK::LoadedModule> module_;
+    std::string path_;  // of the module
     bool quiet_;
     mutable std::vector<std::string> notes_;
 };

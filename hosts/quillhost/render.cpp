@@ -4,6 +4,7 @@
 
 #include "batch.h"
 #include "command.h"
+#include "lv2_effect.h"
 #include "progress.h"
 #include "text.h"
 
@@ -102,7 +103,11 @@ int render(const Session& session, Options& options)
     {
         std::vector<std::string> saidLater;
         const Session::NotesApart apart(saidLater);
-        for (const auto& spec : plan.effects) createEffect(session, spec);
+        // What other people's code shares between its instances is not known.
+        for (const auto& spec : plan.effects) {
+            createEffect(session, spec);
+            if (isLv2(spec.name)) batch.jobs = 1;
+        }
     }
     checkPlan(plan);
     if (isBatch) {
@@ -146,7 +151,10 @@ std::function<int(Session&)> declare(CLI::App& app)
               "standard output; with --out-dir any number of IN",
               "IN OUT");
     auto* const effect = addRepeatable(
-        app, "--fx", o->effects, "effect with settings, NAME:key=value,...; repeatable", "SPEC");
+        app, "--fx", o->effects,
+        "effect with settings, NAME:key=value,..., or an LV2 plug-in, lv2:URI:symbol=value,...; "
+        "repeatable",
+        "SPEC");
     auto* const preset =
         addRepeatable(app, "--preset", o->presets,
                       "preset for the --fx before it, loaded before its values", "FILE");

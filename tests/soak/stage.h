@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/audio_thread_guard.h"
+#include "tests/support/counting_sink.h"
 #include "tests/support/random_transport.h"
 #include "tests/support/signals.h"
 #include "vnk/effect_runner.h"
@@ -45,12 +46,17 @@ public:
     explicit Stage(VNK::IObject* adopted)
         : component_(VNK::HostedEffect::adopt(adopted)),
           algorithm_(*component_->algorithm()),
+          displays_(component_->queryInterface<VNK::IEffectDisplays>()),
           remembered_(state()),
           absurdGain_(std::pow(10, std::max(kUsualDb, gainsDb() + kBeyondGainsDb) / 20))
     {
         component_->setListener(this);
     }
-    ~Stage() { component_->setListener(nullptr); }
+    ~Stage()
+    {
+        if (isWatched_) displays_->setDisplaysOpen(false);
+        component_->setListener(nullptr);
+    }
     Stage(const Stage&) = delete;
     Stage& operator=(const Stage&) = delete;
 
@@ -136,9 +142,11 @@ public:
     {
         const auto i = static_cast<int>(random() % unsigned(component_->countParameters()));
         const auto tag = parameter(i).tag;
-        switch (random() % 12) {
+        switch (random() % 13) {
         case 0:
             return component_->setEditorOpen(random() % 2 == 0);
+        case 12:
+            return readDisplays(random);
         case 1:
             return algorithm_.setWetOnly(wetOnly_ = random() % 4 == 0);
         case 2:
@@ -296,6 +304,17 @@ private:
             check(!std::isinf(component_->readMeter(i)), "has an infinite meter");
     }
 
+    void readDisplays(std::mt19937& random)
+    {
+        if (!displays_) return;
+        if (const bool isWatched = random() % 8 != 0; isWatched != isWatched_)
+            displays_->setDisplaysOpen(isWatched_ = isWatched);
+        displays_->updateDisplays();
+        CountingSink shown;
+        for (int i = 0; displays_->displayName(i); ++i)
+            displays_->snapshot(displays_->displayName(i), &shown);
+    }
+
     void exchangeStates(std::mt19937& random)
     {
         VNK::StringSink preset;
@@ -337,7 +356,8 @@ private:
     VNK::IEffectAlgorithm& algorithm_;
     VNK::EffectRunner runner_{algorithm_};
     VNK::RunSetup setup_;
-    bool wetOnly_ = false;
+    VNK::Ref<VNK::IEffectDisplays> displays_;
+    bool wetOnly_ = false, isWatched_ = false;
     std::string remembered_;  // a state of before
     double absurdGain_;       // linear
     std::uint32_t latency_ = 0;
