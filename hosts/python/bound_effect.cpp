@@ -37,20 +37,23 @@ void loadInto(const Effect& effect, const std::string& state)
 
 }  // namespace
 
-BoundEffect::BoundEffect(const Effect& effect) : effect_(effect)
+BoundEffect::BoundEffect(const Effect& effect, std::string name)
+    : effect_(effect), name_(std::move(name))
 {
     effect_.component().setEditorOpen(true);  // some meters run only for who looks at them
 }
 
-std::shared_ptr<BoundEffect> BoundEffect::fromSpec(const std::string& spec)
+std::shared_ptr<BoundEffect> BoundEffect::fromSpec(const std::string& text)
 {
     return warning([&] {
-        const auto effect =
-            spec.ends_with(kPresetEnding) && spec.find(':') == std::string::npos
-                ? quillhost::createFromPreset(session(), spec)
-                : quillhost::createEffect(session(), quillhost::parseEffectSpec(spec));
+        if (text.ends_with(kPresetEnding) && text.find(':') == std::string::npos) {
+            const auto effect = quillhost::createFromPreset(session(), text);
+            return std::make_shared<BoundEffect>(effect, effect.classId());
+        }
+        const auto spec = quillhost::parseEffectSpec(text);
+        const auto effect = quillhost::createEffect(session(), spec);
         session().noteThoseThatPassThrough({effect});
-        return std::make_shared<BoundEffect>(effect);
+        return std::make_shared<BoundEffect>(effect, spec.name);
     });
 }
 
@@ -60,25 +63,25 @@ std::vector<std::shared_ptr<BoundEffect>> BoundEffect::fromChainSpec(const std::
         std::vector<std::shared_ptr<BoundEffect>> effects;
         for (const auto& spec : quillhost::parseChainSpec(session(), text))
             effects.push_back(
-                std::make_shared<BoundEffect>(quillhost::createEffect(session(), spec)));
+                std::make_shared<BoundEffect>(quillhost::createEffect(session(), spec), spec.name));
         return effects;
     });
 }
 
-std::shared_ptr<BoundEffect> BoundEffect::fromState(const std::string& classId,
+std::shared_ptr<BoundEffect> BoundEffect::fromState(const std::string& name,
                                                     const std::string& state)
 {
     return warning([&] {
-        const auto effect = session().create(classId);
+        const auto effect = session().create(name);
         loadInto(effect, state);
-        return std::make_shared<BoundEffect>(effect);
+        return std::make_shared<BoundEffect>(effect, name);
     });
 }
 
 const Effect& BoundEffect::effect()
 {
     if (process_ == getpid()) return effect_;
-    const Effect renewed = session().create(effect_.classId());
+    const Effect renewed = session().create(name_);
     loadInto(renewed, savedState(effect_));
     // Never let go: its end would wait for what goes on in the other process.
     new Effect(std::exchange(effect_, renewed));
@@ -215,6 +218,8 @@ void BoundEffect::savePreset(const std::string& path, const std::string& title)
     VNK::StringSink document;
     if (!component.savePreset(title.c_str(), document))
         throw WorkError(effect_.name() + " does not give its preset");
+    if (const std::string remark = component.refusalReason(); !remark.empty())
+        warnOf({path + ": " + remark});
     quillhost::OutputFile file(path);
     file.write(document.text());
     file.finish();

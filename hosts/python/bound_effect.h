@@ -17,16 +17,19 @@ namespace py = pybind11;
 
 class BoundEffect {
 public:
-    explicit BoundEffect(const quillhost::Effect& effect);
+    /// `name` creates such an effect.
+    BoundEffect(const quillhost::Effect& effect, std::string name);
     /// "NAME:key=value,...", or a preset file by its ending.
     static std::shared_ptr<BoundEffect> fromSpec(const std::string& spec);
     static std::vector<std::shared_ptr<BoundEffect>> fromChainSpec(const std::string& spec);
-    static std::shared_ptr<BoundEffect> fromState(const std::string& classId,
+    static std::shared_ptr<BoundEffect> fromState(const std::string& name,
                                                   const std::string& state);
 
     /// In a process that has been forked off, a new one with the same settings: threads that the
     /// first one counts on have stayed behind.
     const quillhost::Effect& effect();
+
+    const std::string& name() const noexcept { return name_; }
 
     /// Parameters that are stored or measured, then texts.
     std::vector<std::string> keys();
@@ -62,6 +65,7 @@ private:
     void requireQuiet();
 
     quillhost::Effect effect_;
+    std::string name_;
     pid_t process_ = getpid();
     const void* player_ = nullptr;
     std::atomic<bool> isPlaying_ = false;

@@ -206,7 +206,7 @@ class Stream:
 
 class Effect(_Processor):
     """An effect by its name, a SPEC of quillhost ("compressor:threshold=-18,ratio=4") or a preset
-    file (*.fxpreset); parameters may follow by their keys.
+    file (*.fxpreset); parameters may follow by their keys. "lv2:URI" is somebody else's LV2 plug-in.
 
     Parameters are attributes in their units, and items where a name is in the way:
 
@@ -219,8 +219,8 @@ class Effect(_Processor):
     They read as bool (switches), float, int, or the text of a list. `info` says what there is.
     """
 
-    __slots__ = ("_native",)
-    _native: _native.Effect
+    __slots__ = ("_bound",)
+    _bound: _native.Effect
 
     def __init__(self, spec: Path, **parameters: Value) -> None:
         text = os.fspath(spec)
@@ -229,12 +229,12 @@ class Effect(_Processor):
         self._hold(_native.Effect(text))
         for key, value in parameters.items():
             try:
-                self._native.set(key, value)
+                self._bound.set(key, value)
             except KeyError as error:
                 raise TypeError(error.args[0]) from None
 
     def _hold(self, native: _native.Effect) -> None:
-        object.__setattr__(self, "_native", native)
+        object.__setattr__(self, "_bound", native)
 
     @classmethod
     def _of(cls, native: _native.Effect) -> Effect:
@@ -243,30 +243,30 @@ class Effect(_Processor):
         return effect
 
     @classmethod
-    def _from_state(cls, class_id: str, state: bytes) -> Effect:
-        return cls._of(_native.Effect.from_state(class_id, state))
+    def _from_state(cls, name: str, state: bytes) -> Effect:
+        return cls._of(_native.Effect.from_state(name, state))
 
     def __reduce__(self) -> tuple[Any, ...]:
-        return (Effect._from_state, (self._native.class_id, self._native.state()))
+        return (Effect._from_state, (self._bound.name, self._bound.state()))
 
     def _natives(self) -> list[_native.Effect]:
-        return [self._native]
+        return [self._bound]
 
     # Parameters
 
     def __getitem__(self, key: str) -> Value:
-        return self._native.get(key)
+        return self._bound.get(key)
 
     def __setitem__(self, key: str, value: Value) -> None:
-        self._native.set(key, value)
+        self._bound.set(key, value)
 
     def __getattr__(self, name: str) -> Value:
         if name.startswith("_"):
             raise AttributeError(name)
         try:
             if name.endswith("_text"):
-                return self._native.get_text(name[: -len("_text")])
-            return self._native.get(name)
+                return self._bound.get_text(name[: -len("_text")])
+            return self._bound.get(name)
         except KeyError as error:
             raise AttributeError(error.args[0]) from None
 
@@ -274,45 +274,45 @@ class Effect(_Processor):
         if hasattr(type(self), name):
             raise AttributeError(f"{self.title}: {name} cannot be set")
         try:
-            if self._native.is_measured(name):
+            if self._bound.is_measured(name):
                 raise AttributeError(f"{self.title}: {name} is a measured value and cannot be set")
-            self._native.set(name, value)
+            self._bound.set(name, value)
         except KeyError as error:
             raise AttributeError(error.args[0]) from None
 
     def __dir__(self) -> list[str]:
-        return [*super().__dir__(), *self._native.keys()]
+        return [*super().__dir__(), *self._bound.keys()]
 
     def keys(self) -> list[str]:
         """The keys of all parameters and texts; `dict(fx)` holds their values."""
-        return self._native.keys()
+        return self._bound.keys()
 
     @property
     def title(self) -> str:
         """The name of the effect."""
-        return self._native.title
+        return self._bound.title
 
     @property
     def info(self) -> dict[str, Any]:
         """What the effect offers, as `quillworks.info` says it."""
-        return info(self._native.class_id)
+        return info(self._bound.name)
 
     @property
     def meters(self) -> dict[str, float]:
         """The latest reading of every meter; not-a-number where there is nothing to show."""
-        return self._native.meters()
+        return self._bound.meters()
 
     # Presets and states
 
     @property
     def presets(self) -> list[str]:
         """The names of the factory presets."""
-        return self._native.presets()
+        return self._bound.presets()
 
     @property
     def preset(self) -> str:
         """The name of the preset loaded last, "(Unnamed)" without one."""
-        return self._native.preset_name()
+        return self._bound.preset_name()
 
     def load_preset(self, name: Path) -> None:
         """A factory preset by its name, or a preset file. Nothing changes where it is refused."""
@@ -320,9 +320,9 @@ class Effect(_Processor):
         names = self.presets
         folded = [title.casefold() for title in names]
         if text.casefold() in folded:
-            self._native.load_factory_preset(folded.index(text.casefold()))
+            self._bound.load_factory_preset(folded.index(text.casefold()))
         elif text.endswith(".fxpreset") or os.path.exists(text):
-            self._native.load_preset(path_of(text))
+            self._bound.load_preset(path_of(text))
         else:
             raise ValueError(f"{self.title} has no preset {text!r} ({', '.join(names)})")
 
@@ -330,15 +330,15 @@ class Effect(_Processor):
         """Writes a preset file; its title is that of the file if none is given."""
         text = os.fspath(path)
         name = os.path.basename(text).removesuffix(".fxpreset") if title is None else title
-        self._native.save_preset(text, name)
+        self._bound.save_preset(text, name)
 
     def save_state(self) -> bytes:
         """All settings. Hosts of all formats keep the same bytes in their songs."""
-        return self._native.state()
+        return self._bound.state()
 
     def load_state(self, state: bytes) -> None:
         """ValueError, and nothing changes, where these are no settings of this effect."""
-        self._native.load_state(bytes(state))
+        self._bound.load_state(bytes(state))
 
     def __repr__(self) -> str:
         return f"<quillworks.Effect {self.title}>"
@@ -368,7 +368,7 @@ class Chain(_Processor):
         self.effects = tuple(made)
 
     def _natives(self) -> list[_native.Effect]:
-        return [effect._native for effect in self.effects]
+        return [effect._bound for effect in self.effects]
 
     def __getitem__(self, index: int) -> Effect:
         return self.effects[index]
