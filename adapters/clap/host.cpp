@@ -15,6 +15,7 @@ void Host::findExtensions() noexcept
     find(threads_, CLAP_EXT_THREAD_CHECK);
     find(params_, CLAP_EXT_PARAMS);
     find(latency_, CLAP_EXT_LATENCY);
+    find(state_, CLAP_EXT_STATE);
     find(tail_, kTailExtension);
     find(log_, kLogExtension);
 }
@@ -62,6 +63,11 @@ void Host::tailChanged() const noexcept
 void Host::valuesChanged() const noexcept
 {
     if (params_ && params_->rescan) params_->rescan(host_, CLAP_PARAM_RESCAN_VALUES);
+}
+
+void Host::stateChanged() const noexcept
+{
+    if (state_ && state_->mark_dirty) state_->mark_dirty(host_);
 }
 
 }  // namespace quillworks::clap

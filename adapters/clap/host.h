@@ -28,12 +28,14 @@ public:
     void latencyChanged() const noexcept;                          // [main thread, not active]
     void tailChanged() const noexcept;                             // [audio thread]
     void valuesChanged() const noexcept;                           // [main thread]
+    void stateChanged() const noexcept;                            // [main thread]
 
 private:
     const clap_host_t* host_;
     const clap_host_thread_check_t* threads_ = nullptr;
     const clap_host_params_t* params_ = nullptr;
     const clap_host_latency_t* latency_ = nullptr;
+    const clap_host_state_t* state_ = nullptr;
     const HostTail* tail_ = nullptr;
     const HostLog* log_ = nullptr;
     bool hasComplained_ = false;  // about the audio thread
