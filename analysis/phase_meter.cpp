@@ -72,7 +72,7 @@ PhaseMeterAlgorithm::PhaseMeterAlgorithm() : MeterAlgorithm(kParameters) {}
 PhaseMeterComponent::PhaseMeterComponent(PhaseMeterAlgorithm& algorithm)
     : MeterComponent(algorithm,
                      {.viewPrefix = "PhaseMeter", .kind = "analyser", .layouts = "stereo;mono;5.1"},
-                     {"goniometer", "bandcorrelation", "matrix"}, &configurePhase)
+                     {"goniometer", "bandcorrelation", "matrix", ".recent"}, &configurePhase)
 {}
 
 }  // namespace quillworks
