@@ -71,8 +71,10 @@ PhaseMeterAlgorithm::PhaseMeterAlgorithm() : MeterAlgorithm(kParameters) {}
 
 PhaseMeterComponent::PhaseMeterComponent(PhaseMeterAlgorithm& algorithm)
     : MeterComponent(algorithm,
-                     {.viewPrefix = "PhaseMeter", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
+                     {.viewPrefix = "PhaseMeter", .kind = "analyser", .layouts = "stereo;mono;5.1"},
                      {"goniometer", "bandcorrelation", "matrix"}, &configurePhase)
-{}
+{
+    publishAttribute("copiesAtDefaults", std::int64_t{1});
+}
 
 }  // namespace quillworks

@@ -96,8 +96,10 @@ SpectrumMeterAlgorithm::SpectrumMeterAlgorithm() : MeterAlgorithm(kParameters) {
 SpectrumMeterComponent::SpectrumMeterComponent(SpectrumMeterAlgorithm& algorithm)
     : MeterComponent(
           algorithm,
-          {.viewPrefix = "SpectrumMeter", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
+          {.viewPrefix = "SpectrumMeter", .kind = "analyser", .layouts = "stereo;mono;5.1"},
           {"spectrum", "bands", "sonogram"}, &configureSpectrum, "store")
-{}
+{
+    publishAttribute("copiesAtDefaults", std::int64_t{1});
+}
 
 }  // namespace quillworks

@@ -306,7 +306,9 @@ template class SimpleStripCore<double>;
 SimpleStripAlgorithm::SimpleStripAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 SimpleStripComponent::SimpleStripComponent(SimpleStripAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "SimpleStrip", .kind = "strip", .copiesAtDefaults = true})
-{}
+    : AudioEffectComponent(algorithm, {.viewPrefix = "SimpleStrip", .kind = "strip"})
+{
+    publishAttribute("copiesAtDefaults", std::int64_t{1});
+}
 
 }  // namespace quillworks

@@ -50,6 +50,7 @@ void GainHistory::show(int, VNK::IDisplaySink& sink) const
 {
     sink.number("lost", static_cast<double>(lost_));
     sink.number("rate", rate_);
+    sink.number("count", static_cast<double>(count_));
     const auto shown = std::min(static_cast<std::size_t>(count_), held_);
     const auto first = static_cast<std::size_t>(count_) - shown;
     std::vector<float> values(shown);
@@ -58,8 +59,11 @@ void GainHistory::show(int, VNK::IDisplaySink& sink) const
         sink.beginObject(nullptr);
         sink.text("name", names_[b]);
         for (std::size_t which = 0; which < 2; ++which) {
-            for (std::size_t i = 0; i < shown; ++i)
-                values[i] = lines_[2 * b + which][(first + i) % held_];
+            const auto& line = lines_[2 * b + which];
+            const auto oldest = line.begin() + static_cast<std::ptrdiff_t>(first % held_);
+            const auto end = std::copy(oldest, std::min(oldest + std::ptrdiff_t(shown), line.end()),
+                                       values.begin());
+            std::copy_n(line.begin(), values.end() - end, end);
             sink.numbers(which == 0 ? "level" : "gain", values.data(),
                          static_cast<std::int64_t>(shown));
         }

@@ -53,7 +53,8 @@ private:
 };
 
 /// Keeps the last 8 s of it, in decibels. Its display "history" has "rate", the values a second,
-/// and for each band "level" and "gain", oldest first, null in silence.
+/// "count", how many there have been, and for each band "level" and "gain" of the last ones, oldest
+/// first, null in silence.
 class GainHistory final : public DisplayEngine {
 public:
     static constexpr double kSeconds = 8;

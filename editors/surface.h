@@ -64,7 +64,9 @@ enum class Key {
 
 struct KeyEvent {
     Key key = Key::None;
-    std::string text;  // what the key types, UTF-8; empty for keys that type nothing
+    /// What the key types, UTF-8; empty for keys that type nothing. With Control or Alt held the
+    /// letter itself, "c" and no control character.
+    std::string text;
     unsigned modifiers = 0;
     double seconds = 0;
 };
@@ -121,6 +123,9 @@ public:
     virtual bool drop(double x, double y, const std::string& path) = 0;
     /// The window closed this popup.
     virtual void closed() = 0;
+    /// Of a popup: whether it has the pointer to itself, as menus do. A press beside a menu does
+    /// nothing but close it; one beside a tip closes the tip and does what it would without.
+    virtual bool takesPointer() const { return true; }
 };
 
 }  // namespace quillworks::editors

@@ -64,7 +64,6 @@ AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm, Effe
         viewNames_.push_back(std::string(traits_.viewPrefix) + "/" + view);
     publishAttribute("remotepages", std::string(traits_.viewPrefix));
     publishAttribute("layouts", std::string(traits_.layouts));
-    if (traits_.copiesAtDefaults) publishAttribute("copiesAtDefaults", std::int64_t{1});
     if (*traits_.kind) publishAttribute("kind", std::string(traits_.kind));
     algorithm_->setOwner(this);
     setupChanged(nullptr);

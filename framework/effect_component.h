@@ -28,8 +28,6 @@ struct EffectTraits {
     /// Layouts in which formats of fixed layout offer it, by the names of
     /// VNK::SpeakerArrangement, the usual one first. Attribute "layouts".
     const char* layouts = "stereo;mono";
-    /// At its defaults the output is the input, bit by bit. Attribute "copiesAtDefaults".
-    bool copiesAtDefaults = false;
 };
 
 /// Delay and tail in samples, latency included in the tail; VNK::kEndlessTail for ever.

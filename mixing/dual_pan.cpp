@@ -289,7 +289,9 @@ bool DualPanAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
 
 DualPanComponent::DualPanComponent(DualPanAlgorithm& algorithm)
     : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "DualPan", .layouts = "stereo;mono;mono>stereo", .copiesAtDefaults = true})
-{}
+                           {.viewPrefix = "DualPan", .layouts = "stereo;mono;mono>stereo"})
+{
+    publishAttribute("copiesAtDefaults", std::int64_t{1});
+}
 
 }  // namespace quillworks

@@ -267,8 +267,10 @@ void MixToolAlgorithm::setParameter(Tag tag, float value) noexcept
 }
 
 MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1", .copiesAtDefaults = true})
-{}
+    : AudioEffectComponent(algorithm, {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1"})
+{
+    publishAttribute("copiesAtDefaults", std::int64_t{1});
+}
 
 void MixToolComponent::changed(const AlgorithmParameter& parameter, float, Setter by) noexcept
 {

@@ -6,12 +6,13 @@
 
 namespace quillhost {
 
-extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr,
-    kCheck;
+extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr, kView,
+    kCheck, kManual;
 
 namespace {
 constexpr const Command* kCommands[] = {
-    &kList, &kInfo, &kRender, &kGenerate, &kMeasure, &kPlot, &kPreset, &kIr, &kBench, &kCheck,
+    &kList, &kInfo,   &kRender, &kGenerate, &kMeasure, &kPlot,
+    &kView, &kPreset, &kIr,     &kBench,    &kCheck,   &kManual,
 };
 }  // namespace
 

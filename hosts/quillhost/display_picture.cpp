@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "display_drawing.h"
-#include "displays.h"
+#include "display_run.h"
 #include "error.h"
 
 namespace quillhost {

@@ -6,7 +6,7 @@
 
 #include "command.h"
 #include "console.h"
-#include "displays.h"
+#include "display_run.h"
 #include "loudness_report.h"
 #include "progress.h"
 #include "sound_file.h"

@@ -3,7 +3,7 @@
 #include <numbers>
 
 #include "command.h"
-#include "displays.h"
+#include "display_run.h"
 #include "effect_spec.h"
 #include "loudness_picture.h"
 #include "picture.h"

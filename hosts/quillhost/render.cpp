@@ -103,11 +103,10 @@ int render(const Session& session, Options& options)
     {
         std::vector<std::string> saidLater;
         const Session::NotesApart apart(saidLater);
-        // What convolves with a file sets its blocks apart from those of other instances that live:
-        // the same bits come one by one. And what other people's code shares is not known.
-        for (const auto& spec : plan.effects)
-            if (createEffect(session, spec).component().countTexts() > 0 || isLv2(spec.name))
-                batch.jobs = 1;
+        for (const auto& spec : plan.effects) {
+            createEffect(session, spec);
+            if (isLv2(spec.name)) batch.jobs = 1;  // what other people's code shares is not known
+        }
     }
     checkPlan(plan);
     if (isBatch) {
@@ -198,8 +197,8 @@ std::function<int(Session&)> declare(CLI::App& app)
             help, "N");
     };
     addLimit("--normalize", o->loudness, -70, 0, "bring OUT to this integrated loudness, in LUFS");
-    addOption(app, "--target", o->target,
-              "the same by name: ebu-r128, atsc-a85, streaming or podcast", "NAME");
+    addOption(app, "--target", o->target, "the same by name",
+              "ebu-r128|atsc-a85|streaming|podcast");
     addLimit("--true-peak", o->truePeak, -12, 0,
              "highest true peak of OUT, by a limiter where needed, in dBTP (-1, or the target's)");
     addLimit("--range-max", o->rangeMax, 1, 100, "widest loudness range of OUT, in LU");

@@ -94,7 +94,8 @@ private:
         std::set<std::string> bound;
         for (const auto& box : view.boxes) {
             for (const auto& [name, value] : box.attributes)
-                if (name != "kind" && !bindFamily(value, bound) && !isKnown(value))
+                if (name != "kind" && name != "lowOrder" && !bindFamily(value, bound) &&
+                    !isKnown(value))
                     return fail("a display of " + view.name + " names the unknown value \"" +
                                 value + "\"");
         }

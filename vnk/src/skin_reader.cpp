@@ -76,10 +76,11 @@ constexpr Attributes kDisplays[] = {
     {"Meters", "in out reduction level rms hold rmsHold clip reset"},
     {"Loudness", "momentary shortTerm integrated low high truePeak"},
     {"EchoLine", "time beats feedback width mode"},
-    {"ModWave", "wave rate depth"},
+    {"ModWave", "wave rate depth sync beats stereo"},
     {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels"},
-    {"FilterCurve", "low high resonance type stages left right freq1 gain1 q1 freq2 gain2 q2 freq3 "
-                    "gain3 q3 freq4 gain4 q4"},
+    {"FilterCurve",
+     "low high lowOrder slope resonance type stages left right mix mode centre range "
+     "cycle on freq1 gain1 q1 bell1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4 bell4"},
     {"BandKnobs",
      "bands thresholds ratios lowThresholds lowRatios ranges attacks releases gains on solo "
      "mute"},

@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: ISC
+#include "editors/displays/curve_display.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "editors/displays/static_gain.h"
+
+namespace quillworks::editors {
+namespace {
+
+constexpr Axis kLevels{-60, 0, false};
+
+}  // namespace
+
+CurveDisplay::CurveDisplay(const VNK::SkinBox& box, EffectModel& model)
+    : BoundDisplay(box, model),
+      threshold_(value("threshold")),
+      ratio_(value("ratio")),
+      knee_(value("knee")),
+      range_(value("range")),
+      point_(value("point")),
+      levels_(model, "inlevel"),
+      handles_(model)
+{
+    if (threshold_.parameter() >= 0) handles_.all().resize(1);
+}
+
+void CurveDisplay::sized()
+{
+    const Rect area = isSmall() ? Rect{8, 8, width() - 16, height() - 16}
+                                : Rect{31, 12, width() - 40, height() - 39};
+    plot_ = {area, kLevels, kLevels};
+    place();
+}
+
+double CurveDisplay::output(double input) const
+{
+    const double threshold = threshold_.get(0), ratio = ratio_.get(1);
+    if (range_.exists())
+        return expanded(input, threshold, 1 / std::max(ratio, 1e-3) - 1, range_.get());
+    return compressed(input, threshold, ratio, std::max(knee_.get(0), 1e-3));
+}
+
+/// Where the level is on the curve; not-a-number where it is too low to be seen.
+Point CurveDisplay::dot() const
+{
+    const double level = point_.exists() ? point_.get() : levels_.largestDecibels();
+    const double nothing = std::numeric_limits<double>::quiet_NaN();
+    if (!(level > kLevels.minimum)) return {nothing, nothing};
+    const double shown = std::min(level, kLevels.maximum), half = 0.5 / scale();
+    const auto rounded = [half](double x) { return std::round(x / half) * half; };
+    return {rounded(plot_.across(shown)), rounded(plot_.upWithin(output(shown)))};
+}
+
+void CurveDisplay::place()
+{
+    if (handles_.all().empty()) return;
+    auto& handle = handles_.all()[0];
+    const double threshold = threshold_.get();
+    handle.at = {plot_.across(std::clamp(threshold, -60.0, 0.0)),
+                 plot_.upWithin(output(threshold))};
+    handle.x = {threshold_.parameter(), kLevels.minimum,    kLevels.maximum,
+                plot_.area.x,           plot_.area.right(), false};
+    handle.y.parameter = ratio_.parameter();  // no place: up is more
+}
+
+void CurveDisplay::ticked(double)
+{
+    const auto now = dot();
+    if (now.x == dot_.x && now.y == dot_.y) return;
+    for (const auto& at : {dot_, now})
+        if (at.x == at.x && at.y == at.y) damage({at.x - 8, at.y - 8, 16, 16});
+    dot_ = now;
+}
+
+void CurveDisplay::look(std::vector<double>& numbers) const
+{
+    numbers.insert(numbers.end(), {threshold_.get(), ratio_.get(0), knee_.get(0), range_.get(0)});
+}
+
+void CurveDisplay::drawStatic(Canvas& canvas)
+{
+    const auto ticks = linearTicks(kLevels, 5, true);
+    drawAcross(canvas, plot_, ticks, !isSmall());
+    drawUp(canvas, plot_, ticks, isSmall() ? FiguresAt::None : FiguresAt::Left);
+    if (!isSmall())
+        canvas.text(Type::Axis, "Output dB", plot_.area.x + 6, plot_.area.y + 14, Align::Left,
+                    Color::Text3);
+}
+
+void CurveDisplay::drawCurve(Canvas& canvas)
+{
+    const auto& area = plot_.area;
+    const Point corners[] = {{area.x, area.bottom()}, {area.right(), area.y}};
+    sampleCurve(points_, plot_, 1, [this](double input) { return output(input); });
+    canvas.clip(area.inset(-2));
+    // What is taken: between the straight line and the curve.
+    auto between = points_;
+    between.push_back(corners[1]);
+    between.push_back(corners[0]);
+    canvas.polygon(between, Ink(Color::Accent, 0.12));
+    canvas.line(corners[0], corners[1], 0, Color::Track, Dash::Dashes);
+    canvas.vertical(plot_.across(threshold_.get(0)), area.y, area.bottom(), Color::Text3,
+                    Dash::Dots);
+    canvas.polyline(points_, 2, Color::Accent);
+}
+
+void CurveDisplay::draw(Canvas& canvas)
+{
+    place();
+    curve_.draw(canvas, *this, [this](Canvas& own) { drawCurve(own); });
+    handles_.draw(canvas);
+    if (dot_.x == dot_.x) drawDot(canvas, dot_, Color::Text);
+}
+
+bool CurveDisplay::pointer(const PointerEvent& event)
+{
+    bool changed = false;
+    const bool used = handles_.pointer(event, changed);
+    if (changed) damage();
+    return used;
+}
+
+bool CurveDisplay::key(const KeyEvent& event)
+{
+    bool changed = false;
+    const bool used = handles_.key(event, changed);
+    if (changed) damage();
+    return used;
+}
+
+void CurveDisplay::setFocus(bool has)
+{
+    handles_.setFocus(has);
+    damage();
+}
+
+std::string CurveDisplay::describe() const
+{
+    std::string text = "Curve";
+    for (const auto* v : {&threshold_, &ratio_, &knee_, &range_})
+        if (v->exists()) text += ", " + v->title() + " " + v->text();
+    return text;
+}
+
+std::string CurveDisplay::tip(double, double) const
+{
+    return "Drag the ring sideways for the threshold, up and down for the ratio.";
+}
+
+}  // namespace quillworks::editors

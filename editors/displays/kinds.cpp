@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: ISC
+// The kinds of display by the names that a skin gives them.
+#include "editors/display.h"
+#include "editors/displays/comb_curve.h"
+#include "editors/displays/curve_display.h"
+#include "editors/displays/filter_curve.h"
+#include "editors/displays/gain_history.h"
+#include "editors/displays/meters.h"
+#include "editors/displays/mod_wave.h"
+#include "editors/displays/pan_field.h"
+#include "editors/displays/shape_curve.h"
+#include "editors/displays/step_bars.h"
+#include "editors/displays/step_curve.h"
+
+namespace quillworks::editors {
+namespace {
+
+using Make = std::unique_ptr<Display> (*)(const VNK::SkinBox&, EffectModel&);
+
+struct Kind {
+    std::string_view name;
+    Make make;
+};
+
+template <class D> std::unique_ptr<Display> make(const VNK::SkinBox& box, EffectModel& model)
+{
+    return std::make_unique<D>(box, model);
+}
+
+/// One row per kind.
+constexpr Kind kKinds[] = {
+    {"CombCurve", make<CombCurve>},     {"CurveDisplay", make<CurveDisplay>},
+    {"FilterCurve", make<FilterCurve>}, {"GainHistory", make<GainHistory>},
+    {"Meters", make<Meters>},           {"ModWave", make<ModWave>},
+    {"PanField", make<PanField>},       {"ShapeCurve", make<ShapeCurve>},
+    {"StepBars", make<StepBars>},       {"StepCurve", make<StepCurve>},
+};
+
+}  // namespace
+
+std::unique_ptr<Display> makeDisplay(const VNK::SkinBox& box, EffectModel& model)
+{
+    const auto kind = box.attributes.find("kind");
+    if (kind == box.attributes.end()) return nullptr;
+    for (const auto& row : kKinds)
+        if (row.name == kind->second) return row.make(box, model);
+    return nullptr;
+}
+
+}  // namespace quillworks::editors

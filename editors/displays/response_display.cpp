@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: ISC
+#include "editors/displays/response_display.h"
+
+#include <algorithm>
+
+namespace quillworks::editors {
+
+void ResponseDisplay::setAxes(const Axis& hertz, const Axis& decibels)
+{
+    plot_.x = hertz;
+    plot_.y = decibels;
+}
+
+void ResponseDisplay::sized()
+{
+    plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
+                           : Rect{30, 10, width() - 40, height() - 32};
+    place();
+}
+
+void ResponseDisplay::drawStatic(Canvas& canvas)
+{
+    const auto across = plot_.x.isLogarithmic ? frequencyTicks(plot_.x) : [this] {
+        auto ticks = linearTicks(plot_.x, 8, false);
+        for (auto& tick : ticks) tick.text = shortFrequency(tick.value);
+        return ticks;
+    }();
+    drawAcross(canvas, plot_, across, !isSmall());
+    drawUp(canvas, plot_, linearTicks(plot_.y, static_cast<int>(plot_.area.h / 18), true),
+           isSmall() ? FiguresAt::None : FiguresAt::Left);
+}
+
+void ResponseDisplay::draw(Canvas& canvas)
+{
+    place();
+    const double opacity = isOn() ? 1 : 0.35;
+    graph_.begin(canvas, plot_.area);
+    // The right one beneath: where both are the same the left one is seen.
+    for (int side = curves() - 1; side >= 0; --side) {
+        sampleCurve(points_, plot_, 1, [&](double hertz) { return response(side, hertz); });
+        const bool isFirst = side == 0;
+        if (isFirst && curves() == 1)
+            graph_.fill(points_, plot_.upWithin(0), Ink(Color::Accent, 0.14 * opacity));
+        graph_.stroke(points_, isFirst ? 2 : 1.5,
+                      isFirst ? Ink(Color::Accent, opacity) : Ink(Color::Output, 0.8 * opacity));
+    }
+    graph_.show(canvas);
+    handles_.draw(canvas);
+}
+
+bool ResponseDisplay::pointer(const PointerEvent& event)
+{
+    bool changed = false;
+    const bool used = handles_.pointer(event, changed);
+    if (changed) damage();
+    return used;
+}
+
+bool ResponseDisplay::key(const KeyEvent& event)
+{
+    bool changed = false;
+    const bool used = handles_.key(event, changed);
+    if (changed) damage();
+    return used;
+}
+
+void ResponseDisplay::setFocus(bool has)
+{
+    handles_.setFocus(has);
+    damage();
+}
+
+}  // namespace quillworks::editors
