@@ -376,10 +376,9 @@ void LevelMeterAlgorithm::takeRoom() noexcept
 
 LevelMeterComponent::LevelMeterComponent(LevelMeterAlgorithm& algorithm)
     : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1"}),
+                           {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1", .copiesAtDefaults = true}),
       meter_(algorithm)
 {
-    publishAttribute("copiesAtDefaults", std::int64_t{1});
     // Kept with songs and presets.
     declareAttribute("mode", -1);  // of the choices of "meterDisplay"; -1: none chosen yet
     declareAttribute("rmsLength", 0);

@@ -71,10 +71,8 @@ PhaseMeterAlgorithm::PhaseMeterAlgorithm() : MeterAlgorithm(kParameters) {}
 
 PhaseMeterComponent::PhaseMeterComponent(PhaseMeterAlgorithm& algorithm)
     : MeterComponent(algorithm,
-                     {.viewPrefix = "PhaseMeter", .kind = "analyser", .layouts = "stereo;mono;5.1"},
+                     {.viewPrefix = "PhaseMeter", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
                      {"goniometer", "bandcorrelation", "matrix"}, &configurePhase)
-{
-    publishAttribute("copiesAtDefaults", std::int64_t{1});
-}
+{}
 
 }  // namespace quillworks

@@ -140,11 +140,9 @@ void TestScopeAlgorithm::resetCore() noexcept
 
 TestScopeComponent::TestScopeComponent(TestScopeAlgorithm& algorithm)
     : MeterComponent(algorithm,
-                     {.viewPrefix = "TestScope", .kind = "analyser", .layouts = "stereo;mono;5.1"},
+                     {.viewPrefix = "TestScope", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
                      {"trace"}, &configureScope, "arm")
-{
-    publishAttribute("copiesAtDefaults", std::int64_t{1});
-}
+{}
 
 void TestScopeComponent::changed(const AlgorithmParameter& parameter, float before,
                                  Setter by) noexcept

@@ -96,10 +96,8 @@ SpectrumMeterAlgorithm::SpectrumMeterAlgorithm() : MeterAlgorithm(kParameters) {
 SpectrumMeterComponent::SpectrumMeterComponent(SpectrumMeterAlgorithm& algorithm)
     : MeterComponent(
           algorithm,
-          {.viewPrefix = "SpectrumMeter", .kind = "analyser", .layouts = "stereo;mono;5.1"},
+          {.viewPrefix = "SpectrumMeter", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
           {"spectrum", "bands", "sonogram"}, &configureSpectrum, "store")
-{
-    publishAttribute("copiesAtDefaults", std::int64_t{1});
-}
+{}
 
 }  // namespace quillworks

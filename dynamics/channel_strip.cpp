@@ -306,9 +306,7 @@ template class SimpleStripCore<double>;
 SimpleStripAlgorithm::SimpleStripAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 SimpleStripComponent::SimpleStripComponent(SimpleStripAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "SimpleStrip", .kind = "strip"})
-{
-    publishAttribute("copiesAtDefaults", std::int64_t{1});
-}
+    : AudioEffectComponent(algorithm, {.viewPrefix = "SimpleStrip", .kind = "strip", .copiesAtDefaults = true})
+{}
 
 }  // namespace quillworks

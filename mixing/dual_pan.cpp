@@ -289,9 +289,7 @@ bool DualPanAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
 
 DualPanComponent::DualPanComponent(DualPanAlgorithm& algorithm)
     : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "DualPan", .layouts = "stereo;mono;mono>stereo"})
-{
-    publishAttribute("copiesAtDefaults", std::int64_t{1});
-}
+                           {.viewPrefix = "DualPan", .layouts = "stereo;mono;mono>stereo", .copiesAtDefaults = true})
+{}
 
 }  // namespace quillworks

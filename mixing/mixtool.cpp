@@ -267,10 +267,8 @@ void MixToolAlgorithm::setParameter(Tag tag, float value) noexcept
 }
 
 MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1"})
-{
-    publishAttribute("copiesAtDefaults", std::int64_t{1});
-}
+    : AudioEffectComponent(algorithm, {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1", .copiesAtDefaults = true})
+{}
 
 void MixToolComponent::changed(const AlgorithmParameter& parameter, float, Setter by) noexcept
 {

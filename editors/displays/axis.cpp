@@ -104,6 +104,14 @@ std::string shortFrequency(double hertz)
     return trimmed(hertz, hertz < 9.995 ? 1 : 0);
 }
 
+std::string frequencyText(double hertz)
+{
+    auto text = shortFrequency(hertz);
+    const bool isLarge = text.back() == 'k';
+    if (isLarge) text.pop_back();
+    return text + (isLarge ? " kHz" : " Hz");
+}
+
 std::string shortTime(double seconds)
 {
     if (!std::isfinite(seconds)) return "-";

@@ -36,6 +36,8 @@ std::vector<Tick> linearTicks(const Axis& axis, int most, bool inDecibels);
 std::string figure(double value, int decimals = 0, bool isSigned = false);
 /// "82", "440", "1.2k", "15k".
 std::string shortFrequency(double hertz);
+/// "82 Hz", "1.2 kHz".
+std::string frequencyText(double hertz);
 /// "12 ms", "1.5 s".
 std::string shortTime(double seconds);
 

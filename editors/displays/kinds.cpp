@@ -1,16 +1,21 @@
 // SPDX-License-Identifier: ISC
 // The kinds of display by the names that a skin gives them.
 #include "editors/display.h"
+#include "editors/displays/band_correlation.h"
 #include "editors/displays/comb_curve.h"
 #include "editors/displays/curve_display.h"
 #include "editors/displays/filter_curve.h"
 #include "editors/displays/gain_history.h"
+#include "editors/displays/level_bars.h"
+#include "editors/displays/loudness.h"
 #include "editors/displays/meters.h"
 #include "editors/displays/mod_wave.h"
 #include "editors/displays/pan_field.h"
 #include "editors/displays/shape_curve.h"
+#include "editors/displays/spectrum.h"
 #include "editors/displays/step_bars.h"
 #include "editors/displays/step_curve.h"
+#include "editors/displays/trace.h"
 
 namespace quillworks::editors {
 namespace {
@@ -29,11 +34,20 @@ template <class D> std::unique_ptr<Display> make(const VNK::SkinBox& box, Effect
 
 /// One row per kind.
 constexpr Kind kKinds[] = {
-    {"CombCurve", make<CombCurve>},     {"CurveDisplay", make<CurveDisplay>},
-    {"FilterCurve", make<FilterCurve>}, {"GainHistory", make<GainHistory>},
-    {"Meters", make<Meters>},           {"ModWave", make<ModWave>},
-    {"PanField", make<PanField>},       {"ShapeCurve", make<ShapeCurve>},
-    {"StepBars", make<StepBars>},       {"StepCurve", make<StepCurve>},
+    {"BandCorrelation", make<BandCorrelation>},
+    {"CombCurve", make<CombCurve>},
+    {"CurveDisplay", make<CurveDisplay>},
+    {"FilterCurve", make<FilterCurve>},
+    {"GainHistory", make<GainHistory>},
+    {"Loudness", make<Loudness>},
+    {"Meters", make<Meters>},
+    {"ModWave", make<ModWave>},
+    {"PanField", make<PanField>},
+    {"ShapeCurve", make<ShapeCurve>},
+    {"Spectrum", make<Spectrum>},
+    {"StepBars", make<StepBars>},
+    {"StepCurve", make<StepCurve>},
+    {"Trace", make<Trace>},
 };
 
 }  // namespace
@@ -42,6 +56,9 @@ std::unique_ptr<Display> makeDisplay(const VNK::SkinBox& box, EffectModel& model
 {
     const auto kind = box.attributes.find("kind");
     if (kind == box.attributes.end()) return nullptr;
+    // Meters of levels alone, each channel with its mean and what is held, are a level meter.
+    if (kind->second == "Meters" && box.attributes.contains("level"))
+        return make<LevelBars>(box, model);
     for (const auto& row : kKinds)
         if (row.name == kind->second) return row.make(box, model);
     return nullptr;

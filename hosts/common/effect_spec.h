@@ -21,12 +21,12 @@ struct EffectSpec {
 /// so that texts of lists may hold commas.
 EffectSpec parseEffectSpec(const std::string& text);
 
-/// Behind the name, for people; "default settings" where nothing is.
-std::string settingsOf(const std::string& text);
-
 /// Several in series, one behind the other: "NAME:key=value,NAME". A part that begins with the name
 /// of an effect begins the next one.
 std::vector<EffectSpec> parseChainSpec(const Session& session, const std::string& text);
+
+/// Behind the name, for people; "default settings" where nothing is.
+std::string settingsOf(const std::string& text);
 
 /// The effect with presets loaded and values set.
 Effect createEffect(const Session& session, const EffectSpec& spec);

@@ -16,7 +16,6 @@
 #include <lv2/time/time.h>
 #include <lv2/units/units.h>
 
-#include "error.h"
 #include "hosts/lilv/lilv_host.h"
 #include "lv2_ports.h"
 #include "text.h"

@@ -241,6 +241,7 @@ std::vector<const VNK::ClassDescription*> Session::classes() const
 
 const VNK::ClassDescription* Session::search(const std::string& name) const
 {
+    if (isLv2(name)) return &lv2Class(name);
     VNK::UID id;
     const bool isId = VNK::UID::parse(name, id) || VNK::UID::parse("{" + name + "}", id);
     for (const auto* c : classes())
@@ -250,7 +251,6 @@ const VNK::ClassDescription* Session::search(const std::string& name) const
 
 const VNK::ClassDescription& Session::find(const std::string& name) const
 {
-    if (isLv2(name)) return lv2Class(name);
     if (const auto* found = search(name)) return *found;
     std::vector<std::string> names;
     for (const auto* c : classes()) names.emplace_back(c->name->text());

@@ -103,9 +103,10 @@ int render(const Session& session, Options& options)
     {
         std::vector<std::string> saidLater;
         const Session::NotesApart apart(saidLater);
+        // What other people's code shares between its instances is not known.
         for (const auto& spec : plan.effects) {
             createEffect(session, spec);
-            if (isLv2(spec.name)) batch.jobs = 1;  // what other people's code shares is not known
+            if (isLv2(spec.name)) batch.jobs = 1;
         }
     }
     checkPlan(plan);

@@ -11,7 +11,7 @@
 
 #include "chain.h"
 #include "command.h"
-#include "displays.h"
+#include "display_run.h"
 #include "editors/view.h"
 #include "editors/view_offscreen.h"
 #include "effect_spec.h"

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: ISC
+#include "editors/displays/band_correlation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace quillworks::editors {
+
+void BandCorrelation::sized()
+{
+    plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
+                           : Rect{34, 12, width() - 46, height() - 36};
+    plot_.y = {-1, 1, false};
+}
+
+void BandCorrelation::ticked(double)
+{
+    const auto& node = model().display("bandcorrelation");
+    const auto& centres = node["centre"].numbers();
+    const auto& values = node["value"].numbers();
+    const auto& coherences = node["coherence"].numbers();
+    const auto at = [](const std::vector<double>& list, std::size_t i) {
+        return i < list.size() ? list[i] : std::numeric_limits<double>::quiet_NaN();
+    };
+    bands_.clear();
+    for (std::size_t i = 0; i < centres.size(); ++i)
+        bands_.push_back({centres[i], at(values, i), at(coherences, i), node["valid"][i].flag()});
+}
+
+void BandCorrelation::look(std::vector<double>& numbers) const
+{
+    for (const auto& band : bands_)
+        numbers.insert(numbers.end(), {std::round(band.correlation * plot_.area.h * scale() / 2),
+                                       std::round(band.coherence * 50), double(band.isValid)});
+}
+
+void BandCorrelation::lookStatic(std::vector<double>& numbers) const
+{
+    for (const auto& band : bands_) numbers.push_back(band.centre);
+}
+
+Rect BandCorrelation::bar(std::size_t band) const
+{
+    const double w = plot_.area.w / static_cast<double>(std::max<std::size_t>(1, bands_.size()));
+    return {plot_.area.x + static_cast<double>(band) * w + 2, plot_.area.y, w - 4, plot_.area.h};
+}
+
+void BandCorrelation::drawStatic(Canvas& canvas)
+{
+    const Tick ticks[] = {{-1, "-1", false},
+                          {-0.5, "-0.5", false},
+                          {0, "0", true},
+                          {0.5, "+0.5", false},
+                          {1, "+1", false}};
+    drawUp(canvas, plot_, ticks, isSmall() ? FiguresAt::None : FiguresAt::Left);
+    if (isSmall()) return;
+    double taken = 0;
+    for (std::size_t i = 0; i < bands_.size(); ++i) {
+        // By their nominal names: 63, 125, 250, ...
+        const double centre = bands_[i].centre;
+        const double rounded = centre < 100 ? std::round(centre) : std::round(centre / 5) * 5;
+        const auto text = shortFrequency(centre > 900 ? std::round(centre / 100) * 100 : rounded);
+        const double x = bar(i).centre().x, half = canvas.textWidth(Type::Axis, text) / 2;
+        if (x - half < taken + 5) continue;
+        canvas.text(Type::Axis, text, x, plot_.area.bottom() + 15, Align::Centre, Color::Text3);
+        taken = x + half;
+    }
+}
+
+void BandCorrelation::draw(Canvas& canvas)
+{
+    for (std::size_t i = 0; i < bands_.size(); ++i) {
+        const auto& band = bands_[i];
+        if (std::isnan(band.correlation)) continue;
+        const auto b = bar(i);
+        const double y = plot_.upWithin(band.correlation), zero = plot_.up(0);
+        const Rect shown{b.x, std::min(y, zero) - 0.5, b.w, std::abs(y - zero) + 1};
+        const Color color = band.correlation < 0 ? Color::Warn : Color::Accent;
+        // Hollow where there is too little sound to tell; the less coherent, the fainter.
+        if (band.isValid)
+            canvas.fillRounded(shown, 2,
+                               Ink(color, 0.35 + 0.65 * std::clamp(band.coherence, 0.0, 1.0)));
+        else
+            canvas.strokeRounded(shown, 2, 0, Ink(Color::Text3, 0.7));
+    }
+}
+
+std::string BandCorrelation::describe() const
+{
+    std::string text = "Correlation by band";
+    for (const auto& band : bands_)
+        if (band.isValid)
+            text += ", " + frequencyText(band.centre) + " " + figure(band.correlation, 2, true);
+    return text;
+}
+
+}  // namespace quillworks::editors

@@ -1,0 +1,263 @@
+// SPDX-License-Identifier: ISC
+#include "editors/displays/spectrum.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace quillworks::editors {
+namespace {
+
+constexpr double kNothing = std::numeric_limits<double>::quiet_NaN();
+constexpr double kLeastStep = 0.8;    // px between points of a curve
+constexpr double kTiltCentre = 1000;  // Hz, where a tilt changes nothing
+
+bool same(const std::vector<Point>& a, const std::vector<Point>& b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const Point& p, const Point& q) {
+        return p.x == q.x && (p.y == q.y || (std::isnan(p.y) && std::isnan(q.y)));
+    });
+}
+
+Ink inkOf(std::size_t curve)
+{
+    if (curve == 0) return Color::Accent;
+    return curve == 1 ? Ink(Color::Output) : Ink(Color::Text2, curve % 2 ? 0.6 : 0.8);
+}
+
+}  // namespace
+
+bool Spectrum::Curve::operator==(const Curve& other) const
+{
+    return name == other.name && same(level, other.level) && same(hold, other.hold) &&
+           same(reference, other.reference);
+}
+
+Spectrum::Spectrum(const VNK::SkinBox& box, EffectModel& model)
+    : BoundDisplay(box, model),
+      mode_(value("mode")),
+      tilt_(value("tilt")),
+      top_(value("top")),
+      range_(value("range")),
+      low_(value("low")),
+      high_(value("high")),
+      compare_(value("compare")),
+      peakHertz_(kNothing),
+      peakLevel_(kNothing)
+{}
+
+void Spectrum::sized()
+{
+    plot_.area = !hasFigures() ? Rect{1, 1, width() - 2, height() - 2}
+                               : Rect{34, 10, width() - 46, height() - 34};
+    const auto device = [this](double px) { return static_cast<int>(std::lround(px * scale())); };
+    sonogram_.resize(device(plot_.area.w), device(plot_.area.h));
+}
+
+void Spectrum::lookStatic(std::vector<double>& numbers) const
+{
+    for (const auto* v : {&mode_, &top_, &range_, &low_, &high_}) numbers.push_back(v->get(0));
+}
+
+void Spectrum::look(std::vector<double>& numbers) const
+{
+    numbers.push_back(tilt_.get(0));
+}
+
+double Spectrum::tilted(double db, double hertz) const
+{
+    return db + tilt_.get(0) * std::log2(hertz / kTiltCentre);
+}
+
+/// Of the bins within a pixel the loudest; between bins that lie farther apart a straight line.
+void Spectrum::trace(std::vector<Point>& points, const std::vector<double>& hertz,
+                     const std::vector<double>& levels) const
+{
+    points.clear();
+    const auto n = std::min(hertz.size(), levels.size());
+    double last = -1;
+    for (std::size_t i = 0; i < n; ++i) {
+        if (!(hertz[i] > 0)) continue;
+        const double x = plot_.across(hertz[i]);
+        // One neighbour on each side, so that the curve reaches the rim.
+        if (x < plot_.area.x && i + 1 < n && plot_.across(hertz[i + 1]) < plot_.area.x) continue;
+        const double level = levels[i];
+        const double y = std::isnan(level) ? kNothing
+                                           : std::clamp(plot_.up(tilted(level, hertz[i])),
+                                                        plot_.area.y - 3, plot_.area.bottom() + 3);
+        if (!points.empty() && x - last < kLeastStep) {
+            if (!(points.back().y <= y)) points.back().y = y;
+        } else {
+            points.push_back({x, y});
+            last = x;
+        }
+        if (x > plot_.area.right()) break;
+    }
+}
+
+void Spectrum::readCurves(const char* display, const char* frequencies)
+{
+    const auto& node = model().display(display);
+    const auto& hertz = node[frequencies].numbers();
+    centres_ = hertz;
+    const auto& channels = node["channels"];
+    curves_.resize(channels.size());
+    for (std::size_t c = 0; c < curves_.size(); ++c) {
+        auto& curve = curves_[c];
+        curve.name = channels[c]["name"].text();
+        trace(curve.level, hertz, channels[c]["level"].numbers());
+        trace(curve.hold, hertz, channels[c]["hold"].numbers());
+        trace(curve.reference, hertz, channels[c]["reference"].numbers());
+    }
+    const auto& peaks = channels[0]["peaks"];
+    peakHertz_ = peakLevel_ = kNothing;
+    for (std::size_t i = 0; i < peaks.size(); ++i) {
+        if (peaks[i]["level"].number() <= peakLevel_) continue;
+        peakHertz_ = peaks[i]["frequency"].number();
+        peakLevel_ = peaks[i]["level"].number();
+    }
+}
+
+void Spectrum::ticked(double)
+{
+    plot_.x = {std::max(1.0, low_.get(20)), std::max(low_.get(20) * 2, high_.get(20000)), true};
+    const double top = top_.get(0);
+    plot_.y = {top - std::max(1.0, range_.get(90)), top, false};
+    if (mode() == Mode::Sonogram) {
+        sonogram_.setLevels(plot_.y.minimum, plot_.y.maximum);
+        if (sonogram_.update(model())) damage();
+        return;
+    }
+    before_.swap(curves_);
+    if (mode() == Mode::Bands)
+        readCurves("bands", "centre");
+    else
+        readCurves("spectrum", "frequency");
+    if (before_ != curves_) damage();
+}
+
+void Spectrum::drawStatic(Canvas& canvas)
+{
+    const auto& area = plot_.area;
+    if (!(plot_.x.maximum > plot_.x.minimum)) return;
+    if (mode() != Mode::Sonogram) {
+        drawAcross(canvas, plot_, frequencyTicks(plot_.x), hasFigures());
+        drawUp(canvas, plot_, linearTicks(plot_.y, static_cast<int>(area.h / 26), true),
+               hasFigures() ? FiguresAt::Left : FiguresAt::None);
+        return;
+    }
+    const Plot upright{area, {-SonogramPicture::kSeconds, 0, false}, plot_.x};
+    auto times = linearTicks(upright.x, 6, false);
+    for (auto& tick : times) tick.text = tick.value == 0 ? "now" : tick.text + " s";
+    drawAcross(canvas, upright, times, hasFigures());
+    drawUp(canvas, upright, frequencyTicks(plot_.x),
+           hasFigures() ? FiguresAt::Left : FiguresAt::None);
+}
+
+void Spectrum::drawBars(Canvas& canvas)
+{
+    const auto& area = plot_.area;
+    const auto count = std::max<std::size_t>(1, curves_.size());
+    for (std::size_t c = 0; c < curves_.size(); ++c) {
+        const auto& level = curves_[c].level;
+        for (std::size_t i = 0; i < level.size(); ++i) {
+            // Each band from half way to its neighbours.
+            const double next = i + 1 < level.size() ? level[i + 1].x - level[i].x
+                                : i > 0              ? level[i].x - level[i - 1].x
+                                                     : 10;
+            const double w = std::max(1.0, (next - 2) / static_cast<double>(count));
+            const double x = level[i].x - next / 2 + 1 + static_cast<double>(c) * w;
+            const auto ink = inkOf(c);
+            if (level[i].y < area.bottom())
+                canvas.fill({x, level[i].y, w - 0.5, area.bottom() - level[i].y},
+                            Paint(ink, area.y, Ink(ink.color, 0.5 * ink.opacity), area.bottom()));
+            for (const auto* held : {&curves_[c].hold, &curves_[c].reference})
+                if (i < held->size() && (*held)[i].y < area.bottom())
+                    canvas.fill({x, (*held)[i].y - 0.75, w - 0.5, 1.5},
+                                held == &curves_[c].hold ? Color::Text : Color::Text3);
+        }
+    }
+}
+
+void Spectrum::drawCurves(Canvas& canvas)
+{
+    graph_.begin(canvas, plot_.area);
+    for (std::size_t c = curves_.size(); c-- > 0;) {
+        const auto ink = inkOf(c);
+        const auto faint = [&](double share) { return Ink(ink.color, share * ink.opacity); };
+        if (c == 0) graph_.fill(curves_[c].level, plot_.area.bottom(), faint(0.3), faint(0.04));
+        if (!curves_[c].reference.empty())
+            graph_.stroke(curves_[c].reference, 1, Ink(Color::Text3, 0.9));
+        if (!curves_[c].hold.empty()) graph_.stroke(curves_[c].hold, 1, faint(0.55));
+        graph_.stroke(curves_[c].level, 1.5, ink);
+    }
+    graph_.show(canvas);
+}
+
+void Spectrum::drawNames(Canvas& canvas)
+{
+    if (!hasFigures()) return;
+    double x = plot_.area.x + 8;
+    const double y = plot_.area.y + 15;
+    for (std::size_t c = 0; c < curves_.size(); ++c)
+        x = canvas.text(Type::Axis, curves_[c].name, x, y, Align::Left, inkOf(c)).right() + 10;
+}
+
+/// At the pointer, else at the loudest peak.
+void Spectrum::drawCursor(Canvas& canvas)
+{
+    const auto& area = plot_.area;
+    std::string text;
+    if (cursor_ >= area.x && cursor_ <= area.right()) {
+        canvas.vertical(cursor_, area.y, area.bottom(), Ink(Color::Text, 0.4));
+        text = frequencyText(plot_.valueAcross(cursor_));
+        if (mode() != Mode::Sonogram && !curves_.empty()) {
+            const auto& points = curves_[0].level;
+            const auto at = std::lower_bound(points.begin(), points.end(), cursor_,
+                                             [](const Point& p, double x) { return p.x < x; });
+            if (at != points.end() && std::isfinite(at->y))
+                text += "  " + figure(plot_.valueUp(at->y), 1) + " dB";
+        }
+    } else if (mode() == Mode::Spectrum && std::isfinite(peakLevel_)) {
+        const double x = plot_.across(peakHertz_);
+        const double y = plot_.upWithin(tilted(peakLevel_, peakHertz_));
+        if (x > area.x && x < area.right()) drawDot(canvas, {x, y}, Ink(Color::Text, 0.8));
+        text = frequencyText(peakHertz_) + "  " + figure(peakLevel_, 1) + " dB";
+    }
+    if (hasFigures() && !text.empty())
+        canvas.text(Type::Axis, text, area.right() - 8, area.y + 15, Align::Right, Color::Text2);
+}
+
+void Spectrum::draw(Canvas& canvas)
+{
+    const auto saved = canvas.save();
+    canvas.clip(plot_.area.inset(-1));
+    if (mode() == Mode::Sonogram) {
+        sonogram_.draw(canvas, plot_.area);
+        return;
+    }
+    if (mode() == Mode::Bands)
+        drawBars(canvas);
+    else
+        drawCurves(canvas);
+    drawNames(canvas);
+    drawCursor(canvas);
+}
+
+bool Spectrum::pointer(const PointerEvent& event)
+{
+    const double before = cursor_;
+    cursor_ = event.action == PointerAction::Leave ? -1 : event.x;
+    if (before != cursor_) damage();
+    return false;
+}
+
+std::string Spectrum::describe() const
+{
+    std::string text = "Analyser, " + mode_.text();
+    if (mode() == Mode::Spectrum && std::isfinite(peakLevel_))
+        text += ", loudest " + frequencyText(peakHertz_) + " " + figure(peakLevel_, 1) + " dB";
+    return text;
+}
+
+}  // namespace quillworks::editors

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: ISC
+// Display of an analyser: spectra, bands, or a sonogram that scrolls, with the frequency and level
+// under the pointer.
+#pragma once
+
+#include <vector>
+
+#include "editors/displays/bound_display.h"
+#include "editors/displays/graph.h"
+#include "editors/displays/plot.h"
+#include "editors/displays/sonogram_picture.h"
+
+namespace quillworks::editors {
+
+class Spectrum final : public BoundDisplay {
+public:
+    Spectrum(const VNK::SkinBox& box, EffectModel& model);
+
+    void drawStatic(Canvas& canvas) override;
+    void draw(Canvas& canvas) override;
+    bool pointer(const PointerEvent& event) override;
+    std::string describe() const override;
+
+protected:
+    void sized() override;
+    void ticked(double seconds) override;
+    void look(std::vector<double>& numbers) const override;
+    void lookStatic(std::vector<double>& numbers) const override;
+
+private:
+    enum class Mode { Spectrum, Bands, Sonogram };
+    struct Curve {
+        std::string name;
+        std::vector<Point> level, hold, reference;
+        bool operator==(const Curve& other) const;
+    };
+    Mode mode() const { return static_cast<Mode>(static_cast<int>(mode_.get(0))); }
+    bool hasFigures() const noexcept { return height() >= 90; }
+    double tilted(double db, double hertz) const;
+    void trace(std::vector<Point>& points, const std::vector<double>& hertz,
+               const std::vector<double>& levels) const;
+    void readCurves(const char* display, const char* frequencies);
+    void drawBars(Canvas& canvas);
+    void drawCurves(Canvas& canvas);
+    void drawCursor(Canvas& canvas);
+    void drawNames(Canvas& canvas);
+
+    Value mode_, tilt_, top_, range_, low_, high_, compare_;
+    Plot plot_;
+    std::vector<Curve> curves_, before_;
+    std::vector<double> centres_;
+    double peakHertz_, peakLevel_;  // of the first curve
+    Graph graph_;
+    SonogramPicture sonogram_;
+    double cursor_ = -1;  // px
+};
+
+}  // namespace quillworks::editors

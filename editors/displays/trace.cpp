@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: ISC
+#include "editors/displays/trace.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace quillworks::editors {
+namespace {
+
+Ink inkOf(std::size_t line)
+{
+    if (line == 0) return Color::Accent;
+    return line == 1 ? Ink(Color::Output) : Ink(Color::Text2, 0.7);
+}
+
+}  // namespace
+
+Trace::Trace(const VNK::SkinBox& box, EffectModel& model)
+    : BoundDisplay(box, model),
+      time_(value("time")),
+      level_(value("level")),
+      pretrigger_(value("pretrigger")),
+      gain_(value("gain")),
+      layout_(value("layout")),
+      persistence_(value("persistence"))
+{}
+
+void Trace::sized()
+{
+    area_ = !hasFigures() ? Rect{1, 1, width() - 2, height() - 2}
+                          : Rect{34, 8, width() - 46, height() - 32};
+}
+
+double Trace::span() const
+{
+    if (time_.exists()) return time_.get() / 1000;
+    return 2 * period_;  // of two periods
+}
+
+/// At the rim: full scale less the gain, or what holds the whole of a signal that has none.
+double Trace::amplitude() const
+{
+    if (gain_.exists()) return std::pow(10, -gain_.get() / 20);
+    double peak = 0;
+    for (const auto& line : lines_)
+        for (const double v : line.samples) peak = std::max(peak, std::abs(v));
+    for (double most = 1; most > 1e-4; most /= 10)
+        for (const double share : {0.2, 0.5})
+            if (peak <= most * share && peak > most * share / 5) return most * share;
+    return peak > 0.5 || peak == 0 ? 1 : 1e-4;
+}
+
+Plot Trace::plotOf(std::size_t line) const
+{
+    const bool isStacked = layout() == Layout::Stack && lines_.size() > 1;
+    const auto count = isStacked ? static_cast<double>(lines_.size()) : 1;
+    const double h = area_.h / count,
+                 y = isStacked ? area_.y + h * static_cast<double>(line) : area_.y;
+    const double most = amplitude();
+    return {{area_.x, y, area_.w, h}, {0, 1, false}, {-most, most, false}};
+}
+
+void Trace::ticked(double)
+{
+    const auto& node = model().display("trace");
+    const auto& channels = node["channels"];
+    period_ = node["period"].number();
+    state_ = node["state"].number();
+    now_.resize(channels.size());
+    for (std::size_t c = 0; c < now_.size(); ++c) {
+        now_[c].name = channels[c]["name"].text();
+        now_[c].samples = channels[c]["samples"].numbers();
+    }
+    if (now_ == lines_) return;
+    lines_.swap(now_);
+    damage();
+}
+
+void Trace::look(std::vector<double>& numbers) const
+{
+    numbers.insert(numbers.end(), {level_.get(0), pretrigger_.get(0)});
+}
+
+void Trace::lookStatic(std::vector<double>& numbers) const
+{
+    numbers.insert(numbers.end(), {time_.get(0), gain_.get(0), layout_.get(0),
+                                   static_cast<double>(lines_.size()), amplitude()});
+    if (!time_.exists()) numbers.push_back(period_);
+}
+
+void Trace::drawStatic(Canvas& canvas)
+{
+    const auto figures = hasFigures() ? FiguresAt::Left : FiguresAt::None;
+    if (layout() == Layout::XY) {
+        const double side = std::min(area_.w, area_.h), most = amplitude();
+        const Plot square{{area_.centre().x - side / 2, area_.y, side, side},
+                          {-most, most, false},
+                          {-most, most, false}};
+        drawAcross(canvas, square, linearTicks(square.x, 4, false), hasFigures());
+        drawUp(canvas, square, linearTicks(square.y, 4, false), figures);
+        return;
+    }
+    const bool isStacked = layout() == Layout::Stack;
+    for (std::size_t i = 0; i < (isStacked ? std::max<std::size_t>(1, lines_.size()) : 1); ++i) {
+        const auto plot = plotOf(i);
+        drawUp(canvas, plot,
+               linearTicks(plot.y, std::max(2, static_cast<int>(plot.area.h / 30)), false),
+               figures);
+        if (i > 0) canvas.horizontal(area_.x, area_.right(), plot.area.y, Color::GridEnd);
+    }
+    const double seconds = span();
+    if (!(seconds > 0)) return;
+    const bool isLong = seconds >= 1;
+    const double ahead = seconds * pretrigger_.get(0) / 100, unit = isLong ? 1 : 1000;
+    const Plot times{area_, {-ahead * unit, (seconds - ahead) * unit, false}, {0, 1, false}};
+    auto ticks = linearTicks(times.x, 10, false);
+    for (auto& tick : ticks) tick.isMain = tick.value == 0;
+    if (!ticks.empty()) ticks.back().text += isLong ? " s" : " ms";
+    drawAcross(canvas, times, ticks, hasFigures());
+}
+
+/// Where many samples share a pixel, from the lowest to the highest of them.
+void Trace::course(const Plot& plot, const std::vector<double>& samples)
+{
+    points_.clear();
+    const auto n = samples.size();
+    if (n < 2) return;
+    const double perSample = plot.area.w / static_cast<double>(n - 1);
+    const auto within = [&](double v) {
+        return std::clamp(plot.up(v), plot.area.y - 3, plot.area.bottom() + 3);
+    };
+    const double pixel = 0.5 / scale();
+    double low = 0, high = 0, begun = -1;
+    for (std::size_t i = 0; i < n; ++i) {
+        const double x = plot.area.x + static_cast<double>(i) * perSample;
+        const double y = within(samples[i]);
+        if (perSample > pixel) {
+            points_.push_back({x, y});
+            continue;
+        }
+        if (begun < 0 || x - begun >= pixel) {
+            if (begun >= 0) {
+                points_.push_back({begun, low});
+                points_.push_back({begun, high});
+            }
+            begun = x;
+            low = high = y;
+        }
+        low = std::min(low, y);
+        high = std::max(high, y);
+    }
+    if (begun >= 0) {
+        points_.push_back({begun, low});
+        points_.push_back({begun, high});
+    }
+}
+
+void Trace::draw(Canvas& canvas)
+{
+    const auto& area = area_;
+    if (layout() == Layout::XY) {
+        const double side = std::min(area.w, area.h), most = amplitude();
+        if (lines_.size() < 2) return;
+        const Plot square{{area.centre().x - side / 2, area.y, side, side},
+                          {-most, most, false},
+                          {-most, most, false}};
+        points_.clear();
+        const auto n = std::min(lines_[0].samples.size(), lines_[1].samples.size());
+        for (std::size_t i = 0; i < n; ++i)
+            points_.push_back(
+                {square.across(lines_[0].samples[i]), square.up(lines_[1].samples[i])});
+        const auto saved = canvas.save();
+        canvas.clip(square.area);
+        canvas.polyline(points_, 1.25, Color::Accent);
+        return;
+    }
+    graph_.begin(canvas, area);
+    const bool isStacked = layout() == Layout::Stack;
+    for (std::size_t i = lines_.size(); i-- > 0;) {
+        // A generator's channels are alike: one is enough.
+        if (!time_.exists() && i > 0 && lines_[i].samples == lines_[0].samples) continue;
+        course(plotOf(i), lines_[i].samples);
+        graph_.stroke(points_, 1.5, isStacked ? Ink(Color::Accent) : inkOf(i));
+    }
+    graph_.show(canvas);
+    const auto first = plotOf(0);
+    if (level_.exists() && hasFigures()) {
+        const double level = level_.get(0) / 100;
+        if (std::abs(level) <= amplitude())
+            canvas.horizontal(area.x, area.right(), first.up(level), Ink(Color::Text3, 0.7),
+                              Dash::Dots);
+        canvas.vertical(area.x + area.w * pretrigger_.get(0) / 100, area.y, area.bottom(),
+                        Ink(Color::Text3, 0.7), Dash::Dots);
+    }
+    if (!hasFigures()) return;
+    double x = area.x + 8;
+    for (std::size_t i = 0; time_.exists() && i < lines_.size(); ++i) {
+        const double y = isStacked ? plotOf(i).area.y + 15 : area.y + 15;
+        const auto extent = canvas.text(Type::Axis, lines_[i].name, isStacked ? area.x + 8 : x, y,
+                                        Align::Left, isStacked ? Ink(Color::Text2) : inkOf(i));
+        x = extent.right() + 10;
+    }
+}
+
+std::string Trace::describe() const
+{
+    double peak = 0;
+    for (const auto& line : lines_)
+        for (const double v : line.samples) peak = std::max(peak, std::abs(v));
+    return "Trace of " + shortTime(span()) + ", " + std::to_string(lines_.size()) +
+           " channels, peak " + figure(20 * std::log10(std::max(peak, 1e-7)), 1) + " dB";
+}
+
+}  // namespace quillworks::editors
