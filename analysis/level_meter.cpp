@@ -376,7 +376,7 @@ void LevelMeterAlgorithm::takeRoom() noexcept
 
 LevelMeterComponent::LevelMeterComponent(LevelMeterAlgorithm& algorithm)
     : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1"}),
+                           {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1", .copiesAtDefaults = true}),
       meter_(algorithm)
 {
     // Kept with songs and presets.

@@ -71,7 +71,10 @@ PhaseMeterAlgorithm::PhaseMeterAlgorithm() : MeterAlgorithm(kParameters) {}
 
 PhaseMeterComponent::PhaseMeterComponent(PhaseMeterAlgorithm& algorithm)
     : MeterComponent(algorithm,
-                     {.viewPrefix = "PhaseMeter", .kind = "analyser", .layouts = "stereo;mono;5.1"},
+                     {.viewPrefix = "PhaseMeter",
+                      .kind = "analyser",
+                      .layouts = "stereo;mono;5.1",
+                      .copiesAtDefaults = true},
                      {"goniometer", "bandcorrelation", "matrix", ".recent"}, &configurePhase)
 {}
 

@@ -96,7 +96,7 @@ SpectrumMeterAlgorithm::SpectrumMeterAlgorithm() : MeterAlgorithm(kParameters) {
 SpectrumMeterComponent::SpectrumMeterComponent(SpectrumMeterAlgorithm& algorithm)
     : MeterComponent(
           algorithm,
-          {.viewPrefix = "SpectrumMeter", .kind = "analyser", .layouts = "stereo;mono;5.1"},
+          {.viewPrefix = "SpectrumMeter", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
           {"spectrum", "bands", "sonogram"}, &configureSpectrum, "store")
 {}
 

@@ -57,7 +57,7 @@ public:
     {
         std::vector<const float*> rows;
         for (const auto& response : task.responses) rows.push_back(response.data());
-        convolver_ = PartitionedConvolver<float>::make(2, 2, task.ways(), rows, task.length, 0, {});
+        convolver_ = PartitionedConvolver<float>::make(2, 2, task.ways(), rows, task.length, {});
     }
     void process(const float* const* in, float* const* out, int n)
     {

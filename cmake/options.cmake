@@ -35,6 +35,14 @@ function(quillworks_precompile target)
     target_precompile_headers(${target} ${ARGN})
   endif()
 endfunction()
+
+# quillworks_light(TARGET): not optimised in a build for a first look; for what waits for files and people.
+option(QUILLWORKS_LIGHT_HOSTS "Compile the command-line host without optimising it" OFF)
+function(quillworks_light target)
+  if(QUILLWORKS_LIGHT_HOSTS)
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
+endfunction()
 set(QUILLWORKS_STANDARD_HEADERS <algorithm> <array> <atomic> <bit> <cmath> <concepts> <cstdint>
     <cstring> <functional> <map> <memory> <optional> <span> <string> <string_view> <tuple>
     <utility> <vector>)

@@ -87,6 +87,27 @@ void SectionChain<T>::process(T* const* x, GridSlice slice, int first, int count
     assert(first >= 0 && first + count <= sections_);
     if (slice.frames == 0 || count <= 0) return;
     const auto& kernel = quillworks::kernel<T>();
+    if (count == 1 && channels_ > 2) {
+        SectionAbreast<T> run;
+        for (int i = 0; i < kCoefficients; ++i) {
+            run.to[i] = coefficient(i) + 2 * first;
+            run.step[i] = step(i) + 2 * first;
+        }
+        run.z1 = states(0) + 2 * first;
+        run.z2 = run.z1 + stride_;
+        run.pairStride = 2 * stride_;
+        run.channel = x;
+        run.channels = channels_;
+        run.frames = slice.frames;
+        run.phase = slice.phase;
+        run.moves = isMoving_;
+        kernel.runAbreast(run);
+        if (slice.ends()) {
+            for (int pair = 0; 2 * pair < channels_; ++pair) clearIfBad(states(pair), first, 1);
+            rest(first, 1);
+        }
+        return;
+    }
     for (int pair = 0; 2 * pair < channels_; ++pair) {
         T* const z = states(pair);
         const bool isWhole = 2 * pair + 1 < channels_;

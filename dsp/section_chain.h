@@ -54,8 +54,9 @@ public:
         write(section, side, c, true);
     }
 
-    /// All channels in place, through `count` sections from `first` on, or through all. Not longer
-    /// than the sub-block. Where a sub-block ends, a pair whose states are not finite is cleared.
+    /// All channels in place, the second of a pair null where there is none, through `count`
+    /// sections from `first` on, or through all. Not longer than the sub-block. Where a sub-block
+    /// ends, a pair whose states are not finite is cleared.
     void process(T* const* x, GridSlice slice) noexcept { process(x, slice, 0, sections_); }
     void process(T* const* x, GridSlice slice, int first, int count) noexcept;
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: ISC
+#include <algorithm>
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "dsp/section_chain_kernels.cpp"
 #include "dsp/simd.h"
@@ -32,6 +34,24 @@ template <typename T> void runChain(const SectionRun<T>& run)
         }
         run.z1[lane] = state.z1;
         run.z2[lane] = state.z2;
+    }
+}
+
+template <typename T> void runAbreast(const SectionAbreast<T>& abreast)
+{
+    SectionRun<T> run;
+    std::copy_n(abreast.to, 6, run.to);
+    std::copy_n(abreast.step, 6, run.step);
+    run.count = 1;
+    run.frames = abreast.frames;
+    run.phase = abreast.phase;
+    run.moves = abreast.moves;
+    for (int c = 0; c < abreast.channels; c += 2) {
+        run.z1 = abreast.z1 + c / 2 * abreast.pairStride;
+        run.z2 = abreast.z2 + c / 2 * abreast.pairStride;
+        run.channel[0] = abreast.channel[c];
+        run.channel[1] = c + 1 < abreast.channels ? abreast.channel[c + 1] : nullptr;
+        runChain(run);
     }
 }
 
@@ -195,9 +215,161 @@ template <typename T> void runChain(const SectionRun<T>& run)
     }
 }
 
+/// Sections of several pairs in one loop: what one waits for, others fill. Four lanes hold two
+/// pairs, two lanes one. The same operations as in a Pass, so the same bits.
+template <class D, int vectors, bool moves> class Abreast {
+    using T = hn::TFromD<D>;
+    using V = hn::Vec<D>;
+    static constexpr int kLanes = static_cast<int>(hn::MaxLanes(D()));
+
+public:
+    static constexpr int kChannels = vectors * kLanes;
+
+    /// From channel `first` on.
+    HWY_INLINE Abreast(const SectionAbreast<T>& run, int first) : run_(run), first_(first)
+    {
+        const D d;
+        HWY_ALIGN T row[kLanes];
+        for (int k = 0; k < 6; ++k) {
+            for (int i = 0; i < kLanes; ++i) row[i] = run.to[k][i % 2];
+            to_[k] = hn::Load(d, row);
+            for (int i = 0; i < kLanes; ++i) row[i] = run.step[k][i % 2];
+            step_[k] = hn::Load(d, row);
+        }
+        for (int c = 0; c < kChannels; ++c) {
+            T* const there = first + c < run.channels ? run.channel[first + c] : nullptr;
+            channel_[c] = there ? there : spare_;
+        }
+        for (int i = 0; i < run.frames; ++i) spare_[i] = 0;
+    }
+
+    HWY_INLINE void run()
+    {
+        const D d;
+        const int n = run_.frames;
+        HWY_ALIGN T x[kSubBlock * kChannels];  // frame by frame
+        interleave(x, n);
+        V z1[vectors], z2[vectors];
+        load(run_.z1, z1);
+        load(run_.z2, z2);
+        for (int i = 0; i < n; ++i) {
+            V c[6];
+            for (int k = 0; k < 6; ++k) c[k] = at(k, i);
+            for (int v = 0; v < vectors; ++v) {
+                T* const place = x + i * kChannels + v * kLanes;
+                const V in = hn::Load(d, place);
+                const V y = hn::MulAdd(c[5], in, hn::MulAdd(c[4], z2[v], hn::Mul(c[3], z1[v])));
+                const V u = hn::Sub(in, z2[v]);
+                const V next1 = hn::Add(z1[v], hn::MulSub(c[1], u, hn::Mul(c[0], z1[v])));
+                z2[v] = hn::Add(z2[v], hn::MulAdd(c[2], u, hn::Mul(c[1], z1[v])));
+                z1[v] = next1;
+                hn::Store(y, d, place);
+            }
+        }
+        separate(x, n);
+        save(z1, run_.z1);
+        save(z2, run_.z2);
+    }
+
+private:
+    HWY_INLINE std::ptrdiff_t placeOf(int c) const
+    {
+        return (first_ + c) / 2 * run_.pairStride + c % 2;
+    }
+    HWY_INLINE void load(const T* states, V* z) const
+    {
+        HWY_ALIGN T row[kChannels];
+        for (int c = 0; c < kChannels; ++c)
+            row[c] = first_ + c < run_.channels ? states[placeOf(c)] : T(0);
+        for (int v = 0; v < vectors; ++v) z[v] = hn::Load(D(), row + v * kLanes);
+    }
+    HWY_INLINE void save(const V* z, T* states) const
+    {
+        HWY_ALIGN T row[kChannels];
+        for (int v = 0; v < vectors; ++v) hn::Store(z[v], D(), row + v * kLanes);
+        for (int c = 0; c < kChannels && first_ + c < run_.channels; ++c)
+            states[placeOf(c)] = row[c];
+    }
+    HWY_INLINE void interleave(T* x, int n) const
+    {
+        int i = 0;
+        if constexpr (kLanes == 4) {
+            const D d;
+            for (; i + 4 <= n; i += 4)
+                for (int v = 0; v < vectors; ++v) {
+                    T* const* const c = channel_ + 4 * v;
+                    HWY_ALIGN T four[16];
+                    hn::StoreInterleaved4(hn::LoadU(d, c[0] + i), hn::LoadU(d, c[1] + i),
+                                          hn::LoadU(d, c[2] + i), hn::LoadU(d, c[3] + i), d, four);
+                    for (int k = 0; k < 4; ++k)
+                        hn::Store(hn::Load(d, four + 4 * k), d, x + (i + k) * kChannels + 4 * v);
+                }
+        }
+        for (; i < n; ++i)
+            for (int c = 0; c < kChannels; ++c) x[i * kChannels + c] = channel_[c][i];
+    }
+    HWY_INLINE void separate(const T* x, int n) const
+    {
+        int i = 0;
+        if constexpr (kLanes == 4) {
+            const D d;
+            for (; i + 4 <= n; i += 4)
+                for (int v = 0; v < vectors; ++v) {
+                    T* const* const c = channel_ + 4 * v;
+                    HWY_ALIGN T four[16];
+                    for (int k = 0; k < 4; ++k)
+                        hn::Store(hn::Load(d, x + (i + k) * kChannels + 4 * v), d, four + 4 * k);
+                    V a, b, e, f;
+                    hn::LoadInterleaved4(d, four, a, b, e, f);
+                    hn::StoreU(a, d, c[0] + i);
+                    hn::StoreU(b, d, c[1] + i);
+                    hn::StoreU(e, d, c[2] + i);
+                    hn::StoreU(f, d, c[3] + i);
+                }
+        }
+        for (; i < n; ++i)
+            for (int c = 0; c < kChannels; ++c) channel_[c][i] = x[i * kChannels + c];
+    }
+    HWY_INLINE V at(int k, int i) const
+    {
+        if (!moves) return to_[k];
+        const V left = hn::Set(D(), T(kSubBlock - 1 - run_.phase - i));
+        return hn::NegMulAdd(step_[k], left, to_[k]);
+    }
+
+    const SectionAbreast<T>& run_;
+    int first_;
+    V to_[6], step_[6];
+    T* channel_[kChannels];
+    HWY_ALIGN T spare_[kSubBlock];  // of channels that are not there
+};
+
+template <class D, int vectors, typename T>
+HWY_INLINE int abreastFrom(const SectionAbreast<T>& run, int first)
+{
+    if (run.moves)
+        Abreast<D, vectors, true>(run, first).run();
+    else
+        Abreast<D, vectors, false>(run, first).run();
+    return first + Abreast<D, vectors, false>::kChannels;
+}
+
+template <typename T> void runAbreast(const SectionAbreast<T>& run)
+{
+    using D = hn::CappedTag<T, 4>;
+    constexpr int lanes = static_cast<int>(hn::MaxLanes(D()));
+    for (int first = 0; first < run.channels;) {
+        const int left = run.channels - first;
+        first = left > 2 * lanes ? abreastFrom<D, 4>(run, first)
+                : left > lanes   ? abreastFrom<D, 2>(run, first)
+                                 : abreastFrom<D, 1>(run, first);
+    }
+}
+
 #endif
 
-template <typename T> constexpr SectionKernel<T> kKernel{runChain<T>, kMostSections<T>};
+template <typename T>
+constexpr SectionKernel<T> kKernel{runChain<T>, kMostSections<T>, runAbreast<T>};
 
 const SectionKernel<float>* floatKernel()
 {

@@ -2,6 +2,8 @@
 // The loop of SectionChain, built per instruction set.
 #pragma once
 
+#include <cstddef>
+
 #include "dsp/section.h"
 
 namespace quillworks {
@@ -19,9 +21,22 @@ template <typename T> struct SectionRun {
     bool moves;
 };
 
+/// One section over one slice of several pairs of channels.
+template <typename T> struct SectionAbreast {
+    const T* to[6];    // as in SectionRun; two lanes
+    const T* step[6];  //
+    T *z1, *z2;        // of the first pair; those of the next lie `pairStride` further on
+    std::ptrdiff_t pairStride;
+    T* const* channel;  // in place; the second of a pair may be null
+    int channels;       // the last may be half of a pair
+    int frames, phase;
+    bool moves;
+};
+
 template <typename T> struct SectionKernel {
     void (*run)(const SectionRun<T>& run);
     int mostSections;  // in one run
+    void (*runAbreast)(const SectionAbreast<T>& run);
 };
 
 /// The best kernel of a bit set of DSP::VectorLib::Permitted; null if the processor has none of

@@ -306,7 +306,7 @@ template class SimpleStripCore<double>;
 SimpleStripAlgorithm::SimpleStripAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 SimpleStripComponent::SimpleStripComponent(SimpleStripAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "SimpleStrip", .kind = "strip"})
+    : AudioEffectComponent(algorithm, {.viewPrefix = "SimpleStrip", .kind = "strip", .copiesAtDefaults = true})
 {}
 
 }  // namespace quillworks

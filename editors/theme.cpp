@@ -8,8 +8,8 @@ namespace quillworks::editors {
 namespace {
 
 constexpr const char* kColorNames[kColors] = {
-    "bg",    "panel", "well",  "raised", "edge", "track", "grid", "grid2", "text",
-    "text2", "text3", "focus", "level",  "out",  "ok",    "warn", "ink",   "",
+    "bg",    "panel", "well",  "raised", "edge", "track", "grid", "grid2", "text", "text2",
+    "text3", "focus", "level", "out",    "ok",   "warn",  "ink",  "",      "",     "",
 };
 constexpr const char* kTypeNames[kTypes] = {
     "title", "compactTitle", "panelTitle", "label", "button", "value", "axis", "meterScale",
@@ -44,6 +44,11 @@ Theme::Theme(const VNK::Skin& skin, const std::string& variant, const std::strin
                 at != tokens->second.types.end())
                 faces_[i] = {weightOf(at->second.font), at->second.size};
     }
+    const auto cap = [&](Color color, std::uint32_t rgb) {
+        colors_[static_cast<std::size_t>(color)] = rgb;
+    };
+    cap(Color::CapTop, 0x3C424C);
+    cap(Color::CapBottom, 0x292E35);
     // The focus ring must differ from what it goes around.
     if (rgb(Color::Focus) == rgb(Color::Accent)) {
         const auto& dark = skin.variants.find("dark");

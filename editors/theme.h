@@ -30,8 +30,10 @@ enum class Color {
     Warn,
     OnAccent,
     Accent,
+    CapTop,  // of a knob, lit from above
+    CapBottom,
 };
-inline constexpr int kColors = 18;
+inline constexpr int kColors = 20;
 
 enum class Type {
     Title,

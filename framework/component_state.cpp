@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: ISC
-// State, presets and programs of a component.
-#include <algorithm>
+// State of a component: as songs and presets keep it, and how it takes the place of another.
 #include <cmath>
-#include <cstring>
 
 #include "framework/effect_component.h"
-#include "framework/resources.h"
-#include "vnk/file.h"
 
 namespace quillworks {
 namespace {
 
-constexpr const char* kExtension = ".fxpreset";
+constexpr Tag kMix = "Mix "_tag;
 
 }  // namespace
 
@@ -30,13 +26,12 @@ StoredState AudioEffectComponent::storedState() const
     return state;
 }
 
-bool AudioEffectComponent::restore(StoredState state)
+bool AudioEffectComponent::fit(StoredState& state, std::string& remark) const
 {
-    if (state.classId != classId_) return refusal_ = "it belongs to another effect", false;
+    if (state.classId != classId_) return remark = "it belongs to another effect", false;
     if (state.algorithmVersion.value_or(1) > traits_.algorithmVersion)
-        return refusal_ = "it was stored by a newer version of the effect", false;
-    // What has to be put right is told, but is no reason to refuse the rest.
-    std::string remark;
+        return remark = "it was stored by a newer version of the effect", false;
+    remark.clear();
     const auto note = [&](const std::string& key, const char* what) {
         remark += (remark.empty() ? "\"" : ", \"") + key + "\" " + what;
     };
@@ -46,39 +41,84 @@ bool AudioEffectComponent::restore(StoredState state)
         return true;
     });
     migrate(state);
-    for (std::int32_t i = 0; i < countParameters(); ++i) {
-        const auto& p = at(i);
+    std::vector<std::pair<std::string, float>> values;
+    for (const auto& p : list_.parameters()) {
         if (!p.isStored()) continue;
         const float* stored = state.find(p.key);
         const float value = p.limited(stored ? *stored : p.defaultValue);
         if (stored && value != *stored) note(p.key, "is limited to its range");
-        store(i, value);
+        values.emplace_back(p.key, value);
     }
-    for (auto& [key, attribute] : attributes_) {
-        if (!attribute.isStored) continue;
-        const auto* n = state.attribute<std::int64_t>(key);
-        setInteger(key.c_str(), n ? *n : attribute.defaultValue);
-    }
-    std::vector<const Text*> changed;
-    for (auto& text : texts_) {
+    state.parameters = std::move(values);
+    for (const auto& [key, attribute] : attributes_)
+        if (attribute.isStored && !state.attribute<std::int64_t>(key))
+            state.attributes[key] = attribute.defaultValue;
+    for (const auto& text : texts_) {
         const auto* stored = state.attribute<std::string>(text.info.key);
         std::string value = stored ? stored->substr(0, stored->find('\0')) : text.info.defaultText;
         if (value.size() > VNK::kLongestText) {
             note(text.info.key, "is too long and takes its default");
             value = text.info.defaultText;
         }
-        if (assignText(text, std::move(value))) changed.push_back(&text);
+        state.attributes[text.info.key] = std::move(value);
     }
+    return true;
+}
+
+void AudioEffectComponent::apply(const StoredState& state, Source source)
+{
+    /// One gesture of all that changes, however this ends.
+    struct Gesture {
+        explicit Gesture(AudioEffectComponent* c) : component(c)
+        {
+            if (component) component->beginGroupEdit();
+        }
+        ~Gesture()
+        {
+            if (component) component->endGroupEdit();
+        }
+        AudioEffectComponent* const component;
+    };
+    const bool isGesture = source == Source::Person;
+    const Gesture gesture(isGesture ? this : nullptr);
+    const auto stays = [&](const AlgorithmParameter& p) {
+        return (p.has(VNK::isBypass) && isGesture) ||
+               (p.tag == kMix && isWetLocked_ && source != Source::Song);
+    };
+    auto stored = state.parameters.begin();
+    for (std::int32_t i = 0; i < countParameters(); ++i) {
+        if (!at(i).isStored()) continue;
+        const float value = (stored++)->second;
+        if (stays(at(i)) || (isGesture && value == getValue(i))) continue;
+        if (isGesture) joinGroup(i);
+        store(i, value);
+    }
+    for (const auto& [key, attribute] : attributes_)
+        if (attribute.isStored) setInteger(key.c_str(), *state.attribute<std::int64_t>(key));
+    std::vector<const Text*> changed;
+    for (auto& text : texts_)
+        if (assignText(text, *state.attribute<std::string>(text.info.key)))
+            changed.push_back(&text);
     restored(state);
     for (const auto* text : changed) textChanged(text->info.key);
-    refusal_ = std::move(remark);
-    programName_ = std::move(state.name);
     reconcile();
+    edited();
     announceDelays();
     tell("processStateChanged");
     if (auto* const listener = listener_.get())
         for (std::int32_t i = 0; i < countParameters(); ++i)
-            if (at(i).isStored()) listener->parameterChanged(i);
+            if (isGesture ? valueAt(i).inGroup : at(i).isStored()) listener->parameterChanged(i);
+}
+
+bool AudioEffectComponent::restore(StoredState state, Source source)
+{
+    // What had to be put right is told, but is no reason to refuse the rest.
+    if (!fit(state, refusal_)) return false;
+    nameProgram(std::move(state.name));
+    const bool wasModified = source == Source::Song && takeFromSong(state);
+    apply(state, source);
+    reference_.reset();
+    if (!wasModified) reference_ = fingerprint();
     return true;
 }
 
@@ -89,6 +129,7 @@ bool AudioEffectComponent::saveState(VNK::IByteSink* sink) const noexcept
     try {
         auto state = storedState();
         state.dropBlobsBeyond(kLargestChunkBlobs);
+        addToSong(state);
         const auto chunk = writeChunk(state);
         return sink->write(chunk.data(), chunk.size());
     } catch (...) {
@@ -101,7 +142,7 @@ bool AudioEffectComponent::loadState(const void* data, std::size_t bytes) noexce
     const CallRules::MainThread rule(algorithm_->rules());
     try {
         StoredState state;
-        return readChunk(data, bytes, state, refusal_) && restore(std::move(state));
+        return readChunk(data, bytes, state, refusal_) && restore(std::move(state), Source::Song);
     } catch (...) {
         refusal_ = "no memory";
         return false;
@@ -129,54 +170,10 @@ bool AudioEffectComponent::loadPreset(const void* data, std::size_t bytes) noexc
     const CallRules::MainThread rule(algorithm_->rules());
     try {
         StoredState state;
-        return readPreset(data, bytes, state, refusal_) && restore(std::move(state));
+        return readPreset(data, bytes, state, refusal_) &&
+               restore(std::move(state), Source::Preset);
     } catch (...) {
         refusal_ = "no memory";
-        return false;
-    }
-}
-
-/// Factory presets: resources/presets/PREFIX/*.fxpreset, by file name. Looked for when first asked,
-/// and again if that failed.
-void AudioEffectComponent::scanPrograms() const
-{
-    if (programs_) return;
-    std::vector<Program> found;
-    const auto folder = resourcesFolder() + "/presets/" + traits_.viewPrefix;
-    for (const auto& file : VNK::listFiles(folder.c_str(), kExtension)) {
-        const auto slash = file.find_last_of('/') + 1;
-        const auto length = file.size() - slash - std::strlen(kExtension);
-        found.push_back({file.substr(slash, length), file});
-    }
-    programs_ = std::move(found);
-}
-
-std::int32_t AudioEffectComponent::countPrograms() const noexcept
-{
-    try {
-        scanPrograms();
-    } catch (...) {
-        return 0;
-    }
-    return static_cast<std::int32_t>(programs_->size());
-}
-
-const char* AudioEffectComponent::programTitle(std::int32_t index) const noexcept
-{
-    if (index < 0 || index >= countPrograms()) return nullptr;
-    return (*programs_)[static_cast<std::size_t>(index)].title.c_str();
-}
-
-bool AudioEffectComponent::loadProgram(std::int32_t index) noexcept
-{
-    const CallRules::MainThread rule(algorithm_->rules());
-    if (!programTitle(index)) return false;
-    try {
-        std::string text;
-        const auto& file = (*programs_)[static_cast<std::size_t>(index)].file;
-        return VNK::readFile(file.c_str(), kLargestPreset, text, refusal_) &&
-               loadPreset(text.data(), text.size());
-    } catch (...) {
         return false;
     }
 }

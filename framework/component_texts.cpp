@@ -68,6 +68,7 @@ bool AudioEffectComponent::assignText(Text& text, std::string value) noexcept
     if (text.value == value) return false;
     text.value = std::move(value);
     text.changes.fetch_add(1, std::memory_order_relaxed);
+    edited();
     return true;
 }
 

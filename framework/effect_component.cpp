@@ -13,7 +13,6 @@ namespace {
 
 constexpr const char* kTree[] = {"DeviceRootUnit", "UnitParameter", "BypassParameter",
                                  "Program List"};
-constexpr const char* kUnnamed = "(Unnamed)";
 constexpr Tag kEditorOpen = "Edit"_tag;
 
 template <class V> const V* find(const auto& attributes, const char* key) noexcept
@@ -64,6 +63,7 @@ AudioEffectComponent::AudioEffectComponent(AudioEffectAlgorithm& algorithm, Effe
         viewNames_.push_back(std::string(traits_.viewPrefix) + "/" + view);
     publishAttribute("remotepages", std::string(traits_.viewPrefix));
     publishAttribute("layouts", std::string(traits_.layouts));
+    if (traits_.copiesAtDefaults) publishAttribute("copiesAtDefaults", std::int64_t{1});
     if (*traits_.kind) publishAttribute("kind", std::string(traits_.kind));
     algorithm_->setOwner(this);
     setupChanged(nullptr);
@@ -78,6 +78,7 @@ void AudioEffectComponent::identify(const VNK::UID& classId, const char* name)
 {
     classId_ = classId;
     name_ = name;
+    reference_ = fingerprint();
     announceDelays();  // the effect is complete now and can say what its delays are
 }
 
@@ -169,10 +170,7 @@ bool AudioEffectComponent::setValue(std::int32_t index, float value) noexcept
 {
     const CallRules::MainThread rule(algorithm_->rules());
     if (!isSettable(index, value)) return false;
-    if (groupEdits_ > 0 && !valueAt(index).inGroup) {
-        valueAt(index).inGroup = true;
-        beginEdit(at(index).tag);
-    }
+    if (groupEdits_ > 0) joinGroup(index);
     assign(index, value, Setter::Host);
     announceDelays();
     return true;
@@ -264,12 +262,25 @@ void AudioEffectComponent::beginGroupEdit() noexcept
     ++groupEdits_;
 }
 
+void AudioEffectComponent::joinGroup(std::int32_t index) noexcept
+{
+    if (valueAt(index).inGroup) return;
+    // A group that nothing joins is none: it would be a step of a host's undo that does nothing.
+    const Value* const all = values_.get();
+    if (std::none_of(all, all + countParameters(), [](const Value& v) { return v.inGroup; }))
+        tell("groupEditBegun");
+    valueAt(index).inGroup = true;
+    beginEdit(at(index).tag);
+}
+
 void AudioEffectComponent::endGroupEdit() noexcept
 {
     const CallRules::MainThread rule(algorithm_->rules());
     if (groupEdits_ == 0 || --groupEdits_ > 0) return;
+    bool isJoined = false;
     for (std::int32_t i = 0; i < countParameters(); ++i)
-        if (std::exchange(valueAt(i).inGroup, false)) endEdit(at(i).tag);
+        if (std::exchange(valueAt(i).inGroup, false)) isJoined = true, endEdit(at(i).tag);
+    if (isJoined) tell("groupEditEnded");
 }
 
 std::int32_t AudioEffectComponent::countMeters() const noexcept
@@ -349,7 +360,11 @@ void AudioEffectComponent::setupChanged(const char* message) noexcept
                 shownMeters_.push_back(static_cast<std::uint16_t>(i));
     } catch (...) {  // out of memory: the old attributes stay
     }
+    // What the effect itself makes of a layout is nobody's change.
+    const bool wasModified = isModified();
     if (isPrepared()) reconcile();
+    if (!wasModified) reference_ = fingerprint();
+    edited();
     announceDelays();
     if (message) tell(message);
 }
@@ -442,7 +457,9 @@ bool AudioEffectComponent::setInteger(const char* key, std::int64_t value) noexc
     if (at == attributes_.end() || !at->second.isSettable) return false;
     auto* stored = std::get_if<std::int64_t>(&at->second.value);
     if (!stored) return false;
-    if (std::exchange(*stored, value) != value) attributeChanged(at->first, value);
+    if (std::exchange(*stored, value) == value) return true;
+    edited();
+    attributeChanged(at->first, value);
     return true;
 }
 
@@ -468,11 +485,6 @@ bool AudioEffectComponent::remotePages(VNK::IByteSink* sink) const noexcept
     } catch (...) {
         return false;
     }
-}
-
-const char* AudioEffectComponent::programName() const noexcept
-{
-    return programName_.empty() ? kUnnamed : programName_.c_str();
 }
 
 }  // namespace quillworks

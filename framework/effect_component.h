@@ -13,7 +13,9 @@
 #include "framework/effect_algorithm.h"
 #include "framework/removable.h"
 #include "framework/stored_state.h"
+#include "framework/user_presets.h"
 #include "vnk/effect.h"
+#include "vnk/effect_editing.h"
 
 namespace quillworks {
 
@@ -28,6 +30,8 @@ struct EffectTraits {
     /// Layouts in which formats of fixed layout offer it, by the names of
     /// VNK::SpeakerArrangement, the usual one first. Attribute "layouts".
     const char* layouts = "stereo;mono";
+    /// At its defaults the output is the input, bit by bit. Attribute "copiesAtDefaults".
+    bool copiesAtDefaults = false;
 };
 
 /// Delay and tail in samples, latency included in the tail; VNK::kEndlessTail for ever.
@@ -38,13 +42,14 @@ struct Delays {
     bool operator==(const Delays&) const = default;
 };
 
-/// Offers every interface of vnk/effect.h. What only some effects have is a further interface:
-/// class ScopeComponent : public VNK::Extended<AudioEffectComponent, VNK::IEffectDisplays>.
+/// Offers every interface of vnk/effect.h and vnk/effect_editing.h. What only some effects have is
+/// a further interface: class ScopeComponent : public VNK::Extended<AudioEffectComponent,
+/// VNK::IEffectDisplays>.
 class AudioEffectComponent
     : public VNK::Object<VNK::IEffectComponent, VNK::IEffectParameters, VNK::IEffectGestures,
                          VNK::IEffectMeters, VNK::IEffectState, VNK::IEffectPrograms,
                          VNK::IEffectAttributes, VNK::IEffectViews, VNK::IEffectReadings,
-                         VNK::IEffectTexts>,
+                         VNK::IEffectTexts, VNK::IEffectEditing, VNK::IEffectUserPresets>,
       private AlgorithmOwner {
 public:
     /// Owns the algorithm from now on and publishes the parameters of its table in their order.
@@ -54,7 +59,7 @@ public:
     /// Class ID and display name, which presets carry. Called once by the create function.
     void identify(const VNK::UID& classId, const char* name);
 
-    // The host's side; see vnk/effect.h.
+    // The host's side; see vnk/effect.h and vnk/effect_editing.h.
     VNK::IEffectAlgorithm* algorithm() noexcept final { return algorithm_.get(); }
     std::int32_t countParameters() const noexcept final;
     bool getParameter(std::int32_t index, VNK::ParameterInfo& info) const noexcept final;
@@ -108,6 +113,24 @@ public:
     const char* textProblem(std::int32_t index) const noexcept final;
     void setBaseFolder(const char* folder) noexcept final;
     void setListener(VNK::IEffectListener* listener) noexcept final { listener_.set(listener); }
+    std::int32_t comparedSet() const noexcept final { return comparedSet_; }
+    bool selectSet(std::int32_t set) noexcept final;
+    void copyToOtherSet() noexcept final;
+    bool setsDiffer() const noexcept final;
+    std::uint32_t editCount() const noexcept final
+    {
+        return edits_.load(std::memory_order_relaxed);
+    }
+    bool isModified() const noexcept final;
+    bool isWetLocked() const noexcept final { return isWetLocked_; }
+    void setWetLocked(bool locked) noexcept final;
+    void findPresets() noexcept final;
+    std::int32_t countUserPresets() const noexcept final;
+    const char* userPresetName(std::int32_t index) const noexcept final;
+    bool loadUserPreset(std::int32_t index) noexcept final;
+    bool saveUserPreset(const char* name, bool replace) noexcept final;
+    bool renameUserPreset(std::int32_t index, const char* name) noexcept final;
+    bool removeUserPreset(std::int32_t index) noexcept final;
 
 protected:
     /// Who sets a value: the host on the main thread, which is told what else moves, or automation
@@ -204,6 +227,18 @@ private:
         std::string value;
         std::atomic<std::uint32_t> changes{0};
     };
+    /// Of the two to compare, the one that is not heard.
+    struct Set {
+        StoredState state;  // whole, as fit() leaves it; named as the program
+        std::uint64_t print = 0;
+        std::optional<std::uint64_t> reference;
+    };
+    /// Where values come from that take the place of all others.
+    enum class Source {
+        Song,    // the host restores: everything, both sets
+        Preset,  // the host hands over a document
+        Person,  // one gesture of the host's; bypass stays as it is
+    };
     struct Attribute {
         AttributeValue value;
         bool isSettable = false;
@@ -238,8 +273,32 @@ private:
     /// Puts a text in place; true if it is another than before.
     bool assignText(Text& text, std::string value) noexcept;
     StoredState storedState() const;
-    bool restore(StoredState state);
+    /// Brings a state up to date and makes it whole: every stored value within its range, missing
+    /// ones at their defaults. Else false with the reason; what has been put right is the remark.
+    bool fit(StoredState& state, std::string& remark) const;
+    /// Takes a state that is fit.
+    void apply(const StoredState& state, Source source);
+    bool restore(StoredState state, Source source);
+    bool loadPresetFile(const std::string& file, const std::string& name);
+    /// What a song holds beside the set that is heard: the other set, what is chosen and locked.
+    void addToSong(StoredState& song) const;
+    /// True where the song's values are others than those of its program.
+    bool takeFromSong(const StoredState& song);
+    Set presentSet() const;
+    /// The other set of a song; null where there is none that is fit.
+    std::unique_ptr<Set> storedSet(const StoredState& song) const;
+    /// The same number for the same settings, whatever else a state holds. Bypass is none of them.
+    template <class Setting, class Number, class Word>
+    std::uint64_t fingerprint(Setting&& setting, Number&& number, Word&& word) const noexcept;
+    std::uint64_t fingerprint() const noexcept;
+    std::uint64_t fingerprint(const StoredState& state) const noexcept;
+    void joinGroup(std::int32_t index) noexcept;
+    void nameProgram(std::string name) noexcept;
+    /// Something has changed that editCount() counts.
+    void edited() noexcept { edits_.fetch_add(1, std::memory_order_relaxed); }
     void scanPrograms() const;
+    UserPresets& userPresets() const;
+    template <class F> bool managePresets(F&& f) noexcept;
 
     // The first two are read after every block.
     VNK::Ref<AudioEffectAlgorithm> algorithm_;
@@ -256,6 +315,12 @@ private:
     std::string name_, programName_;
     mutable std::string refusal_;
     mutable std::optional<std::vector<Program>> programs_;  // once they have been looked for
+    mutable std::unique_ptr<UserPresets> userPresets_;      // the same
+    std::unique_ptr<Set> other_;                            // null until used: as the one heard
+    std::optional<std::uint64_t> reference_;  // print of the preset; none: known to be another
+    std::atomic<std::uint32_t> edits_{0};
+    int comparedSet_ = 0;
+    bool isWetLocked_ = false;
     /// All but the side-chain's message is told on the thread that sets it.
     Removable<VNK::IEffectListener> listener_;
     Delays announced_;  // as the host was told last

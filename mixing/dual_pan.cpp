@@ -289,7 +289,7 @@ bool DualPanAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
 
 DualPanComponent::DualPanComponent(DualPanAlgorithm& algorithm)
     : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "DualPan", .layouts = "stereo;mono;mono>stereo"})
+                           {.viewPrefix = "DualPan", .layouts = "stereo;mono;mono>stereo", .copiesAtDefaults = true})
 {}
 
 }  // namespace quillworks

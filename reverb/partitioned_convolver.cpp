@@ -37,14 +37,13 @@ PartitionedConvolver<T>::Layer::Layer(int points, int first, int lastTap)
 template <typename T>
 std::unique_ptr<PartitionedConvolver<T>>
 PartitionedConvolver<T>::make(int inputs, int outputs, std::vector<ConvolverPath> paths,
-                              std::span<const float* const> responses, int length, int stagger,
+                              std::span<const float* const> responses, int length,
                               const std::function<bool()>& isCancelled)
 {
     std::unique_ptr<PartitionedConvolver> made(new PartitionedConvolver);
     made->inputs_ = inputs;
     made->outputs_ = outputs;
     made->length_ = length;
-    made->stagger_ = stagger;
     made->paths_ = std::move(paths);
     if (!made->build(responses, isCancelled)) return nullptr;
     made->reset();
@@ -176,8 +175,7 @@ template <typename T> void PartitionedConvolver<T>::reset() noexcept
     tail_.fill(0);
     for (auto& layer : layers_) {
         layer->blocks.fill(0);
-        layer->newest = layer->valid = layer->filling = layer->playing = 0;
-        layer->filled = stagger_ % layer->ticks;
+        layer->newest = layer->valid = layer->filling = layer->playing = layer->filled = 0;
         layer->isPlaying = layer->isMade = false;
         layer->unit = layer->units.size();
     }

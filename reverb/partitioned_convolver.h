@@ -26,13 +26,12 @@ public:
     /// Responses longer than this have a fourth layer.
     static constexpr int kLongResponse = 147456;
 
-    /// All responses have `length` taps, at least 1. `stagger`, in ticks, moves the larger blocks
-    /// in time, so that several instances do not come to their ends together. May throw
-    /// std::bad_alloc; null if `isCancelled` has become true. [any thread but audio]
+    /// All responses have `length` taps, at least 1. May throw std::bad_alloc; null if
+    /// `isCancelled` has become true. [any thread but audio]
     static std::unique_ptr<PartitionedConvolver> make(int inputs, int outputs,
                                                       std::vector<ConvolverPath> paths,
                                                       std::span<const float* const> responses,
-                                                      int length, int stagger,
+                                                      int length,
                                                       const std::function<bool()>& isCancelled);
 
     int inputs() const noexcept { return inputs_; }
@@ -105,7 +104,7 @@ private:
         T taps[kTick] = {};
     };
 
-    int inputs_ = 0, outputs_ = 0, length_ = 0, stagger_ = 0;
+    int inputs_ = 0, outputs_ = 0, length_ = 0;
     int position_ = 0;  // in the open tick
     std::vector<ConvolverPath> paths_;
     std::vector<Head> heads_;  // of each response

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -94,11 +93,8 @@ std::vector<std::vector<float>> envelopesOf(const MeasuredResponse::Paths& paths
 
 std::string responseLibrary()
 {
-    if (const char* const data = std::getenv("XDG_DATA_HOME"); data && *data == '/')
-        return std::string(data) + "/quillworks/ir";
-    if (const char* const home = std::getenv("HOME"); home && *home == '/')
-        return std::string(home) + "/.local/share/quillworks/ir";
-    return {};
+    const auto data = VNK::userFolder(VNK::UserFolder::Data);
+    return data.empty() ? data : data + "/quillworks/ir";
 }
 
 bool writeResponse(const MeasuredResponse& response, const ResponseTarget& target,

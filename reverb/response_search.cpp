@@ -11,6 +11,7 @@
 
 #include "framework/resources.h"
 #include "vnk/effect_texts.h"
+#include "vnk/file.h"
 
 namespace quillworks {
 namespace {
@@ -225,10 +226,8 @@ ResponsePlaces ResponsePlaces::usual(std::string baseFolder)
         return std::string(value ? value : "");
     };
     ResponsePlaces places{std::move(baseFolder), {}};
-    if (const auto data = variable("XDG_DATA_HOME"); !data.empty())
+    if (const auto data = VNK::userFolder(VNK::UserFolder::Data); !data.empty())
         places.roots.push_back(data + "/quillworks/ir");
-    else if (const auto home = variable("HOME"); !home.empty())
-        places.roots.push_back(home + "/.local/share/quillworks/ir");
     if (const auto resources = resourcesFolder(); !resources.empty())
         places.roots.push_back(resources + kFactoryFolder);
     const auto listed = variable("QUILLWORKS_IR_PATH");

@@ -2,7 +2,6 @@
 #include "reverb/vaulter_loader.h"
 
 #include <algorithm>
-#include <bitset>
 #include <cmath>
 #include <deque>
 
@@ -18,29 +17,6 @@ constexpr int kColumns = 512;  // of the envelope
 constexpr std::size_t kMostBytes = std::size_t{1} << 30;
 constexpr double kCutFade = 0.01;  // s
 constexpr std::size_t kOneKilohertz = 5;
-
-/// The lowest number that no living instance has; the last one for all that are too many. The
-/// worker may come here while the process ends: there is nothing that is destroyed.
-class InstanceNumbers {
-public:
-    static int take()
-    {
-        const std::lock_guard lock(mutex_);
-        std::size_t number = 0;
-        while (number + 1 < taken_.size() && taken_[number]) ++number;
-        taken_[number] = true;
-        return static_cast<int>(number);
-    }
-    static void giveBack(int number)
-    {
-        const std::lock_guard lock(mutex_);
-        taken_[static_cast<std::size_t>(number)] = false;
-    }
-
-private:
-    static inline std::mutex mutex_;
-    static inline std::bitset<1024> taken_;
-};
 
 /// Decay time at 1 kHz behind `start` seconds, mean of the channels; 0 where there is none.
 double middleDecay(const ResponseChannels& response, double start, double sampleRate)
@@ -128,18 +104,12 @@ ResponseChannels inDouble(const VNK::Sound<float>& sound)
 
 }  // namespace
 
-VaulterLoader::VaulterLoader()
-    : number_(InstanceNumbers::take()), values_{0.0f, 100.0f, 100.0f, 0.0f,
-                                                0.0f, 0.0f,   200.0f, 1.0f}
+VaulterLoader::VaulterLoader() : values_{0.0f, 100.0f, 100.0f, 0.0f, 0.0f, 0.0f, 200.0f, 1.0f}
 {
     job_ = std::make_unique<WorkerJob>([this](const auto& progress) { run(progress); });
 }
 
-VaulterLoader::~VaulterLoader()
-{
-    job_.reset();
-    InstanceNumbers::giveBack(number_);
-}
+VaulterLoader::~VaulterLoader() = default;
 
 void VaulterLoader::set(Value which, float value) noexcept
 {
@@ -319,7 +289,6 @@ VaulterPlan VaulterLoader::plan(double sampleRate, const VNK::SpeakerArrangement
     VaulterPlan plan;
     plan.sampleRate = sampleRate;
     plan.channels = engineChannels(layout);
-    plan.stagger = 13 * number_;
     found_.envelope.clear();
     if (!sound_ || sound_->channels.empty()) return plan;
 

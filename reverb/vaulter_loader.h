@@ -92,7 +92,6 @@ private:
     void give(VaulterExchange<T>& exchange, const VaulterPlan& plan,
               const IsCancelled& isCancelled);
 
-    const int number_;  // among the instances of the process
     std::array<std::atomic<float>, kValues> values_;
     std::atomic<Status> status_{Status::None};
     std::atomic<float> progress_{0};

@@ -64,9 +64,8 @@ VaulterSound<T>::VaulterSound(const VaulterPlan& plan, const TailControls& contr
     }
     std::vector<const float*> rows;
     for (const auto& response : responses) rows.push_back(response.data());
-    convolver_ =
-        PartitionedConvolver<T>::make(channels_, tank_ ? 2 * channels_ : channels_,
-                                      std::move(paths), rows, length, plan.stagger, isCancelled);
+    convolver_ = PartitionedConvolver<T>::make(channels_, tank_ ? 2 * channels_ : channels_,
+                                               std::move(paths), rows, length, isCancelled);
     if (!convolver_) throw Cancelled();
 }
 

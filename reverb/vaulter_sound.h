@@ -24,7 +24,6 @@ struct VaulterPlan {
     std::optional<ContinuedTail> tail;
     TailMode mode = TailMode::Whole;  // Whole without a tail
     double autoGain = 1;
-    int stagger = 0;  // see PartitionedConvolver
 };
 
 /// What moves while it is played.

@@ -30,6 +30,7 @@ constexpr int kMostJobs = 64;
 struct Outcome {
     enum State { Waiting, Done, Skipped, Failed } state = Waiting;
     std::string error;
+    bool isWrongUsage = false;  // of the command line, not of the file
     std::vector<std::string> notes;
     std::optional<Normalised> loudness;  // where it was measured
     Rendered rendered;
@@ -47,6 +48,8 @@ Json jsonOf(double value, int digits = 3)
 Json jsonOf(const LoudnessReport& r)
 {
     return {{"integrated", jsonOf(r.integrated)},
+            {"momentaryMax", jsonOf(r.momentaryMax)},
+            {"shortTermMax", jsonOf(r.shortTermMax)},
             {"range", jsonOf(r.range)},
             {"truePeak", jsonOf(r.truePeak)}};
 }
@@ -61,10 +64,12 @@ Json jsonOf(const RenderTask& task, const Outcome& outcome, bool isTargeted)
     } else {
         const auto& r = outcome.rendered;
         item["frames"] = r.frames;
+        item["seconds"] = jsonOf(static_cast<double>(r.frames) / r.sampleRate, 6);
         item["sampleRate"] = r.sampleRate;
         item["channels"] = r.channels;
         item["latency"] = r.latency;
         item["clipped"] = outcome.clipped;
+        if (!outcome.notes.empty()) item["remarks"] = outcome.notes;
         item["before"] = jsonOf(outcome.loudness->before);
         item["after"] = jsonOf(outcome.loudness->after);
         if (isTargeted) {
@@ -74,6 +79,14 @@ Json jsonOf(const RenderTask& task, const Outcome& outcome, bool isTargeted)
         }
     }
     return item;
+}
+
+void printJson(const Json& all, const BatchOptions& options)
+{
+    // A file name need not be UTF-8; the rest of the report must not suffer from it.
+    std::cout << (options.folder.empty() ? all[0] : all)
+                     .dump(1, ' ', false, Json::error_handler_t::replace)
+              << "\n";
 }
 
 std::string shown(double value)
@@ -96,6 +109,27 @@ std::string lineOf(const RenderTask& task, const Outcome& outcome)
     return line;
 }
 
+/// The share of one file in the progress of all. A file may be read several times, `passes` as a
+/// rule; the bar stands still for the further ones.
+class FileSteps {
+public:
+    FileSteps(std::atomic<std::int64_t>& steps, int passes) : steps_(steps), passes_(passes) {}
+    ~FileSteps() { steps_ += kWhole - shown_; }
+    FileSteps(const FileSteps&) = delete;
+    FileSteps& operator=(const FileSteps&) = delete;
+    void reach(std::int64_t done, std::int64_t total)
+    {
+        if (total <= 0) return;
+        const auto now = std::min(kWhole, done * kWhole / (total * passes_));
+        if (now > shown_) steps_ += now - std::exchange(shown_, now);
+    }
+
+private:
+    std::atomic<std::int64_t>& steps_;
+    int passes_;
+    std::int64_t shown_ = 0;
+};
+
 class Batch {
 public:
     Batch(const Session& session, const RenderPlan& plan, const std::vector<RenderTask>& tasks,
@@ -108,6 +142,7 @@ public:
 private:
     void work(std::size_t worker);
     void render(std::size_t i, Normaliser* normaliser);
+    double albumGain(Progress& progress);
     void report(std::size_t i);
     int summary() const;
     bool measures() const { return options_.target || options_.json; }
@@ -129,12 +164,9 @@ void Batch::render(std::size_t i, Normaliser* normaliser)
 {
     const auto& task = tasks_[i];
     auto& outcome = outcomes_[i];
-    // A file may be read several times; the bar stands still for the further ones.
-    std::int64_t shownSteps = 0;
+    FileSteps steps(steps_, options_.target ? 2 : 1);
     const Watched watched = [&](std::int64_t done, std::int64_t total, int) {
-        if (total <= 0) return;
-        const auto now = std::min(kWhole, done * kWhole / (total * (options_.target ? 2 : 1)));
-        if (now > shownSteps) steps_ += now - std::exchange(shownSteps, now);
+        steps.reach(done, total);
     };
     if (options_.target) {
         outcome.loudness =
@@ -153,7 +185,38 @@ void Batch::render(std::size_t i, Normaliser* normaliser)
         file.finish(session_);
         outcome.clipped = file.clipped();
     }
-    steps_ += kWhole - shownSteps;
+}
+
+/// Of the files that can be read; the others have failed.
+double Batch::albumGain(Progress& progress)
+{
+    std::vector<std::size_t> members;
+    for (std::size_t i = 0; i < tasks_.size(); ++i) members.push_back(i);
+    while (!members.empty()) {
+        std::vector<std::string> files;
+        for (const auto i : members) files.push_back(tasks_[i].in);
+        std::optional<FileSteps> steps;
+        std::size_t at = 0, shown = members.size();
+        const auto before = steps_.load();
+        try {
+            return normalisers_[0]->albumGain(plan_, *options_.target, files, at,
+                                              [&](std::int64_t done, std::int64_t total, int) {
+                                                  if (std::exchange(shown, at) != at)
+                                                      steps.emplace(steps_, 1);
+                                                  steps->reach(done, total);
+                                                  progress.show(steps_);
+                                              });
+        } catch (const NoAlbum&) {
+            throw;
+        } catch (const WorkError& e) {
+            outcomes_[members[at]].state = Outcome::Failed;
+            outcomes_[members[at]].error = e.what();
+            members.erase(members.begin() + static_cast<std::ptrdiff_t>(at));
+        }
+        steps.reset();
+        steps_ = before;
+    }
+    return 0;
 }
 
 void Batch::work(std::size_t worker)
@@ -161,6 +224,7 @@ void Batch::work(std::size_t worker)
     auto* const normaliser = measures() ? normalisers_[worker].get() : nullptr;
     for (std::size_t i; (i = next_++) < tasks_.size();) {
         auto& outcome = outcomes_[i];
+        if (outcome.state == Outcome::Failed) continue;  // as part of the album
         const Session::NotesApart apart(outcome.notes);
         auto state = Outcome::Done;
         std::error_code ignored;
@@ -175,6 +239,7 @@ void Batch::work(std::size_t worker)
         } catch (const std::exception& e) {
             state = Outcome::Failed;
             outcome.error = e.what();
+            outcome.isWrongUsage = dynamic_cast<const UsageError*>(&e) != nullptr;
         }
         const std::lock_guard lock(mutex_);
         outcome.state = state;
@@ -204,13 +269,8 @@ int Batch::run()
         for (std::size_t i = 0; i < jobs; ++i)
             normalisers_.push_back(std::make_unique<Normaliser>(session_));
     const auto total = static_cast<std::int64_t>(tasks_.size()) * kWhole;
-    Progress progress(session_.quiet(), total, 0);
-    if (options_.album) {
-        std::vector<std::string> files;
-        for (const auto& task : tasks_) files.push_back(task.in);
-        albumGain_ = normalisers_[0]->albumGain(plan_, *options_.target, files,
-                                                [](std::int64_t, std::int64_t, int) {});
-    }
+    Progress progress(session_.quiet(), options_.album ? 2 * total : total, 0);
+    if (options_.album) albumGain_ = albumGain(progress);
     std::vector<std::jthread> threads;
     try {
         for (std::size_t i = 0; i < jobs; ++i) threads.emplace_back(&Batch::work, this, i);
@@ -240,10 +300,7 @@ int Batch::summary() const
         Json all = Json::array();
         for (std::size_t i = 0; i < tasks_.size(); ++i)
             all.push_back(jsonOf(tasks_[i], outcomes_[i], options_.target.has_value()));
-        // A file name need not be UTF-8; the rest of the report must not suffer from it.
-        std::cout << (options_.folder.empty() ? all[0] : all)
-                         .dump(1, ' ', false, Json::error_handler_t::replace)
-                  << "\n";
+        printJson(all, options_);
     } else if (!options_.folder.empty()) {
         std::cout << tasks_.size() - failed - skipped << " rendered";
         if (skipped) std::cout << ", " << skipped << " skipped";
@@ -256,6 +313,7 @@ int Batch::summary() const
         }
         std::cout << "\n";
     }
+    if (options_.folder.empty() && outcomes_[0].isWrongUsage) return kWrongUsage;
     return failed > 0 || (options_.strict && missed > 0) ? kFailed : kDone;
 }
 
@@ -303,14 +361,18 @@ int renderAll(const Session& session, const RenderPlan& plan, const std::vector<
 {
     if (options.dryRun) {
         std::error_code error;
+        Json all = Json::array();
         for (const auto& task : tasks) {
             const bool exists = fs::exists(task.out, error);
+            all.push_back({{"file", task.in}, {"output", task.out}, {"exists", exists}});
+            if (options.json) continue;
             std::cout << escaped(task.in) << " -> " << escaped(task.out)
                       << (!exists                ? ""
                           : options.skipExisting ? " (is there, stays)"
                                                  : " (replaces the one there)")
                       << "\n";
         }
+        if (options.json) printJson(all, options);
         return kDone;
     }
     if (std::error_code error; !options.folder.empty()) {

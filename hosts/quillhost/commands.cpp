@@ -6,11 +6,13 @@
 
 namespace quillhost {
 
-extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr;
+extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr, kView,
+    kCheck;
 
 namespace {
 constexpr const Command* kCommands[] = {
-    &kList, &kInfo, &kRender, &kGenerate, &kMeasure, &kPlot, &kPreset, &kIr, &kBench,
+    &kList, &kInfo,   &kRender, &kGenerate, &kMeasure, &kPlot,
+    &kView, &kPreset, &kIr,     &kBench,    &kCheck,
 };
 }  // namespace
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "display_drawing.h"
-#include "displays.h"
+#include "display_run.h"
 #include "error.h"
 
 namespace quillhost {
@@ -26,7 +26,7 @@ int plotDisplay(const Session& session, const DisplayPlot& plot)
     const auto names = Displays::namesOf(effect);
     if (names.empty()) throw UsageError(effect.name() + " has no displays");
     const auto name = Displays::chosen(effect, {plot.display.empty() ? names[0] : plot.display})[0];
-    const auto accent = accentOf(session.find(effect.name()).subCategory->text());
+    const auto accent = accentOf(effect.subCategory());
 
     // Refused before the work is done.
     std::optional<Picture> picture;
@@ -48,9 +48,7 @@ int plotDisplay(const Session& session, const DisplayPlot& plot)
         file->finish();
         return kDone;
     }
-    auto subtitle = plot.spec.find(':') == std::string::npos
-                        ? "default settings"
-                        : plot.spec.substr(plot.spec.find(':') + 1);
+    auto subtitle = settingsOf(plot.spec);
     subtitle += " on " + plot.in.substr(plot.in.find_last_of('/') + 1);
     picture->title(effect.name() + ": " + name, subtitle);
     drawDisplay(name, {shown, run.effect, run.sampleRate, accent}, *picture);

@@ -6,7 +6,7 @@
 
 #include "command.h"
 #include "console.h"
-#include "displays.h"
+#include "display_run.h"
 #include "loudness_report.h"
 #include "progress.h"
 #include "sound_file.h"
@@ -17,8 +17,12 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+enum Format { Table, JsonArray, JsonLines, Csv };
+const std::vector<std::string> kFormats = {"table", "json", "jsonl", "csv"};
+
 struct Options {
     std::vector<std::string> files;
+    int format = -1;  // a Format; -1: as --json says
     bool json = false;
     int jobs = 0;  // 0: the cores
     std::optional<double> target, maxTruePeak;
@@ -31,7 +35,9 @@ struct Outcome {
     std::string error;
 };
 
-std::vector<Outcome> measureAll(const Session& session, const Options& options)
+/// `told` is called with each outcome in the order of the files, as soon as it is there.
+std::vector<Outcome> measureAll(const Session& session, const Options& options,
+                                const std::function<void(std::size_t, const Outcome&)>& told)
 {
     const auto count = options.files.size();
     const auto cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
@@ -41,10 +47,11 @@ std::vector<Outcome> measureAll(const Session& session, const Options& options)
     std::vector<LoudnessGauge> gauges;
     for (std::size_t i = 0; i < jobs; ++i) gauges.emplace_back(session);
 
-    std::atomic<std::size_t> next = 0, done = 0;
+    std::atomic<std::size_t> next = 0;
+    std::vector<std::atomic<bool>> isDone(count);
     std::atomic<std::int64_t> steps = 0;
     const auto work = [&](LoudnessGauge& gauge) {
-        for (std::size_t i; (i = next++) < count; ++done) {
+        for (std::size_t i; (i = next++) < count; isDone[i] = true) {
             try {
                 outcomes[i].report = gauge.measure(options.files[i], steps);
             } catch (const std::exception& e) {
@@ -59,9 +66,15 @@ std::vector<Outcome> measureAll(const Session& session, const Options& options)
         if (threads.empty()) work(gauges[0]);
     }
     Progress progress(session.quiet(), LoudnessGauge::kWhole * static_cast<std::int64_t>(count), 0);
-    while (done < count) {
-        progress.show(steps);
-        std::this_thread::sleep_for(std::chrono::milliseconds(done == 0 ? 2 : 20));
+    for (std::size_t i = 0; i < count; ++i) {
+        while (!isDone[i]) {
+            progress.show(steps);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        if (told) {
+            progress.clear();
+            told(i, outcomes[i]);
+        }
     }
     return outcomes;
 }
@@ -88,34 +101,67 @@ Json jsonOf(const std::vector<float>& values)
     return all;
 }
 
-void printJson(const std::vector<Outcome>& outcomes, const Options& options)
+Json jsonOf(const std::string& file, const Outcome& outcome, const Options& options)
 {
-    Json all = Json::array();
-    for (std::size_t i = 0; i < outcomes.size(); ++i) {
-        const auto& outcome = outcomes[i];
-        if (!outcome.report) {
-            all.push_back({{"file", options.files[i]}, {"error", outcome.error}});
-            continue;
-        }
-        const auto& r = *outcome.report;
-        Json item = {{"file", r.file},
-                     {"integrated", jsonOf(r.integrated)},
-                     {"momentaryMax", jsonOf(r.momentaryMax)},
-                     {"shortTermMax", jsonOf(r.shortTermMax)},
-                     {"range", jsonOf(r.range)},
-                     {"rangeLow", jsonOf(r.rangeLow)},
-                     {"rangeHigh", jsonOf(r.rangeHigh)},
-                     {"truePeak", jsonOf(r.truePeak)},
-                     {"samplePeak", jsonOf(r.samplePeak)},
-                     {"rms", jsonOf(r.rms)},
-                     {"frames", r.frames},
-                     {"sampleRate", r.sampleRate},
-                     {"channels", r.channels}};
-        if (options.target || options.maxTruePeak) item["missed"] = missedBy(r, options);
-        all.push_back(std::move(item));
+    if (!outcome.report) return {{"file", file}, {"error", outcome.error}};
+    const auto& r = *outcome.report;
+    Json item = {{"file", r.file},
+                 {"integrated", jsonOf(r.integrated)},
+                 {"momentaryMax", jsonOf(r.momentaryMax)},
+                 {"shortTermMax", jsonOf(r.shortTermMax)},
+                 {"range", jsonOf(r.range)},
+                 {"rangeLow", jsonOf(r.rangeLow)},
+                 {"rangeHigh", jsonOf(r.rangeHigh)},
+                 {"truePeak", jsonOf(r.truePeak)},
+                 {"samplePeak", jsonOf(r.samplePeak)},
+                 {"rms", jsonOf(r.rms)},
+                 {"frames", r.frames},
+                 {"sampleRate", r.sampleRate},
+                 {"channels", r.channels}};
+    if (options.target || options.maxTruePeak) item["missed"] = missedBy(r, options);
+    return item;
+}
+
+/// A file name need not be UTF-8; the rest of the report must not suffer from it.
+std::string textOf(const Json& json, int indent)
+{
+    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+/// A field of RFC 4180.
+std::string csvField(const std::string& text)
+{
+    if (text.find_first_of("\",\r\n") == std::string::npos) return text;
+    std::string quoted(1, '"');
+    for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
+    return quoted + '"';
+}
+
+/// The columns of every report, whatever the file; figures of the channels are joined by "/".
+constexpr const char* kColumns[] = {"file",       "integrated", "momentaryMax", "shortTermMax",
+                                    "range",      "rangeLow",   "rangeHigh",    "truePeak",
+                                    "samplePeak", "rms",        "frames",       "sampleRate",
+                                    "channels",   "missed",     "error"};
+
+std::string csvLine(const Json& item)
+{
+    const auto shown = [](const Json& value) -> std::string {
+        return value.is_null() ? "" : value.is_string() ? value.get<std::string>() : value.dump();
+    };
+    std::string line;
+    for (const char* column : kColumns) {
+        if (column != kColumns[0]) line += ',';
+        const auto found = item.find(column);
+        if (found == item.end()) continue;
+        std::string text;
+        if (found->is_array())
+            for (const auto& value : *found)
+                text.append(&value == &found->front() ? "" : "/").append(shown(value));
+        else
+            text = shown(*found);
+        line += csvField(text);
     }
-    // A file name need not be UTF-8; the rest of the report must not suffer from it.
-    std::cout << all.dump(1, ' ', false, Json::error_handler_t::replace) << "\n";
+    return line;
 }
 
 std::string shown(float value)
@@ -154,8 +200,33 @@ void printTable(const std::vector<Outcome>& outcomes, const Options& options)
 
 int run(const Session& session, const Options& options)
 {
-    const auto outcomes = measureAll(session, options);
-    options.json ? printJson(outcomes, options) : printTable(outcomes, options);
+    const auto item = [&](std::size_t i, const Outcome& outcome) {
+        return jsonOf(options.files[i], outcome, options);
+    };
+    std::function<void(std::size_t, const Outcome&)> told;
+    if (options.format == JsonLines)
+        told = [&](std::size_t i, const Outcome& outcome) {
+            std::cout << textOf(item(i, outcome), -1) << std::endl;
+        };
+    if (options.format == Csv) {
+        std::string header;
+        for (const char* column : kColumns) {
+            if (!header.empty()) header += ',';
+            header += column;
+        }
+        std::cout << header << std::endl;
+        told = [&](std::size_t i, const Outcome& outcome) {
+            std::cout << csvLine(item(i, outcome)) << std::endl;
+        };
+    }
+    const auto outcomes = measureAll(session, options, told);
+    if (options.format == JsonArray) {
+        Json all = Json::array();
+        for (std::size_t i = 0; i < outcomes.size(); ++i) all.push_back(item(i, outcomes[i]));
+        std::cout << textOf(all, 1) << "\n";
+    } else if (options.format == Table) {
+        printTable(outcomes, options);
+    }
     std::cout.flush();
     int code = kDone;
     for (const auto& outcome : outcomes) {
@@ -173,6 +244,9 @@ std::function<int(Session&)> declare(CLI::App& app)
     auto o = std::make_shared<Options>();
     addOption(app, "FILE", o->files, "sound files; - is a WAV from standard input");
     addFlag(app, "--json", o->json, "as a JSON array, figures with nothing to report as null");
+    addChoice(app, "--format", o->format, kFormats,
+              "how the report is written; jsonl and csv give a line for each file as soon as it is "
+              "there (table)");
     addNumber(app, "--jobs", o->jobs, 1, 1024, "files measured side by side (the cores)");
     auto limits = std::make_shared<std::array<double, 2>>();
     auto* target = addNumber(app, "--target", (*limits)[0], -100.0, 20.0,
@@ -198,11 +272,16 @@ std::function<int(Session&)> declare(CLI::App& app)
                                      "with --fx, though a file that it names cannot be had"));
     return [=](Session& session) {
         if (o->files.empty()) requireArgument("", "a FILE", "measure");
+        if (o->json && o->format != -1 && o->format != JsonArray)
+            throw UsageError("--json and --format name two formats (leave one out)");
+        if (o->format == -1) o->format = o->json ? JsonArray : Table;
         if (isGiven(effect)) {
             if (isGiven(target) || isGiven(peak) || o->jobs > 0)
                 throw UsageError("--target, --max-true-peak and --jobs do not go with --fx");
+            if (o->format == JsonLines || o->format == Csv)
+                throw UsageError("--format with --fx is table or json");
             return measureDisplays(session, shown->spec, shown->options, o->files, shown->displays,
-                                   o->json);
+                                   o->format == JsonArray);
         }
         for (const auto* option : displayOptions)
             if (isGiven(option)) throw UsageError(nameOf(option) + " needs --fx SPEC");
@@ -225,6 +304,7 @@ const Command kMeasure = {"measure", "loudness and peaks of sound files",
                           "  quillhost measure album/*.flac --json --jobs 8\n"
                           "  quillhost measure mix.wav --target -23 --tolerance 0.5 "
                           "--max-true-peak -1\n"
+                          "  quillhost measure archive/*.wav --format csv > loudness.csv\n"
                           "  quillhost measure in.wav --fx scope:time=50 --json",
                           declare};
 

@@ -80,6 +80,12 @@ template <class Attempt> RenderPlan extended(const RenderPlan& plan, const Attem
     return with;
 }
 
+/// Whether what comes out is the file itself.
+bool isPlain(const RenderPlan& plan)
+{
+    return plan.effects.empty() && plan.rate == 0 && plan.layout.empty() && plan.tail.empty();
+}
+
 }  // namespace
 
 LoudnessReport Normaliser::measure(const RenderPlan& plan, const Attempt& attempt,
@@ -90,9 +96,11 @@ LoudnessReport Normaliser::measure(const RenderPlan& plan, const Attempt& attemp
     with.meters.clear();
     std::vector<std::string> ignored;  // the last pass says it
     const Session::NotesApart apart(ignored);
-    renderFile(session_, with, in, sink, watched, before_ ? nullptr : &input_);
-    if (!before_) before_ = input_.finish();
-    return output_.finish();
+    const bool isAsItIs = isPlain(with);
+    renderFile(session_, with, in, sink, watched, before_ || isAsItIs ? nullptr : &input_);
+    const auto report = output_.finish();
+    if (!before_) before_ = isAsItIs ? report : input_.finish();
+    return report;
 }
 
 /// Finds the compression after which the range is no wider than `most`.
@@ -140,11 +148,11 @@ Normalised Normaliser::finish(const RenderPlan& plan, const LoudnessTarget& targ
 {
     const auto over = [&](double truePeak) { return truePeak - target.truePeak; };
     attempt.ceiling = target.truePeak;
-    attempt.limits = over(double(first.truePeak) + attempt.gain) > kPeakTolerance;
     Normalised result;
     result.before = *before_;
     double loudest = -1e9;  // that the limiter let through
     for (int pass = 1;; ++pass) {
+        attempt.limits |= over(double(first.truePeak) + attempt.gain) > kPeakTolerance;
         FileSink file(out, plan);
         MeasuringSink sink(output_, &file);
         const auto with = extended(plan, attempt);
@@ -156,15 +164,17 @@ Normalised Normaliser::finish(const RenderPlan& plan, const LoudnessTarget& targ
         result.after = output_.finish();
         result.gain = attempt.gain;
         result.limits = attempt.limits;
-        const double miss = target.loudness - double(result.after.integrated);
+        const double reached = double(result.after.integrated);
+        const double miss = target.loudness - reached;
         const double excess = over(double(result.after.truePeak));
         const bool isPeaking = attempt.limits && excess > kPeakTolerance;
-        const bool isQuiet = mayCorrect && attempt.limits && std::abs(miss) > kClose &&
-                             (miss < 0 || double(result.after.integrated) > loudest + 0.02);
-        if (pass < kMostPasses && (isPeaking || isQuiet)) {
-            loudest = std::max(loudest, double(result.after.integrated));
+        // Without a limiter too: what lay below the absolute gate may lie above it now.
+        const bool isOff = mayCorrect && std::abs(miss) > kClose &&
+                           (miss < 0 || !attempt.limits || reached > loudest + 0.02);
+        if (pass < kMostPasses && (isPeaking || isOff)) {
+            if (attempt.limits) loudest = std::max(loudest, reached);
             // A limiter takes back part of what is added.
-            if (isQuiet) attempt.gain += miss * (miss > 0 ? 1.5 : 1);
+            if (isOff) attempt.gain += miss * (miss > 0 && attempt.limits ? 1.5 : 1);
             if (isPeaking) attempt.ceiling = std::max(-12.0, attempt.ceiling - excess);
             continue;
         }
@@ -174,8 +184,10 @@ Normalised Normaliser::finish(const RenderPlan& plan, const LoudnessTarget& targ
         if (!std::isfinite(result.after.integrated))
             result.missed = "it is too short or too quiet to have a loudness";
         else if (mayCorrect && !(std::abs(miss) <= kTolerance))
-            result.missed = shown(result.after.integrated) + " LUFS is what the ceiling of " +
-                            shown(target.truePeak) + " dBTP allows";
+            result.missed =
+                shown(reached) + " LUFS is what " +
+                (attempt.limits ? "the ceiling of " + shown(target.truePeak) + " dBTP allows"
+                                : "can be had");
         else if (excess > kPeakTolerance)
             result.missed = "its true peak is " + shown(result.after.truePeak) + " dBTP";
         else if (target.rangeMax && double(result.after.range) > *target.rangeMax + kTolerance)
@@ -199,7 +211,8 @@ Normalised Normaliser::measured(const RenderPlan& plan, const std::string& in,
 }
 
 double Normaliser::albumGain(const RenderPlan& plan, const LoudnessTarget& target,
-                             const std::vector<std::string>& files, const Watched& watched)
+                             const std::vector<std::string>& files, std::size_t& at,
+                             const Watched& watched)
 {
     /// All files are one programme.
     class Album final : public SoundSink {
@@ -213,9 +226,9 @@ double Normaliser::albumGain(const RenderPlan& plan, const LoudnessTarget& targe
                 layout_ = layout;
                 rate_ = shape.sampleRate;
             } else if (!(*layout_ == layout) || rate_ != shape.sampleRate) {
-                throw WorkError(shownPath(source.path()) +
-                                ": its rate or layout is not that of the files before it, so they "
-                                "are no album (--rate makes rates alike)");
+                throw NoAlbum(shownPath(source.path()) +
+                              ": its rate or layout is not that of the files before it, so they "
+                              "are no album (--rate makes rates alike)");
             }
         }
         void write(Planes<float>& planes, int from, int to) override
@@ -235,10 +248,10 @@ double Normaliser::albumGain(const RenderPlan& plan, const LoudnessTarget& targe
     Album album(output_);
     std::vector<std::string> ignored;
     const Session::NotesApart apart(ignored);
-    for (const auto& file : files) renderFile(session_, plan, file, album, watched);
+    for (at = 0; at < files.size(); ++at) renderFile(session_, plan, files[at], album, watched);
     const double loudness = output_.finish().integrated;
     if (!std::isfinite(loudness))
-        throw WorkError("the files together are too short or too quiet to have a loudness");
+        throw NoAlbum("the files together are too short or too quiet to have a loudness");
     return target.loudness - loudness;
 }
 

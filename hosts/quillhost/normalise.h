@@ -29,6 +29,11 @@ struct Normalised {
     std::string missed;  // in words, what of the target could not be had; empty if nothing
 };
 
+/// The files of a call do not make one programme.
+struct NoAlbum : WorkError {
+    using WorkError::WorkError;
+};
+
 /// Brings one file to the target: measures what the effects make of it, adds a gain, and where the
 /// peaks would pass the ceiling a true-peak limiter; measures what it writes, and where the limiter
 /// took loudness away begins anew with more gain, until it is within 0.1 LU or more gain brings
@@ -40,10 +45,12 @@ public:
 
     Normalised run(const RenderPlan& plan, const LoudnessTarget& target, const std::string& in,
                    const std::string& out, const Watched& watched);
-    /// The gain in dB that brings the files together, one behind the other, to the target.
-    /// WorkError when their rates or layouts differ.
+    /// The gain in dB that brings the files together, one behind the other, to the target. `at`
+    /// tells which of them is being read, also when that fails. NoAlbum when their rates or layouts
+    /// differ, or they have no loudness.
     double albumGain(const RenderPlan& plan, const LoudnessTarget& target,
-                     const std::vector<std::string>& files, const Watched& watched);
+                     const std::vector<std::string>& files, std::size_t& at,
+                     const Watched& watched);
     /// One file with a gain that is given; a limiter where its peaks need one.
     Normalised runWith(double gain, const RenderPlan& plan, const LoudnessTarget& target,
                        const std::string& in, const std::string& out, const Watched& watched);

@@ -1,26 +1,15 @@
 // SPDX-License-Identifier: ISC
-// What commands that write sound have in common: their format and layout, and what is said of them.
+// What commands that write sound have in common: how the format is asked for.
 #pragma once
 
 #include "command.h"
-#include "session.h"
-#include "sound_writer.h"
+#include "output_format.h"
 
 namespace quillhost {
-
-inline constexpr int kAnyFormat = -1;
 
 /// --format; `target` gets a SampleFormat, and stays as it is where none is asked for.
 CLI::Option* addFormat(CLI::App& app, int& target, const std::string& help);
 /// --dither.
 CLI::Option* addDither(CLI::App& app, int& target);
-/// The format of a file: what is asked for, or else `usual` where files of the name hold it.
-/// UsageError where they do not hold what is asked for, or nothing of the shape.
-SampleFormat chooseFormat(const std::string& path, const SoundShape& shape, int asked,
-                          SampleFormat usual);
-/// A layout by name or number of channels; UsageError with the names.
-VNK::SpeakerArrangement layoutNamed(const std::string& name);
-/// Says so where samples were clipped.
-void noteClipping(const Session& session, const std::string& path, const SoundWriter& writer);
 
 }  // namespace quillhost

@@ -47,6 +47,13 @@ std::string tickText(double value, bool isLogarithmic)
     return text;
 }
 
+void requireSuccess(cairo_status_t status)
+{
+    if (status == CAIRO_STATUS_SUCCESS) return;
+    throw WorkError(std::string("the picture cannot be written: ") +
+                    cairo_status_to_string(status));
+}
+
 }  // namespace
 
 Colour accentOf(const std::string& subCategory)
@@ -117,17 +124,19 @@ void Picture::text(double x, double y, const std::string& text, Anchor anchor, d
     cairo_show_text(cr_, text.c_str());
 }
 
+void finishPng(cairo_surface_t* surface, OutputFile& file)
+{
+    requireSuccess(cairo_surface_write_to_png_stream(surface, store, &file));
+    file.finish();
+}
+
 void Picture::finish()
 {
     cairo_surface_flush(surface_);
-    auto status = cairo_status(cr_);
-    if (status == CAIRO_STATUS_SUCCESS && !isSvg_)
-        status = cairo_surface_write_to_png_stream(surface_, store, &file_);
+    requireSuccess(cairo_status(cr_));
+    if (!isSvg_) return finishPng(surface_, file_);
     cairo_surface_finish(surface_);
-    if (status == CAIRO_STATUS_SUCCESS) status = cairo_surface_status(surface_);
-    if (status != CAIRO_STATUS_SUCCESS)
-        throw WorkError(std::string("the picture cannot be written: ") +
-                        cairo_status_to_string(status));
+    requireSuccess(cairo_surface_status(surface_));
     file_.finish();
 }
 

@@ -51,6 +51,9 @@ private:
     cairo_t* cr_ = nullptr;
 };
 
+/// Writes a picture as PNG and gives the file its name; WorkError when that fails.
+void finishPng(cairo_surface_t* surface, OutputFile& file);
+
 struct Axis {
     std::string label;  // with the unit
     double from = 0, to = 1;

@@ -3,8 +3,9 @@
 #include <numbers>
 
 #include "command.h"
-#include "displays.h"
+#include "display_run.h"
 #include "effect_spec.h"
+#include "loudness_picture.h"
 #include "picture.h"
 #include "probe.h"
 #include "progress.h"
@@ -24,8 +25,8 @@ struct Options {
     DisplayOptions displayOptions;
 };
 
-enum What { Curve, Response, Step, Gain, Display };
-const std::vector<std::string> kWhat = {"curve", "response", "step", "gain", "display"};
+enum What { Curve, Response, Step, Gain, Display, Loudness };
+const std::vector<std::string> kWhat = {"curve", "response", "step", "gain", "display", "loudness"};
 
 Axis levelAxis(const std::string& label, double from, double to)
 {
@@ -241,27 +242,28 @@ void plotGain(const Session& session, const Effect& effect, SoundReader& in, Pic
 
 int plot(const Session& session, const Options& o)
 {
-    requireArgument(o.spec, "SPEC", "plot");
-    if (o.what < 0) throw UsageError("plot needs --what curve|response|step|gain|display");
+    if (o.what < 0) throw UsageError("plot needs --what curve|response|step|gain|display|loudness");
+    if (o.what != Loudness) requireArgument(o.spec, "SPEC", "plot");
     if (o.out.empty()) throw UsageError("plot needs -o FILE.png or FILE.svg");
-    if ((o.what == Gain || o.what == Display) && (o.in.empty() || o.in == "-"))
+    if (o.what >= Gain && (o.in.empty() || o.in == "-"))
         throw UsageError("plot --what " + kWhat[static_cast<std::size_t>(o.what)] +
                          " needs --in FILE, the sound to show it on");
     refuseSameFile(o.out, o.in);
     if (o.what == Display)
         return plotDisplay(session, {o.spec, o.in, o.out, o.display, o.at, o.displayOptions});
+    if (o.what == Loudness)
+        return plotLoudness(session, {o.spec, o.in, o.out, o.displayOptions.allowMissing});
     const Effect effect = createEffect(session, parseEffectSpec(o.spec));
     session.noteThoseThatPassThrough({effect});
     prepareAsUsual(effect, session, o.displayOptions.allowMissing);
-    const auto accent = accentOf(session.find(effect.name()).subCategory->text());
+    const auto accent = accentOf(effect.subCategory());
     std::optional<SoundReader> in;
     if (o.what == Gain) in.emplace(o.in);
 
     Picture picture(o.out, o.what == Response || o.what == Step ? 620 : 520);
     const char* subject[] = {": static curve", ": magnitude and phase",
                              ": impulse and step response", ": gain over time"};
-    auto subtitle = o.spec.find(':') == std::string::npos ? "default settings"
-                                                          : o.spec.substr(o.spec.find(':') + 1);
+    auto subtitle = settingsOf(o.spec);
     if (in) subtitle += " on " + o.in.substr(o.in.find_last_of('/') + 1);
     picture.title(effect.name() + subject[o.what], subtitle);
     switch (o.what) {
@@ -284,10 +286,12 @@ int plot(const Session& session, const Options& o)
 std::function<int(Session&)> declare(CLI::App& app)
 {
     auto o = std::make_shared<Options>();
-    addOption(app, "SPEC", o->spec, "NAME or NAME:key=value,...");
+    addOption(app, "SPEC", o->spec,
+              "NAME or NAME:key=value,...; none for the loudness of a file as it is");
     addChoice(app, "--what", o->what, kWhat, "what the picture shows");
-    addOption(app, "-o,--output", o->out, "picture; a display also as .json", "FILE.png|.svg");
-    addOption(app, "--in", o->in, "sound file for gain and display", "FILE");
+    addOption(app, "-o,--output", o->out, "picture; display and loudness also as .json",
+              "FILE.png|.svg");
+    addOption(app, "--in", o->in, "sound file for gain, display and loudness", "FILE");
     addNumber(app, "--seconds", o->seconds, 0.001, 60.0,
               "length of a step picture (as long as the effect answers)");
     addFlag(app, "--allow-missing", o->displayOptions.allowMissing,
@@ -312,7 +316,9 @@ const Command kPlot = {
     "  quillhost plot compressor:threshold=-20,ratio=4 --what curve -o curve.png\n"
     "  quillhost plot \"Analog Delay:feedback=50\" --what step -o echoes.svg\n"
     "  quillhost plot compressor --what gain --in speech.wav -o gain.png\n"
-    "  quillhost plot scope:trigger=period --what display --in speech.wav -o trace.png",
+    "  quillhost plot scope:trigger=period --what display --in speech.wav -o trace.png\n"
+    "  quillhost plot --what loudness --in speech.wav -o loudness.png\n"
+    "  quillhost plot compressor:ratio=4 --what loudness --in speech.wav -o levelled.svg",
     declare};
 
 }  // namespace quillhost

@@ -9,8 +9,6 @@
 #include "output_file.h"
 #include "table.h"
 #include "vnk/buffer.h"
-#include "vnk/file.h"
-#include "vnk/xml.h"
 
 namespace quillhost {
 namespace {
@@ -54,34 +52,11 @@ int save(const Session& session, const Options& options)
     return kDone;
 }
 
-/// The effect that a preset is for, with the preset loaded.
-Effect effectOf(const Session& session, const std::string& path)
-{
-    constexpr std::size_t kLargest = 1 << 20;
-    std::string content, reason;
-    if (!VNK::readFile(path.c_str(), kLargest, content, reason))
-        throw WorkError(path + ": " + reason);
-    VNK::XmlDocument document;
-    if (!document.parse(content.data(), content.size()))
-        throw WorkError(path + ": is not a preset: " + document.error());
-    VNK::UID id;
-    if (!VNK::UID::parse(document.root().attribute("classID"), id))
-        throw WorkError(path + ": is not a preset: it names no class");
-    for (const auto* c : session.classes()) {
-        if (c->classId != id) continue;
-        const Effect effect = session.create(*c);
-        if (const auto remark = effect.loadPreset(path); !remark.empty()) session.note(remark);
-        return effect;
-    }
-    throw WorkError(path + ": is for " + inQuotes(document.root().attribute("className")) +
-                    ", which this module does not offer");
-}
-
 int show(const Session& session, const Options& options)
 {
     if (options.words.size() != 1)
         throw UsageError("preset show takes one FILE (quillhost preset --help shows how)");
-    const Effect effect = effectOf(session, options.words[0]);
+    const Effect effect = createFromPreset(session, options.words[0]);
     const auto& component = effect.component();
     std::vector<Row> rows;
     Json values = Json::object();

@@ -4,6 +4,7 @@
 
 #include "batch.h"
 #include "command.h"
+#include "lv2_effect.h"
 #include "progress.h"
 #include "text.h"
 
@@ -73,6 +74,9 @@ void checkTarget(Options& o)
     if (isAsked && !o.plan.meters.empty())
         throw UsageError("--meters does not go with --normalize");
     const auto& b = o.batch;
+    if (b.album && o.rangeMax)
+        throw UsageError("--range-max changes what lies between the files, which --album keeps "
+                         "(leave one out)");
     if (b.folder.empty() &&
         (!b.suffix.empty() || !b.extension.empty() || b.jobs > 0 || b.skipExisting || b.album))
         throw UsageError("--suffix, --extension, --jobs, --skip-existing and --album need "
@@ -99,10 +103,11 @@ int render(const Session& session, Options& options)
     {
         std::vector<std::string> saidLater;
         const Session::NotesApart apart(saidLater);
-        // What convolves with a file sets its blocks apart from those of other instances that live:
-        // the same bits come one by one.
-        for (const auto& spec : plan.effects)
-            if (createEffect(session, spec).component().countTexts() > 0) batch.jobs = 1;
+        // What other people's code shares between its instances is not known.
+        for (const auto& spec : plan.effects) {
+            createEffect(session, spec);
+            if (isLv2(spec.name)) batch.jobs = 1;
+        }
     }
     checkPlan(plan);
     if (isBatch) {
@@ -146,7 +151,10 @@ std::function<int(Session&)> declare(CLI::App& app)
               "standard output; with --out-dir any number of IN",
               "IN OUT");
     auto* const effect = addRepeatable(
-        app, "--fx", o->effects, "effect with settings, NAME:key=value,...; repeatable", "SPEC");
+        app, "--fx", o->effects,
+        "effect with settings, NAME:key=value,..., or an LV2 plug-in, lv2:URI:symbol=value,...; "
+        "repeatable",
+        "SPEC");
     auto* const preset =
         addRepeatable(app, "--preset", o->presets,
                       "preset for the --fx before it, loaded before its values", "FILE");

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: ISC
 // What every effect owes when its state is saved and restored.
+#include <cstring>
 #include <random>
+#include <set>
 
 #include "tests/support/effect_under_test.h"
 #include "tests/support/every_effect.h"
@@ -56,6 +58,75 @@ TEST_P(EveryState, RestoresWhileProcessing)
     ASSERT_TRUE(load(fx, saved, false));
     fx.algorithm().reset();
     EXPECT_EQ(fx.run(x), source.run(x));
+}
+
+TEST_P(EveryState, BothSetsComeBackAndASwitchIsOneGestureOfWhatChanges)
+{
+    /// Every change is within a hold of its own, and every hold within the group.
+    struct Host final : VNK::IEffectListener {
+        void message(const char* name) noexcept override
+        {
+            if (!std::strcmp(name, "groupEditBegun")) depth += isGroup ? 100 : 1, isGroup = true;
+            if (!std::strcmp(name, "groupEditEnded"))
+                isGood = isGood && held.empty(), isGroup = false;
+        }
+        void parameterChanged(std::int32_t i) noexcept override
+        {
+            isGood = isGood && held.count(i);
+            changed.insert(i);
+        }
+        void editBegun(std::int32_t i) noexcept override
+        {
+            isGood = isGood && isGroup && held.insert(i).second;
+        }
+        void editEnded(std::int32_t i) noexcept override
+        {
+            isGood = isGood && held.erase(i) && changed.count(i);
+        }
+        std::set<int> held, changed;
+        bool isGood = true, isGroup = false;
+        int depth = 0;
+    } host;
+    Effect fx(GetParam());
+    const auto& component = fx.component();
+    const int bypass = component.findParameter("bypass"), mix = component.findParameter("mix");
+    fx.randomise(kSeed);
+    const auto first = preset(fx);
+    ASSERT_TRUE(component.selectSet(1));
+    EXPECT_EQ(preset(fx), first) << "the other set begins as the first";
+    fx.randomise(kSeed + 1);
+    const auto second = preset(fx);
+    EXPECT_EQ(component.setsDiffer(), second != first);
+    std::vector<float> before;
+    for (int i = 0; i < component.countParameters(); ++i) before.push_back(component.getValue(i));
+    component.setListener(&host);
+    ASSERT_TRUE(component.selectSet(0));
+    component.setListener(nullptr);
+    EXPECT_TRUE(host.isGood && !host.isGroup && host.depth <= 1);
+    for (int i = 0; i < component.countParameters(); ++i) {
+        VNK::ParameterInfo p;
+        component.getParameter(i, p);
+        const bool isMoved = p.isStored() && component.getValue(i) != before[std::size_t(i)];
+        EXPECT_TRUE(!isMoved || host.changed.count(i)) << p.key << " is told";
+    }
+    EXPECT_EQ(preset(fx), first);
+
+    Effect target(GetParam());
+    ASSERT_TRUE(load(target, state(fx), false)) << target.component().refusalReason();
+    EXPECT_EQ(state(target), state(fx));
+    target.component().setValue(bypass, 1);
+    ASSERT_TRUE(target.component().selectSet(1));
+    EXPECT_EQ(target.component().getValue(bypass), 1) << "a person's switch, and no set's";
+    target.component().setValue(bypass, 0);
+    EXPECT_EQ(preset(target), second);
+
+    target.component().setWetLocked(true);
+    const float wet = target.component().getValue(mix);
+    ASSERT_TRUE(load(target, first, true));
+    EXPECT_EQ(target.component().getValue(mix), wet);
+    ASSERT_TRUE(target.component().selectSet(0));
+    EXPECT_EQ(target.component().getValue(mix), wet);
+    EXPECT_FALSE(target.component().selectSet(2));
 }
 
 TEST_P(EveryState, DamagedStateIsRefusedAndNothingChanges)

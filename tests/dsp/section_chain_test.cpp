@@ -187,6 +187,36 @@ TYPED_TEST(Chains, OfAnyLengthAndChannelsGlideTheSameAtAllBlockLengths)
     EXPECT_LT(peakDifferenceDb(whole, wanted), db(20 * this->kTolerance));
 }
 
+TYPED_TEST(Chains, OneSectionOverManyChannelsIsAsOverTheirPairs)
+{
+    using T = TypeParam;
+    for (const std::size_t channels : {3u, 4u, 5u, 8u, 13u, 16u, 17u}) {
+        Channels<T> x;
+        for (std::size_t c = 0; c < channels; ++c) x.push_back(noise<T>(200, unsigned(c)));
+        const auto run = [&](const Channels<T>& in, int block) {
+            SectionChain<T> chain;
+            chain.prepare(2, static_cast<int>(in.size()));
+            return inBlocks(in, block, [&](T* const* part, GridSlice slice, int at) {
+                for (int side = 0; side < 2; ++side) {
+                    if (at == 0) chain.set(1, side, made<T>(1, side));
+                    if (at == 64) chain.glide(1, side, made<T>(1, side, 1));
+                }
+                chain.process(part, slice, 1, 1);
+            });
+        };
+        const auto whole = run(x, 200);
+        for (const int block : {1, 7}) EXPECT_EQ(run(x, block), whole) << channels;
+        for (std::size_t c = 0; c < channels; c += 2) {
+            const Channels<T> pair{x[c], x[std::min(c + 1, channels - 1)]};
+            const auto alone = run(pair, 200);
+            EXPECT_EQ(whole[c], alone[0]) << channels << ", " << c;
+            if (c + 1 < channels) {
+                EXPECT_EQ(whole[c + 1], alone[1]) << channels << ", " << c;
+            }
+        }
+    }
+}
+
 TYPED_TEST(Chains, RecoverFromBadSamplesWithoutTouchingOtherPairs)
 {
     using T = TypeParam;

@@ -25,7 +25,7 @@ std::string stateOf(const VNK::HostedEffect& effect)
 std::string presetOf(const VNK::HostedEffect& effect)
 {
     VNK::StringSink sink;
-    EXPECT_TRUE(effect.savePreset("x", sink));
+    EXPECT_TRUE(effect.savePreset("", sink));
     return sink.text();
 }
 

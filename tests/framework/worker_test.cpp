@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 #include <vector>
 
+#include "dsp/shared_tables.h"
 #include "framework/handover.h"
 #include "tests/support/audio_thread_guard.h"
 
@@ -122,6 +124,33 @@ TEST(Handover, GivesTheLatestAndDestroysEverythingOffTheAudioThread)
         EXPECT_LE(Counted::alive, 4);
     }
     EXPECT_EQ(Counted::alive, 0);
+}
+
+/// Ends the process while a job, which no one has taken away, makes tables one after another.
+[[noreturn]] void endWhileTablesAreMade()
+{
+    std::atomic<int> made{0};
+    [[maybe_unused]] static auto* const job = new WorkerJob([&](const auto& progress) {
+        std::shared_ptr<const std::string> kept[8];
+        for (int i = 0; !progress.isCancelled(); made = ++i)
+            kept[i % 8] = SharedTables<int, std::string>::instance().get(
+                i, [&] { return std::string(100, 'x'); });
+    });
+    // Goes after the tables would, and before the thread is ended.
+    struct Slow {
+        ~Slow() { std::this_thread::sleep_for(20ms); }
+    };
+    [[maybe_unused]] static const Slow slow;
+    job->requestNow();
+    while (made < 1000) std::this_thread::yield();
+    std::exit(7);
+}
+
+TEST(WorkerJobDeathTest, WhatAJobUsesOutlastsItAtTheEndOfAProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EXIT(endWhileTablesAreMade(), testing::ExitedWithCode(7), "");
 }
 
 }  // namespace

@@ -117,9 +117,20 @@ inline void loadedOrUntouched(const VNK::HostedEffect& effect,
     require(effect.loadState(after.data(), after.size()), "a saved state loads");
     require(*effect.refusalReason() == 0, "a saved state needs no mending");
     require(savedState(effect) == after, "a saved state comes back bit for bit");
+    const auto back = [&] {
+        const bool isBack = effect.selectSet(1 - effect.comparedSet()) &&
+                            effect.selectSet(1 - effect.comparedSet());
+        require(isBack, "sets can be switched");
+        return savedState(effect);
+    };
+    const auto withBoth = back();
+    require(back() == withBoth, "a set is as it was left");
+    require(effect.loadState(after.data(), after.size()), "as before");
+    // A song knows that its preset has been changed, which the preset does not.
+    const bool isChanged = effect.isModified();
     require(effect.loadPreset(preset.text().data(), preset.text().size()), "a saved preset loads");
     require(*effect.refusalReason() == 0, "a saved preset needs no mending");
-    require(savedState(effect) == after, "a saved preset comes back bit for bit");
+    require(isChanged || savedState(effect) == after, "a saved preset comes back bit for bit");
     require(effect.programName() == name, "a preset keeps its name");
 }
 

@@ -4,13 +4,16 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "tests/support/audio_thread_guard.h"
+#include "tests/support/counting_sink.h"
 #include "tests/support/random_transport.h"
 #include "tests/support/signals.h"
 #include "vnk/effect_runner.h"
@@ -43,12 +46,17 @@ public:
     explicit Stage(VNK::IObject* adopted)
         : component_(VNK::HostedEffect::adopt(adopted)),
           algorithm_(*component_->algorithm()),
+          displays_(component_->queryInterface<VNK::IEffectDisplays>()),
           remembered_(state()),
           absurdGain_(std::pow(10, std::max(kUsualDb, gainsDb() + kBeyondGainsDb) / 20))
     {
         component_->setListener(this);
     }
-    ~Stage() { component_->setListener(nullptr); }
+    ~Stage()
+    {
+        if (isWatched_) displays_->setDisplaysOpen(false);
+        component_->setListener(nullptr);
+    }
     Stage(const Stage&) = delete;
     Stage& operator=(const Stage&) = delete;
 
@@ -60,6 +68,15 @@ public:
         setup_ = setup;
         check(runner_.prepare(setup), "refuses its layout or rate");
         reset();
+    }
+
+    /// Until what the effect makes beside its sound is there.
+    void waitUntilReady()
+    {
+        std::int64_t busy = 0;
+        for (int i = 0; i < 60000 && component_->getInteger("busy", busy) && busy != 0; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        check(busy == 0, "is busy for a minute");
     }
 
     /// The latency may only have changed with a message, and is a second at most.
@@ -88,6 +105,8 @@ public:
         check(fresh.state() == saved, "does not come back from its state");
         fresh.algorithm_.setWetOnly(wetOnly_);
         fresh.algorithm_.setSideChainActive(sideChainActive_);
+        waitUntilReady();
+        fresh.waitUntilReady();
         check(algorithm_.getLatency() == fresh.algorithm_.getLatency() &&
                   algorithm_.getTailLength() == fresh.algorithm_.getTailLength(),
               "announces other delays than a new instance");
@@ -123,9 +142,11 @@ public:
     {
         const auto i = static_cast<int>(random() % unsigned(component_->countParameters()));
         const auto tag = parameter(i).tag;
-        switch (random() % 12) {
+        switch (random() % 13) {
         case 0:
             return component_->setEditorOpen(random() % 2 == 0);
+        case 12:
+            return readDisplays(random);
         case 1:
             return algorithm_.setWetOnly(wetOnly_ = random() % 4 == 0);
         case 2:
@@ -283,6 +304,17 @@ private:
             check(!std::isinf(component_->readMeter(i)), "has an infinite meter");
     }
 
+    void readDisplays(std::mt19937& random)
+    {
+        if (!displays_) return;
+        if (const bool isWatched = random() % 8 != 0; isWatched != isWatched_)
+            displays_->setDisplaysOpen(isWatched_ = isWatched);
+        displays_->updateDisplays();
+        CountingSink shown;
+        for (int i = 0; displays_->displayName(i); ++i)
+            displays_->snapshot(displays_->displayName(i), &shown);
+    }
+
     void exchangeStates(std::mt19937& random)
     {
         VNK::StringSink preset;
@@ -324,7 +356,8 @@ private:
     VNK::IEffectAlgorithm& algorithm_;
     VNK::EffectRunner runner_{algorithm_};
     VNK::RunSetup setup_;
-    bool wetOnly_ = false;
+    VNK::Ref<VNK::IEffectDisplays> displays_;
+    bool wetOnly_ = false, isWatched_ = false;
     std::string remembered_;  // a state of before
     double absurdGain_;       // linear
     std::uint32_t latency_ = 0;

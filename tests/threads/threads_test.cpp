@@ -3,9 +3,9 @@
 #include <atomic>
 #include <thread>
 
+#include "tests/support/counting_sink.h"
 #include "tests/support/effect_under_test.h"
 #include "tests/support/every_effect.h"
-#include "vnk/effect_displays.h"
 
 namespace quillworks::test {
 namespace {
@@ -48,20 +48,6 @@ TEST_P(EveryEffectOnTwoThreads, ParametersMetersAndStateWhileProcessing)
     EXPECT_TRUE(isFinite(y[0]));
 }
 
-/// Counts what a display gives.
-class Counting final : public VNK::IDisplaySink {
-public:
-    std::int64_t values = 0;
-    void beginObject(const char*) override {}
-    void beginList(const char*) override {}
-    void end() override {}
-    void number(const char*, double) override { ++values; }
-    void numbers(const char*, const float*, std::int64_t n) override { values += n; }
-    void numbers(const char*, const double*, std::int64_t n) override { values += n; }
-    void text(const char*, const char*) override {}
-    void flag(const char*, bool) override { ++values; }
-};
-
 TEST_P(EveryEffectOnTwoThreads, DisplaysWhileProcessingAndBeingPreparedAnew)
 {
     EffectUnderTest<float> fx(GetParam());
@@ -70,7 +56,7 @@ TEST_P(EveryEffectOnTwoThreads, DisplaysWhileProcessingAndBeingPreparedAnew)
     fx.prepare(2, 64);
     std::atomic<bool> stop{false};
     std::atomic<std::uint32_t> rounds{0};
-    Counting shown;
+    CountingSink shown;
     auto viewer = repeating(stop, [&](std::uint32_t round) {
         if (round % 64 == 0) displays->setDisplaysOpen(true);
         displays->updateDisplays();

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -75,6 +76,20 @@ std::vector<std::string> listFiles(const char* folder, const char* suffix)
     }
     std::sort(paths.begin(), paths.end());
     return paths;
+}
+
+std::string userFolder(UserFolder kind)
+{
+    // The XDG Base Directory Specification: a path that is not absolute is as none.
+    const auto variable = [](const char* name) {
+        const char* const value = std::getenv(name);
+        return std::string(value && *value == '/' ? value : "");
+    };
+    const bool isData = kind == UserFolder::Data;
+    auto folder = variable(isData ? "XDG_DATA_HOME" : "XDG_CONFIG_HOME");
+    if (!folder.empty()) return folder;
+    folder = variable("HOME");
+    return folder.empty() ? folder : folder + (isData ? "/.local/share" : "/.config");
 }
 
 }  // namespace VNK

@@ -108,7 +108,7 @@ class IEffectListener {
 public:
     /// "processSetupChanged", "processStateChanged", "speakerTypeChanged", "sideChainActivated",
     /// "hasEditorChanged", "wetLockChanged", "lowLatencyMasterChanged", "lowLatencySlavesChanged",
-    /// "textChanged".
+    /// "textChanged"; "groupEditBegun" and "groupEditEnded" around the gestures that are one.
     virtual void message(const char* name) noexcept = 0;
     /// The effect itself changed a parameter that the host did not set.
     virtual void parameterChanged(std::int32_t index) noexcept = 0;

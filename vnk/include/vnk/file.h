@@ -22,4 +22,10 @@ VNK_API bool writeFile(const char* path, const void* data, std::size_t bytes, st
 /// folder or the suffix.
 VNK_API std::vector<std::string> listFiles(const char* folder, const char* suffix);
 
+enum class UserFolder { Data, Config };
+
+/// Where programs keep what is the user's own: $XDG_DATA_HOME or $XDG_CONFIG_HOME, by default
+/// .local/share and .config of the home folder. Empty where the user has none.
+VNK_API std::string userFolder(UserFolder kind);
+
 }  // namespace VNK

@@ -7,6 +7,7 @@
 
 #include "vnk/class_factory.h"
 #include "vnk/effect.h"
+#include "vnk/effect_editing.h"
 
 namespace VNK {
 
@@ -26,7 +27,9 @@ public:
           programs_(of<IEffectPrograms>(object)),
           attributes_(of<IEffectAttributes>(object)),
           views_(of<IEffectViews>(object)),
-          texts_(of<IEffectTexts>(object))
+          texts_(of<IEffectTexts>(object)),
+          editing_(of<IEffectEditing>(object)),
+          userPresets_(of<IEffectUserPresets>(object))
     {
         const bool isWhole =
             parameters_ && gestures_ && meters_ && state_ && programs_ && attributes_ && views_;
@@ -222,6 +225,55 @@ public:
         if (texts_) texts_->setBaseFolder(folder);
     }
 
+    // IEffectEditing; without the interface there is one set, never changed
+    std::int32_t comparedSet() const noexcept { return editing_ ? editing_->comparedSet() : 0; }
+    bool selectSet(std::int32_t set) const noexcept
+    {
+        return editing_ ? editing_->selectSet(set) : set == 0;
+    }
+    void copyToOtherSet() const noexcept
+    {
+        if (editing_) editing_->copyToOtherSet();
+    }
+    bool setsDiffer() const noexcept { return editing_ && editing_->setsDiffer(); }
+    std::uint32_t editCount() const noexcept { return editing_ ? editing_->editCount() : 0; }
+    bool isModified() const noexcept { return editing_ && editing_->isModified(); }
+    bool isWetLocked() const noexcept { return editing_ && editing_->isWetLocked(); }
+    void setWetLocked(bool locked) const noexcept
+    {
+        if (editing_) editing_->setWetLocked(locked);
+    }
+
+    // IEffectUserPresets; without the interface there are none
+    void findPresets() const noexcept
+    {
+        if (userPresets_) userPresets_->findPresets();
+    }
+    std::int32_t countUserPresets() const noexcept
+    {
+        return userPresets_ ? userPresets_->countUserPresets() : 0;
+    }
+    const char* userPresetName(std::int32_t index) const noexcept
+    {
+        return userPresets_ ? userPresets_->userPresetName(index) : nullptr;
+    }
+    bool loadUserPreset(std::int32_t index) const noexcept
+    {
+        return userPresets_ && userPresets_->loadUserPreset(index);
+    }
+    bool saveUserPreset(const char* name, bool replace) const noexcept
+    {
+        return userPresets_ && userPresets_->saveUserPreset(name, replace);
+    }
+    bool renameUserPreset(std::int32_t index, const char* name) const noexcept
+    {
+        return userPresets_ && userPresets_->renameUserPreset(index, name);
+    }
+    bool removeUserPreset(std::int32_t index) const noexcept
+    {
+        return userPresets_ && userPresets_->removeUserPreset(index);
+    }
+
 private:
     template <class I> static I* of(IObject* object) noexcept
     {
@@ -238,7 +290,9 @@ private:
     IEffectPrograms* programs_ = nullptr;
     IEffectAttributes* attributes_ = nullptr;
     IEffectViews* views_ = nullptr;
-    IEffectTexts* texts_ = nullptr;  // null where an effect has none
+    IEffectTexts* texts_ = nullptr;      // null where an effect has none
+    IEffectEditing* editing_ = nullptr;  // the same, and the next
+    IEffectUserPresets* userPresets_ = nullptr;
 };
 
 }  // namespace VNK

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: ISC
+// A display in its well, as a part of a view.
+#pragma once
+
+#include "editors/control.h"
+#include "editors/display.h"
+
+namespace quillworks::editors {
+
+class DisplayControl final : public Control {
+public:
+    /// A kind that does not exist is an empty well with its name.
+    DisplayControl(ControlHost& host, const VNK::SkinBox& box, const Rect& bounds);
+
+    /// Device pixels per logical one.
+    void setScale(double scale);
+
+    void drawStatic(Canvas& canvas) override;
+    void draw(Canvas& canvas) override;
+    void tick(double seconds) override;
+    void pointer(const PointerEvent& event) override;
+    bool wheel(const WheelEvent& event) override;
+    bool key(const KeyEvent& event) override;
+    void setFocus(bool hasFocus) override;
+    bool takesFocus() const override { return display_ && display_->takesFocus(); }
+    Tip tip() const override;
+    std::string describe() const override { return display_ ? display_->describe() : ""; }
+    void hoverAt(double x, double y) override { pointed_ = {x, y}; }
+
+private:
+    void passDamage();
+
+    std::unique_ptr<Display> display_;
+    Point pointed_;
+};
+
+}  // namespace quillworks::editors
