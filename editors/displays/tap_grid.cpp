@@ -34,7 +34,7 @@ TapGrid::TapGrid(const VNK::SkinBox& box, EffectModel& model)
 
 void TapGrid::sized()
 {
-    plot_ = {{kLeft, 10, width() - kLeft - 12, height() - 26 - 3 * (kCell + 4)},
+    plot_ = {{kLeft, 10, width() - kLeft - 12, height() - 34 - 3 * (kCell + 4)},
              {0, kSteps, false},
              kLevels};
     place();
