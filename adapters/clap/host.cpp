@@ -15,6 +15,7 @@ void Host::findExtensions() noexcept
     find(threads_, CLAP_EXT_THREAD_CHECK);
     find(params_, CLAP_EXT_PARAMS);
     find(latency_, CLAP_EXT_LATENCY);
+    find(state_, CLAP_EXT_STATE);
     find(tail_, kTailExtension);
     find(log_, kLogExtension);
     find(timer_, CLAP_EXT_TIMER_SUPPORT);
@@ -86,6 +87,11 @@ bool Host::requestSize(int width, int height) const noexcept
 void Host::editorClosed() const noexcept
 {
     if (gui_ && gui_->closed) gui_->closed(host_, false);
+}
+
+void Host::stateChanged() const noexcept
+{
+    if (state_ && state_->mark_dirty) state_->mark_dirty(host_);
 }
 
 }  // namespace quillworks::clap

@@ -23,6 +23,7 @@ public:
     Instance& operator=(const Instance&) = delete;
 
     const clap_plugin_t* handle() const noexcept { return &handle_; }
+    const VNK::HostedEffect& effect() const noexcept { return effect_; }
     static Instance& of(const clap_plugin_t* handle) noexcept
     {
         return *static_cast<Instance*>(handle->plugin_data);
@@ -123,7 +124,7 @@ private:
     std::vector<float> shown_;       // as the host was told
     int framesToMeters_ = 0;         // until the host is told again
     std::size_t layout_ = 0;
-    bool isPreparing_ = false;
+    bool isPreparing_ = false, isRestoring_ = false;
     clap_plugin_t handle_;
     Editor editor_{effect_, *this, host_};
 };
