@@ -355,9 +355,9 @@ TEST_P(StrictLaw, TruePeak)
     }
 }
 
-#ifdef __SANITIZE_ADDRESS__  // ten times as slow
-INSTANTIATE_TEST_SUITE_P(Rates, StrictLaw, ::testing::Values(48000),
-                         ::testing::PrintToStringParamName());
+// Arithmetic over minutes of sound: the level meter's own tests show what a sanitizer can find.
+#ifdef __SANITIZE_ADDRESS__
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(StrictLaw);
 #else
 INSTANTIATE_TEST_SUITE_P(Rates, StrictLaw, ::testing::Values(44100, 48000, 96000, 192000),
                          ::testing::PrintToStringParamName());
