@@ -28,6 +28,7 @@ Instance::Instance(std::shared_ptr<const Plugins> plugins, const Plugin& plugin,
 
 Instance::~Instance()
 {
+    editor_.destroy();
     effect_->setListener(nullptr);
 }
 

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 
+#include "adapters/clap/editor.h"
 #include "adapters/clap/gesture_queue.h"
 #include "adapters/clap/host.h"
 #include "adapters/clap/plugins.h"
@@ -55,6 +56,8 @@ public:
     bool valueToText(clap_id id, double value, char* text, std::uint32_t size) const noexcept;
     bool textToValue(clap_id id, const char* text, double& value) const noexcept;
     void flush(const clap_input_events_t* in, const clap_output_events_t* out) noexcept;
+
+    Editor& editor() noexcept { return editor_; }
 
     bool save(const clap_ostream_t& stream) noexcept;
     bool load(const clap_istream_t& stream);
@@ -123,6 +126,7 @@ private:
     std::size_t layout_ = 0;
     bool isPreparing_ = false, isRestoring_ = false;
     clap_plugin_t handle_;
+    Editor editor_{effect_, *this, host_};
 };
 
 }  // namespace quillworks::clap

@@ -2,9 +2,11 @@
 // Parameters of a plug-in: what the controller shows, and what the processor is told.
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <string>
 #include <string_view>
 
+#include "adapters/vst3/editor_view.h"
 #include "adapters/vst3/instance.h"
 #include "adapters/vst3/text.h"
 
@@ -196,9 +198,11 @@ v3_result Instance::setComponentHandler(v3_component_handler** handler) noexcept
     return V3_OK;
 }
 
-v3_plugin_view** Instance::createView(const char*) noexcept
+v3_plugin_view** Instance::createView(const char* name) noexcept
 {
-    return nullptr;
+    if (!name || std::string_view(name) != "editor") return nullptr;
+    auto* const view = new (std::nothrow) EditorView(*this, effect_, *this);
+    return view ? view->handle() : nullptr;
 }
 
 /// On the audio thread, between two blocks. Programs come by the controller.
