@@ -67,11 +67,6 @@ void Host::valuesChanged() const noexcept
     if (params_ && params_->rescan) params_->rescan(host_, CLAP_PARAM_RESCAN_VALUES);
 }
 
-void Host::stateChanged() const noexcept
-{
-    if (state_ && state_->mark_dirty) state_->mark_dirty(host_);
-}
-
 bool Host::startTimer(std::uint32_t ms, clap_id& id) const noexcept
 {
     return hasTimer() && timer_->register_timer(host_, ms, &id);
@@ -92,6 +87,11 @@ bool Host::requestSize(int width, int height) const noexcept
 void Host::editorClosed() const noexcept
 {
     if (gui_ && gui_->closed) gui_->closed(host_, false);
+}
+
+void Host::stateChanged() const noexcept
+{
+    if (state_ && state_->mark_dirty) state_->mark_dirty(host_);
 }
 
 }  // namespace quillworks::clap
