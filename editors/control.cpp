@@ -16,7 +16,7 @@ std::string Control::shortened(const std::string& text)
     const auto read = std::from_chars(number.data(), number.data() + number.size(), value);
     if (read.ec != std::errc() || read.ptr != number.data() + number.size()) return text;
     const double size = std::abs(value);
-    const int wanted = size >= 1000 ? 0 : size >= 100 ? 1 : size >= 10 ? 2 : 3;
+    const int wanted = size >= 100 ? 0 : size >= 10 ? 1 : size >= 1 ? 2 : 3;
     if (static_cast<int>(number.size() - point) - 1 <= wanted) return text;
     char rounded[64];
     const auto written =

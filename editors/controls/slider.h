@@ -15,7 +15,7 @@ public:
     void check(Fonts& fonts, const Theme& theme, std::vector<std::string>& problems) const override;
 
     /// Where there is less room than this its texts are smaller.
-    static constexpr double kNarrow = 100, kNarrowGap = 4;
+    static constexpr double kNarrow = 100, kNarrowGap = 2;
 };
 
 }  // namespace quillworks::editors
