@@ -4,6 +4,7 @@
 #include "editors/displays/band_correlation.h"
 #include "editors/displays/comb_curve.h"
 #include "editors/displays/curve_display.h"
+#include "editors/displays/decay_curve.h"
 #include "editors/displays/filter_curve.h"
 #include "editors/displays/gain_history.h"
 #include "editors/displays/level_bars.h"
@@ -15,6 +16,10 @@
 #include "editors/displays/spectrum.h"
 #include "editors/displays/step_bars.h"
 #include "editors/displays/step_curve.h"
+#include "editors/displays/stereo_field.h"
+#include "editors/displays/swell_curve.h"
+#include "editors/displays/tap_grid.h"
+#include "editors/displays/taps.h"
 #include "editors/displays/trace.h"
 
 namespace quillworks::editors {
@@ -37,6 +42,8 @@ constexpr Kind kKinds[] = {
     {"BandCorrelation", make<BandCorrelation>},
     {"CombCurve", make<CombCurve>},
     {"CurveDisplay", make<CurveDisplay>},
+    {"DecayCurve", make<DecayCurve>},
+    {"EchoLine", make<EchoLine>},
     {"FilterCurve", make<FilterCurve>},
     {"GainHistory", make<GainHistory>},
     {"Loudness", make<Loudness>},
@@ -47,6 +54,10 @@ constexpr Kind kKinds[] = {
     {"Spectrum", make<Spectrum>},
     {"StepBars", make<StepBars>},
     {"StepCurve", make<StepCurve>},
+    {"StereoField", make<StereoField>},
+    {"SwellCurve", make<SwellCurve>},
+    {"TapGrid", make<TapGrid>},
+    {"Taps", make<Taps>},
     {"Trace", make<Trace>},
 };
 

@@ -101,6 +101,48 @@ std::vector<const CLI::Option*> optionsGiven(const CLI::App& app)
 
 CommandLine::~CommandLine() = default;
 
+namespace {
+
+OptionTexts textsOf(const CLI::Option& option)
+{
+    OptionTexts texts;
+    texts.isArgument = option.get_positional();
+    if (texts.isArgument) texts.names.push_back(option.get_name(true));
+    for (const auto& name : option.get_snames()) texts.names.push_back("-" + name);
+    for (const auto& name : option.get_lnames()) texts.names.push_back("--" + name);
+    if (option.get_items_expected_max() > 0) texts.type = option.get_type_name();
+    texts.help = option.get_description();
+    texts.isRepeatable = option.get_items_expected_max() > 1;
+    return texts;
+}
+
+}  // namespace
+
+std::vector<CommandTexts> commandTexts()
+{
+    std::vector<CommandTexts> all;
+    std::vector<std::string> general;
+    const auto add = [&](const char* name, const char* summary, const char* examples,
+                         const CLI::App& app) {
+        all.push_back({name, summary, examples, {}});
+        auto& options = all.back().options;
+        for (const auto* option : app.get_options()) options.push_back(textsOf(*option));
+        std::stable_partition(options.begin(), options.end(),
+                              [](const OptionTexts& texts) { return texts.isArgument; });
+    };
+    {
+        const CommandLine line({"--version"});
+        add("", "", "", *line.parser_);
+    }
+    for (const auto* command : commands()) {
+        CLI::App app;
+        app.set_help_flag();
+        const auto body = command->declare(app);
+        add(command->name, command->summary, command->examples, app);
+    }
+    return all;
+}
+
 void CommandLine::addGlobals(CLI::App& app)
 {
     app.set_help_flag("-h,--help", "show this help");

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "command.h"
+#include "command_texts.h"
 
 namespace quillhost {
 
@@ -29,6 +30,8 @@ public:
     int run(Session& session) const { return body_(session); }
 
 private:
+    friend std::vector<CommandTexts> commandTexts();
+
     void addGlobals(CLI::App& app);
 
     std::unique_ptr<CLI::App> parser_;  // commands look options up in it while they run

@@ -7,12 +7,12 @@
 namespace quillhost {
 
 extern const Command kList, kInfo, kRender, kMeasure, kPlot, kPreset, kBench, kGenerate, kIr, kView,
-    kCheck;
+    kCheck, kManual;
 
 namespace {
 constexpr const Command* kCommands[] = {
     &kList, &kInfo,   &kRender, &kGenerate, &kMeasure, &kPlot,
-    &kView, &kPreset, &kIr,     &kBench,    &kCheck,
+    &kView, &kPreset, &kIr,     &kBench,    &kCheck,   &kManual,
 };
 }  // namespace
 

@@ -198,8 +198,8 @@ std::function<int(Session&)> declare(CLI::App& app)
             help, "N");
     };
     addLimit("--normalize", o->loudness, -70, 0, "bring OUT to this integrated loudness, in LUFS");
-    addOption(app, "--target", o->target,
-              "the same by name: ebu-r128, atsc-a85, streaming or podcast", "NAME");
+    addOption(app, "--target", o->target, "the same by name",
+              "ebu-r128|atsc-a85|streaming|podcast");
     addLimit("--true-peak", o->truePeak, -12, 0,
              "highest true peak of OUT, by a limiter where needed, in dBTP (-1, or the target's)");
     addLimit("--range-max", o->rangeMax, 1, 100, "widest loudness range of OUT, in LU");
