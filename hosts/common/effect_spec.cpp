@@ -63,7 +63,7 @@ std::vector<EffectSpec> parseChainSpec(const Session& session, const std::string
         const auto part = text.substr(at, comma - at);
         at = comma + 1;
         const auto head = part.substr(0, part.find(':'));
-        if (parts.empty() || session.has(head))
+        if (parts.empty() || isLv2(part) || session.has(head))
             parts.push_back(part);
         else
             parts.back() += "," + part;
