@@ -48,6 +48,7 @@ private:
     bool isSilent() const noexcept;
 
     void showField(VNK::IDisplaySink& sink) const;
+    void showRecent(VNK::IDisplaySink& sink) const;
     void showBands(VNK::IDisplaySink& sink) const;
     void showMatrix(VNK::IDisplaySink& sink) const;
 

@@ -71,8 +71,11 @@ PhaseMeterAlgorithm::PhaseMeterAlgorithm() : MeterAlgorithm(kParameters) {}
 
 PhaseMeterComponent::PhaseMeterComponent(PhaseMeterAlgorithm& algorithm)
     : MeterComponent(algorithm,
-                     {.viewPrefix = "PhaseMeter", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
-                     {"goniometer", "bandcorrelation", "matrix"}, &configurePhase)
+                     {.viewPrefix = "PhaseMeter",
+                      .kind = "analyser",
+                      .layouts = "stereo;mono;5.1",
+                      .copiesAtDefaults = true},
+                     {"goniometer", "bandcorrelation", "matrix", ".recent"}, &configurePhase)
 {}
 
 }  // namespace quillworks

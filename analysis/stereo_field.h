@@ -34,6 +34,8 @@ public:
     void take(const float* left, const float* right, int n) noexcept;
 
     double gain() const noexcept { return gain_; }  // dB
+    /// Frames taken since the beginning or the last seam.
+    std::int64_t frames() const noexcept { return end_; }
     /// Those of the last `seconds` after the gain, oldest first, four to a sample. May throw
     /// std::bad_alloc.
     std::vector<FieldPoint> points(double seconds) const;

@@ -144,7 +144,8 @@ private:
 template <class Algorithm>
 class DisplayComponent : public VNK::Extended<AudioEffectComponent, VNK::IEffectDisplays> {
 public:
-    /// `names`: of the displays, in the engine's order.
+    /// `names`: of the displays, in the engine's order. One that begins with a point is for editors
+    /// that draw on what they have drawn: it stands last, and is not listed.
     DisplayComponent(Algorithm& algorithm, EffectTraits traits, std::vector<const char*> names)
         : VNK::Extended<AudioEffectComponent, VNK::IEffectDisplays>(algorithm, std::move(traits)),
           displays_(algorithm),
@@ -154,7 +155,7 @@ public:
     const char* displayName(std::int32_t index) const noexcept final
     {
         const auto i = static_cast<std::size_t>(index);
-        return index >= 0 && i < names_.size() ? names_[i] : nullptr;
+        return index >= 0 && i < names_.size() && *names_[i] != '.' ? names_[i] : nullptr;
     }
     void setDisplaysOpen(bool open) noexcept final
     {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <mutex>
 #include <new>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -29,6 +30,7 @@ public:
         alignas(Worker) static std::byte place[sizeof(Worker)];
         static Worker* const worker = new (place) Worker;
         static const Ending ending;
+        [[maybe_unused]] static const int forks = pthread_atfork(beforeFork, inParent, inChild);
         return *worker;
     }
 
@@ -88,6 +90,16 @@ public:
     }
 
 private:
+    // A process that is forked off has the list but not the thread, nor anybody who would give the
+    // locks back. Its own effects get a new thread; those that it has inherited get no work done.
+    static void beforeFork() { instance().mutex_.lock(); }
+    static void inParent() { instance().mutex_.unlock(); }
+    static void inChild()
+    {
+        Worker& inherited = instance();
+        new (&inherited) Worker;  // the old thread's handle, which nobody can join, is forgotten
+    }
+
     struct Ending {
         ~Ending() { instance().end(); }
     };

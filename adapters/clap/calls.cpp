@@ -74,6 +74,62 @@ constexpr PluginRender kRender{
             return true;
         }};
 
+Editor& editorAt(const clap_plugin_t* plugin) noexcept
+{
+    return at(plugin).editor();
+}
+
+constexpr clap_plugin_gui_t kEditor{
+    .is_api_supported = [](const clap_plugin_t* p, const char* api,
+                           bool) { return editorAt(p).isPossible(api); },
+    .get_preferred_api =
+        [](const clap_plugin_t* p, const char** api, bool* isFloating) {
+            if (!api || !isFloating) return false;
+            *api = CLAP_WINDOW_API_X11;
+            *isFloating = false;
+            return editorAt(p).isPossible(CLAP_WINDOW_API_X11);
+        },
+    .create =
+        [](const clap_plugin_t* p, const char* api, bool isFloating) {
+            return guarded([&] { return editorAt(p).create(api, isFloating); });
+        },
+    .destroy = [](const clap_plugin_t* p) { editorAt(p).destroy(); },
+    .set_scale = [](const clap_plugin_t* p,
+                    double scale) { return guarded([&] { return editorAt(p).setScale(scale); }); },
+    .get_size =
+        [](const clap_plugin_t* p, std::uint32_t* width, std::uint32_t* height) {
+            return width && height && editorAt(p).getSize(*width, *height);
+        },
+    .can_resize = [](const clap_plugin_t*) { return true; },
+    .get_resize_hints =
+        [](const clap_plugin_t* p, clap_gui_resize_hints_t* hints) {
+            return hints && editorAt(p).getResizeHints(*hints);
+        },
+    .adjust_size =
+        [](const clap_plugin_t* p, std::uint32_t* width, std::uint32_t* height) {
+            return width && height && editorAt(p).adjustSize(*width, *height);
+        },
+    .set_size =
+        [](const clap_plugin_t* p, std::uint32_t width, std::uint32_t height) {
+            return guarded([&] { return editorAt(p).setSize(width, height); });
+        },
+    .set_parent =
+        [](const clap_plugin_t* p, const clap_window_t* window) {
+            return window && guarded([&] { return editorAt(p).setParent(*window); });
+        },
+    .set_transient =
+        [](const clap_plugin_t* p, const clap_window_t* window) {
+            return window && guarded([&] { return editorAt(p).setTransient(*window); });
+        },
+    .suggest_title = [](const clap_plugin_t* p,
+                        const char* title) { editorAt(p).suggestTitle(title); },
+    .show = [](const clap_plugin_t* p) { return guarded([&] { return editorAt(p).show(); }); },
+    .hide = [](const clap_plugin_t* p) { return guarded([&] { return editorAt(p).hide(); }); }};
+
+constexpr clap_plugin_timer_support_t kTimer{.on_timer = [](const clap_plugin_t* p, clap_id id) {
+    guarded([&] { return editorAt(p).onTimer(id), true; });
+}};
+
 }  // namespace
 
 const void* Instance::extension(const char* id) noexcept
@@ -87,6 +143,8 @@ const void* Instance::extension(const char* id) noexcept
                {CLAP_EXT_STATE, &kState},
                {CLAP_EXT_LATENCY, &kLatency},
                {kTailExtension, &kTail},
+               {CLAP_EXT_GUI, &kEditor},
+               {CLAP_EXT_TIMER_SUPPORT, &kTimer},
                {kRenderExtension, &kRender}};
     for (const auto& one : all)
         if (id && one.id == id) return one.calls;

@@ -2,9 +2,9 @@
 // Gestures on their way from the main thread to the block that tells the host of them.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstddef>
+#include <vector>
 
 namespace quillworks::clap {
 
@@ -16,6 +16,10 @@ struct Gesture {
 /// One thread pushes, one pops. Without locks.
 class GestureQueue {
 public:
+    /// For a plug-in of so many parameters: a switch to another set may hold and let go of them
+    /// all, and be taken back before the host asks.
+    explicit GestureQueue(std::size_t parameters) : slots_(4 * parameters + 64) {}
+
     /// False where it is full: the host is not processing and has not asked for long.
     bool push(const Gesture& gesture) noexcept
     {
@@ -35,7 +39,7 @@ public:
     void drop() noexcept { begin_.fetch_add(1, std::memory_order_release); }
 
 private:
-    std::array<Gesture, 256> slots_{};
+    std::vector<Gesture> slots_;
     std::atomic<std::size_t> begin_{0}, end_{0};
 };
 

@@ -15,8 +15,11 @@ void Host::findExtensions() noexcept
     find(threads_, CLAP_EXT_THREAD_CHECK);
     find(params_, CLAP_EXT_PARAMS);
     find(latency_, CLAP_EXT_LATENCY);
+    find(state_, CLAP_EXT_STATE);
     find(tail_, kTailExtension);
     find(log_, kLogExtension);
+    find(timer_, CLAP_EXT_TIMER_SUPPORT);
+    find(gui_, CLAP_EXT_GUI);
 }
 
 bool Host::isMainThread(const char* call) const noexcept
@@ -62,6 +65,33 @@ void Host::tailChanged() const noexcept
 void Host::valuesChanged() const noexcept
 {
     if (params_ && params_->rescan) params_->rescan(host_, CLAP_PARAM_RESCAN_VALUES);
+}
+
+bool Host::startTimer(std::uint32_t ms, clap_id& id) const noexcept
+{
+    return hasTimer() && timer_->register_timer(host_, ms, &id);
+}
+
+void Host::stopTimer(clap_id id) const noexcept
+{
+    if (timer_ && timer_->unregister_timer) timer_->unregister_timer(host_, id);
+}
+
+bool Host::requestSize(int width, int height) const noexcept
+{
+    return gui_ && gui_->request_resize &&
+           gui_->request_resize(host_, static_cast<std::uint32_t>(width),
+                                static_cast<std::uint32_t>(height));
+}
+
+void Host::editorClosed() const noexcept
+{
+    if (gui_ && gui_->closed) gui_->closed(host_, false);
+}
+
+void Host::stateChanged() const noexcept
+{
+    if (state_ && state_->mark_dirty) state_->mark_dirty(host_);
 }
 
 }  // namespace quillworks::clap

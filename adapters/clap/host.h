@@ -28,14 +28,26 @@ public:
     void latencyChanged() const noexcept;                          // [main thread, not active]
     void tailChanged() const noexcept;                             // [audio thread]
     void valuesChanged() const noexcept;                           // [main thread]
+    void stateChanged() const noexcept;                            // [main thread]
+
+    // For editors. [main thread]
+    bool hasTimer() const noexcept { return timer_ && timer_->register_timer; }
+    bool startTimer(std::uint32_t ms, clap_id& id) const noexcept;
+    void stopTimer(clap_id id) const noexcept;
+    /// Whether the host gives the editor this size.
+    bool requestSize(int width, int height) const noexcept;
+    void editorClosed() const noexcept;
 
 private:
     const clap_host_t* host_;
     const clap_host_thread_check_t* threads_ = nullptr;
     const clap_host_params_t* params_ = nullptr;
     const clap_host_latency_t* latency_ = nullptr;
+    const clap_host_state_t* state_ = nullptr;
     const HostTail* tail_ = nullptr;
     const HostLog* log_ = nullptr;
+    const clap_host_timer_support_t* timer_ = nullptr;
+    const clap_host_gui_t* gui_ = nullptr;
     bool hasComplained_ = false;  // about the audio thread
 };
 

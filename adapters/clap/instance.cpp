@@ -18,6 +18,7 @@ Instance::Instance(std::shared_ptr<const Plugins> plugins, const Plugin& plugin,
       effect_(plugins_->catalogue().create(plugin.offered)),
       plugin_(plugin),
       host_(host),
+      gestures_(plugin.parameters.list().size()),
       handle_(callsOf(plugin, *this))
 {
     if (!effect_) throw std::bad_alloc();
@@ -27,6 +28,7 @@ Instance::Instance(std::shared_ptr<const Plugins> plugins, const Plugin& plugin,
 
 Instance::~Instance()
 {
+    editor_.destroy();
     effect_->setListener(nullptr);
 }
 

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <memory>
 
+#include "adapters/clap/editor.h"
 #include "adapters/clap/gesture_queue.h"
 #include "adapters/clap/host.h"
 #include "adapters/clap/plugins.h"
@@ -22,6 +23,7 @@ public:
     Instance& operator=(const Instance&) = delete;
 
     const clap_plugin_t* handle() const noexcept { return &handle_; }
+    const VNK::HostedEffect& effect() const noexcept { return effect_; }
     static Instance& of(const clap_plugin_t* handle) noexcept
     {
         return *static_cast<Instance*>(handle->plugin_data);
@@ -54,6 +56,8 @@ public:
     bool valueToText(clap_id id, double value, char* text, std::uint32_t size) const noexcept;
     bool textToValue(clap_id id, const char* text, double& value) const noexcept;
     void flush(const clap_input_events_t* in, const clap_output_events_t* out) noexcept;
+
+    Editor& editor() noexcept { return editor_; }
 
     bool save(const clap_ostream_t& stream) noexcept;
     bool load(const clap_istream_t& stream);
@@ -120,8 +124,9 @@ private:
     std::vector<float> shown_;       // as the host was told
     int framesToMeters_ = 0;         // until the host is told again
     std::size_t layout_ = 0;
-    bool isPreparing_ = false;
+    bool isPreparing_ = false, isRestoring_ = false;
     clap_plugin_t handle_;
+    Editor editor_{effect_, *this, host_};
 };
 
 }  // namespace quillworks::clap

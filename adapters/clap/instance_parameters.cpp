@@ -278,7 +278,10 @@ void Instance::tellMeters(const clap_output_events_t* out, int frames) noexcept
 void Instance::message(const char* name) noexcept
 {
     // The side-chain's message comes on the audio thread, whose block looks for itself.
-    if (std::string_view(name) == "processSetupChanged") checkDelays();
+    const std::string_view word = name;
+    if (word == "processSetupChanged") checkDelays();
+    // What belongs to no parameter: texts, the set that is not heard.
+    if (word == "processStateChanged" && !isRestoring_) host_.stateChanged();
 }
 
 void Instance::parameterChanged(std::int32_t) noexcept

@@ -109,7 +109,10 @@ bool Instance::load(const clap_istream_t& stream)
         if (bytes.size() > kLongestState) return false;
     }
     adapters::Switches switches;
-    if (!adapters::loadState(effect_, bytes.data(), bytes.size(), switches)) {
+    isRestoring_ = true;
+    const bool isTaken = adapters::loadState(effect_, bytes.data(), bytes.size(), switches);
+    isRestoring_ = false;
+    if (!isTaken) {
         host_.log(Severity::Warning, effect_->refusalReason());
         return false;
     }

@@ -9,6 +9,7 @@
 #include <travesty/edit_controller.h>
 #include <travesty/factory.h>
 #include <travesty/unit.h>
+#include <travesty/view.h>
 
 namespace quillworks::vst3 {
 

@@ -22,6 +22,8 @@ public:
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
 
+    const VNK::HostedEffect& effect() const noexcept { return effect_; }
+
     v3_result queryInterface(const std::uint8_t* iid, void** object) noexcept;
     std::uint32_t ref() noexcept;
     std::uint32_t unref() noexcept;
@@ -123,6 +125,7 @@ private:
     void chooseProgram(double position) noexcept;
     void showPresent() noexcept;
     void restart(std::int32_t flags) noexcept;
+    bool isHeard() const noexcept { return handler_ && !isRestoring_; }
     void tellLatency() noexcept;
     /// Count of changes of a parameter's value that the host knows of.
     std::atomic<std::uint32_t>& told(int place) noexcept
@@ -147,7 +150,8 @@ private:
     std::vector<double> shown_;
     double program_ = 0;
     v3_component_handler** handler_ = nullptr;
-    std::uint32_t latency_ = 0;  // as the host was told
+    v3_component_handler2** groupHandler_ = nullptr;  // the same host's; null where it has none
+    std::uint32_t latency_ = 0;                       // as the host was told
     bool isPreparing_ = false, isRestoring_ = false;
 
     std::atomic<std::uint32_t> references_{1};

@@ -2,9 +2,11 @@
 // Parameters of a plug-in: what the controller shows, and what the processor is told.
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <string>
 #include <string_view>
 
+#include "adapters/vst3/editor_view.h"
 #include "adapters/vst3/instance.h"
 #include "adapters/vst3/text.h"
 
@@ -186,14 +188,21 @@ void Instance::showPresent() noexcept
 v3_result Instance::setComponentHandler(v3_component_handler** handler) noexcept
 {
     if (handler) v3_cpp_obj_ref(handler);
+    if (groupHandler_) v3_cpp_obj_unref(groupHandler_);
     if (handler_) v3_cpp_obj_unref(handler_);
     handler_ = handler;
+    groupHandler_ = nullptr;
+    v3_funknown** found = nullptr;
+    if (handler && v3_cpp_obj_query_interface(handler, v3_component_handler2_iid, &found) == V3_OK)
+        groupHandler_ = reinterpret_cast<v3_component_handler2**>(found);
     return V3_OK;
 }
 
-v3_plugin_view** Instance::createView(const char*) noexcept
+v3_plugin_view** Instance::createView(const char* name) noexcept
 {
-    return nullptr;
+    if (!name || std::string_view(name) != "editor") return nullptr;
+    auto* const view = new (std::nothrow) EditorView(*this, effect_, *this);
+    return view ? view->handle() : nullptr;
 }
 
 /// On the audio thread, between two blocks. Programs come by the controller.
@@ -245,7 +254,13 @@ void Instance::tellLatency() noexcept
 void Instance::message(const char* name) noexcept
 {
     // The side-chain's message comes on the audio thread, whose block looks for itself.
-    if (std::string_view(name) == "processSetupChanged") tellLatency();
+    const std::string_view word = name;
+    if (word == "processSetupChanged") tellLatency();
+    if (!groupHandler_ || isRestoring_) return;
+    if (word == "groupEditBegun") v3_cpp_obj(groupHandler_)->start_group_edit(groupHandler_);
+    if (word == "groupEditEnded") v3_cpp_obj(groupHandler_)->finish_group_edit(groupHandler_);
+    // What belongs to no parameter: texts, the set that is not heard.
+    if (word == "processStateChanged") v3_cpp_obj(groupHandler_)->set_dirty(groupHandler_, true);
 }
 
 void Instance::parameterChanged(std::int32_t index) noexcept
@@ -262,14 +277,14 @@ void Instance::parameterChanged(std::int32_t index) noexcept
 void Instance::editBegun(std::int32_t index) noexcept
 {
     const int place = plugin_.parameters.placeOf(index);
-    if (place >= 0 && handler_)
+    if (place >= 0 && isHeard())
         v3_cpp_obj(handler_)->begin_edit(handler_, plugin_.parameters[place].id);
 }
 
 void Instance::editEnded(std::int32_t index) noexcept
 {
     const int place = plugin_.parameters.placeOf(index);
-    if (place >= 0 && handler_)
+    if (place >= 0 && isHeard())
         v3_cpp_obj(handler_)->end_edit(handler_, plugin_.parameters[place].id);
 }
 

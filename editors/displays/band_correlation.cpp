@@ -7,6 +7,20 @@
 
 namespace quillworks::editors {
 
+namespace {
+
+/// By which a band is known: 63, 125, 250 Hz, ...
+double nominal(double centre)
+{
+    constexpr double kOctaves[] = {16, 31.5, 63, 125, 250, 500, 1000, 2000, 4000, 8000, 16000};
+    for (const double octave : kOctaves)
+        if (std::abs(centre / octave - 1) < 0.03) return octave;
+    const double unit = std::pow(10, std::floor(std::log10(centre)) - 1);
+    return std::round(centre / unit) * unit;
+}
+
+}  // namespace
+
 void BandCorrelation::sized()
 {
     plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
@@ -57,10 +71,7 @@ void BandCorrelation::drawStatic(Canvas& canvas)
     if (isSmall()) return;
     double taken = 0;
     for (std::size_t i = 0; i < bands_.size(); ++i) {
-        // By their nominal names: 63, 125, 250, ...
-        const double centre = bands_[i].centre;
-        const double rounded = centre < 100 ? std::round(centre) : std::round(centre / 5) * 5;
-        const auto text = shortFrequency(centre > 900 ? std::round(centre / 100) * 100 : rounded);
+        const auto text = shortFrequency(nominal(bands_[i].centre));
         const double x = bar(i).centre().x, half = canvas.textWidth(Type::Axis, text) / 2;
         if (x - half < taken + 5) continue;
         canvas.text(Type::Axis, text, x, plot_.area.bottom() + 15, Align::Centre, Color::Text3);
@@ -91,7 +102,8 @@ std::string BandCorrelation::describe() const
     std::string text = "Correlation by band";
     for (const auto& band : bands_)
         if (band.isValid)
-            text += ", " + frequencyText(band.centre) + " " + figure(band.correlation, 2, true);
+            text += ", " + frequencyText(nominal(band.centre)) + " " +
+                    figure(band.correlation, 2, true);
     return text;
 }
 

@@ -30,7 +30,7 @@ Graph::Colour Graph::colourOf(Ink ink) const
     const auto rgb = theme_->rgb(ink.color);
     const auto o = static_cast<float>(ink.opacity);
     const auto part = [&](int shift) { return o * static_cast<float>(rgb >> shift & 0xFF); };
-    return {255 * o, part(16), part(8), part(0)};
+    return {255 * o, part(16), part(8), part(0), 0};
 }
 
 void Graph::measure(std::span<const Point> points)
@@ -83,26 +83,46 @@ void Graph::add(float top, float bottom)
     cover[last] += share * (bottom - static_cast<float>(last));
 }
 
-void Graph::blend(int column, const Colour& top, const Colour& bottom)
+/// The colour of every row, from one to the other.
+void Graph::setColours(Ink top, Ink bottom)
+{
+    const auto from = colourOf(top), to = colourOf(bottom);
+    colours_.resize(cover_.size());
+    for (std::size_t y = 0; y < colours_.size(); ++y) {
+        const float t = static_cast<float>(y) / static_cast<float>(colours_.size());
+        const auto mixed = [t](float a, float b) { return a + t * (b - a); };
+        auto& c = colours_[y];
+        c = {mixed(from.alpha, to.alpha), mixed(from.red, to.red), mixed(from.green, to.green),
+             mixed(from.blue, to.blue), 0};
+        const auto part = [](float v) { return static_cast<std::uint32_t>(v + 0.5f); };
+        c.packed = part(c.alpha) << 24 | part(c.red) << 16 | part(c.green) << 8 | part(c.blue);
+    }
+    first_ = static_cast<int>(cover_.size());
+    last_ = -1;
+}
+
+void Graph::blend(int column)
 {
     const auto& pixels = image_.pixels();
-    const float perRow = 1 / static_cast<float>(cover_.size());
     auto* row = reinterpret_cast<char*>(pixels.data + column) + first_ * pixels.stride;
     for (int y = first_; y <= last_; ++y, row += pixels.stride) {
         const float c = cover_[static_cast<std::size_t>(y)];
         cover_[static_cast<std::size_t>(y)] = 0;
         if (c <= 0) continue;
-        const float t = static_cast<float>(y) * perRow;
-        const auto mixed = [&](float a, float b) { return c * (a + t * (b - a)); };
+        const auto& colour = colours_[static_cast<std::size_t>(y)];
         auto& pixel = *reinterpret_cast<std::uint32_t*>(row);
-        const float alpha = mixed(top.alpha, bottom.alpha), kept = 1 - alpha / 255;
+        if (pixel == 0 && c > 0.999f) {  // the inside of an area
+            pixel = colour.packed;
+            continue;
+        }
+        const float kept = 1 - c * colour.alpha / 255;
         const auto over = [&](float source, int shift) {
             const float below = static_cast<float>(pixel >> shift & 0xFF);
-            return static_cast<std::uint32_t>(std::min(255.0f, source + kept * below + 0.5f))
+            return static_cast<std::uint32_t>(std::min(255.0f, c * source + kept * below + 0.5f))
                    << shift;
         };
-        pixel = over(alpha, 24) | over(mixed(top.red, bottom.red), 16) |
-                over(mixed(top.green, bottom.green), 8) | over(mixed(top.blue, bottom.blue), 0);
+        pixel = over(colour.alpha, 24) | over(colour.red, 16) | over(colour.green, 8) |
+                over(colour.blue, 0);
     }
     first_ = static_cast<int>(cover_.size());
     last_ = -1;
@@ -127,15 +147,13 @@ void Graph::stroke(std::span<const Point> points, double width, Ink ink)
             to.bottom = std::max(to.bottom, from.bottom + pen);
         }
     }
-    const auto colour = colourOf(ink);
-    first_ = static_cast<int>(cover_.size());
-    last_ = -1;
+    setColours(ink, ink);
     for (int column = 0; column < image_.width(); ++column) {
         for (int p = 0; p < kParts; ++p) {
             const auto& e = widened_[static_cast<std::size_t>(column * kParts + p)];
             if (e.top <= e.bottom) add(e.top, e.bottom);
         }
-        blend(column, colour, colour);
+        blend(column);
     }
 }
 
@@ -143,9 +161,7 @@ void Graph::fill(std::span<const Point> points, double base, Ink top, Ink bottom
 {
     measure(points);
     const auto level = static_cast<float>((base - area_.y) * scale_);
-    const auto from = colourOf(top), to = colourOf(bottom);
-    first_ = static_cast<int>(cover_.size());
-    last_ = -1;
+    setColours(top, bottom);
     for (int column = 0; column < image_.width(); ++column) {
         for (int p = 0; p < kParts; ++p) {
             const auto& e = extents_[static_cast<std::size_t>(column * kParts + p)];
@@ -153,7 +169,7 @@ void Graph::fill(std::span<const Point> points, double base, Ink top, Ink bottom
             const float middle = (e.top + e.bottom) / 2;
             add(std::min(middle, level), std::max(middle, level));
         }
-        blend(column, from, to);
+        blend(column);
     }
 }
 

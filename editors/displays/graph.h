@@ -3,6 +3,7 @@
 // displays that move.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <vector>
 
@@ -24,7 +25,8 @@ public:
 
 private:
     struct Colour {
-        float alpha = 0, red = 0, green = 0, blue = 0;  // 0 .. 255, by alpha already
+        float alpha, red, green, blue;  // 0 .. 255, by alpha already
+        std::uint32_t packed;           // the same in a pixel
     };
     /// Extent of the curve within a part of a column, in device pixels of the area.
     struct Extent {
@@ -34,7 +36,8 @@ private:
     /// kParts extents per column; an empty one has its top below its bottom.
     void measure(std::span<const Point> points);
     void add(float top, float bottom);
-    void blend(int column, const Colour& top, const Colour& bottom);
+    void setColours(Ink top, Ink bottom);
+    void blend(int column);
 
     static constexpr int kParts = 4;  // of a column, for smooth edges
     const Theme* theme_ = nullptr;
@@ -43,6 +46,7 @@ private:
     Image image_;
     std::vector<Extent> extents_, widened_;
     std::vector<float> cover_;  // of one column
+    std::vector<Colour> colours_;
     int first_ = 0, last_ = 0;  // rows that it covers
 };
 

@@ -55,9 +55,9 @@ LevelBars::Scale LevelBars::readScale() const
 
 void LevelBars::sized()
 {
-    const double foot = hasFigures() ? (correlation_.exists() ? 62 : 34) : 4;
-    const double head = hasFigures() ? (clips_.exist() ? 28 : 12) : 4;
-    const double side = hasFigures() ? kFigures : 4;
+    const double foot = hasFigures() ? (correlation_.exists() ? 56 : 34) : 8;
+    const double head = hasFigures() ? (clips_.exist() ? 32 : 12) : 8;
+    const double side = hasFigures() ? kFigures : 26;
     plot_.area = {side, head, width() - 2 * side, height() - head - foot};
     if (isFlat()) plot_.area = {4, 4, width() - 8, height() - 8};
 }
@@ -138,9 +138,9 @@ void LevelBars::drawStatic(Canvas& canvas)
         for (int c = 0; c < std::min(2, levels_.count()); ++c) canvas.fill(bar(c), Color::Panel);
         return;
     }
+    const auto ticks = linearTicks(plot_.y, static_cast<int>(plot_.area.h / 26), true);
+    drawUp(canvas, plot_, ticks, FiguresAt::Left);
     if (hasFigures()) {
-        const auto ticks = linearTicks(plot_.y, static_cast<int>(plot_.area.h / 26), true);
-        drawUp(canvas, plot_, ticks, FiguresAt::Left);
         for (const auto& tick : ticks)
             canvas.text(Type::Axis, tick.text, plot_.area.right() + 6, plot_.up(tick.value) + 3.5,
                         Align::Left, Color::Text3);

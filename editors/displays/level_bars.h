@@ -36,7 +36,7 @@ private:
         bool operator==(const Scale&) const = default;
     };
     Scale readScale() const;
-    bool hasFigures() const noexcept { return height() >= 90; }
+    bool hasFigures() const noexcept { return height() >= 200; }
     bool isFlat() const noexcept { return height() < 60; }
     Rect bar(int channel) const;
     Rect lamp(int channel) const;

@@ -31,8 +31,8 @@ Loudness::Loudness(const VNK::SkinBox& box, EffectModel& model)
 
 void Loudness::sized()
 {
-    const double top = 86, foot = 96;
-    bars_.area = {40, top, std::min(90.0, width() - 90), height() - top - foot - 46};
+    const double top = 76, foot = 84;
+    bars_.area = {40, top, std::min(90.0, width() - 90), height() - top - foot - 30};
     history_.area = {40, height() - foot + 14, width() - 52, foot - 34};
 }
 
@@ -136,12 +136,12 @@ void Loudness::draw(Canvas& canvas)
     bar(area.x, shortTerm_.get());
     bar(area.x + w + 4, momentary_.get());
     // The range as a bracket, and its length.
-    double y = area.y + 10;
+    double y = area.y + 8;
     const double x = area.right() + 22;
     const auto entry = [&](const char* title, const std::string& text, Ink ink) {
         canvas.text(Type::Axis, title, x, y, Align::Left, Color::Text3);
         canvas.text(Type::Value, text, x, y + 16, Align::Left, ink);
-        y += 40;
+        y += 38;
     };
     if (isThere(low_.get()) && isThere(high_.get())) {
         const double top = bars_.upWithin(units(high_.get())),

@@ -62,8 +62,8 @@ std::vector<EffectSpec> parseChainSpec(const Session& session, const std::string
         const auto comma = std::min(text.find(',', at), text.size());
         const auto part = text.substr(at, comma - at);
         at = comma + 1;
-        const auto head = part.substr(0, part.find(':'));
-        if (parts.empty() || isLv2(part) || session.has(head))
+        const auto head = part.substr(0, endOfName(part));
+        if (parts.empty() || session.has(head))
             parts.push_back(part);
         else
             parts.back() += "," + part;

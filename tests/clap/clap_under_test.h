@@ -98,7 +98,8 @@ struct ClapHost {
     clap_host_t host{};
     std::thread::id mainThread = std::this_thread::get_id();
     std::atomic<bool> isAudioAnywhere{true};  // else no thread is one
-    std::atomic<int> restarts{0}, flushes{0}, rescans{0}, latencies{0}, tails{0}, complaints{0};
+    std::atomic<int> restarts{0}, flushes{0}, rescans{0}, latencies{0}, tails{0}, complaints{0},
+        dirt{0};
 
     ClapHost()
     {
@@ -128,7 +129,9 @@ struct ClapHost {
         static constexpr clap::HostTail tail{[](const clap_host_t* h) { ++of(h).tails; }};
         static constexpr clap::HostLog log{
             [](const clap_host_t* h, std::int32_t, const char*) { ++of(h).complaints; }};
+        static constexpr clap_host_state_t state{[](const clap_host_t* h) { ++of(h).dirt; }};
         const std::string name = id;
+        if (name == CLAP_EXT_STATE) return &state;
         if (name == CLAP_EXT_THREAD_CHECK) return &threads;
         if (name == CLAP_EXT_PARAMS) return &params;
         if (name == CLAP_EXT_LATENCY) return &latency;

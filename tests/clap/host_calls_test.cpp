@@ -175,6 +175,42 @@ TEST(ClapGestures, FrameTheValuesThatAPersonSets)
     EXPECT_EQ(out.all()[1].gesture.param_id, compressor.parameters[1].id);
 }
 
+TEST(ClapGestures, FrameASwitchToAnotherSetAndBack)
+{
+    const clap::Plugins plugins;
+    const clap::Plugin& mixtool = *plugins.find("example.quillworks.mixtool");
+    ClapHost host;
+    clap::Instance instance(std::make_shared<const clap::Plugins>(), mixtool, &host.host);
+    ASSERT_TRUE(instance.init());
+    const auto& effect = instance.effect();
+    Events in, out;
+    instance.flush(in.in(), out.out());
+    out.clear();
+    ASSERT_TRUE(effect.selectSet(1));
+    EXPECT_EQ(host.dirt, 1) << "songs hold which one is heard";
+    VNK::ParameterInfo p{};
+    int moved = 0;
+    for (int i = 0; effect.getParameter(i, p); ++i)
+        if (p.isStored() && !p.has(VNK::isBypass) &&
+            effect.setValue(i, p.defaultValue == p.minimum ? p.maximum : p.minimum))
+            ++moved;
+    EXPECT_GT(moved, 60) << "many, for the queue";
+    instance.flush(in.in(), out.out());
+    out.clear();
+    ASSERT_TRUE(effect.selectSet(0) && effect.selectSet(1));
+    instance.flush(in.in(), out.out());
+    std::map<clap_id, int> begun, ended;
+    for (const auto& event : out.all()) {
+        if (event.header.type == CLAP_EVENT_PARAM_GESTURE_BEGIN) ++begun[event.gesture.param_id];
+        if (event.header.type == CLAP_EVENT_PARAM_GESTURE_END) ++ended[event.gesture.param_id];
+    }
+    EXPECT_GE(int(begun.size()), moved - 10) << "all but what the effect itself derives";
+    EXPECT_EQ(begun, ended);
+    EXPECT_EQ(host.dirt, 3);
+    VNK::StringSink song;
+    ASSERT_TRUE(effect.saveState(song));
+}
+
 /// What LV2 stores of a state and gives back.
 struct Lv2Chunk {
     LV2_URID key, type;

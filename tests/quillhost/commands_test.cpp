@@ -146,8 +146,9 @@ TEST_F(Commands, ExamplesOfTheHelpWork)
         mix.samples.insert(mix.samples.end(), 2, 0.0708 * std::sin(i * 2 * 3.14159265 / 48));
     const int kWav = SF_FORMAT_WAV | SF_FORMAT_PCM_24;
     for (const char* name : {"in.wav", "speech.wav", "mix.wav"}) writeSound(name, mix, kWav);
-    std::filesystem::create_directories("album");
+    for (const char* folder : {"album", "archive"}) std::filesystem::create_directories(folder);
     writeSound("album/one.flac", mix, SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    writeSound("archive/one.wav", mix, kWav);
     expectSilence(run({"preset", "save", "limiter", "loud.fxpreset"}));
     std::filesystem::create_directories("build/release/module");
     std::filesystem::create_symlink(QUILLHOST_MODULE, "build/release/module/quillworks.so");

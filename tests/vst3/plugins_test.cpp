@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "adapters/common/state.h"
+#include "adapters/vst3/instance.h"
 #include "tests/support/every_effect.h"
 #include "tests/vst3/vst3_under_test.h"
 
@@ -129,6 +130,65 @@ TEST(Vst3Programs, AreLoadedByTheControllerAndShownToTheHost)
                       reference.component().toNormalized(i, reference.component().getValue(i)))
                 << p.key;
         }
+}
+
+/// A host that keeps edits together.
+struct GroupHandler {
+    const void* table = &kCalls;
+    std::string course;
+
+    static GroupHandler& of(void* self) { return *static_cast<GroupHandler*>(self); }
+    struct First : v3_funknown {
+        v3_component_handler handler;
+    };
+    struct Second : v3_funknown {
+        v3_component_handler2 handler;
+    };
+    struct Face2 {
+        const Second* table;
+        GroupHandler* owner;
+    };
+    static GroupHandler& of2(void* self) { return *static_cast<Face2*>(self)->owner; }
+    static v3_result ask(void* self, const std::uint8_t* iid, void** object)
+    {
+        const bool isKnown = v3_tuid_match(iid, v3_component_handler2_iid);
+        *object = isKnown ? &of(self).second : nullptr;
+        return isKnown ? V3_OK : V3_NO_INTERFACE;
+    }
+    static const First kCalls;
+    static const Second kCalls2;
+    Face2 second{&kCalls2, this};
+};
+const GroupHandler::First GroupHandler::kCalls{
+    {GroupHandler::ask, kHostObject.ref, kHostObject.unref},
+    {[](void* self, v3_param_id) -> v3_result { return of(self).course += "begin ", V3_OK; },
+     [](void* self, v3_param_id, double) -> v3_result { return of(self).course += "set ", V3_OK; },
+     [](void* self, v3_param_id) -> v3_result { return of(self).course += "end ", V3_OK; },
+     [](void*, std::int32_t) -> v3_result { return V3_OK; }}};
+const GroupHandler::Second GroupHandler::kCalls2{
+    kHostObject,
+    {[](void* self, v3_bool) -> v3_result { return of2(self).course += "dirty ", V3_OK; },
+     [](void*, const char*) -> v3_result { return V3_OK; },
+     [](void* self) -> v3_result { return of2(self).course += "( ", V3_OK; },
+     [](void* self) -> v3_result { return of2(self).course += ") ", V3_OK; }}};
+
+TEST(Vst3Gestures, ASwitchOfSetsIsOneGroupAndAProgramOfTheHostsIsNone)
+{
+    auto plugins = std::make_shared<const vst3::Plugins>();
+    GroupHandler handler;
+    auto* const instance = new vst3::Instance(plugins, plugins->list()[indexOf("compressor")]);
+    instance->setComponentHandler(reinterpret_cast<v3_component_handler**>(&handler));
+    const auto& effect = instance->effect();
+    ASSERT_TRUE(effect.selectSet(1));
+    effect.setValue(effect.findParameter("threshold"), -30);
+    effect.setValue(effect.findParameter("attack"), 1);
+    handler.course.clear();
+    ASSERT_TRUE(effect.selectSet(0));
+    EXPECT_EQ(handler.course, "( begin begin dirty set set end end ) ");
+    handler.course.clear();
+    instance->setParameter(vst3::kProgramParameter, 1);
+    EXPECT_EQ(handler.course, "") << "it is told by a restart";
+    instance->unref();
 }
 
 /// Each automatable parameter once, at a frame of its own.

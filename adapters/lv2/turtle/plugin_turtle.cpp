@@ -19,6 +19,8 @@ namespace {
 
 using turtle::Node;
 
+constexpr const char* kEditor = "<urn:quillworks:editor>";
+
 struct ClassOf {
     std::string_view name, lv2Class;
 };
@@ -115,6 +117,7 @@ std::string turtleHeader()
 @prefix rsz: <http://lv2plug.in/ns/ext/resize-port#> .
 @prefix state: <http://lv2plug.in/ns/ext/state#> .
 @prefix time: <http://lv2plug.in/ns/ext/time#> .
+@prefix ui: <http://lv2plug.in/ns/extensions/ui#> .
 @prefix units: <http://lv2plug.in/ns/extensions/units#> .
 @prefix urid: <http://lv2plug.in/ns/ext/urid#> .
 @prefix work: <http://lv2plug.in/ns/ext/worker#> .
@@ -136,6 +139,19 @@ std::string ownProperties()
                     "Parameters and data of an effect, as the effect itself stores them.") +
            property(kStatePorts, "port values",
                     "Values of the control inputs at the time the state was stored.");
+}
+
+std::string announceEditor(const std::string& binary)
+{
+    return Node()
+        .add("a", "ui:X11UI")
+        .add("ui:binary", turtle::iri(binary))
+        .add("lv2:requiredFeature", "ui:idleInterface , ui:parent")
+        .add("lv2:optionalFeature", "ui:resize , ui:touch , urid:map , opts:options , "
+                                    "<http://lv2plug.in/ns/ext/instance-access>")
+        .add("opts:supportedOption", "ui:scaleFactor")
+        .add("lv2:extensionData", "ui:idleInterface , ui:resize")
+        .of(kEditor);
 }
 
 std::string announce(const Catalogue& catalogue, const Plugin& plugin, const std::string& binary)
@@ -185,6 +201,7 @@ std::string describe(const Catalogue& catalogue, const Plugin& plugin)
         .add("pg:mainInput", groupUri(plugin, "in"))
         .add("pg:mainOutput", groupUri(plugin, "out"))
         .add("lv2:port", turtle::list(describePorts(*effect, plugin)));
+    node.add("ui:ui", kEditor);
     if (hasTexts) node.add("patch:writable", turtle::list(textUris(*effect, plugin)));
     return turtleHeader() + node.of(turtle::iri(plugin.uri)) + describeGroups(*effect, plugin) +
            describeTexts(*effect, plugin);

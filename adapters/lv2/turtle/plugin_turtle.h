@@ -14,6 +14,8 @@ std::string describe(const Catalogue& catalogue, const Plugin& plugin);
 std::string describePresets(const Catalogue& catalogue, const Plugin& plugin);
 /// The manifest's entry for the plug-in and its presets.
 std::string announce(const Catalogue& catalogue, const Plugin& plugin, const std::string& binary);
+/// The one editor, which serves all plug-ins.
+std::string announceEditor(const std::string& binary);
 /// Prefixes and the properties that are ours.
 std::string turtleHeader();
 std::string ownProperties();

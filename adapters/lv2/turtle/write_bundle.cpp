@@ -30,12 +30,12 @@ void check(const Plugin& plugin)
             throw std::runtime_error(plugin.uri + " has two ports " + port.symbol);
 }
 
-void writeBundle(const std::string& folder, const std::string& binary)
+void writeBundle(const std::string& folder, const std::string& binary, const std::string& ui)
 {
     const Catalogue catalogue;
     if (catalogue.plugins().empty()) throw std::runtime_error("the module does not load");
     for (const auto& old : VNK::listFiles(folder.c_str(), ".ttl")) std::filesystem::remove(old);
-    std::string manifest = turtleHeader() + ownProperties();
+    std::string manifest = turtleHeader() + ownProperties() + announceEditor(ui);
     for (const auto& plugin : catalogue.plugins()) {
         check(plugin);
         manifest += announce(catalogue, plugin, binary);
@@ -57,12 +57,12 @@ void writeBundle(const std::string& folder, const std::string& binary)
 
 int main(int argc, char** argv)
 {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: %s FOLDER BINARY\n", argv[0]);
+    if (argc != 4) {
+        std::fprintf(stderr, "usage: %s FOLDER BINARY BINARY_WITH_EDITORS\n", argv[0]);
         return 2;
     }
     try {
-        quillworks::lv2::writeBundle(argv[1], argv[2]);
+        quillworks::lv2::writeBundle(argv[1], argv[2], argv[3]);
         return 0;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "%s: %s\n", argv[0], e.what());

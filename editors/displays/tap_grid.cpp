@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: ISC
+#include "editors/displays/tap_grid.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace quillworks::editors {
+namespace {
+
+constexpr double kSteps = 32;
+constexpr Axis kLevels{-48, 6, false};
+constexpr double kCell = 18, kLeft = 44;  // px
+constexpr double kFullRange = 200;        // px of a drag
+
+}  // namespace
+
+TapGrid::TapGrid(const VNK::SkinBox& box, EffectModel& model)
+    : BoundDisplay(box, model),
+      on_(values("on")),
+      steps_(values("steps")),
+      levels_(values("levels")),
+      pans_(values("pans")),
+      tones_(values("tones")),
+      peaks_(values("peaks")),
+      swing_(value("swing")),
+      length_(value("length")),
+      feedback_(value("feedback")),
+      reduction_(value("reduction")),
+      frozen_(value("frozen")),
+      handles_(model)
+{
+    handles_.all().resize(static_cast<std::size_t>(steps_.count()));
+}
+
+void TapGrid::sized()
+{
+    plot_ = {{kLeft, 10, width() - kLeft - 12, height() - 34 - 3 * (kCell + 4)},
+             {0, kSteps, false},
+             kLevels};
+    place();
+}
+
+/// Where a step lies when each second one comes late.
+double TapGrid::warped(double step) const
+{
+    const double swing = swing_.get(50) / 100;
+    const double pair = 2 * std::floor(step / 2), within = step - pair;
+    return pair + (within < 1 ? 2 * swing * within : 2 * swing + (within - 1) * (2 - 2 * swing));
+}
+
+Rect TapGrid::cell(int tap, Lane lane) const
+{
+    const double w = plot_.area.w / std::max(1, steps_.count());
+    const double y = plot_.area.bottom() + 20 + static_cast<double>(lane) * (kCell + 4);
+    return {plot_.area.x + tap * w + 2, y, w - 4, kCell};
+}
+
+void TapGrid::place()
+{
+    auto& all = handles_.all();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const int tap = static_cast<int>(i);
+        auto& handle = all[i];
+        const auto& area = plot_.area;
+        handle.at = {plot_.across(warped(steps_[tap])), plot_.upWithin(levels_[tap])};
+        handle.x = {steps_.parameter(tap), 0, kSteps, area.x, area.right(), false};
+        handle.y = {levels_.parameter(tap), kLevels.minimum, kLevels.maximum,
+                    area.bottom(),          area.y,          false};
+        handle.wheel = pans_.parameter(tap);
+        handle.isVisible = on_[tap] > 0.5;
+    }
+}
+
+void TapGrid::look(std::vector<double>& numbers) const
+{
+    for (int i = 0; i < steps_.count(); ++i) {
+        for (const auto* v : {&on_, &steps_, &levels_, &pans_, &tones_}) numbers.push_back((*v)[i]);
+        numbers.push_back(std::round(std::max(-60.0, peaks_[i])));
+    }
+    numbers.insert(numbers.end(), {swing_.get(50), length_.get(16), feedback_.get(0),
+                                   std::round(reduction_.get(0) * 4), frozen_.get(0)});
+}
+
+void TapGrid::lookStatic(std::vector<double>& numbers) const
+{
+    numbers.push_back(swing_.get(50));
+}
+
+void TapGrid::drawStatic(Canvas& canvas)
+{
+    const auto& area = plot_.area;
+    drawUp(canvas, plot_, linearTicks(kLevels, 5, true), FiguresAt::Left);
+    for (int step = 0; step <= static_cast<int>(kSteps); ++step) {
+        const double x = plot_.across(warped(step));
+        canvas.vertical(x, area.y, area.bottom(), step % 4 ? Color::Grid : Color::Track);
+        if (step % 4 == 0)
+            canvas.text(Type::Axis, std::to_string(step), x, area.bottom() + 13, Align::Centre,
+                        Color::Text3);
+    }
+    const char* const names[] = {"Tap", "Pan", "Tone"};
+    for (int lane = 0; lane < 3; ++lane)
+        canvas.text(Type::Axis, names[lane], 10, cell(0, static_cast<Lane>(lane)).bottom() - 5,
+                    Align::Left, Color::Text3);
+}
+
+void TapGrid::draw(Canvas& canvas)
+{
+    place();
+    const auto& area = plot_.area;
+    // From where on the pattern comes again.
+    const double end = plot_.across(warped(length_.get(16)));
+    if (end < area.right())
+        canvas.fill({end, area.y, area.right() - end, area.h}, Ink(Color::Raised, 0.35));
+    canvas.vertical(end, area.y, area.bottom(), Color::Accent, Dash::Dashes);
+    canvas.fill({area.x - 1, area.y, 2, area.h}, Color::Output);
+    const double again = feedback_.get(0) / 100;
+    for (int i = 0; i < steps_.count(); ++i) {
+        const bool isOn = on_[i] > 0.5;
+        const auto stem = [&](double step, double level, double opacity) {
+            if (step > kSteps || level <= kLevels.minimum) return;
+            const double x = plot_.across(warped(step)), y = plot_.upWithin(level);
+            canvas.fillRounded({x - 2, y, 4, area.bottom() - y}, 2, Ink(Color::Accent, opacity));
+        };
+        if (isOn) {
+            stem(steps_[i], levels_[i], 0.7);
+            if (again > 0.01)
+                stem(steps_[i] + length_.get(16), levels_[i] + 20 * std::log10(again), 0.25);
+            // What is heard of it.
+            if (peaks_[i] > kLevels.minimum) {
+                const double y = plot_.upWithin(peaks_[i]);
+                canvas.fill({plot_.across(warped(steps_[i])) - 1, y, 2, area.bottom() - y},
+                            Color::Ok);
+            }
+        }
+        const auto square = cell(i, Lane::On);
+        canvas.fillRounded(square, 4, isOn ? Ink(Color::Accent, 0.2) : Ink(Color::Raised));
+        if (isOn) canvas.strokeRounded(square, 4, 0, Color::Accent);
+        canvas.text(Type::Axis, std::to_string(i + 1), square.centre().x, square.bottom() - 5,
+                    Align::Centre, isOn ? Color::Accent : Color::Text2);
+        for (const auto lane : {Lane::Pan, Lane::Tone}) {
+            const auto box = cell(i, lane);
+            const auto& list = lane == Lane::Pan ? pans_ : tones_;
+            canvas.fillRounded(box, 4, Ink(Color::Raised, 0.6));
+            const double middle = box.centre().x, share = list[i] / 100;
+            const double x = middle + share * (box.w / 2 - 3);
+            canvas.fill(
+                {std::min(middle, x), box.y + 3, std::max(1.5, std::abs(x - middle)), box.h - 6},
+                Ink(Color::Accent, isOn ? 0.8 : 0.3));
+        }
+    }
+    handles_.draw(canvas);
+    for (std::size_t i = 0; i < handles_.all().size(); ++i) {
+        const auto& handle = handles_.all()[i];
+        if (handle.isVisible)
+            canvas.text(Type::MeterScale, std::to_string(i + 1), handle.at.x,
+                        std::max(area.y + 8, handle.at.y - 9), Align::Centre, Color::Text2);
+    }
+    if (frozen_.isOn())
+        canvas.text(Type::Axis, "Frozen", area.right() - 4, area.y + 12, Align::Right,
+                    Color::Accent);
+}
+
+bool TapGrid::dragLane(const PointerEvent& event)
+{
+    if (event.action == PointerAction::Release && held_ >= 0) {
+        model().end(held_);
+        held_ = -1;
+        return true;
+    }
+    if (event.action == PointerAction::Move && held_ >= 0) {
+        const double pace = event.modifiers & kShift ? 0.1 : 1;
+        position_ = std::clamp(
+            position_ + static_cast<float>((event.x - last_) * pace / kFullRange), 0.0f, 1.0f);
+        last_ = event.x;
+        model().setPosition(held_, position_);
+        return true;
+    }
+    if (event.action != PointerAction::Press || event.button != 1 || held_ >= 0) return false;
+    for (int i = 0; i < steps_.count(); ++i) {
+        if (cell(i, Lane::On).contains(event.x, event.y) && on_.parameter(i) >= 0) {
+            model().set(on_.parameter(i), on_[i] > 0.5 ? 0 : 1);
+            return true;
+        }
+        for (const auto lane : {Lane::Pan, Lane::Tone}) {
+            const int p = (lane == Lane::Pan ? pans_ : tones_).parameter(i);
+            if (p < 0 || !cell(i, lane).contains(event.x, event.y)) continue;
+            held_ = p;
+            last_ = event.x;
+            position_ = model().position(p);
+            model().begin(p);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool TapGrid::pointer(const PointerEvent& event)
+{
+    place();
+    if (dragLane(event)) return true;
+    bool changed = false;
+    const bool used = handles_.pointer(event, changed);
+    if (changed) damage();
+    return used;
+}
+
+bool TapGrid::wheel(const WheelEvent& event)
+{
+    for (int i = 0; i < steps_.count(); ++i)
+        for (const auto lane : {Lane::Pan, Lane::Tone}) {
+            const int p = (lane == Lane::Pan ? pans_ : tones_).parameter(i);
+            if (p < 0 || !cell(i, lane).contains(event.x, event.y)) continue;
+            const double step = event.modifiers & kShift ? 0.002 : 0.02;
+            model().setPosition(p, model().position(p) + static_cast<float>(step * event.notches));
+            return true;
+        }
+    return handles_.wheel(event);
+}
+
+bool TapGrid::key(const KeyEvent& event)
+{
+    const int tap = std::clamp(handles_.focus(), 0, std::max(0, steps_.count() - 1));
+    if (event.key == Key::Space && on_.parameter(tap) >= 0) {
+        model().set(on_.parameter(tap), on_[tap] > 0.5 ? 0 : 1);
+        return true;
+    }
+    bool changed = false;
+    const bool used = handles_.key(event, changed);
+    if (changed) damage();
+    return used;
+}
+
+void TapGrid::setFocus(bool has)
+{
+    handles_.setFocus(has);
+    damage();
+}
+
+std::string TapGrid::describe() const
+{
+    std::string text = "Taps";
+    for (int i = 0; i < steps_.count(); ++i)
+        if (on_[i] > 0.5)
+            text += ", " + std::to_string(i + 1) + " at " + steps_.text(i) + " " + levels_.text(i) +
+                    " pan " + pans_.text(i) + " tone " + tones_.text(i);
+    return text;
+}
+
+std::string TapGrid::tip(double, double) const
+{
+    return "Drag a ring in time and level, the bars below for pan and tone.";
+}
+
+}  // namespace quillworks::editors
