@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cctype>
 #include <iostream>
+#include <memory>
+#include <utility>
 
 #include "command.h"
 #include "command_texts.h"
@@ -13,6 +15,10 @@ namespace {
 
 enum Kind { Man, Bash, Zsh };
 const std::vector<std::string> kKinds = {"man", "bash", "zsh"};
+
+/// Commands whose first argument is one of a few words.
+constexpr std::pair<const char*, const char*> kActions[] = {
+    {"preset", "save show"}, {"ir", "sweep solve of show"}, {"manual", "man bash zsh"}};
 
 std::string replaced(std::string text, const std::string& what, const std::string& with)
 {
@@ -79,7 +85,10 @@ void printOptions(const CommandTexts& command)
             std::cout << ".I " << roff(option.names[0]) << "\n";
         else
             std::cout << ".B " << roff(joined(option.names, ", "))
-                      << (option.type.empty() ? "" : " \\fI" + roff(option.type) + "\\fP") << "\n";
+                      << (option.type.empty()
+                              ? ""
+                              : std::string(" \\fI").append(roff(option.type)).append("\\fP"))
+                      << "\n";
         std::cout << roff(option.help) << "\n";
     }
 }
@@ -118,8 +127,7 @@ void printMan(const std::vector<CommandTexts>& all)
 
 // Completion. A word that begins an effect's settings is completed by asking the program.
 
-void printBash(const std::vector<CommandTexts>& all){
-    std::cout << R"(# Made by quillhost manual bash.
+constexpr const char* kBashBegin = R"sh(# Made by quillhost manual bash.
 _quillhost_specs()
 {
     local program=$1 word=$2
@@ -128,77 +136,28 @@ _quillhost_specs()
     elif [[ $word == *:* ]]; then
         local before=${word%"${word##*[:,]}"}
         "$program" info "${word%%:*}" --json 2>/dev/null |
-            sed -n 's/^ *"key": "\(.*\)",
-    $ /\1 = / p' | sed "s|^|$before|" else "$program" list-- json 2 > / dev / null | sed -
-                n 's/^.*"name": "\(.*\)",$/\1/p' |
-            tr 'A-Z ' 'a-z-' fi}
+            sed -n 's/^ *"key": "\(.*\)",$/\1=/p' | sed "s|^|$before|"
+    else
+        "$program" list --json 2>/dev/null | sed -n 's/^.*"name": "\(.*\)",$/\1/p' |
+            tr 'A-Z ' 'a-z-'
+    fi
+}
 
 _quillhost()
 {
-    local program = ${COMP_WORDS[0]} line = ${COMP_LINE : 0 : COMP_POINT} command = previous =
-        words = kind = local - a typed read - ra typed < < < "$line"
-#By blanks only : a colon or an equals sign does not end a word here.
-                       local word = [[$line == *[[:space:]]]] ||
-    {
-        word = ${typed[-1]};
-        unset 'typed[-1]';
-    }
-    [[ ${
-#typed[@] } - gt 1]]&& previous = ${typed[-1] }
+    local program=${COMP_WORDS[0]} line=${COMP_LINE:0:COMP_POINT} command= previous= words= kind=
+    local -a typed
+    read -ra typed <<<"$line"
+    # By blanks only: a colon or an equals sign does not end a word here.
+    local word=
+    [[ $line == *[[:space:]] ]] || { word=${typed[-1]}; unset 'typed[-1]'; }
+    [[ ${#typed[@]} -gt 1 ]] && previous=${typed[-1]}
     local each
-    for each in "${typed[@]:1}";
-    do
+    for each in "${typed[@]:1}"; do
         case $each in
-)";
-    std::string names;
-    for (std::size_t i = 1; i < all.size(); ++i) names += (i > 1 ? "|" : "") + all[i].name;
-        std::cout << "            " << names << ") command=$each; break ;;\n"
-                  << "        esac\n    done\n    case $command:$previous in\n";
-        const auto& general = all.front();
-        const auto row = [](const std::string& command, const OptionTexts& option) {
-            std::vector<std::string> patterns;
-            for (const auto& name : option.names) patterns.push_back(command + ":" + name);
-            const auto choices = choicesOf(option.type);
-            const auto action = !choices.empty() ? "words='" + joined(choices, " ") + "'"
-                                : isSpec(option) ? std::string("kind=spec")
-                                : option.type.starts_with("DIR") ? std::string("kind=folder")
-                                : isFile(option)                 ? std::string("kind=file")
-                                                                 : std::string("return");
-            std::cout << "        " << joined(patterns, "|") << ") " << action << " ;;\n";
-        };
-        for (std::size_t i = 1; i < all.size(); ++i)
-            for (const auto& option : all[i].options)
-                if (!option.isArgument && !option.type.empty()) row(all[i].name, option);
-        for (const auto& option : general.options)
-            if (!option.isArgument && !option.type.empty()) row("*", option);
-        std::cout << "        *)\n            case $command in\n";
-        const auto longNames = [](const CommandTexts& command) {
-            std::vector<std::string> found;
-            for (const auto& option : command.options)
-                if (!option.isArgument) found.push_back(option.names.back());
-            return joined(found, " ");
-        };
-        for (const auto& command : all) {
-            bool takesSpec = false, takesFile = false;
-            for (const auto& option : command.options)
-                if (option.isArgument) {
-                    takesSpec = takesSpec || isSpec(option);
-                    takesFile = takesFile || isFile(option);
-                }
-            std::cout << "                '" << command.name << "') words='"
-                      << (command.name.empty() ? replaced(names, "|", " ") + " " : "")
-                      << longNames(command)
-                      << (command.name.empty() ? "" : " --help --quiet --module") << "'";
-            if (command.name == "preset")
-                std::cout << "; [[ $previous == preset ]] && words='save show'";
-            if (command.name == "ir")
-                std::cout << "; [[ $previous == ir ]] && words='sweep solve of show'";
-            if (command.name == "manual") std::cout << "; words='man bash zsh'";
-            if (takesSpec || takesFile)
-                std::cout << "; [[ $word == -* ]] || kind=" << (takesSpec ? "spec" : "file");
-            std::cout << " ;;\n";
-        }
-        std::cout << R"(            esac ;;
+)sh";
+
+constexpr const char* kBashEnd = R"sh(            esac ;;
     esac
     case $kind in
         spec) compopt -o nospace; mapfile -t COMPREPLY < <(
@@ -214,62 +173,19 @@ _quillhost()
     for i in "${!COMPREPLY[@]}"; do COMPREPLY[i]=${COMPREPLY[i]#"$done"}; done
 }
 complete -F _quillhost quillhost
-)";
-}
+)sh";
 
-void printZsh(const std::vector<CommandTexts>& all)
-{
-        const auto quoted = [](const std::string& text) {
-            return replaced(
-                replaced(replaced(replaced(text, "'", "'\\''"), "[", "\\["), "]", "\\]"), ":",
-                "\\:");
-        };
-        const auto value = [&](const OptionTexts& option) {
-            const auto choices = choicesOf(option.type);
-            const auto what = option.isArgument ? option.names[0] : option.type;
-            std::string action = "( )";
-            if (!choices.empty())
-                action = "(" + joined(choices, " ") + ")";
-            else if (isSpec(option))
-                action = "_quillhost_specs";
-            else if (option.type.starts_with("DIR"))
-                action = "_files -/";
-            else if (isFile(option))
-                action = "_files";
-            return ":" + quoted(what) + ":" + action;
-        };
-        const auto printArguments = [&](const CommandTexts& command) {
-            for (const auto& option : command.options) {
-                std::cout << " \\\n                ";
-                if (option.isArgument) {
-                    std::cout << "'*" << value(option) << "'";
-                    continue;
-                }
-                for (const auto& name : option.names)
-                    std::cout << (&name == &option.names.front() ? "" : " ") << "'"
-                              << (option.isRepeatable ? "*" : "") << name << "["
-                              << quoted(option.help) << "]"
-                              << (option.type.empty() ? "" : value(option)) << "'";
-            }
-        };
-        std::cout << R"(#compdef quillhost
+constexpr const char* kZshBegin = R"sh(#compdef quillhost
 # Made by quillhost manual zsh.
 _quillhost_specs()
 {
     local -a found
     if [[ $PREFIX == lv2:* ]]; then
-        found=(${(f)" $(lv2ls 2 > / dev / null | sed 's/^/lv2:/') "})
-            elif[[$PREFIX == *:*]];
-        then local before = $
-        {
-            PREFIX % $
-            {
-                PREFIX## * [:, ]
-            }
-        }
-        found=($before${
-            ^$ {(f)"$($words[1] info ${PREFIX%%:*} --json 2>/dev/null |
-            sed -n 's/^ *"key": "\(.*\)",$/\1=/p')"}})
+        found=(${(f)"$(lv2ls 2>/dev/null | sed 's/^/lv2:/')"})
+    elif [[ $PREFIX == *:* ]]; then
+        local before=${PREFIX%${PREFIX##*[:,]}}
+        found=(${(f)"$(quillhost info ${PREFIX%%:*} --json 2>/dev/null |
+            sed -n 's/^ *"key": "\(.*\)",$/\1=/p' | sed "s|^|$before|")"})
     else
         found=(${(f)"$(quillhost list --json 2>/dev/null |
             sed -n 's/^.*"name": "\(.*\)",$/\1/p' | tr 'A-Z ' 'a-z-')"})
@@ -279,56 +195,146 @@ _quillhost_specs()
 
 _quillhost()
 {
-                    local context state state_descr line typeset - A opt_args local - a commands =
-                        () ";
-                        for (std::size_t i = 1; i < all.size(); ++i) std::cout
-                        << "        '" << all[i].name << ":" << quoted(all[i].summary) << "'\n";
-                    std::cout << "    )\n    _arguments -C";
-                    printArguments(all.front());
-                    std::cout
-                        << " \\\n                '1:command:->command' '*::argument:->argument'\n"
-                        << "    case $state in\n        command) _describe command commands ;;\n"
-                        << "        argument) case $words[1] in\n";
-                    for (std::size_t i = 1; i < all.size(); ++i) {
-                        std::cout << "            " << all[i].name << ") _arguments";
-                        printArguments(all[i]);
-                        std::cout << " ;;\n";
-                    }
-                    std::cout << "        esac ;;\n    esac\n}\n_quillhost \"$@\"\n";
+    local context state state_descr line
+    typeset -A opt_args
+    local -a commands=(
+)sh";
+
+void printBash(const std::vector<CommandTexts>& all)
+{
+    std::string names;
+    for (std::size_t i = 1; i < all.size(); ++i) {
+        if (i > 1) names += '|';
+        names += all[i].name;
+    }
+    std::cout << kBashBegin << "            " << names << ") command=$each; break ;;\n"
+              << "        esac\n    done\n    case $command:$previous in\n";
+    const auto row = [](const std::string& command, const OptionTexts& option) {
+        if (option.isArgument || option.type.empty()) return;
+        std::vector<std::string> patterns;
+        for (const auto& name : option.names) patterns.push_back(command + ":" + name);
+        const auto choices = choicesOf(option.type);
+        std::string action = "return";
+        if (!choices.empty())
+            action = std::string("words='").append(joined(choices, " ")).append("'");
+        else if (isSpec(option))
+            action = "kind=spec";
+        else if (option.type.starts_with("DIR"))
+            action = "kind=folder";
+        else if (isFile(option))
+            action = "kind=file";
+        std::cout << "        " << joined(patterns, "|") << ") " << action << " ;;\n";
+    };
+    for (std::size_t i = 1; i < all.size(); ++i)
+        for (const auto& option : all[i].options) row(all[i].name, option);
+    for (const auto& option : all.front().options) row("*", option);
+    std::cout << "        *)\n            case $command in\n";
+    for (const auto& command : all) {
+        std::vector<std::string> words;
+        bool takesSpec = false, takesFile = false;
+        for (const auto& option : command.options) {
+            if (!option.isArgument) words.push_back(option.names.back());
+            takesSpec = takesSpec || (option.isArgument && isSpec(option));
+            takesFile = takesFile || (option.isArgument && isFile(option));
+        }
+        words.push_back(command.name.empty() ? replaced(names, "|", " ")
+                                             : "--help --quiet --module");
+        std::cout << "                '" << command.name << "') words='" << joined(words, " ")
+                  << "'";
+        if (takesSpec || takesFile)
+            std::cout << "; [[ $word == -* ]] || kind=" << (takesSpec ? "spec" : "file");
+        for (const auto& [name, actions] : kActions)
+            if (command.name == name)
+                std::cout << "; [[ $previous == " << name << " ]] && kind= words='" << actions
+                          << "'";
+        std::cout << " ;;\n";
+    }
+    std::cout << kBashEnd;
+}
+
+void printZsh(const std::vector<CommandTexts>& all)
+{
+    const auto quoted = [](std::string text) {
+        for (const char* c : {"[", "]", ":"}) text = replaced(text, c, std::string("\\") + c);
+        return replaced(text, "'", "'\\''");
+    };
+    const auto value = [&](const OptionTexts& option) {
+        const auto choices = choicesOf(option.type);
+        std::string action = "( )";
+        if (!choices.empty())
+            action = std::string("(").append(joined(choices, " ")).append(")");
+        else if (isSpec(option))
+            action = "_quillhost_specs";
+        else if (option.type.starts_with("DIR"))
+            action = "_files -/";
+        else if (isFile(option))
+            action = "_files";
+        return std::string(":")
+            .append(quoted(option.isArgument ? option.names[0] : option.type))
+            .append(":")
+            .append(action);
+    };
+    const auto printArguments = [&](const CommandTexts& command) {
+        bool hasArgument = false;
+        for (const auto& option : command.options) {
+            if (option.isArgument) {
+                // All further words are alike to the shell.
+                if (!std::exchange(hasArgument, true))
+                    std::cout << " \\\n                '*" << value(option) << "'";
+                continue;
+            }
+            for (const auto& name : option.names)
+                std::cout << " \\\n                '" << (option.isRepeatable ? "*" : "") << name
+                          << "[" << quoted(option.help) << "]"
+                          << (option.type.empty() ? "" : value(option)) << "'";
+        }
+    };
+    std::cout << kZshBegin;
+    for (std::size_t i = 1; i < all.size(); ++i)
+        std::cout << "        '" << all[i].name << ":" << quoted(all[i].summary) << "'\n";
+    std::cout << "    )\n    _arguments -C";
+    printArguments(all.front());
+    std::cout << " \\\n                '1:command:->command' '*::argument:->argument'\n"
+              << "    case $state in\n        command) _describe command commands ;;\n"
+              << "        argument) case $words[1] in\n";
+    for (std::size_t i = 1; i < all.size(); ++i) {
+        std::cout << "            " << all[i].name << ") _arguments";
+        printArguments(all[i]);
+        std::cout << " ;;\n";
+    }
+    std::cout << "        esac ;;\n    esac\n}\n_quillhost \"$@\"\n";
 }
 
 std::function<int(Session&)> declare(CLI::App& app)
 {
-                    auto kind = std::make_shared<std::string>();
-                    addOption(app, "KIND", *kind, "man, bash or zsh");
-                    return [kind](Session&) {
-                        requireArgument(*kind, "man, bash or zsh", "manual");
-                        const auto found = std::find(kKinds.begin(), kKinds.end(), *kind);
-                        if (found == kKinds.end())
-                            throw UsageError("manual does not know " + inQuotes(*kind) +
-                                             " (man, bash, zsh)");
-                        const auto all = commandTexts();
-                        switch (found - kKinds.begin()) {
-                        case Man:
-                            printMan(all);
-                            break;
-                        case Bash:
-                            printBash(all);
-                            break;
-                        default:
-                            printZsh(all);
-                        }
-                        return kDone;
-                    };
+    auto kind = std::make_shared<std::string>();
+    addOption(app, "KIND", *kind, "man, bash or zsh");
+    return [kind](Session&) {
+        requireArgument(*kind, "man, bash or zsh", "manual");
+        const auto found = std::find(kKinds.begin(), kKinds.end(), *kind);
+        if (found == kKinds.end())
+            throw UsageError("manual does not know " + inQuotes(*kind) + " (man, bash, zsh)");
+        const auto all = commandTexts();
+        switch (found - kKinds.begin()) {
+        case Man:
+            printMan(all);
+            break;
+        case Bash:
+            printBash(all);
+            break;
+        default:
+            printZsh(all);
+        }
+        return kDone;
+    };
 }
-            }  // namespace
+}  // namespace
 
-            extern const Command kManual;
-            const Command kManual = {"manual",
-                                     "the manual page, or a shell's completion, of all commands",
-                                     "  quillhost manual man | man -l -\n"
-                                     "  source <(quillhost manual bash)\n"
-                                     "  quillhost manual zsh > ~/.zfunc/_quillhost",
-                                     declare};
+extern const Command kManual;
+const Command kManual = {"manual", "the manual page, or a shell's completion, of all commands",
+                         "  quillhost manual man | man -l -\n"
+                         "  source <(quillhost manual bash)\n"
+                         "  quillhost manual zsh > ~/.zfunc/_quillhost",
+                         declare};
 
 }  // namespace quillhost
