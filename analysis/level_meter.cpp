@@ -375,8 +375,9 @@ void LevelMeterAlgorithm::takeRoom() noexcept
 }
 
 LevelMeterComponent::LevelMeterComponent(LevelMeterAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1", .copiesAtDefaults = true}),
+    : AudioEffectComponent(
+          algorithm,
+          {.viewPrefix = "LevelMeter", .layouts = "stereo;mono;5.1;7.1", .copiesAtDefaults = true}),
       meter_(algorithm)
 {
     // Kept with songs and presets.

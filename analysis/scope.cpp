@@ -140,7 +140,10 @@ void TestScopeAlgorithm::resetCore() noexcept
 
 TestScopeComponent::TestScopeComponent(TestScopeAlgorithm& algorithm)
     : MeterComponent(algorithm,
-                     {.viewPrefix = "TestScope", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
+                     {.viewPrefix = "TestScope",
+                      .kind = "analyser",
+                      .layouts = "stereo;mono;5.1",
+                      .copiesAtDefaults = true},
                      {"trace"}, &configureScope, "arm")
 {}
 

@@ -94,10 +94,12 @@ void configureSpectrum(const MeterComponent<SpectrumMeterAlgorithm>& values, Spe
 SpectrumMeterAlgorithm::SpectrumMeterAlgorithm() : MeterAlgorithm(kParameters) {}
 
 SpectrumMeterComponent::SpectrumMeterComponent(SpectrumMeterAlgorithm& algorithm)
-    : MeterComponent(
-          algorithm,
-          {.viewPrefix = "SpectrumMeter", .kind = "analyser", .layouts = "stereo;mono;5.1", .copiesAtDefaults = true},
-          {"spectrum", "bands", "sonogram"}, &configureSpectrum, "store")
+    : MeterComponent(algorithm,
+                     {.viewPrefix = "SpectrumMeter",
+                      .kind = "analyser",
+                      .layouts = "stereo;mono;5.1",
+                      .copiesAtDefaults = true},
+                     {"spectrum", "bands", "sonogram"}, &configureSpectrum, "store")
 {}
 
 }  // namespace quillworks

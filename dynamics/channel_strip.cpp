@@ -306,7 +306,8 @@ template class SimpleStripCore<double>;
 SimpleStripAlgorithm::SimpleStripAlgorithm() : PrecisionAlgorithm(kParameters) {}
 
 SimpleStripComponent::SimpleStripComponent(SimpleStripAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "SimpleStrip", .kind = "strip", .copiesAtDefaults = true})
+    : AudioEffectComponent(algorithm,
+                           {.viewPrefix = "SimpleStrip", .kind = "strip", .copiesAtDefaults = true})
 {}
 
 }  // namespace quillworks

@@ -288,8 +288,9 @@ bool DualPanAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
 }
 
 DualPanComponent::DualPanComponent(DualPanAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "DualPan", .layouts = "stereo;mono;mono>stereo", .copiesAtDefaults = true})
+    : AudioEffectComponent(
+          algorithm,
+          {.viewPrefix = "DualPan", .layouts = "stereo;mono;mono>stereo", .copiesAtDefaults = true})
 {}
 
 }  // namespace quillworks

@@ -267,7 +267,9 @@ void MixToolAlgorithm::setParameter(Tag tag, float value) noexcept
 }
 
 MixToolComponent::MixToolComponent(MixToolAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1", .copiesAtDefaults = true})
+    : AudioEffectComponent(
+          algorithm,
+          {.viewPrefix = "MixTool", .layouts = "stereo;mono;5.1;7.1", .copiesAtDefaults = true})
 {}
 
 void MixToolComponent::changed(const AlgorithmParameter& parameter, float, Setter by) noexcept

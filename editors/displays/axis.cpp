@@ -51,7 +51,7 @@ std::vector<Tick> frequencyTicks(const Axis& hertz)
     std::vector<Tick> ticks;
     const double low = std::min(hertz.minimum, hertz.maximum) * 0.9999;
     const double high = std::max(hertz.minimum, hertz.maximum) * 1.0001;
-    for (double decade = 1; decade <= high; decade *= 10) {
+    for (double decade = std::pow(10, std::floor(std::log10(low))); decade <= high; decade *= 10) {
         for (int n = 1; n < 10; ++n) {
             const double value = decade * n;
             if (value < low || value > high) continue;

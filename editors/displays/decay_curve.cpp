@@ -51,7 +51,8 @@ void DecayCurve::place()
     auto& all = handles().all();
     const auto& area = plot().area;
     const Grip across{-1, plot().x.minimum, plot().x.maximum, area.x, area.right(), true};
-    const auto set = [&](Handle& handle, double hertz, const Value& frequency, const Value& amount) {
+    const auto set = [&](Handle& handle, double hertz, const Value& frequency,
+                         const Value& amount) {
         handle.at = {std::clamp(plot().across(hertz), area.x, area.right()),
                      plot().upWithin(response(0, hertz))};
         handle.x = across;

@@ -26,7 +26,10 @@ void ResponseDisplay::drawStatic(Canvas& canvas)
         return ticks;
     }();
     drawAcross(canvas, plot_, across, !isSmall());
-    drawUp(canvas, plot_, linearTicks(plot_.y, static_cast<int>(plot_.area.h / 18), true),
+    drawUp(canvas, plot_,
+           plot_.y.isLogarithmic
+               ? frequencyTicks(plot_.y)
+               : linearTicks(plot_.y, static_cast<int>(plot_.area.h / 18), true),
            isSmall() ? FiguresAt::None : FiguresAt::Left);
 }
 

@@ -41,8 +41,8 @@ double SwellCurve::energy(double seconds) const
         return isEqual ? t * std::exp(-a * t) : (std::exp(-a * t) - std::exp(-b * t)) / (b - a);
     };
     const double share = std::min(1.0, swell * 10);  // below a tenth the plain onset fades out
-    return 10 * std::log10(
-                    std::max(1e-12, (1 - share) * plain + share * both(seconds) / both(peakAt)));
+    return 10 *
+           std::log10(std::max(1e-12, (1 - share) * plain + share * both(seconds) / both(peakAt)));
 }
 
 void SwellCurve::look(std::vector<double>& numbers) const

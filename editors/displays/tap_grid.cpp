@@ -34,7 +34,7 @@ TapGrid::TapGrid(const VNK::SkinBox& box, EffectModel& model)
 
 void TapGrid::sized()
 {
-    plot_ = {{kLeft, 10, width() - kLeft - 12, height() - 26 - 3 * (kCell + 4)},
+    plot_ = {{kLeft, 10, width() - kLeft - 12, height() - 34 - 3 * (kCell + 4)},
              {0, kSteps, false},
              kLevels};
     place();
@@ -64,8 +64,8 @@ void TapGrid::place()
         const auto& area = plot_.area;
         handle.at = {plot_.across(warped(steps_[tap])), plot_.upWithin(levels_[tap])};
         handle.x = {steps_.parameter(tap), 0, kSteps, area.x, area.right(), false};
-        handle.y = {levels_.parameter(tap), kLevels.minimum, kLevels.maximum, area.bottom(), area.y,
-                    false};
+        handle.y = {levels_.parameter(tap), kLevels.minimum, kLevels.maximum,
+                    area.bottom(),          area.y,          false};
         handle.wheel = pans_.parameter(tap);
         handle.isVisible = on_[tap] > 0.5;
     }
@@ -143,9 +143,9 @@ void TapGrid::draw(Canvas& canvas)
             canvas.fillRounded(box, 4, Ink(Color::Raised, 0.6));
             const double middle = box.centre().x, share = list[i] / 100;
             const double x = middle + share * (box.w / 2 - 3);
-            canvas.fill({std::min(middle, x), box.y + 3, std::max(1.5, std::abs(x - middle)),
-                         box.h - 6},
-                        Ink(Color::Accent, isOn ? 0.8 : 0.3));
+            canvas.fill(
+                {std::min(middle, x), box.y + 3, std::max(1.5, std::abs(x - middle)), box.h - 6},
+                Ink(Color::Accent, isOn ? 0.8 : 0.3));
         }
     }
     handles_.draw(canvas);
@@ -169,8 +169,8 @@ bool TapGrid::dragLane(const PointerEvent& event)
     }
     if (event.action == PointerAction::Move && held_ >= 0) {
         const double pace = event.modifiers & kShift ? 0.1 : 1;
-        position_ = std::clamp(position_ + static_cast<float>((event.x - last_) * pace / kFullRange),
-                               0.0f, 1.0f);
+        position_ = std::clamp(
+            position_ + static_cast<float>((event.x - last_) * pace / kFullRange), 0.0f, 1.0f);
         last_ = event.x;
         model().setPosition(held_, position_);
         return true;

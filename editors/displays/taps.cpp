@@ -73,9 +73,9 @@ void EchoDisplay::drawStatic(Canvas& canvas)
         for (double q = 0; q <= plot_.x.maximum + 1e-9; q += step) {
             const bool isBar = std::fmod(q, kBar) < 1e-9;
             canvas.vertical(plot_.across(q), area.y, area.bottom(),
-                            isBar                     ? Color::Track
+                            isBar                    ? Color::Track
                             : std::fmod(q, 1) < 1e-9 ? Color::GridEnd
-                                                      : Color::Grid);
+                                                     : Color::Grid);
             if (q + step > plot_.x.maximum || std::fmod(q, 1) > 1e-9) continue;
             const auto text = std::to_string(static_cast<int>(q / kBar) + 1) + "." +
                               std::to_string(static_cast<int>(std::fmod(q, kBar)) + 1);
@@ -89,7 +89,8 @@ void EchoDisplay::drawStatic(Canvas& canvas)
             canvas.vertical(plot_.across(tick.value), area.y, area.bottom(), Color::Grid);
             canvas.text(Type::Axis, tick.text,
                         std::min(plot_.across(tick.value),
-                                 area.right() - canvas.textWidth(Type::Axis, tick.text)) + 3,
+                                 area.right() - canvas.textWidth(Type::Axis, tick.text)) +
+                            3,
                         height() - 7, Align::Left, Color::Text3);
         }
     }
@@ -141,9 +142,10 @@ std::string EchoDisplay::describe() const
     list(echoes_);
     std::string text = "Echoes";
     for (std::size_t i = 0; i < std::min<std::size_t>(8, echoes_.size()); ++i)
-        text += (i ? ", " : " at ") +
-                (isSynced() ? figure(echoes_[i].place, 2) + " beats" : shortTime(echoes_[i].place)) +
-                " " + figure(20 * std::log10(std::max(1e-6, echoes_[i].gain)), 1) + " dB";
+        text +=
+            (i ? ", " : " at ") +
+            (isSynced() ? figure(echoes_[i].place, 2) + " beats" : shortTime(echoes_[i].place)) +
+            " " + figure(20 * std::log10(std::max(1e-6, echoes_[i].gain)), 1) + " dB";
     return text;
 }
 

@@ -129,8 +129,9 @@ _quillhost_specs()
         local before=${word%"${word##*[:,]}"}
         "$program" info "${word%%:*}" --json 2>/dev/null |
             sed -n 's/^ *"key": "\(.*\)",
-    $ /\1 = / p' | sed "s|^|$before|" else "$program" list-- json 2 > / dev / null |
-            sed - n 's/^.*"name": "\(.*\)",$/\1/p' | tr 'A-Z ' 'a-z-' fi}
+    $ /\1 = / p' | sed "s|^|$before|" else "$program" list-- json 2 > / dev / null | sed -
+                n 's/^.*"name": "\(.*\)",$/\1/p' |
+            tr 'A-Z ' 'a-z-' fi}
 
 _quillhost()
 {
@@ -143,7 +144,7 @@ _quillhost()
         unset 'typed[-1]';
     }
     [[ ${
-#typed[@]} -gt 1 ]] && previous=${typed[-1]}
+#typed[@] } - gt 1]]&& previous = ${typed[-1] }
     local each
     for each in "${typed[@]:1}";
     do
@@ -218,54 +219,56 @@ complete -F _quillhost quillhost
 
 void printZsh(const std::vector<CommandTexts>& all)
 {
-    const auto quoted = [](const std::string& text) {
-        return replaced(replaced(replaced(replaced(text, "'", "'\\''"), "[", "\\["), "]", "\\]"),
-                        ":", "\\:");
-    };
-    const auto value = [&](const OptionTexts& option) {
-        const auto choices = choicesOf(option.type);
-        const auto what = option.isArgument ? option.names[0] : option.type;
-        std::string action = "( )";
-        if (!choices.empty())
-            action = "(" + joined(choices, " ") + ")";
-        else if (isSpec(option))
-            action = "_quillhost_specs";
-        else if (option.type.starts_with("DIR"))
-            action = "_files -/";
-        else if (isFile(option))
-            action = "_files";
-        return ":" + quoted(what) + ":" + action;
-    };
-    const auto printArguments = [&](const CommandTexts& command) {
-        for (const auto& option : command.options) {
-            std::cout << " \\\n                ";
-            if (option.isArgument) {
-                std::cout << "'*" << value(option) << "'";
-                continue;
+        const auto quoted = [](const std::string& text) {
+            return replaced(
+                replaced(replaced(replaced(text, "'", "'\\''"), "[", "\\["), "]", "\\]"), ":",
+                "\\:");
+        };
+        const auto value = [&](const OptionTexts& option) {
+            const auto choices = choicesOf(option.type);
+            const auto what = option.isArgument ? option.names[0] : option.type;
+            std::string action = "( )";
+            if (!choices.empty())
+                action = "(" + joined(choices, " ") + ")";
+            else if (isSpec(option))
+                action = "_quillhost_specs";
+            else if (option.type.starts_with("DIR"))
+                action = "_files -/";
+            else if (isFile(option))
+                action = "_files";
+            return ":" + quoted(what) + ":" + action;
+        };
+        const auto printArguments = [&](const CommandTexts& command) {
+            for (const auto& option : command.options) {
+                std::cout << " \\\n                ";
+                if (option.isArgument) {
+                    std::cout << "'*" << value(option) << "'";
+                    continue;
+                }
+                for (const auto& name : option.names)
+                    std::cout << (&name == &option.names.front() ? "" : " ") << "'"
+                              << (option.isRepeatable ? "*" : "") << name << "["
+                              << quoted(option.help) << "]"
+                              << (option.type.empty() ? "" : value(option)) << "'";
             }
-            for (const auto& name : option.names)
-                std::cout << (&name == &option.names.front() ? "" : " ") << "'"
-                          << (option.isRepeatable ? "*" : "") << name << "[" << quoted(option.help)
-                          << "]" << (option.type.empty() ? "" : value(option)) << "'";
-        }
-    };
-    std::cout << R"(#compdef quillhost
+        };
+        std::cout << R"(#compdef quillhost
 # Made by quillhost manual zsh.
 _quillhost_specs()
 {
     local -a found
     if [[ $PREFIX == lv2:* ]]; then
         found=(${(f)" $(lv2ls 2 > / dev / null | sed 's/^/lv2:/') "})
-        elif[[$PREFIX == *:*]];
-    then local before = $
-    {
-        PREFIX % $
+            elif[[$PREFIX == *:*]];
+        then local before = $
         {
-            PREFIX## * [:, ]
+            PREFIX % $
+            {
+                PREFIX## * [:, ]
+            }
         }
-    }
         found=($before${
-        ^$ {(f)"$($words[1] info ${PREFIX%%:*} --json 2>/dev/null |
+            ^$ {(f)"$($words[1] info ${PREFIX%%:*} --json 2>/dev/null |
             sed -n 's/^ *"key": "\(.*\)",$/\1=/p')"}})
     else
         found=(${(f)"$(quillhost list --json 2>/dev/null |
@@ -276,55 +279,56 @@ _quillhost_specs()
 
 _quillhost()
 {
-                local context state state_descr line typeset - A opt_args local - a commands =
-                    () ";
-                    for (std::size_t i = 1; i < all.size(); ++i) std::cout
-                    << "        '" << all[i].name << ":" << quoted(all[i].summary) << "'\n";
-                std::cout << "    )\n    _arguments -C";
-                printArguments(all.front());
-                std::cout << " \\\n                '1:command:->command' '*::argument:->argument'\n"
-                          << "    case $state in\n        command) _describe command commands ;;\n"
-                          << "        argument) case $words[1] in\n";
-                for (std::size_t i = 1; i < all.size(); ++i) {
-                    std::cout << "            " << all[i].name << ") _arguments";
-                    printArguments(all[i]);
-                    std::cout << " ;;\n";
-                }
-                std::cout << "        esac ;;\n    esac\n}\n_quillhost \"$@\"\n";
+                    local context state state_descr line typeset - A opt_args local - a commands =
+                        () ";
+                        for (std::size_t i = 1; i < all.size(); ++i) std::cout
+                        << "        '" << all[i].name << ":" << quoted(all[i].summary) << "'\n";
+                    std::cout << "    )\n    _arguments -C";
+                    printArguments(all.front());
+                    std::cout
+                        << " \\\n                '1:command:->command' '*::argument:->argument'\n"
+                        << "    case $state in\n        command) _describe command commands ;;\n"
+                        << "        argument) case $words[1] in\n";
+                    for (std::size_t i = 1; i < all.size(); ++i) {
+                        std::cout << "            " << all[i].name << ") _arguments";
+                        printArguments(all[i]);
+                        std::cout << " ;;\n";
+                    }
+                    std::cout << "        esac ;;\n    esac\n}\n_quillhost \"$@\"\n";
 }
 
 std::function<int(Session&)> declare(CLI::App& app)
 {
-                auto kind = std::make_shared<std::string>();
-                addOption(app, "KIND", *kind, "man, bash or zsh");
-                return [kind](Session&) {
-                    requireArgument(*kind, "man, bash or zsh", "manual");
-                    const auto found = std::find(kKinds.begin(), kKinds.end(), *kind);
-                    if (found == kKinds.end())
-                        throw UsageError("manual does not know " + inQuotes(*kind) +
-                                         " (man, bash, zsh)");
-                    const auto all = commandTexts();
-                    switch (found - kKinds.begin()) {
-                    case Man:
-                        printMan(all);
-                        break;
-                    case Bash:
-                        printBash(all);
-                        break;
-                    default:
-                        printZsh(all);
-                    }
-                    return kDone;
-                };
+                    auto kind = std::make_shared<std::string>();
+                    addOption(app, "KIND", *kind, "man, bash or zsh");
+                    return [kind](Session&) {
+                        requireArgument(*kind, "man, bash or zsh", "manual");
+                        const auto found = std::find(kKinds.begin(), kKinds.end(), *kind);
+                        if (found == kKinds.end())
+                            throw UsageError("manual does not know " + inQuotes(*kind) +
+                                             " (man, bash, zsh)");
+                        const auto all = commandTexts();
+                        switch (found - kKinds.begin()) {
+                        case Man:
+                            printMan(all);
+                            break;
+                        case Bash:
+                            printBash(all);
+                            break;
+                        default:
+                            printZsh(all);
+                        }
+                        return kDone;
+                    };
 }
-        }  // namespace
+            }  // namespace
 
-        extern const Command kManual;
-        const Command kManual = {"manual",
-                                 "the manual page, or a shell's completion, of all commands",
-                                 "  quillhost manual man | man -l -\n"
-                                 "  source <(quillhost manual bash)\n"
-                                 "  quillhost manual zsh > ~/.zfunc/_quillhost",
-                                 declare};
+            extern const Command kManual;
+            const Command kManual = {"manual",
+                                     "the manual page, or a shell's completion, of all commands",
+                                     "  quillhost manual man | man -l -\n"
+                                     "  source <(quillhost manual bash)\n"
+                                     "  quillhost manual zsh > ~/.zfunc/_quillhost",
+                                     declare};
 
 }  // namespace quillhost
