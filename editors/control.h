@@ -100,6 +100,8 @@ public:
     virtual void check(Fonts&, const Theme&, std::vector<std::string>&) const {}
 
 protected:
+    /// A number with unit to three digits or so, as there is room for: "229.37 Hz" is "229 Hz".
+    static std::string shortened(const std::string& text);
     ControlHost& host() const noexcept { return host_; }
     EffectModel& model() const noexcept { return host_.model(); }
     /// With what texts and rims stand out.

@@ -78,6 +78,12 @@ private:
         return w;
     }
 
+    bool fitsSegments(int parameter, double room) const
+    {
+        const auto texts = choicesOf(host_.model(), parameter);
+        return (widest(Type::Button, texts) + 4) * static_cast<double>(texts.size()) <= room;
+    }
+
     std::unique_ptr<Control> makeControl(const VNK::SkinControl& skin, const Rect& r)
     {
         auto& model = host_.model();
@@ -89,7 +95,9 @@ private:
         if (parameter < 0) return nullptr;
         if (skin.kind == "Knob") return std::make_unique<Knob>(host_, skin, parameter, r);
         if (skin.kind == "Slider") return std::make_unique<Slider>(host_, skin, parameter, r);
-        if (skin.kind == "Segments") return std::make_unique<Segments>(host_, skin, parameter, r);
+        if (skin.kind == "Segments" && (r.isEmpty() || fitsSegments(parameter, r.w)))
+            return std::make_unique<Segments>(host_, skin, parameter, r);
+        if (skin.kind == "Segments") return std::make_unique<Choice>(host_, skin, parameter, r);
         if (skin.kind == "Choice") return std::make_unique<Choice>(host_, skin, parameter, r);
         return std::make_unique<Toggle>(host_, skin, parameter, r);
     }
@@ -110,14 +118,17 @@ private:
             item.most = 320;
         } else if (skin.kind == "Slider") {
             const auto& slider = static_cast<const ParameterControl&>(*control);
-            item.least = label + 6 + widest(Type::Value, slider.sampleTexts());
-            item.good = std::max(item.least, 100.0);
+            const auto texts = slider.sampleTexts();
+            item.least = width(Type::Axis, control->title()) + Slider::kNarrowGap +
+                         widest(Type::Label, texts);
+            item.good = std::max(label + 6 + widest(Type::Value, texts), Slider::kNarrow);
             item.most = 240;
         } else if (skin.kind == "Segments") {
             const auto texts = choicesOf(host_.model(), control->parameter());
             const double segments = static_cast<double>(texts.size()) * widest(Type::Button, texts);
             const auto count = static_cast<double>(texts.size());
-            item.least = segments + count * 6;
+            // Where they do not fit side by side they become a field.
+            item.least = widest(Type::Button, texts) + kChoicePadding + kChoiceArrows;
             item.good = segments + count * kSegmentPadding + label + kLabelGap;
             item.most = 360;
         } else if (skin.kind == "Choice") {
@@ -170,7 +181,8 @@ private:
         double y = r.y + (r.h - kRowHeight) / 2;
         double right = r.right() - 12;
         if (!above.empty() && hasTitle) {
-            const double w = std::min(measure(above[0]).good, 96.0);
+            const double title = 38 + std::ceil(width(Type::CompactTitle, view_.title)) + 8;
+            const double w = std::min(measure(above[0]).good, right - r.x - title);
             add(makeControl(above[0], {right - w, r.y + 3, w, kRowHeight}));
             right -= w + 8;
         } else {
@@ -191,11 +203,11 @@ private:
         for (const auto& control : below) items.push_back(measure(control));
         const auto count = static_cast<double>(below.size());
         if (below.empty()) return;
-        const double gap = below.size() < 3 ? 12 : 6;
-        const double w = (r.w - 24 - gap * (count - 1)) / count;
+        const double gap = below.size() < 3 ? 10 : 6;
+        const double w = (r.w - 16 - gap * (count - 1)) / count;
         for (std::size_t i = 0; i < below.size(); ++i)
             add(makeControl(below[i],
-                            {r.x + 12 + static_cast<double>(i) * (w + gap), y, w, kRowHeight}));
+                            {r.x + 8 + static_cast<double>(i) * (w + gap), y, w, kRowHeight}));
     }
 
     /// Reading order: the header, then panels and displays from the top and the left as they

@@ -10,6 +10,7 @@ namespace {
 constexpr double kInset = 12;     // of rows from a panel's sides
 constexpr double kKnobInset = 8;  // of the first knob
 constexpr double kFoot = 8;       // below the last row
+constexpr double kTight = 5;      // that rows may take of title and foot
 constexpr double kUnderWidth = 76;
 constexpr double kWidestCell = 112;
 constexpr double kImpossible = 1e6;
@@ -111,10 +112,11 @@ Rows bestRows(Items items, const Rect& within)
     for (std::size_t columns = 1; columns <= items.size(); ++columns) {
         const auto rows = (items.size() + columns - 1) / columns;
         double gap = 8;
-        while (gap > 4 && heightOf(rows, gap) > within.h) gap -= 1;
+        while (gap > 0 && heightOf(rows, gap) > within.h) gap -= 1;
         if (heightOf(rows, gap) > within.h + 0.5) continue;
         auto found = inRows(items, columns, within, gap);
-        found.cost += 0.5 * static_cast<double>(rows);
+        // A matrix of many keeps its columns, a few stand in few rows.
+        if (items.size() <= 12) found.cost += 0.5 * static_cast<double>(rows);
         if (found.cost < best.cost) best = std::move(found);
     }
     if (best.places.empty() && !items.empty()) best = inRows(items, items.size(), within, 4);
@@ -166,7 +168,10 @@ std::vector<Rect> layOutPanel(double width, double height, bool hasTitle,
         return h < kLowestKnob ? kImpossible / 10 : std::max(0.0, 84 - h) * 0.8;
     };
     if (!knobs) {
-        auto found = bestRows(rows, inner);
+        auto room = inner;
+        if (const auto tight = bestRows(rows, inner); tight.cost > 100)
+            room = {inner.x, inner.y - 3, inner.w, inner.h + kTight};
+        auto found = bestRows(rows, room);
         best = {found.cost, {}, std::move(found.places)};
     } else if (rows.empty()) {
         Candidate c;

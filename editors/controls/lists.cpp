@@ -104,6 +104,11 @@ void drawField(Canvas& canvas, const Rect& r, const std::string& label, const st
     const double base = r.centre().y + 4;
     const double room = r.w - kChoicePadding - kChoiceArrows;
     const double value = canvas.textWidth(Type::Button, text);
+    if (value > room) {  // all of it, smaller, before the arrows
+        canvas.text(Type::Axis, canvas.fitted(Type::Axis, text, r.w - 8), r.centre().x, base,
+                    Align::Centre, Color::Text);
+        return;
+    }
     const bool hasLabel =
         !label.empty() && canvas.textWidth(Type::Label, label) + kLabelGap + value <= room;
     if (hasLabel)
@@ -169,9 +174,10 @@ void Choice::open()
 
 void Choice::check(Fonts& fonts, const Theme& theme, std::vector<std::string>& problems) const
 {
+    const double room = bounds().w - kChoicePadding - kChoiceArrows;
     for (const auto& text : choicesOf(model(), parameter()))
-        checkText(fonts, theme.face(Type::Button), text,
-                  bounds().w - kChoicePadding - kChoiceArrows, problems);
+        if (widthOf(fonts, theme.face(Type::Button), text) > room)
+            checkText(fonts, theme.face(Type::Axis), text, bounds().w - 8, problems);
 }
 
 }  // namespace quillworks::editors

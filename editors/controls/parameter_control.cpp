@@ -216,7 +216,7 @@ void ParameterControl::openMenu(double x, double y)
     if (!valueField().isEmpty()) menu.entries.push_back({"Enter value…", [this] { enterValue(); }});
     menu.entries.push_back({"Default (" + model().text(parameter_, info().defaultValue) + ")",
                             [this] { setDefault(); }});
-    menu.entries.push_back({"Copy", [this] { host().copyText(describe()); }});
+    menu.entries.push_back({"Copy", [this] { host().copyText(model().text(parameter_)); }});
     ListEntry paste{"Paste", [this] {
                         float read = 0;
                         if (model().read(parameter_, host().pasteText(), read)) setOnce(read);
@@ -251,7 +251,8 @@ std::vector<std::string> ParameterControl::sampleTexts() const
     constexpr int kPlaces = 40;
     for (int i = 0; i <= kPlaces; ++i) {
         const auto at = static_cast<float>(i) / kPlaces;
-        texts.push_back(model().text(parameter_, model().effect().fromNormalized(parameter_, at)));
+        texts.push_back(
+            shortened(model().text(parameter_, model().effect().fromNormalized(parameter_, at))));
     }
     return texts;
 }

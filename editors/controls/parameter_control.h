@@ -18,13 +18,13 @@ public:
     bool wheel(const WheelEvent& event) override;
     bool key(const KeyEvent& event) override;
     Tip tip() const override;
-    std::string describe() const override { return model().text(parameter_); }
+    std::string describe() const override { return shortened(model().text(parameter_)); }
 
     /// Where the value is typed; empty where it is not.
     virtual Rect valueField() const { return {}; }
     /// Texts that may have to be shown: at the ends, and between them.
     std::vector<std::string> sampleTexts() const;
-    void enterValue() { startEntry(describe(), true); }
+    void enterValue() { startEntry(model().text(parameter_), true); }
 
 protected:
     const VNK::ParameterInfo& info() const { return model().info(parameter_); }

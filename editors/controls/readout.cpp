@@ -12,6 +12,13 @@ constexpr double kBarRoom = 60;  // px from which on there is a bar
 constexpr double kBarHeight = 6;
 constexpr double kValueRoom = 56;  // of a bar's value
 
+/// Without its unit, for where there is no room for that.
+std::string bare(const std::string& text)
+{
+    const bool isNumber = text.find_first_of("0123456789") < 2;
+    return isNumber ? text.substr(0, text.find(' ')) : text;
+}
+
 std::string titleOf(const EffectModel& model, const VNK::SkinControl& skin)
 {
     if (const auto at = skin.attributes.find("title"); at != skin.attributes.end())
@@ -59,8 +66,8 @@ float Readout::reading() const
 
 std::string Readout::text(float value) const
 {
-    if (parameter_ >= 0) return model().text(parameter_, value);
-    return meter_ >= 0 ? model().meterText(meter_, value) : "-";
+    if (parameter_ >= 0) return shortened(model().text(parameter_, value));
+    return meter_ >= 0 ? shortened(model().meterText(meter_, value)) : "-";
 }
 
 void Readout::tick(double)
@@ -117,8 +124,9 @@ void Readout::draw(Canvas& canvas)
     if (label + kGap + value > r.w) {  // above each other
         canvas.text(Type::Axis, canvas.fitted(Type::Axis, title(), r.w), r.centre().x, r.y + 9,
                     Align::Centre, Color::Text2);
-        canvas.text(Type::Value, canvas.fitted(Type::Value, shown_, r.w), r.centre().x,
-                    r.bottom() - 3, Align::Centre, Color::Text);
+        canvas.text(Type::Value,
+                    canvas.fitted(Type::Value, value > r.w ? bare(shown_) : shown_, r.w),
+                    r.centre().x, r.bottom() - 3, Align::Centre, Color::Text);
         return;
     }
     canvas.text(Type::Label, title(), r.x, base, Align::Left, Color::Text2);
@@ -147,7 +155,7 @@ void Readout::check(Fonts& fonts, const Theme& theme, std::vector<std::string>& 
 {
     checkText(fonts, theme.face(Type::Axis), title(), bounds().w, problems);
     for (const auto& text : sampleTexts())
-        checkText(fonts, theme.face(Type::Value), text, bounds().w, problems);
+        checkText(fonts, theme.face(Type::Value), bare(text), bounds().w, problems);
 }
 
 }  // namespace quillworks::editors

@@ -24,10 +24,13 @@ void Slider::draw(Canvas& canvas)
     const auto& r = bounds();
     canvas.dim(opacity());
     const auto shown = describe();
-    const double room = r.w - canvas.textWidth(Type::Value, shown) - kBetween;
-    canvas.text(Type::Label, canvas.fitted(Type::Label, title(), room), r.x, r.y + kTextLine,
-                Align::Left, isHovered() || isHeld() ? Color::Text : Color::Text2);
-    canvas.text(Type::Value, shown, r.right(), r.y + kTextLine, Align::Right, Color::Text);
+    const bool isNarrow = r.w < kNarrow;
+    const auto label = isNarrow ? Type::Axis : Type::Label;
+    const auto value = isNarrow ? Type::Label : Type::Value;
+    const double room = r.w - canvas.textWidth(value, shown) - (isNarrow ? kNarrowGap : kBetween);
+    canvas.text(label, canvas.fitted(label, title(), room), r.x, r.y + kTextLine, Align::Left,
+                isHovered() || isHeld() ? Color::Text : Color::Text2);
+    canvas.text(value, shown, r.right(), r.y + kTextLine, Align::Right, Color::Text);
     const double left = r.x + kThumb, length = r.w - 2 * kThumb, y = r.y + kTrackLine;
     const double at = left + position() * length, from = left + origin() * length;
     canvas.fillRounded({r.x, y - kTrack / 2, r.w, kTrack}, kTrack / 2, Color::Track);
@@ -38,10 +41,12 @@ void Slider::draw(Canvas& canvas)
 
 void Slider::check(Fonts& fonts, const Theme& theme, std::vector<std::string>& problems) const
 {
-    const auto& face = theme.face(Type::Label);
+    const bool isNarrow = bounds().w < kNarrow;
+    const auto& face = theme.face(isNarrow ? Type::Axis : Type::Label);
     const double label = fonts.width(face.weight, face.size, title());
     for (const auto& text : sampleTexts())
-        checkText(fonts, theme.face(Type::Value), text, bounds().w - label - kBetween, problems);
+        checkText(fonts, theme.face(isNarrow ? Type::Label : Type::Value), text,
+                  bounds().w - label - (isNarrow ? kNarrowGap : kBetween), problems);
 }
 
 }  // namespace quillworks::editors

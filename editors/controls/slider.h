@@ -13,6 +13,9 @@ public:
     void draw(Canvas& canvas) override;
     Rect valueField() const override;
     void check(Fonts& fonts, const Theme& theme, std::vector<std::string>& problems) const override;
+
+    /// Where there is less room than this its texts are smaller.
+    static constexpr double kNarrow = 100, kNarrowGap = 2;
 };
 
 }  // namespace quillworks::editors
