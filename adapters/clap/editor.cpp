@@ -27,9 +27,9 @@ bool Editor::create(const char* api, bool isFloating)
     const bool isAny = isFloating && (!api || !*api);
     if (!isAny && !isPossible(api)) return false;
     adapters::EditorWindow::Setup setup;
-    setup.effect = effect_;
+    setup.effect = adapters::SwitchedComponent::of(effect_, switch_);
     setup.resources = resourcesFolder();
-    setup.writer = std::make_unique<adapters::TellingWriter>(effect_, listener_);
+    setup.writer = std::make_unique<adapters::TellingWriter>(setup.effect, listener_);
     if (!isFloating)
         setup.window.mayResize = [this](int width, int height) {
             return host_.requestSize(width, height);

@@ -7,6 +7,7 @@
 
 #include "adapters/clap/host.h"
 #include "adapters/editor/editor_window.h"
+#include "adapters/editor/switched_component.h"
 
 namespace quillworks::clap {
 
@@ -15,8 +16,8 @@ class Editor {
 public:
     /// All outlive it.
     Editor(const VNK::HostedEffect& effect, VNK::IEffectListener& listener,
-           const Host& host) noexcept
-        : effect_(effect), listener_(listener), host_(host)
+           adapters::IHostSwitch& hostSwitch, const Host& host) noexcept
+        : effect_(effect), listener_(listener), switch_(hostSwitch), host_(host)
     {}
     ~Editor() { destroy(); }
     Editor(const Editor&) = delete;
@@ -45,6 +46,7 @@ private:
 
     const VNK::HostedEffect& effect_;
     VNK::IEffectListener& listener_;
+    adapters::IHostSwitch& switch_;
     const Host& host_;
     std::unique_ptr<adapters::EditorWindow> window_;
     clap_id timer_ = CLAP_INVALID_ID;

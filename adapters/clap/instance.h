@@ -14,7 +14,7 @@
 
 namespace quillworks::clap {
 
-class Instance final : public VNK::IEffectListener {
+class Instance final : public VNK::IEffectListener, public adapters::IHostSwitch {
 public:
     /// Throws without memory. [any thread]
     Instance(std::shared_ptr<const Plugins> plugins, const Plugin& plugin, const clap_host_t* host);
@@ -65,6 +65,11 @@ public:
     // What the effect says of its own accord.
     void message(const char* name) noexcept override;
     void parameterChanged(std::int32_t index) noexcept override;
+
+    // The switch in the editor.
+    bool isOn() const noexcept override { return isOn_; }
+    void switchByHand(bool isOn) noexcept override;
+
     void editBegun(std::int32_t index) noexcept override { hold(index, true); }
     void editEnded(std::int32_t index) noexcept override { hold(index, false); }
 
@@ -106,7 +111,7 @@ private:
     // What every block looks at comes first.
     adapters::SwitchedEffect<float> running_;
     adapters::SongPosition position_;
-    std::atomic<bool> isOn_{true}, isSideChainOn_{false};
+    std::atomic<bool> isOn_{true}, isSwitched_{false}, isSideChainOn_{false};
     std::atomic<bool> isActive_{false}, isOffline_{false}, hasNews_{false}, isRestartAsked_{false};
     std::atomic<std::uint32_t> latency_{0};  // as the host was told
     std::uint32_t tail_ = 0;                 // the same
@@ -126,7 +131,7 @@ private:
     std::size_t layout_ = 0;
     bool isPreparing_ = false, isRestoring_ = false;
     clap_plugin_t handle_;
-    Editor editor_{effect_, *this, host_};
+    Editor editor_{effect_, *this, *this, host_};
 };
 
 }  // namespace quillworks::clap

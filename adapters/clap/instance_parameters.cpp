@@ -227,6 +227,11 @@ bool Instance::tellValues(const clap_output_events_t& out) noexcept
     if (!hasNews_.exchange(false)) return true;
     for (int place = 0; place < plugin_.parameters.count(); ++place) {
         const auto& row = plugin_.parameters[place];
+        if (row.role == Role::Bypass && isSwitched_.exchange(false) &&
+            !pushValue(out, row.id, present(place))) {
+            isSwitched_ = hasNews_ = true;  // once more with the next block
+            return false;
+        }
         if (row.role != Role::Effect) continue;
         const auto changes = effect_->changeCount(row.index);
         if (told(place).exchange(changes) == changes) continue;
@@ -282,6 +287,14 @@ void Instance::message(const char* name) noexcept
     if (word == "processSetupChanged") checkDelays();
     // What belongs to no parameter: texts, the set that is not heard.
     if (word == "processStateChanged" && !isRestoring_) host_.stateChanged();
+}
+
+void Instance::switchByHand(bool isOn) noexcept
+{
+    isOn_ = isOn;
+    isSwitched_ = true;
+    hasNews_ = true;
+    host_.requestFlush();
 }
 
 void Instance::parameterChanged(std::int32_t) noexcept

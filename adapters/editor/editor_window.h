@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "editors/effect_model.h"
 #include "editors/x11/window.h"
@@ -40,9 +41,9 @@ private:
 /// Sets values on the component as a person's, and has them told to the host by who listens.
 class TellingWriter final : public editors::ParameterWriter {
 public:
-    /// Both outlive the writer.
-    TellingWriter(const VNK::HostedEffect& effect, VNK::IEffectListener& listener) noexcept
-        : effect_(effect), listener_(listener)
+    /// The listener outlives the writer.
+    TellingWriter(VNK::HostedEffect effect, VNK::IEffectListener& listener) noexcept
+        : effect_(std::move(effect)), listener_(listener)
     {}
 
     void begin(int parameter) override { effect_.beginEdit(tag(parameter)); }
@@ -62,7 +63,7 @@ private:
         return info.tag;
     }
 
-    const VNK::HostedEffect& effect_;
+    VNK::HostedEffect effect_;
     VNK::IEffectListener& listener_;
 };
 

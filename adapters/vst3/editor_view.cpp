@@ -48,11 +48,9 @@ template <class F> bool guarded(F&& f) noexcept
 
 }  // namespace
 
-EditorView::EditorView(Instance& instance, const VNK::HostedEffect& effect,
-                       VNK::IEffectListener& listener) noexcept
+EditorView::EditorView(Instance& instance, const VNK::HostedEffect& effect) noexcept
     : instance_(instance),
       effect_(effect),
-      listener_(listener),
       view_{&kViewCalls, this},
       scaling_{&kScaleCalls, this},
       events_{&kEventCalls, this},
@@ -109,9 +107,9 @@ bool EditorView::open() noexcept
     if (window_) return true;
     return guarded([&] {
         adapters::EditorWindow::Setup setup;
-        setup.effect = effect_;
+        setup.effect = adapters::SwitchedComponent::of(effect_, instance_);
         setup.resources = resourcesFolder();
-        setup.writer = std::make_unique<adapters::TellingWriter>(effect_, listener_);
+        setup.writer = std::make_unique<adapters::TellingWriter>(setup.effect, instance_);
         setup.window.hostScale = hostScale_;
         setup.window.mayResize = [this](int width, int height) { return mayResize(width, height); };
         window_ = adapters::EditorWindow::open(std::move(setup));

@@ -15,9 +15,8 @@ class Instance;
 /// The functions have the format's names. It keeps the plug-in until it goes itself. [main thread]
 class EditorView {
 public:
-    /// Starts with one reference. The effect and the listener are the instance's.
-    EditorView(Instance& instance, const VNK::HostedEffect& effect,
-               VNK::IEffectListener& listener) noexcept;
+    /// Starts with one reference. The effect is the instance's.
+    EditorView(Instance& instance, const VNK::HostedEffect& effect) noexcept;
     EditorView(const EditorView&) = delete;
     EditorView& operator=(const EditorView&) = delete;
 
@@ -56,7 +55,6 @@ private:
 
     Instance& instance_;
     const VNK::HostedEffect& effect_;
-    VNK::IEffectListener& listener_;
     std::unique_ptr<adapters::EditorWindow> window_;
     v3_plugin_frame** frame_ = nullptr;  // the host's, which takes it back
     v3_run_loop** loop_ = nullptr;

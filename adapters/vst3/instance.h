@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "adapters/common/switched_effect.h"
+#include "adapters/editor/switched_component.h"
 #include "adapters/vst3/plugins.h"
 #include "adapters/vst3/queues.h"
 
@@ -14,7 +15,7 @@ namespace quillworks::vst3 {
 
 /// The functions have the format's names, and its rules say who calls them when. The controller
 /// keeps the values that the host has shown it; what is heard comes with the blocks' queues.
-class Instance final : public VNK::IEffectListener {
+class Instance final : public VNK::IEffectListener, public adapters::IHostSwitch {
 public:
     /// Throws without memory. [main thread]
     Instance(std::shared_ptr<const Plugins> plugins, const Plugin& plugin);
@@ -95,6 +96,10 @@ public:
     void parameterChanged(std::int32_t index) noexcept override;
     void editBegun(std::int32_t index) noexcept override;
     void editEnded(std::int32_t index) noexcept override;
+
+    // The switch in the editor. [main thread]
+    bool isOn() const noexcept override { return isOn_; }
+    void switchByHand(bool isOn) noexcept override;
 
 private:
     using Role = adapters::OfferedParameter::Role;

@@ -201,7 +201,7 @@ v3_result Instance::setComponentHandler(v3_component_handler** handler) noexcept
 v3_plugin_view** Instance::createView(const char* name) noexcept
 {
     if (!name || std::string_view(name) != "editor") return nullptr;
-    auto* const view = new (std::nothrow) EditorView(*this, effect_, *this);
+    auto* const view = new (std::nothrow) EditorView(*this, effect_);
     return view ? view->handle() : nullptr;
 }
 
@@ -272,6 +272,17 @@ void Instance::parameterChanged(std::int32_t index) noexcept
     told(place) = effect_->changeCount(index);
     const auto id = plugin_.parameters[place].id;
     if (handler_) v3_cpp_obj(handler_)->perform_edit(handler_, id, position);
+}
+
+void Instance::switchByHand(bool isOn) noexcept
+{
+    isOn_ = isOn;
+    for (int place = 0; place < plugin_.parameters.count(); ++place) {
+        if (plugin_.parameters[place].role != Role::Bypass) continue;
+        const auto id = plugin_.parameters[place].id;
+        shown_[static_cast<std::size_t>(place)] = isOn ? 0 : 1;
+        if (isHeard()) v3_cpp_obj(handler_)->perform_edit(handler_, id, isOn ? 0 : 1);
+    }
 }
 
 void Instance::editBegun(std::int32_t index) noexcept

@@ -114,5 +114,5 @@ for round in $(seq "$rounds"); do
   xdotool mouseup 1
   grep -iE 'BadWindow|BadMatch|X Error|Segmentation' "$work/host.log" && fail "round $round: an error of X"
 done
-echo "$rounds rounds"
+echo "$round rounds"
 finish

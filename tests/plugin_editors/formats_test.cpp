@@ -4,6 +4,7 @@
 #include <clap/entry.h>
 #include <clap/events.h>
 #include <clap/ext/gui.h>
+#include <clap/ext/latency.h>
 #include <clap/ext/params.h>
 #include <clap/ext/timer-support.h>
 #include <clap/plugin-factory.h>
@@ -66,6 +67,11 @@ protected:
             settle(idle);
         }
         desktop().release();
+        settle(idle);
+    }
+    template <class Idle> void pressThePower(Idle&& idle)
+    {
+        desktop().click(127, 120);
         settle(idle);
     }
     template <class Idle> static void settle(Idle&& idle)
@@ -192,6 +198,9 @@ TEST_F(PluginEditors, OfClapTellGesturesAndFloat)
         plugin->get_extension(plugin, CLAP_EXT_TIMER_SUPPORT));
     const auto& params =
         *static_cast<const clap_plugin_params_t*>(plugin->get_extension(plugin, CLAP_EXT_PARAMS));
+    const auto& latency =
+        *static_cast<const clap_plugin_latency_t*>(plugin->get_extension(plugin, CLAP_EXT_LATENCY));
+    const auto delay = latency.get(plugin);
     Heard heard;
     clap_output_events_t out{
         &heard, [](const clap_output_events_t* events, const clap_event_header_t* event) {
@@ -220,6 +229,10 @@ TEST_F(PluginEditors, OfClapTellGesturesAndFloat)
         heard = {};
         dragTheThreshold(idle);
         EXPECT_EQ(heard.steps, kOneGesture);
+        heard = {};
+        pressThePower(idle);
+        EXPECT_EQ(heard.steps, std::vector<std::string>{"value"}) << "of the format's switch";
+        EXPECT_EQ(latency.get(plugin), delay) << "which keeps the delay";
         std::uint32_t w = 1300, h = 700;
         EXPECT_TRUE(gui.adjust_size(plugin, &w, &h) && gui.set_size(plugin, w, h));
         EXPECT_TRUE(gui.get_size(plugin, &width, &height) && width == w && height == h && w > 840);
@@ -336,6 +349,9 @@ TEST_F(PluginEditors, OfVst3TellGesturesAndLiveByTheRunLoop)
         host.heard = {};
         dragTheThreshold(idle);
         EXPECT_EQ(host.heard.steps, kOneGesture);
+        host.heard = {};
+        pressThePower(idle);
+        EXPECT_EQ(host.heard.steps, kOneGesture) << "of the format's switch";
         rect = {0, 0, 1300, 700};
         EXPECT_EQ(calls.check_size_constraint(view, &rect), V3_OK);
         EXPECT_EQ(calls.on_size(view, &rect), V3_OK);
