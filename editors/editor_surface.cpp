@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: ISC
 #include "editors/editor_surface.h"
 
-#include "editors/view.h"
+#include "editors/settings.h"
 
 namespace quillworks::editors {
 
@@ -19,6 +19,11 @@ std::unique_ptr<Surface> makeEditorSurface(VNK::IObject* component, const VNK::S
     setup.skin = &skin;
     setup.name = viewName;
     setup.writer = std::move(writer);
+    setup.settings = readSettings();
+    setup.remember = [](const ViewSettings& settings) {
+        std::string reason;  // nobody is there to read it: the view goes on as it was set
+        writeSettings(settings, reason);
+    };
     return std::make_unique<View>(std::move(setup));
 }
 

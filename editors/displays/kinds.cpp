@@ -2,16 +2,20 @@
 // The kinds of display by the names that a skin gives them.
 #include "editors/display.h"
 #include "editors/displays/band_correlation.h"
+#include "editors/displays/band_curve.h"
+#include "editors/displays/band_knobs.h"
 #include "editors/displays/comb_curve.h"
 #include "editors/displays/curve_display.h"
 #include "editors/displays/decay_curve.h"
 #include "editors/displays/filter_curve.h"
 #include "editors/displays/gain_history.h"
+#include "editors/displays/impulse_wave.h"
 #include "editors/displays/level_bars.h"
 #include "editors/displays/loudness.h"
 #include "editors/displays/meters.h"
 #include "editors/displays/mod_wave.h"
 #include "editors/displays/pan_field.h"
+#include "editors/displays/reflections.h"
 #include "editors/displays/shape_curve.h"
 #include "editors/displays/spectrum.h"
 #include "editors/displays/step_bars.h"
@@ -21,6 +25,7 @@
 #include "editors/displays/tap_grid.h"
 #include "editors/displays/taps.h"
 #include "editors/displays/trace.h"
+#include "editors/displays/voice_field.h"
 
 namespace quillworks::editors {
 namespace {
@@ -40,16 +45,20 @@ template <class D> std::unique_ptr<Display> make(const VNK::SkinBox& box, Effect
 /// One row per kind.
 constexpr Kind kKinds[] = {
     {"BandCorrelation", make<BandCorrelation>},
+    {"BandCurve", make<BandCurve>},
+    {"BandKnobs", make<BandKnobs>},
     {"CombCurve", make<CombCurve>},
     {"CurveDisplay", make<CurveDisplay>},
     {"DecayCurve", make<DecayCurve>},
     {"EchoLine", make<EchoLine>},
     {"FilterCurve", make<FilterCurve>},
     {"GainHistory", make<GainHistory>},
+    {"ImpulseWave", make<ImpulseWave>},
     {"Loudness", make<Loudness>},
     {"Meters", make<Meters>},
     {"ModWave", make<ModWave>},
     {"PanField", make<PanField>},
+    {"Reflections", make<Reflections>},
     {"ShapeCurve", make<ShapeCurve>},
     {"Spectrum", make<Spectrum>},
     {"StepBars", make<StepBars>},
@@ -59,6 +68,7 @@ constexpr Kind kKinds[] = {
     {"TapGrid", make<TapGrid>},
     {"Taps", make<Taps>},
     {"Trace", make<Trace>},
+    {"VoiceField", make<VoiceField>},
 };
 
 }  // namespace

@@ -27,9 +27,8 @@ void ResponseDisplay::drawStatic(Canvas& canvas)
     }();
     drawAcross(canvas, plot_, across, !isSmall());
     drawUp(canvas, plot_,
-           plot_.y.isLogarithmic
-               ? frequencyTicks(plot_.y)
-               : linearTicks(plot_.y, static_cast<int>(plot_.area.h / 18), true),
+           plot_.y.isLogarithmic ? frequencyTicks(plot_.y)
+                                 : linearTicks(plot_.y, static_cast<int>(plot_.area.h / 18), true),
            isSmall() ? FiguresAt::None : FiguresAt::Left);
 }
 

@@ -265,6 +265,7 @@ TEST_F(Theme, TruncatedAndContradictoryDocumentsAreRefused)
         {mixtool("<Header/>" + gain + "<Knob key=\"gain\"/></Panel>"), "too narrow"},
         {mixtool(gain + "<Toggle key=\"gain\"/></Panel>"), "does not fit"},
         {mixtool(gain + "<Toggle key=\"nothing\"/></Panel>"), "names no parameter"},
+        {mixtool(gain + "<File key=\"channelflip\"/></Panel>"), "names no text"},
         {mixtool(gain + "</Panel><Display kind=\"Meters\" x=\"5\" y=\"5\" w=\"9\" h=\"9\"/>"),
          "overlaps"},
         {mixtool("<Panel title=\"A\" x=\"1\" y=\"6\" w=\"60\" h=\"20\"/>"), "leaves the form"},
@@ -277,6 +278,19 @@ TEST_F(Theme, TruncatedAndContradictoryDocumentsAreRefused)
     for (const auto& [document, why] : cases)
         EXPECT_NE(refusal(document).find(why), std::string::npos)
             << why << ": " << refusal(document);
+}
+
+TEST_F(Theme, EveryTextOfAnEffectCanBeReached)
+{
+    for (const char* key : {"irfile", "folder", "name"}) {
+        auto document = text;
+        const auto from = document.find(std::string("<File key=\"").append(key));
+        ASSERT_NE(from, std::string::npos) << key;
+        document.erase(from, document.find("/>", from) + 2 - from);
+        EXPECT_NE(refusal(document).find(std::string(key) + "\" cannot be reached"),
+                  std::string::npos)
+            << refusal(document);
+    }
 }
 
 TEST_F(Theme, AMisspeltAttributeIsRefusedOnEveryElement)
@@ -307,7 +321,7 @@ TEST_F(Theme, ADisplayThatNamesAFamilyMakesAllOfItReachable)
         auto document = text;
         return document.replace(from, to - from,
                                 "<Display kind=\"Meters\" " + attribute +
-                                    " x=\"2\" y=\"31\" w=\"101\" h=\"12\"/>");
+                                    " x=\"2\" y=\"22\" w=\"101\" h=\"12\"/>");
     };
     EXPECT_EQ(refusal(withDisplay("level=\"channellevel\"")), "") << "by the key";
     EXPECT_EQ(refusal(withDisplay("level=\"200\"")), "") << "by the base of the tags";

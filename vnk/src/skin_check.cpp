@@ -29,7 +29,7 @@ bool fits(std::string_view control, const ParameterInfo& p)
     if (p.kind == ValueKind::Toggle) return control == "Toggle";
     if (p.kind == ValueKind::List)
         return control == "Segments" || control == "Choice" || control == "Knob";
-    return control == "Knob" || control == "Slider" || control == "File";
+    return control == "Knob" || control == "Slider";
 }
 
 std::string tagText(Tag tag)
@@ -71,6 +71,11 @@ private:
         return false;
     }
 
+    bool failUnreached(const std::string& key, const SkinView& view)
+    {
+        return fail("\"" + key + "\" cannot be reached in " + view.name);
+    }
+
     bool checkPlaces(const SkinView& view)
     {
         for (std::size_t i = 0; i < view.boxes.size(); ++i) {
@@ -110,9 +115,11 @@ private:
             component_.getParameter(i, p);
             const bool mustShow = p.isStored() && p.isAutomatable() && !p.has(isHidden) &&
                                   !p.has(isBypass);  // the header has the bypass switch
-            if (mustShow && !bound.contains(p.key))
-                return fail('"' + std::string(p.key) + "\" cannot be reached in " + view.name);
+            if (mustShow && !bound.contains(p.key)) return failUnreached(p.key, view);
         }
+        TextInfo text;
+        for (int i = 0; component_.getTextInfo(i, text); ++i)
+            if (!bound.contains(text.key)) return failUnreached(text.key, view);
         return true;
     }
 
@@ -121,7 +128,9 @@ private:
     {
         const std::string what = control.kind + " \"" + control.key + "\" of " + view.name;
         const int index = component_.findParameter(control.key.c_str());
-        if (index < 0) {
+        if (control.kind == "File") {
+            if (component_.findText(control.key.c_str()) < 0) return fail(what + " names no text");
+        } else if (index < 0) {
             if (control.kind != "Readout" || !isKnown(control.key))
                 return fail(what + " names no parameter");
         } else {
