@@ -249,7 +249,7 @@ int widthFor(const VNK::SkinBox& panel)
         if (control.kind == "Knob")
             ++knobs;
         else
-            buttons += control.kind == "Choice" ? 16 : 11;
+            buttons += control.kind == "Choice" ? 16 : 13;
     }
     return std::min(kFormWidth - 2 * kMargin, std::max({knobs * 9 + 2, buttons + 2, 11}));
 }

@@ -55,7 +55,7 @@ void Knob::draw(Canvas& canvas)
 
 void Knob::check(Fonts& fonts, const Theme& theme, std::vector<std::string>& problems) const
 {
-    checkText(fonts, theme.face(Type::Label), title(), bounds().w, problems);
+    checkText(fonts, theme.face(Type::Label), title(), bounds().w + 4, problems);
     for (const auto& text : sampleTexts())
         checkText(fonts, theme.face(Type::Value), text, bounds().w, problems);
 }

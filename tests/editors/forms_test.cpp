@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: ISC
+// What every form of every effect owes: nothing cut, and every control does what it shows.
+#include <cmath>
+#include <cstring>
+
+#include "tests/editors/editor_under_test.h"
+#include "tests/support/every_effect.h"
+
+namespace quillworks::test {
+namespace {
+
+using editors::Rect;
+
+std::vector<std::string> formsOf(const std::string& effect)
+{
+    const auto component = VNK::HostedEffect::adopt(createEffect(effect));
+    std::vector<std::string> names;
+    for (int i = 0; const char* name = component.viewName(i); ++i) names.emplace_back(name);
+    return names;
+}
+
+class EveryForm : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(EveryForm, ShowsItsTextsWholeAndNothingOnTopOfAnything)
+{
+    for (const auto& form : formsOf(GetParam())) {
+        EditorUnderTest e(GetParam(), form);
+        for (const auto& problem : e.view().problems()) ADD_FAILURE() << problem;
+    }
+    // The form that is made where the skin has none.
+    EditorUnderTest e(GetParam(), "Unknown/Editor");
+    for (const auto& problem : e.view().problems()) ADD_FAILURE() << problem;
+}
+
+/// Where two pictures differ, in pixels.
+Rect difference(const editors::Image& a, const editors::Image& b)
+{
+    int left = a.width(), top = a.height(), right = 0, bottom = 0;
+    for (int y = 0; y < a.height(); ++y)
+        for (int x = 0; x < a.width(); ++x)
+            if (a.pixels().data[y * a.width() + x] != b.pixels().data[y * b.width() + x]) {
+                left = std::min(left, x);
+                right = std::max(right, x + 1);
+                top = std::min(top, y);
+                bottom = std::max(bottom, y + 1);
+            }
+    if (right <= left) return {};
+    return {double(left), double(top), double(right - left), double(bottom - top)};
+}
+
+editors::Image copyOf(const editors::Image& image)
+{
+    editors::Image copy(image.width(), image.height());
+    std::memcpy(copy.pixels().data, image.pixels().data,
+                static_cast<std::size_t>(image.height()) *
+                    static_cast<std::size_t>(image.pixels().stride));
+    return copy;
+}
+
+TEST_P(EveryForm, DamagedPartsAreDrawnAsTheWholeWouldBe)
+{
+    for (const auto& form : formsOf(GetParam())) {
+        EditorUnderTest e(GetParam(), form, 1.5);
+        for (int i = 0; i < e.effect().countParameters(); ++i) {
+            VNK::ParameterInfo info{};
+            e.effect().getParameter(i, info);
+            if (!info.has(VNK::isReadOnly) && !info.has(VNK::isTrigger))
+                e.effect().setValue(i, info.maximum);
+        }
+        e.window().wait(0.1);
+        const auto parts = copyOf(e.window().picture());
+        editors::Image whole(parts.width(), parts.height());
+        e.view().draw(whole.pixels(), true);
+        EXPECT_TRUE(difference(parts, whole).isEmpty()) << form;
+    }
+}
+
+TEST_P(EveryForm, ControlsFollowTheHandToBothEndsAndTakeTheirOwnText)
+{
+    for (const auto& form : formsOf(GetParam())) {
+        EditorUnderTest e(GetParam(), form);
+        auto& model = e.view().effectModel();
+        for (int page = 0; page < e.view().countPages(); ++page) {
+            e.view().showPage(page);
+            for (auto* control : e.view().controls(page)) {
+                const int parameter = control->parameter();
+                if (parameter < 0 || (control->kind() != "Knob" && control->kind() != "Slider"))
+                    continue;
+                const auto& info = model.info(parameter);
+                SCOPED_TRACE(form + " " + info.key);
+                const auto c = control->bounds().centre();
+                const double y =
+                    control->kind() == "Knob" ? c.y - 8 : control->bounds().bottom() - 4;
+                for (const double way : {-2100.0, 2100.0}) {
+                    e.window().press(c.x, y);
+                    e.window().move(c.x + way, y);
+                    e.window().release(c.x + way, y);
+                    e.window().wait(0.5);
+                    const float end = way < 0 ? info.minimum : info.maximum;
+                    if (!info.wraps) {
+                        EXPECT_EQ(e.effect().getValue(parameter), end);
+                    }
+                }
+                const auto text = control->describe();
+                const auto before = e.effect().getValue(parameter);
+                float read = 0;
+                if (model.read(parameter, text, read))
+                    EXPECT_NEAR(e.effect().toNormalized(parameter, read),
+                                e.effect().toNormalized(parameter, before), 0.01)
+                        << text;
+                else
+                    ADD_FAILURE() << "does not read its own text " << text;
+            }
+        }
+    }
+}
+
+/// A history goes on with time.
+bool isHistory(const editors::View& view, const editors::PixelRect& r)
+{
+    for (const auto* control : view.controls(view.page()))
+        if (control->title() == "GainHistory" &&
+            control->bounds().inset(-1).contains(
+                Rect{double(r.x), double(r.y), double(r.w), double(r.h)}))
+            return true;
+    return false;
+}
+
+TEST_P(EveryForm, NothingIsDrawnWhileNothingChanges)
+{
+    for (const auto& form : formsOf(GetParam())) {
+        EditorUnderTest e(GetParam(), form);
+        e.window().wait(0.5);
+        int drawn = 0;
+        for (int i = 0; i < 30; ++i) {
+            e.view().tick(10 + i / 30.0);
+            for (const auto& r : e.window().draw()) drawn += !isHistory(e.view(), r);
+        }
+        EXPECT_EQ(drawn, 0) << form;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pack, EveryForm, ::testing::ValuesIn(registeredClasses()), className);
+
+TEST(Theme, TextAndMarksStandOutFromTheirGroundInBothVariants)
+{
+    using editors::Color;
+    struct Pair {
+        Color mark, ground;
+        double least;
+    };
+    const Pair pairs[] = {
+        {Color::Text, Color::Panel, 7},      {Color::Text2, Color::Panel, 7},
+        {Color::Text, Color::Well, 7},       {Color::Text3, Color::Well, 4.5},
+        {Color::Text3, Color::Panel, 4.5},   {Color::Text2, Color::Raised, 4.5},
+        {Color::Text, Color::CapTop, 4.5},   {Color::Accent, Color::Panel, 4.5},
+        {Color::OnAccent, Color::Accent, 7}, {Color::Focus, Color::Panel, 3},
+        {Color::Level, Color::Well, 3},      {Color::Output, Color::Well, 3},
+        {Color::Ok, Color::Well, 3},         {Color::Warn, Color::Well, 3},
+    };
+    for (const char* variant : {"dark", "contrast"})
+        for (const char* accent : {"dynamics", "mixing", "distortion", "modulation", "delay",
+                                   "reverb", "analysis", "spatial"}) {
+            const editors::Theme theme(skin(), variant, accent);
+            EXPECT_NE(theme.rgb(Color::Focus), theme.rgb(Color::Accent)) << accent;
+            for (const auto& pair : pairs)
+                EXPECT_GE(editors::contrast(theme.rgb(pair.mark), theme.rgb(pair.ground)),
+                          pair.least)
+                    << variant << " " << accent << " " << static_cast<int>(pair.mark);
+        }
+}
+
+TEST(Text, DigitsAreAllOfOneWidthSoThatValuesStandStill)
+{
+    const auto f = fonts();
+    for (const char* digit : {"1", "4", "8"})
+        EXPECT_EQ(f->width(editors::Weight::Medium, 12, digit),
+                  f->width(editors::Weight::Medium, 12, "0"));
+    EXPECT_EQ(editors::withMinus("-3.5 dB, A-B"), "\u22123.5 dB, A-B");
+    EXPECT_FALSE(f->covers("日本"));
+    EXPECT_TRUE(f->covers("Größe Ø −"));
+}
+
+}  // namespace
+}  // namespace quillworks::test
