@@ -59,9 +59,9 @@ template <class Infos> std::vector<int> family(const Infos& infos, std::string_v
     };
     VNK::Tag base = 0;
     const bool hasBase = isNumber(name, base);
-    // By the tag or the key of the first, or by what all keys begin with.
+    // By the tag or the key of the first, or by what all keys begin with; others name themselves.
     for (const auto& info : infos)
-        if (!hasBase && info.index >= 0 && names(name, info.key, info.tag))
+        if (!hasBase && info.index == 0 && names(name, info.key, info.tag))
             base = info.tag - static_cast<VNK::Tag>(info.index);
     collect([&](const auto& info) {
         return (base && info.tag - static_cast<VNK::Tag>(info.index) == base) ||

@@ -118,8 +118,8 @@ void BandKnobs::draw(Canvas& canvas)
             const double from = std::min(origin, at), to = std::max(origin, at);
             canvas.fill({rect.x + from * rect.w, rect.bottom() - 3, (to - from) * rect.w, 3},
                         Color::Accent);
-            canvas.fill({rect.x + at * (rect.w - 2), rect.y + 2, 2, rect.h - 4}, Color::Text);
-            canvas.text(Type::Value, model().text(p), rect.centre().x, rect.centre().y + 4,
+            canvas.fill({rect.x + at * (rect.w - 2), rect.bottom() - 7, 2, 7}, Color::Text);
+            canvas.text(Type::Value, model().text(p), rect.centre().x, rect.centre().y + 2,
                         Align::Centre, Color::Text);
         }
     }
