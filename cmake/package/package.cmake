@@ -49,12 +49,10 @@ set(documents ${CMAKE_BINARY_DIR}/documents)
 string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(cmake/package/changelog.in ${documents}/changelog.Debian @ONLY)
 configure_file(CHANGELOG.md ${documents}/changelog COPYONLY)
-configure_file(docs/man/quillhost.1 ${documents}/quillhost.1 COPYONLY)
-execute_process(COMMAND gzip -9nf changelog.Debian changelog quillhost.1
+execute_process(COMMAND gzip -9nf changelog.Debian changelog
                 WORKING_DIRECTORY ${documents} COMMAND_ERROR_IS_FATAL ANY)
 install(FILES cmake/package/copyright ${documents}/changelog.Debian.gz ${documents}/changelog.gz
         DESTINATION share/doc/quillworks)
-install(FILES ${documents}/quillhost.1.gz DESTINATION share/man/man1)
 if(TARGET python_native)
   install(FILES cmake/package/copyright ${documents}/changelog.Debian.gz ${documents}/changelog.gz
           DESTINATION share/doc/python3-quillworks COMPONENT python)
