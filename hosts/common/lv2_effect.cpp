@@ -51,8 +51,7 @@ class Lv2Effect final
                          VNK::IEffectPrograms, VNK::IEffectAttributes, VNK::IEffectViews> {
 public:
     explicit Lv2Effect(const LilvPlugin* plugin)
-        : plugin_(plugin),
-          uri_(lilv_node_as_uri(lilv_plugin_get_uri(plugin))),
+        : uri_(lilv_node_as_uri(lilv_plugin_get_uri(plugin))),
           ports_(world(), plugin),
           values_(ports_.controls.size()),
           changes_(ports_.controls.size()),
@@ -290,7 +289,6 @@ private:
     void sendPosition(Voice& voice) noexcept;
     void readLatency(const Voice& voice) noexcept;
 
-    const LilvPlugin* plugin_;
     std::string uri_, takes_;
     Lv2Ports ports_;
     std::vector<float> values_;  // what the control inputs of every instance are connected to
