@@ -45,7 +45,7 @@ template <typename T> void store(std::uint64_t* words, int n, const T* low, cons
 }
 
 #if defined(__has_builtin)
-#if __has_builtin(__builtin_shufflevector)
+#if __has_builtin(__builtin_shufflevector) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
 /// The compiler does not put atomic stores together: interleaved by vectors, a word costs two
 /// thirds.
 void store(std::uint64_t* words, int n, const float* low, const float* high)
