@@ -97,7 +97,7 @@ void CaptureRing::prepare(int channels, double rate, int maxFrames)
 
 void CaptureRing::reset() noexcept
 {
-    resets_.fetch_add(1, std::memory_order_acq_rel);  // odd: it is under way
+    resets_.fetch_add(1);  // odd: it is under way
     claimed_.store(0, std::memory_order_relaxed);
     storedFrom_.store(0, std::memory_order_relaxed);
     written_.store(0, std::memory_order_release);
@@ -131,10 +131,13 @@ template <typename T> void CaptureRing::write(const T* const* x, int n) noexcept
 template void CaptureRing::write(const float* const*, int) noexcept;
 template void CaptureRing::write(const double* const*, int) noexcept;
 
-CaptureRing::Reader::Reader(CaptureRing& ring) noexcept
-    : ring_(ring), resets_(ring.resets_.load(std::memory_order_acquire) & ~1u)
+CaptureRing::Reader::Reader(CaptureRing& ring) noexcept : ring_(ring)
 {
+    // Counted first: a reset that this reader will notice is followed by stored frames alone, so it
+    // gets them from 0 on. Both in the one order of all threads, as the reset and the writer's look
+    // at the readers are.
     ring.readers_.fetch_add(1);
+    resets_ = ring.resets_.load() & ~1u;
     next_ = ring.written();
 }
 
