@@ -41,6 +41,12 @@ TEST(DisplayCurves, FiltersMeetTheirPrototypes)
     EXPECT_NEAR(toDecibel(comb(500, {0.002, 0, 20000, false, 0.5})), 0, 1e-6);
 }
 
+TEST(DisplayCurves, AnAxisWithoutDecadesHasNoLinesInsteadOfEndlessOnes)
+{
+    EXPECT_TRUE(frequencyTicks({0, 1, true}).empty());
+    EXPECT_EQ(frequencyTicks({20, 20000, true}).size(), 28u);
+}
+
 TEST(DisplayCurves, WavesAndShapesHaveTheirLandmarks)
 {
     for (const auto wave : {ModulationWave::Triangle, ModulationWave::Sine}) {

@@ -58,6 +58,31 @@ TEST_F(Hands, DraggingIsOneGestureOf200PixelsForTheRangeAndTenfoldWithShift)
     EXPECT_EQ(e.value("threshold"), std::round(e.value("threshold")));
 }
 
+TEST_F(Hands, ADragBelongsToItsButtonAndOneWhoseReleaseIsLostIsOver)
+{
+    const auto p = e.place("knee"), other = e.place("mix");
+    e.window().press(p.x, p.y);
+    e.click(p, 3);
+    EXPECT_EQ(e.window().popup(), nullptr);
+    e.window().move(p.x, p.y - 50);
+    e.gestures();
+    e.window().release(p.x, p.y - 50);
+    EXPECT_EQ(e.gestures(), "end knee");
+    e.window().wait(1);
+    e.window().press(p.x, p.y);  // its release goes to another window
+    e.window().press(other.x, other.y);
+    e.window().release(other.x, other.y);
+    EXPECT_EQ(e.gestures(), "begin knee, end knee, begin mix, end mix");
+    // A menu that is held open and chosen from gets the release.
+    e.window().press(p.x, p.y, 3);
+    ASSERT_NE(e.window().popup(), nullptr);
+    e.window().key(Key::Escape);
+    e.window().wait(1);
+    e.window().press(other.x, other.y);
+    e.window().release(other.x, other.y);
+    EXPECT_EQ(e.gestures(), "begin mix, end mix");
+}
+
 TEST_F(Hands, ADoubleClickOrDeleteIsTheDefaultAsOneGesture)
 {
     e.effect().setValue(e.effect().findParameter("attack"), 3);
