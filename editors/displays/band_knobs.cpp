@@ -193,6 +193,8 @@ std::string BandKnobs::describe() const
     std::string text = "Bands";
     for (int b = 0; b < bands(); ++b) {
         text += "; " + std::to_string(b + 1);
+        for (const auto& row : switches_)
+            text += ", " + row.values.title(b) + " " + row.values.text(b);
         for (const auto& row : rows_) text += ", " + row.title + " " + row.values.text(b);
     }
     return text;

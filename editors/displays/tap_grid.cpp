@@ -192,9 +192,10 @@ std::string TapGrid::describe() const
 {
     std::string text = "Taps";
     for (int i = 0; i < steps_.count(); ++i)
-        if (on_[i] > 0.5)
-            text += ", " + std::to_string(i + 1) + " at " + steps_.text(i) + " " + levels_.text(i) +
-                    " pan " + pans_.text(i) + " tone " + tones_.text(i);
+        text += ", " + std::to_string(i + 1) +
+                (on_[i] > 0.5 ? " at " + steps_.text(i) + " " + levels_.text(i) + " pan " +
+                                    pans_.text(i) + " tone " + tones_.text(i)
+                              : " off");
     return text;
 }
 
