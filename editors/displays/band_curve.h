@@ -28,6 +28,7 @@ public:
 protected:
     void sized() override;
     void look(std::vector<double>& numbers) const override;
+    void lookChanged() override;
 
 private:
     int bands() const;
@@ -40,6 +41,11 @@ private:
     Values thresholds_, gains_, reductions_, levels_;
     Plot plot_;
     Handles handles_;  // splits, thresholds, gains
+    struct Band {
+        double threshold, gain, level, change;
+    };
+    std::vector<Band> shown_;
+    std::vector<double> edges_;
 };
 
 }  // namespace quillworks::editors

@@ -33,10 +33,7 @@ void BoundDisplay::tick(double seconds)
     if (replace(seenStatic_, now_)) damageStatic();
     now_.clear();
     look(now_);
-    if (replace(seen_, now_)) {
-        lookChanged();
-        damage();
-    }
+    if (replace(seen_, now_)) lookChanged();
 }
 
 double seenDecibels(double db) noexcept

@@ -26,6 +26,7 @@ public:
 protected:
     void sized() override;
     void look(std::vector<double>& numbers) const override;
+    void ticked(double seconds) override;
     void lookStatic(std::vector<double>& numbers) const override;
 
 private:
@@ -37,7 +38,8 @@ private:
     bool dragLane(const PointerEvent& event);
 
     Values on_, steps_, levels_, pans_, tones_, peaks_;
-    Value swing_, length_, feedback_, reduction_, frozen_;
+    Value swing_, length_, feedback_, frozen_;
+    std::vector<double> heard_;  // levels of the taps, dB
     Plot plot_;
     Handles handles_;
     int held_ = -1;  // parameter of a lane

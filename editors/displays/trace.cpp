@@ -7,6 +7,8 @@
 namespace quillworks::editors {
 namespace {
 
+constexpr double kReach = 2;  // px of a stroke
+
 Ink inkOf(std::size_t line)
 {
     if (line == 0) return Color::Accent;
@@ -29,6 +31,7 @@ void Trace::sized()
 {
     area_ = !hasFigures() ? Rect{1, 1, width() - 2, height() - 2}
                           : Rect{34, 8, width() - 46, height() - 32};
+    differences_.clear();
 }
 
 double Trace::span() const
@@ -72,8 +75,20 @@ void Trace::ticked(double)
         now_[c].samples = channels[c]["samples"].numbers();
     }
     if (now_ == lines_) return;
+    const bool areSame = std::equal(now_.begin(), now_.end(), lines_.begin(), lines_.end(),
+                                    [](const Line& a, const Line& b) { return a.name == b.name; });
     lines_.swap(now_);
-    damage();
+    if (!areSame || layout() == Layout::XY) differences_.clear();
+    if (layout() == Layout::XY) return damage();
+    for (std::size_t i = 0; i < lines_.size(); ++i) {
+        const auto plot = plotOf(i);
+        if (differences_.size() == i) {
+            differences_.emplace_back(plot.area, scale(), kReach, std::nan(""));
+            damage();
+        }
+        course(plot, lines_[i].samples);
+        differences_[i].update(points_, [this](const Rect& rect) { damage(rect); });
+    }
 }
 
 void Trace::look(std::vector<double>& numbers) const
