@@ -115,6 +115,7 @@ private:
     std::vector<std::uint32_t> seen_;  // the component's counters
     std::vector<unsigned> counts_;
     std::vector<int> held_;
+    int groups_ = 0;
     std::vector<std::uint32_t> texts_;
     std::uint32_t edits_ = 0;
     std::vector<VNK::MeterInfo> meters_;

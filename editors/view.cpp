@@ -546,12 +546,14 @@ bool View::entryKey(const KeyEvent& event)
         takeEntry();
         return true;
     case TextEntry::Result::TakeAndNext:
-    case TextEntry::Result::TakeAndPrevious:
-        if (takeEntry()) {
-            setKeyboardMode(true);
-            moveFocus(event.modifiers & kShift ? -1 : 1);
-        }
+    case TextEntry::Result::TakeAndPrevious: {
+        const bool isBack = event.modifiers & kShift;
+        const auto goOn = isBack ? nullptr : entry_->request.goOn;
+        if (!takeEntry()) return true;
+        setKeyboardMode(true);
+        if (!goOn || !goOn()) moveFocus(isBack ? -1 : 1);
         return true;
+    }
     }
     return true;
 }

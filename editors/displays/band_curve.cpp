@@ -14,20 +14,19 @@ constexpr Axis kLevels{-60, 18, false};
 }  // namespace
 
 BandCurve::BandCurve(const VNK::SkinBox& box, EffectModel& model)
-    : BoundDisplay(box, model),
+    : HandleDisplay(box, model),
       bands_(value("bands")),
       thresholds_(values("thresholds")),
       gains_(values("gains")),
       reductions_(values("reductions")),
-      levels_(values("levels")),
-      handles_(model)
+      levels_(values("levels"))
 {
     for (const char* name : {"split1", "split2"})
         if (!attribute(name).empty()) splits_.push_back(value(name));
     const auto family = model.parameters(attribute("splits"));
     if (!attribute("splits").empty())
         for (const int p : family) splits_.emplace_back(model, model.info(p).key);
-    handles_.all().resize(splits_.size() + 2 * (splits_.size() + 1));
+    handles().all().resize(splits_.size() + 2 * (splits_.size() + 1));
 }
 
 void BandCurve::sized()
@@ -59,7 +58,7 @@ void BandCurve::place()
     const auto& area = plot_.area;
     const int count = bands();
     std::size_t h = 0;
-    auto& all = handles_.all();
+    auto& all = handles().all();
     for (std::size_t i = 0; i < splits_.size(); ++i) {
         auto& handle = all[h++];
         handle.isVisible = static_cast<int>(i) < count - 1;
@@ -167,37 +166,8 @@ void BandCurve::draw(Canvas& canvas)
     }
     for (int b = 1; b < bands(); ++b)
         canvas.vertical(plot_.across(edge(b)), area.y, area.bottom(), Color::Accent);
-    handles_.draw(canvas);
-    if (const int at = handles_.hovered(); at >= 0 && !isSmall()) {
-        const auto& handle = handles_.all()[static_cast<std::size_t>(at)];
-        const int p = handle.x.exists() ? handle.x.parameter : handle.y.parameter;
-        const auto text = std::string(model().info(p).shortTitle) + " " + model().text(p);
-        const double half = canvas.textWidth(Type::Label, text) / 2;
-        canvas.text(Type::Label, text, std::clamp(handle.at.x, area.x + half, area.right() - half),
-                    std::max(area.y + 12, handle.at.y - 12), Align::Centre, Color::Text);
-    }
-}
-
-bool BandCurve::pointer(const PointerEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.pointer(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-bool BandCurve::key(const KeyEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.key(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-void BandCurve::setFocus(bool has)
-{
-    handles_.setFocus(has);
-    damage();
+    handles().draw(canvas);
+    if (!isSmall()) handles().drawLabel(canvas, area);
 }
 
 std::string BandCurve::describe() const

@@ -5,28 +5,23 @@
 
 #include <vector>
 
-#include "editors/displays/bound_display.h"
 #include "editors/displays/handles.h"
 #include "editors/displays/plot.h"
 
 namespace quillworks::editors {
 
-class BandCurve final : public BoundDisplay {
+class BandCurve final : public HandleDisplay {
 public:
     BandCurve(const VNK::SkinBox& box, EffectModel& model);
 
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
-    bool pointer(const PointerEvent& event) override;
-    bool wheel(const WheelEvent& event) override { return handles_.wheel(event); }
-    bool key(const KeyEvent& event) override;
-    bool takesFocus() const override { return true; }
-    void setFocus(bool has) override;
     std::string describe() const override;
     std::string tip(double x, double y) const override;
 
 protected:
     void sized() override;
+    void place() override;
     void look(std::vector<double>& numbers) const override;
     void lookChanged() override;
 
@@ -34,13 +29,11 @@ private:
     int bands() const;
     /// Lower edge of a band; the upper one of the last is that of the plot.
     double edge(int band) const;
-    void place();
 
     std::vector<Value> splits_;
     Value bands_;
     Values thresholds_, gains_, reductions_, levels_;
     Plot plot_;
-    Handles handles_;  // splits, thresholds, gains
     struct Band {
         double threshold, gain, level, change;
     };

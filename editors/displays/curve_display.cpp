@@ -15,16 +15,15 @@ constexpr Axis kLevels{-60, 0, false};
 }  // namespace
 
 CurveDisplay::CurveDisplay(const VNK::SkinBox& box, EffectModel& model)
-    : BoundDisplay(box, model),
+    : HandleDisplay(box, model),
       threshold_(value("threshold")),
       ratio_(value("ratio")),
       knee_(value("knee")),
       range_(value("range")),
       point_(value("point")),
-      levels_(model, "inlevel"),
-      handles_(model)
+      levels_(model, "inlevel")
 {
-    if (threshold_.parameter() >= 0) handles_.all().resize(1);
+    if (threshold_.parameter() >= 0) handles().all().resize(1);
 }
 
 void CurveDisplay::sized()
@@ -56,8 +55,8 @@ Point CurveDisplay::dot() const
 
 void CurveDisplay::place()
 {
-    if (handles_.all().empty()) return;
-    auto& handle = handles_.all()[0];
+    if (handles().all().empty()) return;
+    auto& handle = handles().all()[0];
     const double threshold = threshold_.get();
     handle.at = {plot_.across(std::clamp(threshold, -60.0, 0.0)),
                  plot_.upWithin(output(threshold))};
@@ -111,30 +110,9 @@ void CurveDisplay::draw(Canvas& canvas)
 {
     place();
     curve_.draw(canvas, *this, [this](Canvas& own) { drawCurve(own); });
-    handles_.draw(canvas);
+    handles().draw(canvas);
+    if (!isSmall()) handles().drawLabel(canvas, plot_.area);
     if (dot_.x == dot_.x) drawDot(canvas, dot_, Color::Text);
-}
-
-bool CurveDisplay::pointer(const PointerEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.pointer(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-bool CurveDisplay::key(const KeyEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.key(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-void CurveDisplay::setFocus(bool has)
-{
-    handles_.setFocus(has);
-    damage();
 }
 
 std::string CurveDisplay::describe() const
