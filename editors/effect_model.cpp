@@ -268,6 +268,12 @@ void EffectModel::endGroup()
     writer_->endGroup();
 }
 
+int EffectModel::chosen(const std::string& what) const
+{
+    const auto choice = choices_.find(what);
+    return choice == choices_.end() ? 0 : choice->second;
+}
+
 float EffectModel::reading(int meter) const noexcept
 {
     return meter >= 0 && meter < countMeters() ? readings_[at(meter)] : kNothing;

@@ -19,7 +19,8 @@ BandCurve::BandCurve(const VNK::SkinBox& box, EffectModel& model)
       thresholds_(values("thresholds")),
       gains_(values("gains")),
       reductions_(values("reductions")),
-      levels_(values("levels"))
+      levels_(values("levels")),
+      choice_(attribute("choice"))
 {
     for (const char* name : {"split1", "split2"})
         if (!attribute(name).empty()) splits_.push_back(value(name));
@@ -79,9 +80,18 @@ void BandCurve::place()
     }
 }
 
+bool BandCurve::pointer(const PointerEvent& event)
+{
+    if (event.action == PointerAction::Press && event.button == 1 && !choice_.empty())
+        for (int b = 0; b < bands(); ++b)
+            if (event.x >= plot_.across(edge(b)) && event.x < plot_.across(edge(b + 1)))
+                model().choose(choice_, b);
+    return HandleDisplay::pointer(event);
+}
+
 void BandCurve::look(std::vector<double>& numbers) const
 {
-    numbers.push_back(bands());
+    numbers.insert(numbers.end(), {double(bands()), double(model().chosen(choice_))});
     for (const auto& split : splits_) numbers.push_back(split.get());
     for (int b = 0; b < bands(); ++b)
         numbers.insert(numbers.end(), {thresholds_[b], gains_[b], std::round(reductions_[b] * 8),
@@ -124,7 +134,7 @@ void BandCurve::draw(Canvas& canvas)
         }
         if (!isSmall())
             canvas.text(Type::Axis, std::to_string(b + 1), left + 8, area.y + 14, Align::Left,
-                        Color::Text3);
+                        isChosen(b) ? Color::Accent : Color::Text3);
     }
     for (int b = 1; b < bands(); ++b)
         canvas.vertical(plot_.across(edge(b)), area.y, area.bottom(), Color::Accent);

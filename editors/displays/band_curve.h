@@ -3,6 +3,7 @@
 // its level and what is taken of it.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "editors/displays/handles.h"
@@ -16,6 +17,7 @@ public:
 
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
+    bool pointer(const PointerEvent& event) override;
     std::string describe() const override;
     std::string tip(double x, double y) const override;
 
@@ -26,12 +28,14 @@ protected:
 
 private:
     int bands() const;
+    bool isChosen(int band) const { return !choice_.empty() && model().chosen(choice_) == band; }
     /// Lower edge of a band; the upper one of the last is that of the plot.
     double edge(int band) const;
 
     std::vector<Value> splits_;
     Value bands_;
     Values thresholds_, gains_, reductions_, levels_;
+    std::string choice_;  // name under which a pressed band is chosen for other displays
     Plot plot_;
 };
 

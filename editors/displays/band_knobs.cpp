@@ -14,7 +14,7 @@ constexpr double kValueWidth = 68;                    // of the text that is typ
 }  // namespace
 
 BandKnobs::BandKnobs(const VNK::SkinBox& box, EffectModel& model)
-    : HandleDisplay(box, model), bands_(value("bands"))
+    : HandleDisplay(box, model), bands_(value("bands")), choice_(attribute("choice"))
 {
     struct Name {
         const char *attribute, *title;
@@ -107,7 +107,7 @@ void BandKnobs::place()
 
 void BandKnobs::look(std::vector<double>& numbers) const
 {
-    numbers.push_back(bands());
+    numbers.insert(numbers.end(), {double(bands()), double(model().chosen(choice_))});
     for (const auto* list : {&rows_, &switches_})
         for (const auto& row : *list)
             for (int b = 0; b < bands(); ++b) numbers.push_back(row.values[b]);
@@ -121,7 +121,8 @@ void BandKnobs::draw(Canvas& canvas)
                     rectOf({static_cast<int>(r), 0}).centre().y + 4, Align::Left, Color::Text2);
     for (int b = 0; b < bands(); ++b) {
         canvas.text(Type::PanelTitle, std::to_string(b + 1), rectOf({0, b}).x + 4, 21, Align::Left,
-                    Color::Text2);
+                    !choice_.empty() && model().chosen(choice_) == b ? Color::Accent
+                                                                     : Color::Text2);
         for (std::size_t s = 0; s < switches_.size(); ++s) {
             const auto rect = rectOf({-1 - static_cast<int>(s), b});
             const bool isOn = switches_[s].values[b] > 0.5;
@@ -158,27 +159,40 @@ void BandKnobs::draw(Canvas& canvas)
         canvas.strokeRounded(rectOf(cellOf(handles().focus())).inset(-2), 5, 2, Color::Focus);
 }
 
+void BandKnobs::choose()
+{
+    if (!choice_.empty()) model().choose(choice_, cellOf(handles().focus()).band);
+}
+
+bool BandKnobs::pointer(const PointerEvent& event)
+{
+    const bool used = HandleDisplay::pointer(event);
+    if (used && event.action == PointerAction::Press) choose();
+    return used;
+}
+
 bool BandKnobs::key(const KeyEvent& event)
 {
     const int first = -static_cast<int>(switches_.size()),
               last = static_cast<int>(rows_.size()) - 1;
     auto cell = cellOf(handles().focus());
     const double by = event.modifiers & kShift ? 0.001 : 0.01;
-    const auto choose = [&](int row, int band) {
+    const auto goTo = [&](int row, int band) {
         cell = {std::clamp(row, first, last), std::clamp(band, 0, bands() - 1)};
         handles().setFocusOn(indexOf(cell));
+        choose();
         damage();
         return true;
     };
     switch (event.key) {
     case Key::Left:
-        return choose(cell.row, cell.band - 1);
+        return goTo(cell.row, cell.band - 1);
     case Key::Right:
-        return choose(cell.row, cell.band + 1);
+        return goTo(cell.row, cell.band + 1);
     case Key::Up:
-        return choose(cell.row - 1, cell.band);
+        return goTo(cell.row - 1, cell.band);
     case Key::Down:
-        return choose(cell.row + 1, cell.band);
+        return goTo(cell.row + 1, cell.band);
     case Key::PageUp:
         return cell.row >= 0 && step(parameterOf(cell), by);
     case Key::PageDown:

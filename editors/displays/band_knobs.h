@@ -15,6 +15,7 @@ public:
 
     void drawStatic(Canvas&) override {}
     void draw(Canvas& canvas) override;
+    bool pointer(const PointerEvent& event) override;
     /// Arrows go from cell to cell, Page Up and Down change the value, Space presses.
     bool key(const KeyEvent& event) override;
     std::string describe() const override;
@@ -40,12 +41,14 @@ private:
     Rect rectOf(const Cell& cell) const;
     int parameterOf(const Cell& cell) const;
     bool find(double x, double y, Cell& cell) const;
+    void choose();
     /// Of its handle in the list: band by band, the switches before the values.
     int indexOf(const Cell& cell) const;
     Cell cellOf(int handle) const;
     int perBand() const { return static_cast<int>(switches_.size() + rows_.size()); }
 
     Value bands_;
+    std::string choice_;  // name under which the band of the focused cell is chosen
     std::vector<Row> rows_, switches_;
 };
 

@@ -6,6 +6,7 @@
 #include "editors/displays/handles.h"
 #include "editors/displays/layer.h"
 #include "editors/displays/plot.h"
+#include "editors/displays/static_gain.h"
 
 namespace quillworks::editors {
 
@@ -30,8 +31,16 @@ private:
     Point dot() const;
     void drawCurve(Canvas& canvas);
 
-    Value threshold_, ratio_, knee_, range_, point_;
-    Values levels_;  // where no `point` is named
+    /// Of families the value of the band that is chosen.
+    double of(const Values& values, double fallback) const;
+    int band() const;
+    bool isOfBand() const { return lowRatio_.exist(); }
+    BandLaw law() const;
+
+    Values threshold_, ratio_, range_, lowThreshold_, lowRatio_, gain_, bandLevels_;
+    Value knee_, point_, amount_;
+    std::string choice_;  // name of what is chosen; empty: nothing is
+    Values levels_;       // where no `point` is named
     Plot plot_;
     std::vector<Point> points_;
     Layer curve_;

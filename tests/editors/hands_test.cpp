@@ -221,6 +221,25 @@ TEST(HandsOnLists, SegmentsAndChoicesSetOneValueAndTheWheelSteps)
     EXPECT_EQ(d.gestures(), "begin routing, routing=" + std::to_string(next) + ", end routing");
 }
 
+TEST(HandsOnDisplays, ABandThatIsPressedIsTheOneWhoseCurveIsShown)
+{
+    EditorUnderTest e("Multiband Dynamics", "MultiBand/Editor");
+    const auto shown = [&](const std::string& kind) {
+        for (auto* control : e.view().controls(0))
+            if (control->title() == kind) return control;
+        throw std::runtime_error("no " + kind);
+    };
+    const auto press = [&](const std::string& kind, double share) {
+        const auto& b = shown(kind)->bounds();
+        e.click({b.x + share * b.w, b.centre().y});
+        e.window().key(Key::Escape);
+        e.window().wait(1);
+        return shown("CurveDisplay")->describe();
+    };
+    EXPECT_TRUE(press("BandKnobs", 0.6).starts_with("Curve of Band 3,"));
+    EXPECT_TRUE(press("BandCurve", 0.95).starts_with("Curve of Band 4,"));
+}
+
 TEST(HandsOnWindows, AViewThatGoesWhileAKnobIsHeldEndsTheGesture)
 {
     const auto effect = VNK::HostedEffect::adopt(createEffect("Compressor"));
