@@ -190,6 +190,7 @@ template <typename T> void SimpleStripCore<T>::processPiece(const AudioBlock<T>&
         levels_.measureOutput(c, piece[c], piece.frames);
         peaks_.measureOutput(piece[c], piece.frames);
     }
+    if (ring_) ring_->write(piece.channel, piece.frames);
 }
 
 template <typename T> void SimpleStripCore<T>::processSlice(const AudioBlock<T>& part) noexcept
@@ -303,11 +304,12 @@ template <typename T> void SimpleStripCore<T>::publish(MeterSlots& meters) noexc
 template class SimpleStripCore<float>;
 template class SimpleStripCore<double>;
 
-SimpleStripAlgorithm::SimpleStripAlgorithm() : PrecisionAlgorithm(kParameters) {}
+SimpleStripAlgorithm::SimpleStripAlgorithm() : DisplayAlgorithm(kParameters) {}
 
 SimpleStripComponent::SimpleStripComponent(SimpleStripAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "SimpleStrip", .kind = "strip", .copiesAtDefaults = true})
+    : DisplayComponent(algorithm,
+                       {.viewPrefix = "SimpleStrip", .kind = "strip", .copiesAtDefaults = true},
+                       {kSpectrumGround})
 {}
 
 }  // namespace quillworks

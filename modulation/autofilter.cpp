@@ -206,6 +206,7 @@ template <typename T> void AutofilterCore<T>::process(const AudioBlock<T>& block
     peaks_.begin();
     forEachSubBlock(
         block, [&](const AudioBlock<T>& part) { processSlice(part, part.offset - block.offset); });
+    if (ring_) ring_->write(block.channel, block.frames);
 }
 
 /// Where a sub-block begins: what moves with the control grid.
@@ -352,10 +353,10 @@ template <typename T> void AutofilterCore<T>::publish(MeterSlots& meters) noexce
 template class AutofilterCore<float>;
 template class AutofilterCore<double>;
 
-AutoFilterAlgorithm::AutoFilterAlgorithm() : PrecisionAlgorithm(kParameters) {}
+AutoFilterAlgorithm::AutoFilterAlgorithm() : DisplayAlgorithm(kParameters) {}
 
 AutoFilterComponent::AutoFilterComponent(AutoFilterAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "AutoFilter", .kind = "filter"})
+    : DisplayComponent(algorithm, {.viewPrefix = "AutoFilter", .kind = "filter"}, {kSpectrumGround})
 {}
 
 void AutoFilterComponent::changed(const AlgorithmParameter& parameter, float before,

@@ -16,11 +16,15 @@ public:
     void draw(Canvas& canvas) override;
 
 protected:
-    ResponseDisplay(const VNK::SkinBox& box, EffectModel& model) : HandleDisplay(box, model) {}
+    ResponseDisplay(const VNK::SkinBox& box, EffectModel& model)
+        : HandleDisplay(box, model), ground_(attribute("ground"))
+    {}
 
     void setAxes(const Axis& hertz, const Axis& decibels);
     const Plot& plot() const noexcept { return plot_; }
     void sized() override;
+    void ticked(double seconds) override;
+    void lookChanged() override { isStale_ = true; }
 
     /// In dB; side 0 is left, or both where there is one curve.
     virtual double response(int side, double hertz) const = 0;
@@ -28,9 +32,15 @@ protected:
     virtual bool isOn() const { return true; }
 
 private:
+    static constexpr Axis kGroundLevels{-78, 0, false};  // dB
+    void readGround();
+
     Plot plot_;
     Graph graph_;
-    std::vector<Point> points_;
+    std::string ground_;  // name of the display that lies behind; empty: none
+    std::vector<Point> groundPoints_, groundNow_;
+    std::vector<Point> points_[2];  // of the curves, as they were when something changed
+    bool isStale_ = true;
 };
 
 }  // namespace quillworks::editors
