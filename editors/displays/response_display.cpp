@@ -17,33 +17,53 @@ void ResponseDisplay::sized()
 {
     plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
                            : Rect{30, 10, width() - 40, height() - 32};
-    isStale_ = true;
+    forget();
+    groundTops_.clear();
     place();
 }
 
+/// Bars of the bands move a little at a time: only the stripe is drawn in which they have moved.
 void ResponseDisplay::ticked(double)
 {
     if (ground_.empty() || isSmall()) return;
-    readGround();
-    if (std::equal(groundNow_.begin(), groundNow_.end(), groundPoints_.begin(), groundPoints_.end(),
-                   [](const Point& a, const Point& b) { return a.x == b.x && a.y == b.y; }))
-        return;
-    groundPoints_.swap(groundNow_);
-    damage();
-}
-
-/// To half a pixel, below which nobody sees a difference.
-void ResponseDisplay::readGround()
-{
-    groundNow_.clear();
     const auto& node = model().display(ground_);
     const auto& hertz = node["frequency"].numbers();
     const auto& level = node["level"].numbers();
-    const double half = 0.5 / scale();
+    const auto n = std::min(hertz.size(), level.size());
     const Plot levels{plot_.area, plot_.x, kGroundLevels};
-    for (std::size_t i = 0; i < std::min(hertz.size(), level.size()); ++i) {
-        const double y = std::isnan(level[i]) ? plot_.area.bottom() : levels.upWithin(level[i]);
-        groundNow_.push_back({plot_.across(hertz[i]), std::round(y / half) * half});
+    const double pixel = 1 / scale();
+    double top = plot_.area.bottom(), bottom = plot_.area.y;
+    if (groundTops_.size() != n) {
+        groundTops_.assign(n, plot_.area.bottom());
+        damage();
+    }
+    groundEdges_.resize(n + 1);
+    for (std::size_t i = 0; i < n; ++i) {
+        // From half way to the neighbours, which lie in equal ratios.
+        const double ratio = i + 1 < n ? hertz[i + 1] / hertz[i] : hertz[i] / hertz[i - (i > 0)];
+        groundEdges_[i] = plot_.across(hertz[i] / std::sqrt(ratio));
+        groundEdges_[i + 1] = plot_.across(hertz[i] * std::sqrt(ratio));
+        double y = plot_.area.bottom();
+        if (level[i] > kGroundLevels.minimum)
+            y = std::round(levels.upWithin(level[i]) / pixel) * pixel;
+        double& was = groundTops_[i];
+        if (y == was) continue;
+        top = std::min({top, y, was});
+        bottom = std::max({bottom, y, was});
+        was = y;
+    }
+    if (top < bottom) damage({plot_.area.x, top - 1, plot_.area.w, bottom - top + 2});
+}
+
+void ResponseDisplay::drawGround(Canvas& canvas) const
+{
+    const auto& area = plot_.area;
+    for (std::size_t i = 0; i < groundTops_.size(); ++i) {
+        const double left = std::max(groundEdges_[i], area.x),
+                     right = std::min(groundEdges_[i + 1], area.right());
+        if (left < right && groundTops_[i] < area.bottom())
+            canvas.fill({left, groundTops_[i], right - left, area.bottom() - groundTops_[i]},
+                        Ink(Color::Level, 0.5));
     }
 }
 
@@ -61,18 +81,14 @@ void ResponseDisplay::drawStatic(Canvas& canvas)
            isSmall() ? FiguresAt::None : FiguresAt::Left);
 }
 
-void ResponseDisplay::draw(Canvas& canvas)
+void ResponseDisplay::drawCurves(Canvas& canvas)
 {
-    place();
-    const double opacity = isOn() ? 1 : 0.35;
     if (std::exchange(isStale_, false))
         for (int side = 0; side < curves(); ++side)
             sampleCurve(points_[side], plot_, 1,
                         [&](double hertz) { return response(side, hertz); });
+    const double opacity = isOn() ? 1 : 0.35;
     graph_.begin(canvas, plot_.area);
-    if (!groundPoints_.empty())
-        graph_.fill(groundPoints_, plot_.area.bottom(), Ink(Color::Level, 0.75),
-                    Ink(Color::Level, 0.35));
     // The right one beneath: where both are the same the left one is seen.
     for (int side = curves() - 1; side >= 0; --side) {
         const auto& points = points_[side];
@@ -83,6 +99,18 @@ void ResponseDisplay::draw(Canvas& canvas)
                       isFirst ? Ink(Color::Accent, opacity) : Ink(Color::Output, 0.8 * opacity));
     }
     graph_.show(canvas);
+}
+
+void ResponseDisplay::draw(Canvas& canvas)
+{
+    place();
+    if (groundTops_.empty()) {
+        drawCurves(canvas);
+    } else {
+        // What moves behind them leaves the curves as they are.
+        drawGround(canvas);
+        layer_.draw(canvas, *this, [this](Canvas& own) { drawCurves(own); });
+    }
     handles().draw(canvas);
     if (!isSmall()) handles().drawLabel(canvas, plot_.area);
 }

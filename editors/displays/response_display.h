@@ -6,6 +6,7 @@
 
 #include "editors/displays/graph.h"
 #include "editors/displays/handles.h"
+#include "editors/displays/layer.h"
 #include "editors/displays/plot.h"
 
 namespace quillworks::editors {
@@ -24,7 +25,7 @@ protected:
     const Plot& plot() const noexcept { return plot_; }
     void sized() override;
     void ticked(double seconds) override;
-    void lookChanged() override { isStale_ = true; }
+    void lookChanged() override { forget(); }
 
     /// In dB; side 0 is left, or both where there is one curve.
     virtual double response(int side, double hertz) const = 0;
@@ -33,12 +34,19 @@ protected:
 
 private:
     static constexpr Axis kGroundLevels{-78, 0, false};  // dB
-    void readGround();
+    void forget() noexcept
+    {
+        isStale_ = true;
+        layer_.forget();
+    }
+    void drawGround(Canvas& canvas) const;
+    void drawCurves(Canvas& canvas);
 
     Plot plot_;
     Graph graph_;
     std::string ground_;  // name of the display that lies behind; empty: none
-    std::vector<Point> groundPoints_, groundNow_;
+    std::vector<double> groundEdges_, groundTops_;  // px, of its bands
+    Layer layer_;                                   // the curves, while something lies behind
     std::vector<Point> points_[2];  // of the curves, as they were when something changed
     bool isStale_ = true;
 };
