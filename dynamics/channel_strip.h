@@ -6,7 +6,7 @@
 
 #include "dsp/crossfade.h"
 #include "dsp/gliding_course.h"
-#include "dynamics/editor_levels.h"
+#include "framework/editor_levels.h"
 #include "dynamics/strip_dynamics.h"
 #include "dynamics/strip_equaliser.h"
 #include "framework/effect_component.h"

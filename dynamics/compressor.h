@@ -7,7 +7,7 @@
 
 #include "dsp/dry_wet.h"
 #include "dsp/zero_crossing_gain.h"
-#include "dynamics/editor_levels.h"
+#include "framework/editor_levels.h"
 #include "dynamics/gain_computer.h"
 #include "dynamics/level_detector.h"
 #include "dynamics/lookahead.h"

@@ -6,7 +6,7 @@
 
 #include "dsp/delay_line.h"
 #include "dsp/smoothed.h"
-#include "dynamics/editor_levels.h"
+#include "framework/editor_levels.h"
 #include "dynamics/expander_gain.h"
 #include "dynamics/gain_smoother.h"
 #include "dynamics/lookahead.h"

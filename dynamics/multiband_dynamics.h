@@ -12,7 +12,7 @@
 #include "dynamics/band_channels.h"
 #include "dynamics/band_learner.h"
 #include "dynamics/band_switches.h"
-#include "dynamics/editor_levels.h"
+#include "framework/editor_levels.h"
 #include "dynamics/gain_computer.h"
 #include "dynamics/gain_history.h"
 #include "dynamics/key_rows.h"
