@@ -152,9 +152,11 @@ template <typename T> void MixToolCore<T>::process(const AudioBlock<T>& block) n
     }
     blockedDc_ = blocksDc_;
     if (!measured_.isOpen()) return;
+    EditorLevels::Inputs heard;  // of the inputs nothing is shown
     for (int done = 0; done < block.frames; done += EditorLevels::kLongest) {
-        const int n = std::min(EditorLevels::kLongest, block.frames - done);
-        for (int c = 0; c < block.channels; ++c) measured_.measureOutput(c, block[c] + done, n);
+        const auto piece = block.slice(done, std::min(EditorLevels::kLongest, block.frames - done));
+        for (int c = 0; c < piece.channels; ++c) measured_.keep(heard, c, piece[c], piece.frames);
+        measured_.measure(heard, piece);
     }
 }
 

@@ -25,6 +25,7 @@ protected:
     void sized() override;
     void place() override;
     void look(std::vector<double>& numbers) const override;
+    void lookChanged() override;
 
 private:
     int bands() const;
@@ -35,8 +36,14 @@ private:
     std::vector<Value> splits_;
     Value bands_;
     Values thresholds_, gains_, reductions_, levels_;
+    int chosen_ = -1;     // band, as it was drawn last
     std::string choice_;  // name under which a pressed band is chosen for other displays
     Plot plot_;
+    struct Band {
+        double threshold, gain, level, change;
+    };
+    std::vector<Band> shown_;
+    std::vector<double> edges_;
 };
 
 }  // namespace quillworks::editors

@@ -3,9 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 namespace quillworks::editors {
+namespace {
+
+constexpr double kReach = 2;  // px of a stroke
+
+}  // namespace
 
 void ResponseDisplay::setAxes(const Axis& hertz, const Axis& decibels)
 {
@@ -17,9 +21,35 @@ void ResponseDisplay::sized()
 {
     plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
                            : Rect{30, 10, width() - 40, height() - 32};
-    forget();
+    layer_.forget();
     groundTops_.clear();
     place();
+    differences_.clear();
+}
+
+void ResponseDisplay::sample()
+{
+    const auto count = static_cast<std::size_t>(curves());
+    if (differences_.size() != count || isOn() != wasOn_) {
+        damage();
+        differences_.clear();
+    }
+    wasOn_ = isOn();
+    for (std::size_t side = 0; side < count; ++side) {
+        auto& course = courses_[side];
+        sampleCurve(course, plot_, 1,
+                    [&](double hertz) { return response(static_cast<int>(side), hertz); });
+        if (differences_.size() == side)
+            differences_.emplace_back(plot_.area, scale(), kReach, plot_.upWithin(0));
+        differences_[side].update(course, [this](const Rect& rect) { damage(rect); });
+    }
+}
+
+void ResponseDisplay::lookChanged()
+{
+    sample();
+    layer_.forget();
+    if (!handles().all().empty()) damage();  // they go with it
 }
 
 /// Bars of the bands move a little at a time: only the stripe is drawn in which they have moved.
@@ -83,17 +113,14 @@ void ResponseDisplay::drawStatic(Canvas& canvas)
 
 void ResponseDisplay::drawCurves(Canvas& canvas)
 {
-    if (std::exchange(isStale_, false))
-        for (int side = 0; side < curves(); ++side)
-            sampleCurve(points_[side], plot_, 1,
-                        [&](double hertz) { return response(side, hertz); });
     const double opacity = isOn() ? 1 : 0.35;
+    if (differences_.empty()) sample();
     graph_.begin(canvas, plot_.area);
     // The right one beneath: where both are the same the left one is seen.
-    for (int side = curves() - 1; side >= 0; --side) {
-        const auto& points = points_[side];
+    for (auto side = differences_.size(); side-- > 0;) {
+        const auto& points = courses_[side];
         const bool isFirst = side == 0;
-        if (isFirst && curves() == 1)
+        if (isFirst && differences_.size() == 1)
             graph_.fill(points, plot_.upWithin(0), Ink(Color::Accent, 0.14 * opacity));
         graph_.stroke(points, isFirst ? 2 : 1.5,
                       isFirst ? Ink(Color::Accent, opacity) : Ink(Color::Output, 0.8 * opacity));

@@ -25,7 +25,7 @@ protected:
     const Plot& plot() const noexcept { return plot_; }
     void sized() override;
     void ticked(double seconds) override;
-    void lookChanged() override { forget(); }
+    void lookChanged() override;
 
     /// In dB; side 0 is left, or both where there is one curve.
     virtual double response(int side, double hertz) const = 0;
@@ -34,21 +34,20 @@ protected:
 
 private:
     static constexpr Axis kGroundLevels{-78, 0, false};  // dB
-    void forget() noexcept
-    {
-        isStale_ = true;
-        layer_.forget();
-    }
     void drawGround(Canvas& canvas) const;
     void drawCurves(Canvas& canvas);
 
     Plot plot_;
+    /// The courses as they are now.
+    void sample();
+
     Graph graph_;
     std::string ground_;  // name of the display that lies behind; empty: none
     std::vector<double> groundEdges_, groundTops_;  // px, of its bands
     Layer layer_;                                   // the curves, while something lies behind
-    std::vector<Point> points_[2];  // of the curves, as they were when something changed
-    bool isStale_ = true;
+    std::vector<Point> courses_[2];
+    std::vector<CourseDifference> differences_;  // of each curve
+    bool wasOn_ = true;
 };
 
 }  // namespace quillworks::editors
