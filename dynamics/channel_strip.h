@@ -6,9 +6,9 @@
 
 #include "dsp/crossfade.h"
 #include "dsp/gliding_course.h"
-#include "framework/editor_levels.h"
 #include "dynamics/strip_dynamics.h"
 #include "dynamics/strip_equaliser.h"
+#include "framework/editor_levels.h"
 #include "framework/effect_component.h"
 #include "framework/peak_levels.h"
 #include "framework/precision_algorithm.h"
