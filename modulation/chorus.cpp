@@ -55,6 +55,7 @@ constexpr std::array kOtherRows{
     Parameter<S>{"bypass", "Bypa"_tag, "Bypass",   Kind::Bypass},
     Parameter<S>{"voicedelay", kVoiceDelay, "Voice Delay", Kind::Reading, 0, 1000 * float(kLongest), 0, "Media.Milliseconds", nullptr, 0, asIs, {}, kDelays},
     Parameter<S>{"effectivedetune", "Eff "_tag, "Effective Detune", Kind::Reading, 0, kMostDetune, 0, "cent"},
+    lfoPhaseRow<S>(),
 };
 // clang-format on
 constexpr LfoFields<S> kLfo{&S::lfoSync, &S::lfoBeats, &S::lfoRate, &S::wave, &S::stereo};
@@ -360,6 +361,7 @@ template <typename T> void ChorusCore<T>::publish(MeterSlots& meters) noexcept
     });
     const double cents = 1200 * std::log2(1 + kept_ * depth_.current() * slope());
     meters.publish("Eff "_tag, static_cast<float>(std::clamp(cents, 0.0, double(kMostDetune))));
+    publishLfoPhase(meters, lfo_.place());
 }
 
 template class ChorusCore<float>;
