@@ -37,6 +37,8 @@ struct TextRequest {
     bool isSelected = true;  // what is typed replaces it
     /// Takes the text; false with a reason that is shown where it is wrong.
     std::function<bool(const std::string& text, std::string& reason)> take;
+    /// After Tab has taken it: opens the next field of the same owner; false where there is none.
+    std::function<bool()> goOn;
 };
 
 /// What a control asks of its view.

@@ -5,11 +5,24 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "editors/canvas.h"
 #include "editors/effect_model.h"
 
 namespace quillworks::editors {
+
+/// What a hand moves in a display: by pointer, wheel and keys, or by typing it.
+struct Grasp {
+    Rect at;  // a press within takes it
+    /// Parameters that it moves sideways and up, and that the wheel turns; -1: none. The same one
+    /// twice: right or up is more.
+    int across = -1, up = -1, wheel = -1;
+    bool isSwitch = false;  // pressed, not moved
+    Rect value;             // where its value is written: a click there types another
+    /// Each once, in the order in which they are typed.
+    std::vector<int> parameters() const;
+};
 
 /// Places are in logical pixels from its own left upper corner. The well behind it, and its rim,
 /// are the view's.
@@ -41,6 +54,10 @@ public:
     /// Whether Tab stops here: where it has handles.
     virtual bool takesFocus() const { return false; }
     virtual void setFocus(bool) {}
+    /// All that can be moved now, and which of them the keys move; -1: none.
+    virtual std::vector<Grasp> grasps() { return {}; }
+    virtual int focusedGrasp() const { return -1; }
+    virtual void focusGrasp(int) {}
 
     /// For the list of texts of a form: what it shows now, in a line.
     virtual std::string describe() const = 0;

@@ -124,6 +124,7 @@ EffectModel::~EffectModel()
     // A hand that held something when the window went has let go.
     for (int i = 0; i < countParameters(); ++i)
         while (isHeld(i)) end(i);
+    while (groups_ > 0) endGroup();
     if (isOpen_) displays_->setDisplaysOpen(false);
     effect_.setEditorOpen(false);
 }
@@ -256,12 +257,21 @@ void EffectModel::end(int parameter)
 
 void EffectModel::beginGroup()
 {
+    ++groups_;
     writer_->beginGroup();
 }
 
 void EffectModel::endGroup()
 {
+    if (groups_ == 0) return;
+    --groups_;
     writer_->endGroup();
+}
+
+int EffectModel::chosen(const std::string& what) const
+{
+    const auto choice = choices_.find(what);
+    return choice == choices_.end() ? 0 : choice->second;
 }
 
 float EffectModel::reading(int meter) const noexcept

@@ -76,6 +76,10 @@ public:
     void endGroup();
     bool isHeld(int parameter) const { return held_[at(parameter)] > 0; }
 
+    /// What one display has chosen for the others of its view, such as a "band"; no parameter.
+    int chosen(const std::string& what) const;
+    void choose(const std::string& what, int index) { choices_[what] = index; }
+
     // Meters. The list depends on the channels; whoever keeps indices asks again when layout()
     // changes.
     unsigned layout() const noexcept { return layout_; }
@@ -115,11 +119,13 @@ private:
     std::vector<std::uint32_t> seen_;  // the component's counters
     std::vector<unsigned> counts_;
     std::vector<int> held_;
+    int groups_ = 0;
     std::vector<std::uint32_t> texts_;
     std::uint32_t edits_ = 0;
     std::vector<VNK::MeterInfo> meters_;
     std::vector<float> readings_;
     std::map<std::string, Shown> shown_;
+    std::map<std::string, int> choices_;
     unsigned changes_ = 0, layout_ = 0, ticks_ = 0;
     bool isOpen_ = false;  // displays
     double seconds_ = 0;

@@ -107,8 +107,8 @@ public:
     virtual void setSize(int width, int height) = 0;
     virtual double scale() const = 0;
     virtual void setScale(double scale) = 0;
-    /// Time goes on: meters are read, and what has changed becomes damage. Some 30 times a second
-    /// while the window is seen.
+    /// Time goes on: meters are read, and what has changed becomes damage. Once before anything is
+    /// drawn, then some 30 times a second while the window is seen.
     virtual void tick(double seconds) = 0;
     /// Draws what has changed since the last call into the picture, which still holds what it was
     /// given then (`all` where it does not), and tells where.

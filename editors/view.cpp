@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "editors/controls/display_control.h"
 #include "editors/layout.h"
@@ -351,15 +352,26 @@ void View::pointer(const PointerEvent& event)
         if (event.action != PointerAction::Leave) hideTip();
     }
     pointer_ = {own.x, own.y};
+    const bool isPress = event.action == PointerAction::Press;
+    const bool isRelease = event.action == PointerAction::Release;
+    // One button at a time: what another does in the midst of a drag is nobody's.
+    if (held_ && (isPress || isRelease) && event.button != heldButton_) return;
+    if (held_ && isPress) {  // a menu or another window has got its release
+        auto missed = own;
+        missed.action = PointerAction::Release;
+        std::exchange(held_, nullptr)->pointer(missed);
+    }
     auto* const under = event.action == PointerAction::Leave ? nullptr : at(own.x, own.y);
     if (!held_) hover(under);
     if (hovered_) hovered_->hoverAt(own.x, own.y);
-    if (event.action == PointerAction::Press && !held_) {
+    if (isPress) {
         held_ = under;
+        heldButton_ = event.button;
         if (held_ && held_->takesFocus()) setFocus(held_);
     }
     if (auto* const target = held_ ? held_ : under) target->pointer(own);
-    if (event.action == PointerAction::Release) {
+    if (isPress && popup_) held_ = nullptr;  // a menu, which gets what comes now
+    if (isRelease) {
         held_ = nullptr;
         hover(under);
     }
@@ -516,12 +528,14 @@ bool View::entryKey(const KeyEvent& event)
         takeEntry();
         return true;
     case TextEntry::Result::TakeAndNext:
-    case TextEntry::Result::TakeAndPrevious:
-        if (takeEntry()) {
-            setKeyboardMode(true);
-            moveFocus(event.modifiers & kShift ? -1 : 1);
-        }
+    case TextEntry::Result::TakeAndPrevious: {
+        const bool isBack = event.modifiers & kShift;
+        const auto goOn = isBack ? nullptr : entry_->request.goOn;
+        if (!takeEntry()) return true;
+        setKeyboardMode(true);
+        if (!goOn || !goOn()) moveFocus(isBack ? -1 : 1);
         return true;
+    }
     }
     return true;
 }

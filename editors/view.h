@@ -133,6 +133,7 @@ private:
     std::vector<Rect> staticDamage_;
 
     Control* held_ = nullptr;
+    int heldButton_ = 0;
     Control* focus_ = nullptr;
     Control* hovered_ = nullptr;
     bool isKeyboardMode_ = false;

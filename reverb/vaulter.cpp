@@ -430,6 +430,11 @@ try {
         sink->end();
     }
     sink->end();
+    sink->beginObject("file");
+    sink->number("seconds", report.wholeSeconds);
+    sink->numbers("peaks", report.whole.data(), static_cast<std::int64_t>(report.whole.size()));
+    if (report.fit) sink->numbers("decay", report.fit->t60.data(), kOctaves);
+    sink->end();
     return true;
 } catch (...) {
     return false;

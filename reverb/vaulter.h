@@ -89,8 +89,8 @@ private:
 };
 
 /// Display "response": "seconds" that are convolved, "tailstart" in seconds and "t60" by octave (0
-/// and empty without a tank), and for each of "channels" the "peaks" of the shaped response in 512
-/// columns.
+/// and empty without a tank), for each of "channels" the "peaks" of the shaped response in 512
+/// columns, and of the file as it was read its "seconds", "peaks" and measured "decay" by octave.
 class FDNReverbComponent final : public VNK::Extended<AudioEffectComponent, VNK::IEffectDisplays> {
 public:
     explicit FDNReverbComponent(FDNReverbAlgorithm& algorithm);

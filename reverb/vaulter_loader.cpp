@@ -54,7 +54,7 @@ int engineChannels(const VNK::SpeakerArrangement& layout)
     return count > 0 ? count : field.channels();
 }
 
-std::vector<float> peaksOf(const std::vector<double>& x)
+template <typename T> std::vector<float> peaksOf(const std::vector<T>& x)
 {
     std::vector<float> peaks(kColumns);
     for (std::size_t i = 0; i < x.size(); ++i) {
@@ -279,6 +279,15 @@ void VaulterLoader::read(const Source& source, const IsCancelled& isCancelled)
                 substituteResponse(*source.fit, isCancelled));
         else if (source.isRestored)
             sound_ = nullptr;
+    }
+    if (sound_ && !sound_->channels.empty()) {
+        for (const auto& x : sound_->channels) {
+            const auto peaks = peaksOf(x);
+            found.whole.resize(peaks.size());
+            std::transform(peaks.begin(), peaks.end(), found.whole.begin(), found.whole.begin(),
+                           [](float a, float b) { return std::max(a, b); });
+        }
+        found.wholeSeconds = static_cast<double>(sound_->channels[0].size()) / sound_->sampleRate;
     }
     found_ = std::move(found);
 }

@@ -44,6 +44,8 @@ public:
         std::string embedded;                           // what a state carried, until it is read
         std::vector<std::vector<float>> envelope;       // peaks in columns, of each response
         double seconds = 0;                             // of what is convolved
+        std::vector<float> whole;                       // peaks of the file, in as many columns
+        double wholeSeconds = 0;                        // of the file
         double tailStart = 0;                           // s; 0 without a tank
         std::array<double, kOctaves> t60{};             // measured; 0 without a tank
     };

@@ -4,11 +4,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "editors/value_entry.h"
+
 namespace quillworks::editors {
 namespace {
 
 constexpr double kPixelsPerRange = 200, kFinePixelsPerRange = 2000;
-constexpr double kWheelPause = 0.3;   // s without a notch that end the gesture
 constexpr double kDoubleClick = 0.4;  // s
 constexpr double kStill = 3;          // px that a hand may stray without dragging
 
@@ -27,35 +28,13 @@ std::string titleOf(const VNK::SkinControl& control, const VNK::ParameterInfo& i
 
 }  // namespace
 
-float roundValue(const VNK::ParameterInfo& info, float value)
-{
-    if (info.kind != VNK::ValueKind::Continuous) return std::round(value);
-    double step = 0;
-    if (info.has(VNK::isDecibel)) {
-        step = 1;
-    } else if (info.logarithmic) {
-        const double decade = std::pow(10, std::floor(std::log10(std::max(value, 1e-9f))));
-        const double lead = value / decade;
-        double best = 10;
-        for (const double round : {1.0, 1.2, 1.5, 2.0, 2.5, 3.0, 4.0, 5.0, 6.0, 8.0})
-            if (std::abs(std::log(lead / round)) < std::abs(std::log(lead / best))) best = round;
-        return std::clamp(static_cast<float>(best * decade), info.minimum, info.maximum);
-    } else {
-        const double wanted = (info.maximum - info.minimum) / 40;
-        step = std::pow(10, std::floor(std::log10(wanted)));
-        for (const double more : {2.0, 2.5, 2.0})
-            if (step < wanted * 0.7) step *= more;
-    }
-    return std::clamp(static_cast<float>(std::round(value / step) * step), info.minimum,
-                      info.maximum);
-}
-
 ParameterControl::ParameterControl(ControlHost& host, const VNK::SkinControl& skin, int parameter,
                                    const Rect& bounds)
     : Control(host, skin.kind, titleOf(skin, host.model().info(parameter)), bounds),
       parameter_(parameter),
       driver_(-1),
-      attributes_(skin.attributes)
+      attributes_(skin.attributes),
+      turn_(host.model())
 {
     auto driver = attribute(skin, "disabledBy");
     if (driver.empty()) driver = info().drivenBy ? info().drivenBy : "";
@@ -75,27 +54,13 @@ void ParameterControl::tick(double seconds)
     if (seen_ != model().changes(parameter_) || driven != wasDriven_) damage();
     seen_ = model().changes(parameter_);
     wasDriven_ = driven;
-    if (isWheeling_ && seconds >= wheelEnd_) {
-        isWheeling_ = false;
-        model().end(parameter_);
-    }
+    turn_.tick(seconds);
 }
 
 void ParameterControl::setOnce(float value)
 {
-    model().begin(parameter_);
-    model().set(parameter_, value);
-    model().end(parameter_);
+    editors::setOnce(model(), parameter_, value);
     damage();
-}
-
-float ParameterControl::moved(double fraction) const
-{
-    if (isStepped()) return stepped(fraction > 0 ? 1 : -1);
-    double position = model().position(parameter_) + fraction;
-    if (info().wraps) position -= std::floor(position);
-    return model().effect().fromNormalized(parameter_,
-                                           static_cast<float>(std::clamp(position, 0.0, 1.0)));
 }
 
 float ParameterControl::stepped(double steps) const
@@ -105,22 +70,7 @@ float ParameterControl::stepped(double steps) const
 
 bool ParameterControl::wheel(const WheelEvent& event)
 {
-    if (!isWheeling_) {
-        isWheeling_ = true;
-        wheelRest_ = 0;
-        model().begin(parameter_);
-    }
-    wheelEnd_ = event.seconds + kWheelPause;
-    float next = value();
-    if (isStepped()) {
-        wheelRest_ += event.notches;
-        const double whole = std::trunc(wheelRest_);
-        wheelRest_ -= whole;
-        next = stepped(whole);
-    } else {
-        next = moved(event.notches / (event.modifiers & kShift ? 500 : 50));
-    }
-    if (next != value()) model().set(parameter_, next);
+    turn_.turn(parameter_, event);
     damage();
     return true;
 }
@@ -142,9 +92,7 @@ bool ParameterControl::key(const KeyEvent& event)
         enterValue();
         return true;
     }
-    const bool begins =
-        event.text.size() == 1 && !(event.modifiers & kControl) &&
-        std::string_view("0123456789-+.,").find(event.text[0]) != std::string_view::npos;
+    const bool begins = beginsValue(event);
     if (begins) startEntry(event.text, false);
     return begins;
 }
@@ -157,17 +105,17 @@ bool ParameterControl::pressKey(const KeyEvent& event)
     switch (event.key) {
     case Key::Up:
     case Key::Right:
-        next = moved(fine);
+        next = movedValue(model(), parameter_, fine);
         break;
     case Key::Down:
     case Key::Left:
-        next = moved(-fine);
+        next = movedValue(model(), parameter_, -fine);
         break;
     case Key::PageUp:
-        next = isStepped() ? stepped(std::round(page)) : moved(0.1);
+        next = isStepped() ? stepped(std::round(page)) : movedValue(model(), parameter_, 0.1);
         break;
     case Key::PageDown:
-        next = isStepped() ? stepped(-std::round(page)) : moved(-0.1);
+        next = isStepped() ? stepped(-std::round(page)) : movedValue(model(), parameter_, -0.1);
         break;
     case Key::Home:
         next = info().minimum;
@@ -184,22 +132,7 @@ bool ParameterControl::pressKey(const KeyEvent& event)
 
 void ParameterControl::startEntry(const std::string& text, bool isWhole)
 {
-    TextRequest request;
-    request.field = valueField();
-    request.text = text;
-    request.isSelected = isWhole;
-    request.take = [this](const std::string& typed, std::string& reason) {
-        float read = 0;
-        if (!model().read(parameter_, typed, read)) {
-            reason = "Not a value of " + std::string(info().title) + ": " +
-                     model().text(parameter_, info().minimum) + " to " +
-                     model().text(parameter_, info().maximum);
-            return false;
-        }
-        setOnce(read);
-        return true;
-    };
-    host().editText(*this, std::move(request));
+    host().editText(*this, valueRequest(model(), parameter_, valueField(), text, isWhole));
 }
 
 bool ParameterControl::menuPress(const PointerEvent& event)
@@ -212,16 +145,9 @@ bool ParameterControl::menuPress(const PointerEvent& event)
 void ParameterControl::openMenu(double x, double y)
 {
     ListContent menu;
-    menu.entries.push_back({info().title, {}});
-    if (!valueField().isEmpty()) menu.entries.push_back({"Enter value…", [this] { enterValue(); }});
-    menu.entries.push_back({"Default (" + model().text(parameter_, info().defaultValue) + ")",
-                            [this] { setDefault(); }});
-    menu.entries.push_back({"Copy", [this] { host().copyText(model().text(parameter_)); }});
-    ListEntry paste{"Paste", [this] {
-                        float read = 0;
-                        if (model().read(parameter_, host().pasteText(), read)) setOnce(read);
-                    }};
-    menu.entries.push_back(std::move(paste));
+    std::function<void()> enter;
+    if (!valueField().isEmpty()) enter = [this] { enterValue(); };
+    addValueEntries(menu.entries, host(), parameter_, std::move(enter));
     for (auto& entry : host().commonEntries()) menu.entries.push_back(std::move(entry));
     host().openList({x, y, 0, 0}, std::move(menu));
 }

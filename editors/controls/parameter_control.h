@@ -3,6 +3,7 @@
 #pragma once
 
 #include "editors/control.h"
+#include "editors/value_steps.h"
 #include "vnk/skin.h"
 
 namespace quillworks::editors {
@@ -39,8 +40,6 @@ protected:
     void openMenu(double x, double y);
     /// A press of the right button, which opens the menu. True where it was that.
     bool menuPress(const PointerEvent& event);
-    /// Fraction of the range, as of a wheel or key, from where it is.
-    float moved(double fraction) const;
     float stepped(double steps) const;
     const std::map<std::string, std::string>& attributes() const { return attributes_; }
 
@@ -52,8 +51,7 @@ private:
     std::map<std::string, std::string> attributes_;
     unsigned seen_ = 0;
     bool wasDriven_ = false;
-    bool isWheeling_ = false;
-    double wheelEnd_ = 0, wheelRest_ = 0;
+    WheelTurn turn_;
 };
 
 /// A knob or slider: dragged up or right.
@@ -82,8 +80,5 @@ private:
     double pressedAt_ = -1;
     double raw_ = 0;  // position that the hand has reached
 };
-
-/// The nearest round value to one: whole decibels, 1-2-5 steps, 1.2, 1.5, ... of a decade.
-float roundValue(const VNK::ParameterInfo& info, float value);
 
 }  // namespace quillworks::editors

@@ -51,6 +51,7 @@ std::vector<Tick> frequencyTicks(const Axis& hertz)
     std::vector<Tick> ticks;
     const double low = std::min(hertz.minimum, hertz.maximum) * 0.9999;
     const double high = std::max(hertz.minimum, hertz.maximum) * 1.0001;
+    if (!(low > 0 && std::isfinite(high))) return ticks;  // no end of decades
     for (double decade = std::pow(10, std::floor(std::log10(low))); decade <= high; decade *= 10) {
         for (int n = 1; n < 10; ++n) {
             const double value = decade * n;

@@ -14,20 +14,20 @@ constexpr Axis kLevels{-60, 18, false};
 }  // namespace
 
 BandCurve::BandCurve(const VNK::SkinBox& box, EffectModel& model)
-    : BoundDisplay(box, model),
+    : HandleDisplay(box, model),
       bands_(value("bands")),
       thresholds_(values("thresholds")),
       gains_(values("gains")),
       reductions_(values("reductions")),
       levels_(values("levels")),
-      handles_(model)
+      choice_(attribute("choice"))
 {
     for (const char* name : {"split1", "split2"})
         if (!attribute(name).empty()) splits_.push_back(value(name));
     const auto family = model.parameters(attribute("splits"));
     if (!attribute("splits").empty())
         for (const int p : family) splits_.emplace_back(model, model.info(p).key);
-    handles_.all().resize(splits_.size() + 2 * (splits_.size() + 1));
+    handles().all().resize(splits_.size() + 2 * (splits_.size() + 1));
 }
 
 void BandCurve::sized()
@@ -59,7 +59,7 @@ void BandCurve::place()
     const auto& area = plot_.area;
     const int count = bands();
     std::size_t h = 0;
-    auto& all = handles_.all();
+    auto& all = handles().all();
     for (std::size_t i = 0; i < splits_.size(); ++i) {
         auto& handle = all[h++];
         handle.isVisible = static_cast<int>(i) < count - 1;
@@ -80,9 +80,18 @@ void BandCurve::place()
     }
 }
 
+bool BandCurve::pointer(const PointerEvent& event)
+{
+    if (event.action == PointerAction::Press && event.button == 1 && !choice_.empty())
+        for (int b = 0; b < bands(); ++b)
+            if (event.x >= plot_.across(edge(b)) && event.x < plot_.across(edge(b + 1)))
+                model().choose(choice_, b);
+    return HandleDisplay::pointer(event);
+}
+
 void BandCurve::look(std::vector<double>& numbers) const
 {
-    numbers.push_back(bands());
+    numbers.insert(numbers.end(), {double(bands()), double(model().chosen(choice_))});
     for (const auto& split : splits_) numbers.push_back(split.get());
     for (int b = 0; b < bands(); ++b)
         numbers.insert(numbers.end(), {thresholds_[b], gains_[b], std::round(reductions_[b] * 8),
@@ -125,41 +134,12 @@ void BandCurve::draw(Canvas& canvas)
         }
         if (!isSmall())
             canvas.text(Type::Axis, std::to_string(b + 1), left + 8, area.y + 14, Align::Left,
-                        Color::Text3);
+                        isChosen(b) ? Color::Accent : Color::Text3);
     }
     for (int b = 1; b < bands(); ++b)
         canvas.vertical(plot_.across(edge(b)), area.y, area.bottom(), Color::Accent);
-    handles_.draw(canvas);
-    if (const int at = handles_.hovered(); at >= 0 && !isSmall()) {
-        const auto& handle = handles_.all()[static_cast<std::size_t>(at)];
-        const int p = handle.x.exists() ? handle.x.parameter : handle.y.parameter;
-        const auto text = std::string(model().info(p).shortTitle) + " " + model().text(p);
-        const double half = canvas.textWidth(Type::Label, text) / 2;
-        canvas.text(Type::Label, text, std::clamp(handle.at.x, area.x + half, area.right() - half),
-                    std::max(area.y + 12, handle.at.y - 12), Align::Centre, Color::Text);
-    }
-}
-
-bool BandCurve::pointer(const PointerEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.pointer(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-bool BandCurve::key(const KeyEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.key(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-void BandCurve::setFocus(bool has)
-{
-    handles_.setFocus(has);
-    damage();
+    handles().draw(canvas);
+    if (!isSmall()) handles().drawLabel(canvas, area);
 }
 
 std::string BandCurve::describe() const

@@ -3,43 +3,40 @@
 // its level and what is taken of it.
 #pragma once
 
+#include <string>
 #include <vector>
 
-#include "editors/displays/bound_display.h"
 #include "editors/displays/handles.h"
 #include "editors/displays/plot.h"
 
 namespace quillworks::editors {
 
-class BandCurve final : public BoundDisplay {
+class BandCurve final : public HandleDisplay {
 public:
     BandCurve(const VNK::SkinBox& box, EffectModel& model);
 
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
     bool pointer(const PointerEvent& event) override;
-    bool wheel(const WheelEvent& event) override { return handles_.wheel(event); }
-    bool key(const KeyEvent& event) override;
-    bool takesFocus() const override { return true; }
-    void setFocus(bool has) override;
     std::string describe() const override;
     std::string tip(double x, double y) const override;
 
 protected:
     void sized() override;
+    void place() override;
     void look(std::vector<double>& numbers) const override;
 
 private:
     int bands() const;
+    bool isChosen(int band) const { return !choice_.empty() && model().chosen(choice_) == band; }
     /// Lower edge of a band; the upper one of the last is that of the plot.
     double edge(int band) const;
-    void place();
 
     std::vector<Value> splits_;
     Value bands_;
     Values thresholds_, gains_, reductions_, levels_;
+    std::string choice_;  // name under which a pressed band is chosen for other displays
     Plot plot_;
-    Handles handles_;  // splits, thresholds, gains
 };
 
 }  // namespace quillworks::editors

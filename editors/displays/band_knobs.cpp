@@ -9,12 +9,12 @@ namespace quillworks::editors {
 namespace {
 
 constexpr double kTitles = 76, kHead = 32, kPad = 8;  // px
-constexpr double kFullRange = 200, kDoubleClick = 0.4;
+constexpr double kValueWidth = 68;                    // of the text that is typed into
 
 }  // namespace
 
 BandKnobs::BandKnobs(const VNK::SkinBox& box, EffectModel& model)
-    : BoundDisplay(box, model), bands_(value("bands"))
+    : HandleDisplay(box, model), bands_(value("bands")), choice_(attribute("choice"))
 {
     struct Name {
         const char *attribute, *title;
@@ -27,6 +27,8 @@ BandKnobs::BandKnobs(const VNK::SkinBox& box, EffectModel& model)
         if (!attribute(name).empty()) rows_.push_back({title, values(name)});
     for (const auto& [name, title] : {Name{"on", "On"}, Name{"solo", "S"}, Name{"mute", "M"}})
         if (!attribute(name).empty()) switches_.push_back({title, values(name)});
+    const int most = rows_.empty() ? 0 : rows_[0].values.count();
+    handles().all().resize(static_cast<std::size_t>(most * perBand()));
 }
 
 int BandKnobs::bands() const
@@ -75,9 +77,37 @@ bool BandKnobs::find(double x, double y, Cell& cell) const
     return false;
 }
 
+int BandKnobs::indexOf(const Cell& cell) const
+{
+    return cell.band * perBand() + cell.row + static_cast<int>(switches_.size());
+}
+
+BandKnobs::Cell BandKnobs::cellOf(int handle) const
+{
+    return {handle % perBand() - static_cast<int>(switches_.size()), handle / perBand()};
+}
+
+void BandKnobs::place()
+{
+    auto& all = handles().all();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        auto& handle = all[i];
+        const auto cell = cellOf(static_cast<int>(i));
+        const int p = parameterOf(cell);
+        handle.isVisible = cell.band < bands() && p >= 0;
+        handle.cell = rectOf(cell);
+        handle.at = handle.cell.centre();
+        handle.x.parameter = handle.y.parameter = p;
+        handle.isSwitch = cell.row < 0;
+        const double w = std::min(kValueWidth, 0.6 * handle.cell.w);
+        if (!handle.isSwitch)
+            handle.value = {handle.at.x - w / 2, handle.cell.y, w, handle.cell.h - 8};
+    }
+}
+
 void BandKnobs::look(std::vector<double>& numbers) const
 {
-    numbers.push_back(bands());
+    numbers.insert(numbers.end(), {double(bands()), double(model().chosen(choice_))});
     for (const auto* list : {&rows_, &switches_})
         for (const auto& row : *list)
             for (int b = 0; b < bands(); ++b) numbers.push_back(row.values[b]);
@@ -85,12 +115,14 @@ void BandKnobs::look(std::vector<double>& numbers) const
 
 void BandKnobs::draw(Canvas& canvas)
 {
+    place();
     for (std::size_t r = 0; r < rows_.size(); ++r)
         canvas.text(Type::Label, rows_[r].title, kPad + 4,
                     rectOf({static_cast<int>(r), 0}).centre().y + 4, Align::Left, Color::Text2);
     for (int b = 0; b < bands(); ++b) {
         canvas.text(Type::PanelTitle, std::to_string(b + 1), rectOf({0, b}).x + 4, 21, Align::Left,
-                    Color::Text2);
+                    !choice_.empty() && model().chosen(choice_) == b ? Color::Accent
+                                                                     : Color::Text2);
         for (std::size_t s = 0; s < switches_.size(); ++s) {
             const auto rect = rectOf({-1 - static_cast<int>(s), b});
             const bool isOn = switches_[s].values[b] > 0.5;
@@ -123,117 +155,51 @@ void BandKnobs::draw(Canvas& canvas)
                         Align::Centre, Color::Text);
         }
     }
-    if (hasFocus_) canvas.strokeRounded(rectOf(chosen_).inset(-2), 5, 2, Color::Focus);
+    if (handles().isFocused(handles().focus()))
+        canvas.strokeRounded(rectOf(cellOf(handles().focus())).inset(-2), 5, 2, Color::Focus);
 }
 
-void BandKnobs::press(const Cell& cell)
+void BandKnobs::choose()
 {
-    const int p = parameterOf(cell);
-    if (p >= 0) model().set(p, model().value(p) > 0.5f ? 0 : 1);
+    if (!choice_.empty()) model().choose(choice_, cellOf(handles().focus()).band);
 }
 
 bool BandKnobs::pointer(const PointerEvent& event)
 {
-    switch (event.action) {
-    case PointerAction::Press: {
-        Cell cell;
-        if (event.button != 1 || held_ >= 0 || !find(event.x, event.y, cell)) return false;
-        chosen_ = cell;
-        damage();
-        if (cell.row < 0) {
-            press(cell);
-            return true;
-        }
-        const int p = parameterOf(cell);
-        if (event.seconds - pressed_ < kDoubleClick) {
-            pressed_ = -1;
-            model().set(p, model().info(p).defaultValue);
-            return true;
-        }
-        pressed_ = event.seconds;
-        held_ = p;
-        last_ = event.x - event.y;
-        position_ = model().position(p);
-        model().begin(p);
-        return true;
-    }
-    case PointerAction::Move: {
-        if (held_ < 0) return false;
-        const double now = event.x - event.y;  // right or up is more
-        if (now != last_) pressed_ = -1;
-        const double pace = event.modifiers & kShift ? 0.1 : 1;
-        position_ = std::clamp(position_ + static_cast<float>((now - last_) * pace / kFullRange),
-                               0.0f, 1.0f);
-        last_ = now;
-        model().setPosition(held_, position_);
-        return true;
-    }
-    case PointerAction::Release:
-        if (held_ < 0 || event.button != 1) return false;
-        model().end(held_);
-        held_ = -1;
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool BandKnobs::wheel(const WheelEvent& event)
-{
-    Cell cell;
-    if (!find(event.x, event.y, cell) || cell.row < 0) return false;
-    const int p = parameterOf(cell);
-    const double step = event.modifiers & kShift ? 0.002 : 0.02;
-    model().setPosition(p, model().position(p) + static_cast<float>(step * event.notches));
-    return true;
+    const bool used = HandleDisplay::pointer(event);
+    if (used && event.action == PointerAction::Press) choose();
+    return used;
 }
 
 bool BandKnobs::key(const KeyEvent& event)
 {
     const int first = -static_cast<int>(switches_.size()),
               last = static_cast<int>(rows_.size()) - 1;
-    const int p = parameterOf(chosen_);
-    const auto change = [&](float by) {
-        if (p < 0 || chosen_.row < 0) return false;
-        model().setPosition(p, model().position(p) + by);
+    auto cell = cellOf(handles().focus());
+    const double by = event.modifiers & kShift ? 0.001 : 0.01;
+    const auto goTo = [&](int row, int band) {
+        cell = {std::clamp(row, first, last), std::clamp(band, 0, bands() - 1)};
+        handles().setFocusOn(indexOf(cell));
+        choose();
+        damage();
         return true;
     };
-    const float step = event.modifiers & kShift ? 0.001f : 0.01f;
-    damage();
     switch (event.key) {
     case Key::Left:
-        chosen_.band = std::max(0, chosen_.band - 1);
-        return true;
+        return goTo(cell.row, cell.band - 1);
     case Key::Right:
-        chosen_.band = std::min(bands() - 1, chosen_.band + 1);
-        return true;
+        return goTo(cell.row, cell.band + 1);
     case Key::Up:
-        chosen_.row = std::max(first, chosen_.row - 1);
-        return true;
+        return goTo(cell.row - 1, cell.band);
     case Key::Down:
-        chosen_.row = std::min(last, chosen_.row + 1);
-        return true;
+        return goTo(cell.row + 1, cell.band);
     case Key::PageUp:
-        return change(step);
+        return cell.row >= 0 && step(parameterOf(cell), by);
     case Key::PageDown:
-        return change(-step);
-    case Key::Space:
-    case Key::Enter:
-        if (chosen_.row >= 0) return false;
-        press(chosen_);
-        return true;
-    case Key::Delete:
-        if (p >= 0) model().set(p, model().info(p).defaultValue);
-        return p >= 0;
+        return cell.row >= 0 && step(parameterOf(cell), -by);
     default:
-        return false;
+        return HandleDisplay::key(event);
     }
-}
-
-void BandKnobs::setFocus(bool has)
-{
-    hasFocus_ = has;
-    damage();
 }
 
 std::string BandKnobs::describe() const
@@ -241,6 +207,8 @@ std::string BandKnobs::describe() const
     std::string text = "Bands";
     for (int b = 0; b < bands(); ++b) {
         text += "; " + std::to_string(b + 1);
+        for (const auto& row : switches_)
+            text += ", " + row.values.title(b) + " " + row.values.text(b);
         for (const auto& row : rows_) text += ", " + row.title + " " + row.values.text(b);
     }
     return text;

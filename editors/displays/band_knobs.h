@@ -5,26 +5,24 @@
 #include <string>
 #include <vector>
 
-#include "editors/displays/bound_display.h"
+#include "editors/displays/handles.h"
 
 namespace quillworks::editors {
 
-class BandKnobs final : public BoundDisplay {
+class BandKnobs final : public HandleDisplay {
 public:
     BandKnobs(const VNK::SkinBox& box, EffectModel& model);
 
     void drawStatic(Canvas&) override {}
     void draw(Canvas& canvas) override;
     bool pointer(const PointerEvent& event) override;
-    bool wheel(const WheelEvent& event) override;
     /// Arrows go from cell to cell, Page Up and Down change the value, Space presses.
     bool key(const KeyEvent& event) override;
-    bool takesFocus() const override { return true; }
-    void setFocus(bool has) override;
     std::string describe() const override;
     std::string tip(double x, double y) const override;
 
 protected:
+    void place() override;
     void look(std::vector<double>& numbers) const override;
 
 private:
@@ -43,15 +41,15 @@ private:
     Rect rectOf(const Cell& cell) const;
     int parameterOf(const Cell& cell) const;
     bool find(double x, double y, Cell& cell) const;
-    void press(const Cell& cell);
+    void choose();
+    /// Of its handle in the list: band by band, the switches before the values.
+    int indexOf(const Cell& cell) const;
+    Cell cellOf(int handle) const;
+    int perBand() const { return static_cast<int>(switches_.size() + rows_.size()); }
 
     Value bands_;
+    std::string choice_;  // name under which the band of the focused cell is chosen
     std::vector<Row> rows_, switches_;
-    int held_ = -1;  // parameter
-    double last_ = 0, pressed_ = -1;
-    float position_ = 0;
-    Cell chosen_{};
-    bool hasFocus_ = false;
 };
 
 }  // namespace quillworks::editors

@@ -27,6 +27,7 @@ std::string BoundDisplay::attribute(const std::string& name) const
 
 void BoundDisplay::tick(double seconds)
 {
+    turn_.tick(seconds);
     ticked(seconds);
     now_.clear();
     lookStatic(now_);
@@ -37,6 +38,18 @@ void BoundDisplay::tick(double seconds)
         lookChanged();
         damage();
     }
+}
+
+bool BoundDisplay::turn(int parameter, const WheelEvent& event)
+{
+    if (parameter >= 0) turn_.turn(parameter, event);
+    return parameter >= 0;
+}
+
+bool BoundDisplay::step(int parameter, double fraction)
+{
+    if (parameter >= 0) model().set(parameter, movedValue(model(), parameter, fraction));
+    return parameter >= 0;
 }
 
 double seenDecibels(double db) noexcept

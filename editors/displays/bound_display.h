@@ -9,6 +9,7 @@
 
 #include "editors/display.h"
 #include "editors/displays/values.h"
+#include "editors/value_steps.h"
 
 namespace quillworks::editors {
 
@@ -17,13 +18,19 @@ public:
     void tick(double seconds) override;
 
 protected:
-    BoundDisplay(const VNK::SkinBox& box, EffectModel& model) : model_(model), box_(box) {}
+    BoundDisplay(const VNK::SkinBox& box, EffectModel& model)
+        : model_(model), box_(box), turn_(model)
+    {}
 
     EffectModel& model() const noexcept { return model_; }
     /// What an attribute of the box says; empty where it does not stand there.
     std::string attribute(const std::string& name) const;
     Value value(const std::string& name) const { return {model_, attribute(name)}; }
     Values values(const std::string& name) const { return {model_, attribute(name)}; }
+    /// A wheel over what sets this parameter; false for -1.
+    bool turn(int parameter, const WheelEvent& event);
+    /// A fraction of the range on, by a key; false for -1.
+    bool step(int parameter, double fraction);
     /// Too small for figures and titles.
     bool isSmall() const noexcept { return width() < 170 || height() < 90; }
 
@@ -40,6 +47,7 @@ protected:
 private:
     EffectModel& model_;
     const VNK::SkinBox& box_;
+    WheelTurn turn_;
     std::vector<double> seen_, seenStatic_, now_;
 };
 

@@ -15,16 +15,37 @@ constexpr Axis kLevels{-60, 0, false};
 }  // namespace
 
 CurveDisplay::CurveDisplay(const VNK::SkinBox& box, EffectModel& model)
-    : BoundDisplay(box, model),
-      threshold_(value("threshold")),
-      ratio_(value("ratio")),
+    : HandleDisplay(box, model),
+      threshold_(values("threshold")),
+      ratio_(values("ratio")),
+      range_(values("range")),
+      lowThreshold_(values("lowThreshold")),
+      lowRatio_(values("lowRatio")),
+      gain_(values("gain")),
+      bandLevels_(values("levels")),
       knee_(value("knee")),
-      range_(value("range")),
       point_(value("point")),
-      levels_(model, "inlevel"),
-      handles_(model)
+      amount_(value("amount")),
+      choice_(attribute("choice")),
+      levels_(model, "inlevel")
 {
-    if (threshold_.parameter() >= 0) handles_.all().resize(1);
+    if (threshold_.parameter(0) >= 0) handles().all().resize(1);
+}
+
+int CurveDisplay::band() const
+{
+    return choice_.empty() ? 0 : std::clamp(model().chosen(choice_), 0, threshold_.count() - 1);
+}
+
+double CurveDisplay::of(const Values& values, double fallback) const
+{
+    return values.exist() ? values[band()] : fallback;
+}
+
+BandLaw CurveDisplay::law() const
+{
+    return {of(threshold_, 0), of(ratio_, 1), knee_.get(0),           of(lowThreshold_, 0),
+            of(lowRatio_, 1),  of(range_, 0), amount_.get(100) / 100, of(gain_, 0)};
 }
 
 void CurveDisplay::sized()
@@ -37,16 +58,18 @@ void CurveDisplay::sized()
 
 double CurveDisplay::output(double input) const
 {
-    const double threshold = threshold_.get(0), ratio = ratio_.get(1);
-    if (range_.exists())
-        return expanded(input, threshold, 1 / std::max(ratio, 1e-3) - 1, range_.get());
+    if (isOfBand()) return banded(input, law());
+    const double threshold = of(threshold_, 0), ratio = of(ratio_, 1);
+    if (range_.exist()) return expanded(input, threshold, 1 / std::max(ratio, 1e-3) - 1, range_[0]);
     return compressed(input, threshold, ratio, std::max(knee_.get(0), 1e-3));
 }
 
 /// Where the level is on the curve; not-a-number where it is too low to be seen.
 Point CurveDisplay::dot() const
 {
-    const double level = point_.exists() ? point_.get() : levels_.largestDecibels();
+    const double level = point_.exists()       ? point_.get()
+                         : bandLevels_.exist() ? bandLevels_[band()]
+                                               : levels_.largestDecibels();
     const double nothing = std::numeric_limits<double>::quiet_NaN();
     if (!(level > kLevels.minimum)) return {nothing, nothing};
     const double shown = std::min(level, kLevels.maximum), half = 0.5 / scale();
@@ -56,14 +79,18 @@ Point CurveDisplay::dot() const
 
 void CurveDisplay::place()
 {
-    if (handles_.all().empty()) return;
-    auto& handle = handles_.all()[0];
-    const double threshold = threshold_.get();
+    if (handles().all().empty()) return;
+    auto& handle = handles().all()[0];
+    const double threshold = of(threshold_, 0);
     handle.at = {plot_.across(std::clamp(threshold, -60.0, 0.0)),
                  plot_.upWithin(output(threshold))};
-    handle.x = {threshold_.parameter(), kLevels.minimum,    kLevels.maximum,
-                plot_.area.x,           plot_.area.right(), false};
-    handle.y.parameter = ratio_.parameter();  // no place: up is more
+    handle.x = {threshold_.parameter(band()),
+                kLevels.minimum,
+                kLevels.maximum,
+                plot_.area.x,
+                plot_.area.right(),
+                false};
+    handle.y.parameter = ratio_.parameter(band());  // no place: up is more
 }
 
 void CurveDisplay::ticked(double)
@@ -77,7 +104,10 @@ void CurveDisplay::ticked(double)
 
 void CurveDisplay::look(std::vector<double>& numbers) const
 {
-    numbers.insert(numbers.end(), {threshold_.get(), ratio_.get(0), knee_.get(0), range_.get(0)});
+    const auto now = law();
+    numbers.insert(numbers.end(),
+                   {double(band()), now.threshold, now.ratio, now.knee, now.lowThreshold,
+                    now.lowRatio, now.range, now.amount, now.gain});
 }
 
 void CurveDisplay::drawStatic(Canvas& canvas)
@@ -102,7 +132,7 @@ void CurveDisplay::drawCurve(Canvas& canvas)
     between.push_back(corners[0]);
     canvas.polygon(between, Ink(Color::Accent, 0.12));
     canvas.line(corners[0], corners[1], 0, Color::Track, Dash::Dashes);
-    canvas.vertical(plot_.across(threshold_.get(0)), area.y, area.bottom(), Color::Text3,
+    canvas.vertical(plot_.across(of(threshold_, 0)), area.y, area.bottom(), Color::Text3,
                     Dash::Dots);
     canvas.polyline(points_, 2, Color::Accent);
 }
@@ -111,37 +141,21 @@ void CurveDisplay::draw(Canvas& canvas)
 {
     place();
     curve_.draw(canvas, *this, [this](Canvas& own) { drawCurve(own); });
-    handles_.draw(canvas);
+    if (!choice_.empty() && !isSmall())
+        canvas.text(Type::Label, choice_ + " " + std::to_string(band() + 1), plot_.area.right() - 6,
+                    plot_.area.bottom() - 8, Align::Right, Color::Accent);
+    handles().draw(canvas);
+    if (!isSmall()) handles().drawLabel(canvas, plot_.area);
     if (dot_.x == dot_.x) drawDot(canvas, dot_, Color::Text);
-}
-
-bool CurveDisplay::pointer(const PointerEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.pointer(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-bool CurveDisplay::key(const KeyEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.key(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-void CurveDisplay::setFocus(bool has)
-{
-    handles_.setFocus(has);
-    damage();
 }
 
 std::string CurveDisplay::describe() const
 {
     std::string text = "Curve";
-    for (const auto* v : {&threshold_, &ratio_, &knee_, &range_})
-        if (v->exists()) text += ", " + v->title() + " " + v->text();
+    if (!choice_.empty()) text += " of " + choice_ + " " + std::to_string(band() + 1);
+    for (const auto* v : {&threshold_, &ratio_, &lowThreshold_, &lowRatio_, &range_, &gain_})
+        if (v->exist()) text += ", " + v->title(band()) + " " + v->text(band());
+    if (knee_.exists()) text += ", " + knee_.title() + " " + knee_.text();
     return text;
 }
 

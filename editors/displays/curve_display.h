@@ -3,29 +3,25 @@
 // is present, and the threshold to drag.
 #pragma once
 
-#include "editors/displays/bound_display.h"
 #include "editors/displays/handles.h"
 #include "editors/displays/layer.h"
 #include "editors/displays/plot.h"
+#include "editors/displays/static_gain.h"
 
 namespace quillworks::editors {
 
-class CurveDisplay final : public BoundDisplay {
+class CurveDisplay final : public HandleDisplay {
 public:
     CurveDisplay(const VNK::SkinBox& box, EffectModel& model);
 
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
-    bool pointer(const PointerEvent& event) override;
-    bool wheel(const WheelEvent& event) override { return handles_.wheel(event); }
-    bool key(const KeyEvent& event) override;
-    bool takesFocus() const override { return !handles_.all().empty(); }
-    void setFocus(bool has) override;
     std::string describe() const override;
     std::string tip(double x, double y) const override;
 
 protected:
     void sized() override;
+    void place() override;
     void ticked(double seconds) override;
     void look(std::vector<double>& numbers) const override;
     void lookChanged() override { curve_.forget(); }
@@ -33,13 +29,19 @@ protected:
 private:
     double output(double input) const;
     Point dot() const;
-    void place();
     void drawCurve(Canvas& canvas);
 
-    Value threshold_, ratio_, knee_, range_, point_;
-    Values levels_;  // where no `point` is named
+    /// Of families the value of the band that is chosen.
+    double of(const Values& values, double fallback) const;
+    int band() const;
+    bool isOfBand() const { return lowRatio_.exist(); }
+    BandLaw law() const;
+
+    Values threshold_, ratio_, range_, lowThreshold_, lowRatio_, gain_, bandLevels_;
+    Value knee_, point_, amount_;
+    std::string choice_;  // name of what is chosen; empty: nothing is
+    Values levels_;       // where no `point` is named
     Plot plot_;
-    Handles handles_;
     std::vector<Point> points_;
     Layer curve_;
     Point dot_;

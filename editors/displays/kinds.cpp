@@ -22,6 +22,7 @@
 #include "editors/displays/step_curve.h"
 #include "editors/displays/stereo_field.h"
 #include "editors/displays/swell_curve.h"
+#include "editors/displays/tail_decay.h"
 #include "editors/displays/tap_grid.h"
 #include "editors/displays/taps.h"
 #include "editors/displays/trace.h"
@@ -65,6 +66,7 @@ constexpr Kind kKinds[] = {
     {"StepCurve", make<StepCurve>},
     {"StereoField", make<StereoField>},
     {"SwellCurve", make<SwellCurve>},
+    {"TailDecay", make<TailDecay>},
     {"TapGrid", make<TapGrid>},
     {"Taps", make<Taps>},
     {"Trace", make<Trace>},

@@ -12,6 +12,7 @@ namespace {
 
 constexpr double kRadian = std::numbers::pi / 180;
 constexpr double kDoubleClick = 0.4;   // s
+constexpr double kReach = 14;          // px
 constexpr double kReachesFrom = 0.12;  // of the rim: a source next to the head
 constexpr double kLfe = 1000;          // no direction
 
@@ -268,7 +269,7 @@ bool PanField::pointer(const PointerEvent& event)
         isHeld_ = true;
         const auto at = source();
         // Grasped where it is, or brought to the pointer.
-        const bool isOn = std::hypot(event.x - at.x, event.y - at.y) < 14;
+        const bool isOn = std::hypot(event.x - at.x, event.y - at.y) < kReach;
         offset_ = isOn ? Point{at.x - event.x, at.y - event.y} : Point{};
         if (!isOn) moveTo({event.x, event.y});
         damage();
@@ -297,33 +298,43 @@ bool PanField::pointer(const PointerEvent& event)
     }
 }
 
+int PanField::wheelParameter() const
+{
+    for (const auto* v : {&width_, &elevation_})
+        if (v->parameter() >= 0) return v->parameter();
+    return first_;
+}
+
 bool PanField::wheel(const WheelEvent& event)
 {
-    const int p = width_.parameter() >= 0 ? width_.parameter() : elevation_.parameter();
-    if (p < 0) return false;
-    const double step = event.modifiers & kShift ? 0.002 : 0.02;
-    model().setPosition(p, model().position(p) + static_cast<float>(step * event.notches));
-    return true;
+    return turn(wheelParameter(), event);
+}
+
+std::vector<Grasp> PanField::grasps()
+{
+    if (first_ < 0) return {};
+    const auto at = source();
+    Grasp grasp;
+    grasp.at = Rect{at.x, at.y, 0, 0}.inset(-kReach);
+    // Without an angle the way to the middle is upright.
+    grasp.across = isRoom() || azimuth_.exists() ? first_ : -1;
+    grasp.up = grasp.across < 0 ? first_ : second_;
+    grasp.wheel = wheelParameter();
+    return {grasp};
 }
 
 bool PanField::key(const KeyEvent& event)
 {
-    const float step = event.modifiers & kShift ? 0.001f : 0.01f;
-    const auto move = [&](int p, float by) {
-        if (p < 0) return false;
-        const float to = model().position(p) + by;
-        model().setPosition(p, model().info(p).wraps ? to - std::floor(to) : to);
-        return true;
-    };
+    const double by = event.modifiers & kShift ? 0.001 : 0.01;
     switch (event.key) {
     case Key::Left:
-        return move(first_, -step);
+        return step(first_, -by);
     case Key::Right:
-        return move(first_, step);
+        return step(first_, by);
     case Key::Up:
-        return move(second_, step);
+        return step(second_, by);
     case Key::Down:
-        return move(second_, -step);
+        return step(second_, -by);
     case Key::Delete:
         for (const int p : {first_, second_})
             if (p >= 0) model().set(p, model().info(p).defaultValue);
@@ -349,7 +360,11 @@ std::string PanField::describe() const
 
 std::string PanField::tip(double, double) const
 {
-    return first_ >= 0 ? "Drag the source; the wheel sets its width." : std::string();
+    if (first_ < 0) return {};
+    const int turned = wheelParameter();
+    return turned == first_ ? "Drag the source."
+                            : std::string("Drag the source; the wheel sets its ") +
+                                  (turned == width_.parameter() ? "width." : "height.");
 }
 
 }  // namespace quillworks::editors

@@ -19,6 +19,8 @@ public:
     bool key(const KeyEvent& event) override;
     bool takesFocus() const override { return first_ >= 0; }
     void setFocus(bool has) override;
+    std::vector<Grasp> grasps() override;
+    int focusedGrasp() const override { return first_ >= 0 ? 0 : -1; }
     std::string describe() const override;
     std::string tip(double x, double y) const override;
 
@@ -33,6 +35,7 @@ private:
     double radius() const;
     Point source() const;
     Point speaker(int channel, int channels) const;
+    int wheelParameter() const;
     void moveTo(Point at);
     void setAngle(const Value& value, double degrees);
     void begin();

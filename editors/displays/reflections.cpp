@@ -57,7 +57,7 @@ std::vector<Reflection> reflectionsOf(int shape, double size, double distance, d
 
 void Reflections::sized()
 {
-    plot_.area = {12, 8, width() - 24, height() - 30};
+    plot_.area = {18, 8, width() - 30, height() - 30};
     plot_.y = {-1, 1, false};
 }
 
@@ -94,8 +94,8 @@ void Reflections::drawStatic(Canvas& canvas)
     if (!ticks.empty()) ticks.back().text += " ms";
     drawAcross(canvas, plot_, ticks, true);
     canvas.horizontal(plot_.area.x, plot_.area.right(), plot_.up(0), Color::GridEnd);
-    canvas.text(Type::Axis, "L", plot_.area.x + 5, plot_.area.y + 12, Align::Left, Color::Text3);
-    canvas.text(Type::Axis, "R", plot_.area.x + 5, plot_.area.bottom() - 5, Align::Left,
+    canvas.text(Type::Axis, "L", plot_.area.x - 4, plot_.area.y + 12, Align::Right, Color::Text3);
+    canvas.text(Type::Axis, "R", plot_.area.x - 4, plot_.area.bottom() - 5, Align::Right,
                 Color::Text3);
 }
 

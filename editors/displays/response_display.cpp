@@ -47,29 +47,8 @@ void ResponseDisplay::draw(Canvas& canvas)
                       isFirst ? Ink(Color::Accent, opacity) : Ink(Color::Output, 0.8 * opacity));
     }
     graph_.show(canvas);
-    handles_.draw(canvas);
-}
-
-bool ResponseDisplay::pointer(const PointerEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.pointer(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-bool ResponseDisplay::key(const KeyEvent& event)
-{
-    bool changed = false;
-    const bool used = handles_.key(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-void ResponseDisplay::setFocus(bool has)
-{
-    handles_.setFocus(has);
-    damage();
+    handles().draw(canvas);
+    if (!isSmall()) handles().drawLabel(canvas, plot_.area);
 }
 
 }  // namespace quillworks::editors

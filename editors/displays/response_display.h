@@ -4,43 +4,31 @@
 
 #include <vector>
 
-#include "editors/displays/bound_display.h"
 #include "editors/displays/graph.h"
 #include "editors/displays/handles.h"
 #include "editors/displays/plot.h"
 
 namespace quillworks::editors {
 
-class ResponseDisplay : public BoundDisplay {
+class ResponseDisplay : public HandleDisplay {
 public:
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
-    bool pointer(const PointerEvent& event) override;
-    bool wheel(const WheelEvent& event) override { return handles_.wheel(event); }
-    bool key(const KeyEvent& event) override;
-    bool takesFocus() const override { return !handles_.all().empty(); }
-    void setFocus(bool has) override;
 
 protected:
-    ResponseDisplay(const VNK::SkinBox& box, EffectModel& model)
-        : BoundDisplay(box, model), handles_(model)
-    {}
+    ResponseDisplay(const VNK::SkinBox& box, EffectModel& model) : HandleDisplay(box, model) {}
 
     void setAxes(const Axis& hertz, const Axis& decibels);
     const Plot& plot() const noexcept { return plot_; }
-    Handles& handles() noexcept { return handles_; }
     void sized() override;
 
     /// In dB; side 0 is left, or both where there is one curve.
     virtual double response(int side, double hertz) const = 0;
     virtual int curves() const { return 1; }
     virtual bool isOn() const { return true; }
-    /// Places of the handles, in `plot()`.
-    virtual void place() {}
 
 private:
     Plot plot_;
-    Handles handles_;
     Graph graph_;
     std::vector<Point> points_;
 };

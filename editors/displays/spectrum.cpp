@@ -112,8 +112,10 @@ void Spectrum::readCurves(const char* display, const char* frequencies)
     const auto& peaks = channels[0]["peaks"];
     peakHertz_ = peakLevel_ = kNothing;
     for (std::size_t i = 0; i < peaks.size(); ++i) {
+        const double at = peaks[i]["frequency"].number();
+        if (!(at >= plot_.x.minimum && at <= plot_.x.maximum)) continue;
         if (peaks[i]["level"].number() <= peakLevel_) continue;
-        peakHertz_ = peaks[i]["frequency"].number();
+        peakHertz_ = at;
         peakLevel_ = peaks[i]["level"].number();
     }
 }

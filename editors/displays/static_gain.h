@@ -24,4 +24,23 @@ inline double expanded(double level, double threshold, double slope, double rang
     return level - std::min(std::max(0.0, threshold - level) * slope, -range);
 }
 
+/// Both sides of a band: above one threshold and below another, together at most `range` dB of
+/// change either way.
+struct BandLaw {
+    double threshold = 0, ratio = 1, knee = 0;  // below 1 the ratio raises what is above
+    double lowThreshold = -60, lowRatio = 1;    // below 1: raises what is below
+    double range = 18, amount = 1, gain = 0;
+};
+inline double banded(double level, const BandLaw& law) noexcept
+{
+    const double over = level - law.threshold, half = std::max(law.knee, 1e-3) / 2;
+    const double knee = over <= -half  ? 0
+                        : over >= half ? over
+                                       : (over + half) * (over + half) / (4 * half);
+    const double above = -(1 - 1 / std::max(law.ratio, 1e-3)) * knee;
+    const double below = (1 - law.lowRatio) * std::max(0.0, law.lowThreshold - level);
+    const double change = std::clamp(law.amount * (above + below), -law.range, law.range);
+    return level + change + law.gain;
+}
+
 }  // namespace quillworks::editors

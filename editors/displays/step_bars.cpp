@@ -7,7 +7,8 @@
 namespace quillworks::editors {
 namespace {
 
-constexpr double kGap = 2;  // px
+constexpr double kGap = 2;     // px
+constexpr double kGrasp = 24;  // px around a level
 constexpr double kDoubleClick = 0.4;
 
 }  // namespace
@@ -159,26 +160,18 @@ bool StepBars::pointer(const PointerEvent& event)
 
 bool StepBars::wheel(const WheelEvent& event)
 {
-    const int p = levels_.parameter(at(event.x));
-    if (p < 0) return false;
-    const double step = event.modifiers & kShift ? 0.002 : 0.02;
-    model().setPosition(p, model().position(p) + static_cast<float>(step * event.notches));
-    return true;
+    return turn(levels_.parameter(at(event.x)), event);
 }
 
 bool StepBars::key(const KeyEvent& event)
 {
     const int p = levels_.parameter(chosen_);
-    const auto move = [&](float by) {
-        if (p >= 0) model().setPosition(p, model().position(p) + by);
-        return p >= 0;
-    };
     const auto choose = [&](int step) {
         chosen_ = std::clamp(step, 0, steps() - 1);
         damage();
         return true;
     };
-    const float step = event.modifiers & kShift ? 0.001f : 0.01f;
+    const double by = event.modifiers & kShift ? 0.001 : 0.01;
     switch (event.key) {
     case Key::Left:
         return choose(chosen_ - 1);
@@ -189,13 +182,13 @@ bool StepBars::key(const KeyEvent& event)
     case Key::End:
         return choose(steps() - 1);
     case Key::Up:
-        return move(step);
+        return step(p, by);
     case Key::Down:
-        return move(-step);
+        return step(p, -by);
     case Key::PageUp:
-        return move(0.1f);
+        return step(p, 0.1);
     case Key::PageDown:
-        return move(-0.1f);
+        return step(p, -0.1);
     case Key::Delete:
         if (p >= 0) model().set(p, model().info(p).defaultValue);
         return p >= 0;
@@ -207,6 +200,25 @@ bool StepBars::key(const KeyEvent& event)
 void StepBars::setFocus(bool has)
 {
     hasFocus_ = has;
+    damage();
+}
+
+std::vector<Grasp> StepBars::grasps()
+{
+    std::vector<Grasp> all;
+    for (int i = 0; i < steps(); ++i) {
+        const auto rect = bar(i);
+        Grasp grasp;
+        grasp.at = {rect.x, plot_.upWithin(levels_[i]) - kGrasp / 2, rect.w, kGrasp};
+        grasp.up = grasp.wheel = levels_.parameter(i);
+        all.push_back(grasp);
+    }
+    return all;
+}
+
+void StepBars::focusGrasp(int grasp)
+{
+    chosen_ = std::clamp(grasp, 0, steps() - 1);
     damage();
 }
 

@@ -19,6 +19,9 @@ public:
     bool key(const KeyEvent& event) override;
     bool takesFocus() const override { return levels_.count() > 0; }
     void setFocus(bool has) override;
+    std::vector<Grasp> grasps() override;
+    int focusedGrasp() const override { return chosen_; }
+    void focusGrasp(int grasp) override;
     std::string describe() const override;
     std::string tip(double x, double y) const override;
 

@@ -10,12 +10,11 @@ namespace {
 constexpr double kSteps = 32;
 constexpr Axis kLevels{-48, 6, false};
 constexpr double kCell = 18, kLeft = 44;  // px
-constexpr double kFullRange = 200;        // px of a drag
 
 }  // namespace
 
 TapGrid::TapGrid(const VNK::SkinBox& box, EffectModel& model)
-    : BoundDisplay(box, model),
+    : HandleDisplay(box, model),
       on_(values("on")),
       steps_(values("steps")),
       levels_(values("levels")),
@@ -26,10 +25,9 @@ TapGrid::TapGrid(const VNK::SkinBox& box, EffectModel& model)
       length_(value("length")),
       feedback_(value("feedback")),
       reduction_(value("reduction")),
-      frozen_(value("frozen")),
-      handles_(model)
+      frozen_(value("frozen"))
 {
-    handles_.all().resize(static_cast<std::size_t>(steps_.count()));
+    handles().all().resize(static_cast<std::size_t>(kPerTap * steps_.count()));
 }
 
 void TapGrid::sized()
@@ -48,6 +46,14 @@ double TapGrid::warped(double step) const
     return pair + (within < 1 ? 2 * swing * within : 2 * swing + (within - 1) * (2 - 2 * swing));
 }
 
+double TapGrid::unwarped(double place) const
+{
+    const double swing = std::clamp(swing_.get(50) / 100, 0.01, 0.99);
+    const double pair = 2 * std::floor(place / 2), within = place - pair;
+    return pair +
+           (within < 2 * swing ? within / (2 * swing) : 1 + (within - 2 * swing) / (2 - 2 * swing));
+}
+
 Rect TapGrid::cell(int tap, Lane lane) const
 {
     const double w = plot_.area.w / std::max(1, steps_.count());
@@ -57,17 +63,27 @@ Rect TapGrid::cell(int tap, Lane lane) const
 
 void TapGrid::place()
 {
-    auto& all = handles_.all();
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        const int tap = static_cast<int>(i);
-        auto& handle = all[i];
-        const auto& area = plot_.area;
-        handle.at = {plot_.across(warped(steps_[tap])), plot_.upWithin(levels_[tap])};
-        handle.x = {steps_.parameter(tap), 0, kSteps, area.x, area.right(), false};
-        handle.y = {levels_.parameter(tap), kLevels.minimum, kLevels.maximum,
-                    area.bottom(),          area.y,          false};
-        handle.wheel = pans_.parameter(tap);
-        handle.isVisible = on_[tap] > 0.5;
+    auto& all = handles().all();
+    const auto& area = plot_.area;
+    std::size_t h = 0;
+    for (int tap = 0; tap < steps_.count(); ++tap) {
+        auto& ring = all[h++];
+        ring.at = {plot_.across(warped(steps_[tap])), plot_.upWithin(levels_[tap])};
+        ring.x = {steps_.parameter(tap), 0, kSteps, area.x, area.right(), false, 1};
+        ring.x.warped = [this](double x) { return unwarped(plot_.valueAcross(x)); };
+        ring.y = {levels_.parameter(tap), kLevels.minimum, kLevels.maximum,
+                  area.bottom(),          area.y,          false};
+        ring.wheel = pans_.parameter(tap);
+        ring.isVisible = on_[tap] > 0.5;
+        for (const auto lane : {Lane::On, Lane::Pan, Lane::Tone}) {
+            const auto& values = lane == Lane::On ? on_ : lane == Lane::Pan ? pans_ : tones_;
+            auto& handle = all[h++];
+            handle.cell = cell(tap, lane);
+            handle.at = handle.cell.centre();
+            handle.x.parameter = handle.y.parameter = values.parameter(tap);
+            handle.isVisible = values.parameter(tap) >= 0;
+            handle.isSwitch = lane == Lane::On;
+        }
     }
 }
 
@@ -148,107 +164,46 @@ void TapGrid::draw(Canvas& canvas)
                 Ink(Color::Accent, isOn ? 0.8 : 0.3));
         }
     }
-    handles_.draw(canvas);
-    for (std::size_t i = 0; i < handles_.all().size(); ++i) {
-        const auto& handle = handles_.all()[i];
-        if (handle.isVisible)
-            canvas.text(Type::MeterScale, std::to_string(i + 1), handle.at.x,
+    handles().draw(canvas);
+    for (std::size_t i = 0; i < handles().all().size(); ++i) {
+        const auto& handle = handles().all()[i];
+        const bool isRing = handle.cell.isEmpty();
+        if (isRing && handle.isVisible)
+            canvas.text(Type::MeterScale, std::to_string(i / kPerTap + 1), handle.at.x,
                         std::max(area.y + 8, handle.at.y - 9), Align::Centre, Color::Text2);
+        if (!isRing && handles().isFocused(static_cast<int>(i)))
+            canvas.strokeRounded(handle.cell.inset(-2), 5, 2, Color::Focus);
     }
+    handles().drawLabel(canvas, {0, area.y, width(), height()});
     if (frozen_.isOn())
         canvas.text(Type::Axis, "Frozen", area.right() - 4, area.y + 12, Align::Right,
                     Color::Accent);
 }
 
-bool TapGrid::dragLane(const PointerEvent& event)
-{
-    if (event.action == PointerAction::Release && held_ >= 0) {
-        model().end(held_);
-        held_ = -1;
-        return true;
-    }
-    if (event.action == PointerAction::Move && held_ >= 0) {
-        const double pace = event.modifiers & kShift ? 0.1 : 1;
-        position_ = std::clamp(
-            position_ + static_cast<float>((event.x - last_) * pace / kFullRange), 0.0f, 1.0f);
-        last_ = event.x;
-        model().setPosition(held_, position_);
-        return true;
-    }
-    if (event.action != PointerAction::Press || event.button != 1 || held_ >= 0) return false;
-    for (int i = 0; i < steps_.count(); ++i) {
-        if (cell(i, Lane::On).contains(event.x, event.y) && on_.parameter(i) >= 0) {
-            model().set(on_.parameter(i), on_[i] > 0.5 ? 0 : 1);
-            return true;
-        }
-        for (const auto lane : {Lane::Pan, Lane::Tone}) {
-            const int p = (lane == Lane::Pan ? pans_ : tones_).parameter(i);
-            if (p < 0 || !cell(i, lane).contains(event.x, event.y)) continue;
-            held_ = p;
-            last_ = event.x;
-            position_ = model().position(p);
-            model().begin(p);
-            return true;
-        }
-    }
-    return false;
-}
-
-bool TapGrid::pointer(const PointerEvent& event)
-{
-    place();
-    if (dragLane(event)) return true;
-    bool changed = false;
-    const bool used = handles_.pointer(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-bool TapGrid::wheel(const WheelEvent& event)
-{
-    for (int i = 0; i < steps_.count(); ++i)
-        for (const auto lane : {Lane::Pan, Lane::Tone}) {
-            const int p = (lane == Lane::Pan ? pans_ : tones_).parameter(i);
-            if (p < 0 || !cell(i, lane).contains(event.x, event.y)) continue;
-            const double step = event.modifiers & kShift ? 0.002 : 0.02;
-            model().setPosition(p, model().position(p) + static_cast<float>(step * event.notches));
-            return true;
-        }
-    return handles_.wheel(event);
-}
-
 bool TapGrid::key(const KeyEvent& event)
 {
-    const int tap = std::clamp(handles_.focus(), 0, std::max(0, steps_.count() - 1));
-    if (event.key == Key::Space && on_.parameter(tap) >= 0) {
-        model().set(on_.parameter(tap), on_[tap] > 0.5 ? 0 : 1);
-        return true;
-    }
-    bool changed = false;
-    const bool used = handles_.key(event, changed);
-    if (changed) damage();
-    return used;
-}
-
-void TapGrid::setFocus(bool has)
-{
-    handles_.setFocus(has);
-    damage();
+    const int tap = handles().focus() / kPerTap;
+    if (event.key != Key::Space || on_.parameter(tap) < 0) return HandleDisplay::key(event);
+    model().set(on_.parameter(tap), on_[tap] > 0.5 ? 0 : 1);
+    return true;
 }
 
 std::string TapGrid::describe() const
 {
     std::string text = "Taps";
     for (int i = 0; i < steps_.count(); ++i)
-        if (on_[i] > 0.5)
-            text += ", " + std::to_string(i + 1) + " at " + steps_.text(i) + " " + levels_.text(i) +
-                    " pan " + pans_.text(i) + " tone " + tones_.text(i);
+        text += ", " + std::to_string(i + 1) +
+                (on_[i] > 0.5 ? " at " + steps_.text(i) + " " + levels_.text(i) + " pan " +
+                                    pans_.text(i) + " tone " + tones_.text(i)
+                              : " off");
     return text;
 }
 
 std::string TapGrid::tip(double, double) const
 {
-    return "Drag a ring in time and level, the bars below for pan and tone.";
+    return "Drag a ring in time and level, with Shift between the steps; the bars below are pan "
+           "and "
+           "tone.";
 }
 
 }  // namespace quillworks::editors

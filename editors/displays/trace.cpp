@@ -3,9 +3,28 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace quillworks::editors {
 namespace {
+
+constexpr double kFaded = 6;   // times the persistence, after which nothing is left
+constexpr double kGlow = 0.6;  // of a line's brightness once it is over
+constexpr int kLeastFade = 8;  // of 256 by which pixels are dimmed at once, so that steps are true
+
+/// Every pixel times `share` of 256, rounded down so that all of them end.
+void dim(Image& image, unsigned share)
+{
+    const auto& p = image.pixels();
+    for (int y = 0; y < p.height; ++y) {
+        auto* const row = p.data + y * (p.stride / 4);
+        for (int x = 0; x < p.width; ++x) {
+            const std::uint32_t even = (row[x] & 0xff00ffu) * share >> 8 & 0xff00ffu;
+            const std::uint32_t odd = (row[x] >> 8 & 0xff00ffu) * share & 0xff00ff00u;
+            row[x] = even | odd;
+        }
+    }
+}
 
 Ink inkOf(std::size_t line)
 {
@@ -60,8 +79,9 @@ Plot Trace::plotOf(std::size_t line) const
     return {{area_.x, y, area_.w, h}, {0, 1, false}, {-most, most, false}};
 }
 
-void Trace::ticked(double)
+void Trace::ticked(double seconds)
 {
+    seconds_ = seconds;
     const auto& node = model().display("trace");
     const auto& channels = node["channels"];
     period_ = node["period"].number();
@@ -71,9 +91,16 @@ void Trace::ticked(double)
         now_[c].name = channels[c]["name"].text();
         now_[c].samples = channels[c]["samples"].numbers();
     }
-    if (now_ == lines_) return;
-    lines_.swap(now_);
-    damage();
+    const double persistence = persistence_.get(0);
+    if (now_ != lines_) {
+        lines_.swap(now_);
+        changed_ = seconds;
+        isGlowStale_ = true;
+        damage();
+    } else if (persistence > 0 && seconds - changed_ < kFaded * persistence) {
+        isGlowStale_ = true;
+        damage();
+    }
 }
 
 void Trace::look(std::vector<double>& numbers) const
@@ -103,9 +130,10 @@ void Trace::drawStatic(Canvas& canvas)
     const bool isStacked = layout() == Layout::Stack;
     for (std::size_t i = 0; i < (isStacked ? std::max<std::size_t>(1, lines_.size()) : 1); ++i) {
         const auto plot = plotOf(i);
-        drawUp(canvas, plot,
-               linearTicks(plot.y, std::max(2, static_cast<int>(plot.area.h / 30)), false),
-               figures);
+        auto ticks = linearTicks(plot.y, std::max(2, static_cast<int>(plot.area.h / 30)), false);
+        // The top of one is the bottom of that above it.
+        if (i > 0 && !ticks.empty()) ticks.back().text.clear();
+        drawUp(canvas, plot, ticks, figures);
         if (i > 0) canvas.horizontal(area_.x, area_.right(), plot.area.y, Color::GridEnd);
     }
     const double seconds = span();
@@ -155,7 +183,41 @@ void Trace::course(const Plot& plot, const std::vector<double>& samples)
     }
 }
 
+/// Once a tick, so that drawing again draws the same.
+void Trace::drawGlow(Canvas& canvas)
+{
+    const double persistence = persistence_.get(0);
+    const auto device = [this](double px) { return static_cast<int>(std::lround(px * scale())); };
+    const int w = device(area_.w), h = device(area_.h);
+    if (!(persistence > 0)) {
+        glow_ = {};
+        return;
+    }
+    if (glow_.width() != w || glow_.height() != h) {
+        glow_ = Image(w, h);
+        faded_ = seconds_;
+    }
+    if (std::exchange(isGlowStale_, false)) {
+        const double left = std::exp(-(seconds_ - faded_) / persistence);
+        if (const int share = static_cast<int>(256 * left); 256 - share >= kLeastFade) {
+            dim(glow_, static_cast<unsigned>(std::max(0, share)));
+            faded_ = seconds_;
+        }
+        Canvas own(glow_.pixels(), scale(), canvas.fonts(), canvas.theme());
+        own.translate(-area_.x, -area_.y);
+        drawLines(own, kGlow);
+    }
+    canvas.image(glow_, area_.x, area_.y);
+}
+
 void Trace::draw(Canvas& canvas)
+{
+    drawGlow(canvas);
+    drawLines(canvas, 1);
+    if (layout() != Layout::XY) drawMarks(canvas);
+}
+
+void Trace::drawLines(Canvas& canvas, double opacity)
 {
     const auto& area = area_;
     if (layout() == Layout::XY) {
@@ -171,7 +233,7 @@ void Trace::draw(Canvas& canvas)
                 {square.across(lines_[0].samples[i]), square.up(lines_[1].samples[i])});
         const auto saved = canvas.save();
         canvas.clip(square.area);
-        canvas.polyline(points_, 1.25, Color::Accent);
+        canvas.polyline(points_, 1.25, Ink(Color::Accent, opacity));
         return;
     }
     graph_.begin(canvas, area);
@@ -180,9 +242,16 @@ void Trace::draw(Canvas& canvas)
         // A generator's channels are alike: one is enough.
         if (!time_.exists() && i > 0 && lines_[i].samples == lines_[0].samples) continue;
         course(plotOf(i), lines_[i].samples);
-        graph_.stroke(points_, 1.5, isStacked ? Ink(Color::Accent) : inkOf(i));
+        const auto ink = isStacked ? Ink(Color::Accent) : inkOf(i);
+        graph_.stroke(points_, 1.5, Ink(ink.color, opacity * ink.opacity));
     }
     graph_.show(canvas);
+}
+
+void Trace::drawMarks(Canvas& canvas)
+{
+    const auto& area = area_;
+    const bool isStacked = layout() == Layout::Stack;
     const auto first = plotOf(0);
     if (level_.exists() && hasFigures()) {
         const double level = level_.get(0) / 100;

@@ -37,11 +37,20 @@ private:
     double amplitude() const;
     Plot plotOf(std::size_t line) const;
     void course(const Plot& plot, const std::vector<double>& samples);
+    void drawLines(Canvas& canvas, double opacity);
+    void drawMarks(Canvas& canvas);
+    /// The lines that have gone, which fade.
+    void drawGlow(Canvas& canvas);
 
     Value time_, level_, pretrigger_, gain_, layout_, persistence_;
     Rect area_;
     std::vector<Line> lines_, now_;
     double period_ = 0, state_ = 0;
+    Image glow_;             // of the area, in device pixels
+    double seconds_ = 0;     // second of the last tick
+    double faded_ = 0;       // second up to which the glow has faded
+    double changed_ = -1e9;  // second of the last other line
+    bool isGlowStale_ = false;
     Graph graph_;
     std::vector<Point> points_;
 };

@@ -45,6 +45,7 @@ Pane::Pane(X11Window& window, Connection& connection, std::shared_ptr<Surface> s
     const std::uint32_t noExposures = 0;
     xcb_create_gc(xcb, gc_, id_, XCB_GC_GRAPHICS_EXPOSURES, &noExposures);
     surface_->setHost(this);
+    surface_->tick(window.now());  // before the server asks for a picture
 }
 
 Pane::~Pane()

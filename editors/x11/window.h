@@ -104,6 +104,7 @@ private:
     std::string paste();
     Transfer& transfer() noexcept { return *transfer_; }
     xcb_timestamp_t lastTime() const noexcept { return clock_.serverTime(); }
+    double now() noexcept { return clock_.now(); }
 
     std::unique_ptr<Connection> connection_;
     Setup setup_;

@@ -110,7 +110,8 @@ void Normaliser::narrow(const RenderPlan& plan, double most, Attempt& attempt,
     // From the quiet end on, so that all of the range is compressed.
     attempt.threshold = std::clamp(double(measured.rangeLow), -48.0, 0.0);
     attempt.ratio = 1;
-    for (int i = 0; i<kMostNarrowings&& double(measured.range)> most; ++i) {
+    const auto isTooWide = [&] { return double(measured.range) > most; };
+    for (int i = 0; i < kMostNarrowings && isTooWide(); ++i) {
         // Speeds and knee let more through than the ratio says.
         const double over = double(measured.range) / most;
         attempt.ratio = std::min(20.0, attempt.ratio * 1.2 * std::pow(over, i == 0 ? 1 : 2));

@@ -12,6 +12,7 @@
 #include "chain.h"
 #include "command.h"
 #include "display_run.h"
+#include "editors/controls/display_control.h"
 #include "editors/view.h"
 #include "editors/view_offscreen.h"
 #include "effect_spec.h"
@@ -78,20 +79,36 @@ public:
     }
 
 private:
-    /// In device pixels: the middle of the control of a key, or a place in logical pixels.
+    /// In device pixels: the middle of the control of a key, or of what moves it in a display of
+    /// the kind named, or a place in logical pixels; x and y count from there.
     ed::Point place(const Json& event) const
     {
         ed::Point p{event.value("x", 0.0), event.value("y", 0.0)};
         if (event.contains("key")) {
             const auto key = event.at("key").get<std::string>();
-            const int parameter = view_.effectModel().parameter(key);
-            const ed::Control* found = nullptr;
-            for (auto* control : view_.controls(view_.page()))
-                if (parameter >= 0 && control->parameter() == parameter) found = control;
+            const auto found =
+                middleOf(view_.effectModel().parameter(key), event.value("display", std::string()));
             if (!found) throw UsageError("the form shows no " + inQuotes(key));
-            p = {p.x + found->bounds().centre().x, p.y + found->bounds().centre().y};
+            p = {p.x + found->x, p.y + found->y};
         }
         return {p.x * view_.scale(), p.y * view_.scale()};
+    }
+
+    std::optional<ed::Point> middleOf(int parameter, const std::string& kind) const
+    {
+        if (parameter < 0) return {};
+        for (auto* control : view_.controls(view_.page())) {
+            if (kind.empty() && control->parameter() == parameter)
+                return control->bounds().centre();
+            const auto* shown = dynamic_cast<ed::DisplayControl*>(control);
+            if (!shown || !shown->display() || shown->title() != kind) continue;
+            for (const auto& grasp : shown->display()->grasps())
+                for (const int p : grasp.parameters())
+                    if (p == parameter)
+                        return ed::Point{shown->bounds().x + grasp.at.centre().x,
+                                         shown->bounds().y + grasp.at.centre().y};
+        }
+        return {};
     }
 
     static unsigned modifiers(const Json& event)

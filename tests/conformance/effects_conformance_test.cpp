@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "tests/support/display_under_test.h"
 #include "tests/support/effect_under_test.h"
 #include "tests/support/every_effect.h"
 #include "tests/support/random_transport.h"
@@ -126,6 +127,29 @@ TEST_P(EveryEffect, BypassIsTheInputAndSwitchesWithoutAClick)
         EXPECT_LE(largestStep(y[c]), allowed) << "on entering it";
     }
     for (std::size_t i = 480; i < 24000; ++i) ASSERT_EQ(y[0][i], x[0][i]) << i;
+}
+
+TEST_P(EveryEffect, SoundsTheSameWhoeverLooksOn)
+{
+    const auto x = stereoNoise();
+    const auto alone = effect<float>().randomise(kSeed).prepare(2, 480).play(x, 480);
+    auto fx = effect<float>();
+    fx.randomise(kSeed).prepare(2, 480);
+    const auto& component = fx.component();
+    const auto displays = component.queryInterface<VNK::IEffectDisplays>();
+    component.setEditorOpen(true);
+    if (displays) displays->setDisplaysOpen(true);
+    auto y = x;
+    for (int at = 0; at < 9600; at += 480) {
+        fx.processBlock(x, y, at, 480);
+        for (int i = 0; i < component.countMeters(); ++i) component.readMeter(i);
+        if (!displays) continue;
+        displays->updateDisplays();
+        Shown shown;
+        for (int i = 0; displays->displayName(i); ++i)
+            displays->snapshot(displays->displayName(i), &shown);
+    }
+    EXPECT_EQ(y, alone);
 }
 
 TEST_P(EveryEffect, RecoversFromBadSamplesWithinASecond)

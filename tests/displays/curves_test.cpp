@@ -23,6 +23,16 @@ TEST(DisplayCurves, StaticGainsMeetTheirLines)
     EXPECT_NEAR(expanded(-100, -40, 3, -20), -120, 1e-9);  // no more than the range
 }
 
+TEST(DisplayCurves, BandsAreChangedOnBothSidesWithinTheirRange)
+{
+    const BandLaw law{-24, 4, 0, -48, 0.5, 12, 1, 3};
+    EXPECT_NEAR(banded(-36, law), -33, 1e-3);                 // between both
+    EXPECT_NEAR(banded(-16, law), -24 + 8 / 4.0 + 3, 1e-2);   // four become one
+    EXPECT_NEAR(banded(0, law), -12 + 3, 1e-9);               // no more than the range
+    EXPECT_NEAR(banded(-58, law), -58 + 0.5 * 10 + 3, 1e-9);  // what is soft is raised
+    EXPECT_NEAR(banded(-16, {-24, 0.5, 0, -60, 1, 18, 0.5, 0}), -16 + 4, 1e-2);
+}
+
 TEST(DisplayCurves, FiltersMeetTheirPrototypes)
 {
     for (const int order : {2, 4}) {
@@ -39,6 +49,12 @@ TEST(DisplayCurves, FiltersMeetTheirPrototypes)
     EXPECT_LT(toDecibel(phaser(700, 700, 2, 0, 0.5)), -100);
     EXPECT_LT(toDecibel(comb(250, {0.002, 0, 20000, false, 0.5})), -100);
     EXPECT_NEAR(toDecibel(comb(500, {0.002, 0, 20000, false, 0.5})), 0, 1e-6);
+}
+
+TEST(DisplayCurves, AnAxisWithoutDecadesHasNoLinesInsteadOfEndlessOnes)
+{
+    EXPECT_TRUE(frequencyTicks({0, 1, true}).empty());
+    EXPECT_EQ(frequencyTicks({20, 20000, true}).size(), 28u);
 }
 
 TEST(DisplayCurves, WavesAndShapesHaveTheirLandmarks)

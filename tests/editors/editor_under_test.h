@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <utility>
 
 #include "editors/view.h"
 #include "editors/view_offscreen.h"
@@ -85,11 +86,12 @@ public:
     {
         return effect_.getValue(effect_.findParameter(key.c_str()));
     }
-    /// The stream since the last call: "begin ratio, ratio=4, end ratio".
+    std::vector<editors::GestureRecorder::Event> takeEvents() { return std::exchange(events_, {}); }
+    /// The same as text: "begin ratio, ratio=4, end ratio".
     std::string gestures()
     {
         std::string text;
-        for (const auto& event : events_) {
+        for (const auto& event : takeEvents()) {
             if (!text.empty()) text += ", ";
             switch (event.what) {
             case editors::GestureRecorder::Event::Begin:
@@ -105,7 +107,6 @@ public:
                 text += "group";
             }
         }
-        events_.clear();
         return text;
     }
 

@@ -58,6 +58,31 @@ TEST_F(Hands, DraggingIsOneGestureOf200PixelsForTheRangeAndTenfoldWithShift)
     EXPECT_EQ(e.value("threshold"), std::round(e.value("threshold")));
 }
 
+TEST_F(Hands, ADragBelongsToItsButtonAndOneWhoseReleaseIsLostIsOver)
+{
+    const auto p = e.place("knee"), other = e.place("mix");
+    e.window().press(p.x, p.y);
+    e.click(p, 3);
+    EXPECT_EQ(e.window().popup(), nullptr);
+    e.window().move(p.x, p.y - 50);
+    e.gestures();
+    e.window().release(p.x, p.y - 50);
+    EXPECT_EQ(e.gestures(), "end knee");
+    e.window().wait(1);
+    e.window().press(p.x, p.y);  // its release goes to another window
+    e.window().press(other.x, other.y);
+    e.window().release(other.x, other.y);
+    EXPECT_EQ(e.gestures(), "begin knee, end knee, begin mix, end mix");
+    // A menu that is held open and chosen from gets the release.
+    e.window().press(p.x, p.y, 3);
+    ASSERT_NE(e.window().popup(), nullptr);
+    e.window().key(Key::Escape);
+    e.window().wait(1);
+    e.window().press(other.x, other.y);
+    e.window().release(other.x, other.y);
+    EXPECT_EQ(e.gestures(), "begin mix, end mix");
+}
+
 TEST_F(Hands, ADoubleClickOrDeleteIsTheDefaultAsOneGesture)
 {
     e.effect().setValue(e.effect().findParameter("attack"), 3);
@@ -194,6 +219,25 @@ TEST(HandsOnLists, SegmentsAndChoicesSetOneValueAndTheWheelSteps)
     d.window().key(Key::Down);
     d.window().key(Key::Enter);
     EXPECT_EQ(d.gestures(), "begin routing, routing=" + std::to_string(next) + ", end routing");
+}
+
+TEST(HandsOnDisplays, ABandThatIsPressedIsTheOneWhoseCurveIsShown)
+{
+    EditorUnderTest e("Multiband Dynamics", "MultiBand/Editor");
+    const auto shown = [&](const std::string& kind) {
+        for (auto* control : e.view().controls(0))
+            if (control->title() == kind) return control;
+        throw std::runtime_error("no " + kind);
+    };
+    const auto press = [&](const std::string& kind, double share) {
+        const auto& b = shown(kind)->bounds();
+        e.click({b.x + share * b.w, b.centre().y});
+        e.window().key(Key::Escape);
+        e.window().wait(1);
+        return shown("CurveDisplay")->describe();
+    };
+    EXPECT_TRUE(press("BandKnobs", 0.6).starts_with("Curve of Band 3,"));
+    EXPECT_TRUE(press("BandCurve", 0.95).starts_with("Curve of Band 4,"));
 }
 
 TEST(HandsOnWindows, AViewThatGoesWhileAKnobIsHeldEndsTheGesture)

@@ -23,7 +23,7 @@ struct Record {
     std::string typed;
     std::vector<Key> keys;
     std::vector<std::string> dropped;
-    int ticks = 0, drawn = 0, lost = 0, closed = 0;
+    int ticks = 0, drawn = 0, drawnUntimed = 0, lost = 0, closed = 0;
     SurfaceHost* host = nullptr;
 
     int count(PointerAction action) const
@@ -93,6 +93,7 @@ public:
                 for (int x = part.x; x < part.x + part.w; ++x)
                     picture.data[y * (picture.stride / 4) + x] = 0xFF000000u | colorAt(x, y);
         record_.drawn += !damage.empty();
+        record_.drawnUntimed += record_.ticks == 0;
         return damage;
     }
     void pointer(const PointerEvent& event) override

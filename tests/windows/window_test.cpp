@@ -89,6 +89,7 @@ TEST_F(Windows, ShowWhatIsDrawnAndRedrawWhatWasPressed)
     const auto host = desktop().window(100, 100, 300, 300);
     auto view = openIn(host);
     EXPECT_TRUE(view.isAsDrawn());
+    EXPECT_EQ(view.record->drawnUntimed, 0) << "the first picture was drawn before any value";
     desktop().click(110, 110);
     EXPECT_TRUE(view.until([&] { return view.record->count(PointerAction::Release) == 1; }));
     EXPECT_TRUE(view.isAsDrawn());

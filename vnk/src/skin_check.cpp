@@ -13,6 +13,8 @@ namespace VNK {
 namespace {
 
 /// Knobs stand in cells of 9 units, one unit of margin on each side of the panel.
+/// Attributes of displays that name no value.
+constexpr std::string_view kLiterals[] = {"kind", "lowOrder", "choice"};
 constexpr int kKnobCell = 9, kPanelMargin = 2;
 
 bool overlap(const SkinBox& a, const SkinBox& b)
@@ -99,8 +101,8 @@ private:
         std::set<std::string> bound;
         for (const auto& box : view.boxes) {
             for (const auto& [name, value] : box.attributes)
-                if (name != "kind" && name != "lowOrder" && !bindFamily(value, bound) &&
-                    !isKnown(value))
+                if (std::ranges::find(kLiterals, name) == std::end(kLiterals) &&
+                    !bindFamily(value, bound) && !isKnown(value))
                     return fail("a display of " + view.name + " names the unknown value \"" +
                                 value + "\"");
         }

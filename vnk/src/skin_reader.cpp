@@ -71,19 +71,20 @@ constexpr Attributes kAttributes[] = {
 };
 /// The kinds of display, and what each can be bound to.
 constexpr Attributes kDisplays[] = {
-    {"CurveDisplay", "threshold ratio knee range point"},
+    {"CurveDisplay",
+     "threshold ratio knee range point lowThreshold lowRatio amount gain levels choice"},
     {"GainHistory", "in out reduction threshold ceiling"},
     {"Meters", "in out reduction level rms hold rmsHold clip reset"},
     {"Loudness", "momentary shortTerm integrated low high truePeak"},
     {"EchoLine", "time beats feedback width mode"},
-    {"ModWave", "wave rate depth sync beats stereo"},
-    {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels"},
+    {"ModWave", "wave rate depth sync beats stereo phase"},
+    {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels choice"},
     {"FilterCurve",
      "low high lowOrder slope resonance type stages left right mix mode centre range "
      "cycle on freq1 gain1 q1 bell1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4 bell4"},
     {"BandKnobs",
      "bands thresholds ratios lowThresholds lowRatios ranges attacks releases gains on solo "
-     "mute"},
+     "mute choice"},
     {"StepBars", "levels steps position"},
     {"StepCurve", "rate bits law gain"},
     {"Trace", "time trigger level pretrigger gain layout persistence"},
@@ -100,7 +101,8 @@ constexpr Attributes kDisplays[] = {
     {"DecayCurve", "decay low lowFrequency high highFrequency air size"},
     {"Reflections", "shape size distance decay"},
     {"SwellCurve", "decay swell"},
-    {"ImpulseWave", "start length stretch reverse tail trim"},
+    {"ImpulseWave", "start length stretch reverse tail trim tailMode tailStart"},
+    {"TailDecay", "mode decay time stretch"},
     {"VoiceField", "voices delays spread low high"},
 };
 
