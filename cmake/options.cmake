@@ -17,35 +17,39 @@ if(QUILLWORKS_SANITIZE)
   target_compile_definitions(quillworks_options INTERFACE QUILLWORKS_CHECK_RULES)
 endif()
 
-option(QUILLWORKS_FEWER_SETS "Compile vector code for AVX2 and the scalar set only" OFF)
-# Instrumented vector code compiles for minutes: there, too, two stand for all sets.
-if(QUILLWORKS_SANITIZE OR QUILLWORKS_FEWER_SETS)
+# A build from nothing for a first look (./demo), in half the time: vector code in its plain form alone,
+# the headers that most files include read once, and what waits for files and people not optimised. Not
+# for development, since it hides a missing #include and keeps ccache from its work.
+option(QUILLWORKS_FIRST_LOOK "Compile quickly rather than for speed" OFF)
+if(QUILLWORKS_FIRST_LOOK)
+  target_compile_definitions(quillworks_options INTERFACE HWY_COMPILE_ONLY_STATIC)
+elseif(QUILLWORKS_SANITIZE)
+  # Instrumented vector code compiles for minutes: AVX2 and the scalar set stand for all sets.
   target_compile_definitions(quillworks_options INTERFACE
     "HWY_DISABLED_TARGETS=(HWY_SSSE3|HWY_SSE4|HWY_AVX3|HWY_AVX3_DL)")
 endif()
 
-# For a build from nothing: the headers that most files read are read once. Not for development, since
-# it hides a missing #include and keeps ccache from its work.
-option(QUILLWORKS_PRECOMPILED_HEADERS "Precompile the headers that most files include" OFF)
-
-# quillworks_precompile(TARGET PRIVATE HEADERS...), or (TARGET REUSE_FROM OTHER) where the flags of the
-# two are the same: precompiles headers for a target.
+# quillworks_precompile(TARGET HEADERS...), or (TARGET REUSE_FROM OTHER) where the flags of the two are
+# the same: headers beside the standard library's that are read once for a first look.
 function(quillworks_precompile target)
-  if(QUILLWORKS_PRECOMPILED_HEADERS)
+  if(NOT QUILLWORKS_FIRST_LOOK)
+    return()
+  endif()
+  if("REUSE_FROM" IN_LIST ARGN)
     target_precompile_headers(${target} ${ARGN})
+  else()
+    target_precompile_headers(${target} PRIVATE <algorithm> <array> <atomic> <bit> <cmath> <concepts>
+      <cstdint> <cstring> <functional> <limits> <map> <memory> <numbers> <optional> <span> <string>
+      <string_view> <tuple> <utility> <vector> ${ARGN})
   endif()
 endfunction()
 
-# quillworks_light(TARGET): not optimised in a build for a first look; for what waits for files and people.
-option(QUILLWORKS_LIGHT_HOSTS "Compile the command-line host without optimising it" OFF)
+# quillworks_light(TARGET): for what is not optimised for a first look.
 function(quillworks_light target)
-  if(QUILLWORKS_LIGHT_HOSTS)
+  if(QUILLWORKS_FIRST_LOOK)
     target_compile_options(${target} PRIVATE -O0)
   endif()
 endfunction()
-set(QUILLWORKS_STANDARD_HEADERS <algorithm> <array> <atomic> <bit> <cmath> <concepts> <cstdint>
-    <cstring> <functional> <map> <memory> <optional> <span> <string> <string_view> <tuple>
-    <utility> <vector>)
 
 # quillworks_library(NAME [LIBRARIES...]): a static library of the .cpp files in the current folder.
 # New files are found by themselves.
@@ -63,7 +67,7 @@ function(quillworks_effect_families)
     if(sources)
       add_library(${family} STATIC ${sources})
       target_link_libraries(${family} PUBLIC quillworks_options framework)
-      quillworks_precompile(${family} REUSE_FROM dsp)
+      quillworks_precompile(${family} REUSE_FROM framework)
       list(APPEND families ${family})
     endif()
   endforeach()

@@ -27,7 +27,7 @@ void CutFilters<T>::prepare(const Design& design, int channels, double sampleRat
         cut->octave.prepareHalfLife(glideHalfLife);
         cut->octave.setTolerance(kGlideTolerance);
     }
-    chain_.prepare(std::max(1, low_.count() + high_.count()), channels);
+    chain_.prepare(std::max(1, low_.count() + high_.count()), channels, design.form);
     tune(design.lowEnd, design.highEnd);
     reset();
 }

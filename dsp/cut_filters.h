@@ -21,6 +21,7 @@ public:
     struct Design {
         int lowOrder = 2, highOrder = 2;     // 0 (absent), 2 or 4
         float lowEnd = 20, highEnd = 20000;  // Hz, where isNeutral() leaves the cut out
+        SectionForm form = SectionForm::Lanes;
     };
 
     /// `glideHalfLife` in sub-blocks. Allocates; may throw std::bad_alloc.

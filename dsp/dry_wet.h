@@ -125,6 +125,21 @@ public:
         for (int i = 0; i < n; ++i) wet[i] = d[i] * dry[i] + w[i] * wet[i];
     }
 
+    /// The same the other way round: mixes `wet` into `dry`.
+    void mixInto(T* dry, const T* wet, GridSlice slice) const noexcept
+    {
+        const int n = slice.frames;
+        if (isDry()) return;
+        if (isWet()) return vec::copy(dry, wet, n);
+        const T* const w = wetGain_.of(slice);
+        if (law_ == MixLaw::Linear) {
+            for (int i = 0; i < n; ++i) dry[i] = (wet[i] - dry[i]) * w[i] + dry[i];
+            return;
+        }
+        const T* const d = dryGain_.of(slice);
+        for (int i = 0; i < n; ++i) dry[i] = d[i] * dry[i] + w[i] * wet[i];
+    }
+
 private:
     void updateTarget() noexcept { mix_.target(wetOnly_ ? T(1) : wanted_); }
 

@@ -46,11 +46,52 @@ HWY_INLINE hn::Vec<D> frame(const float* row, int lane)
         return hn::LoadU(D(), row + lane % kSignals);
 }
 
+/// Whole vectors of frames along which nothing rises, as most are: all that is to be known of them
+/// is their largest magnitudes and their weighted sums, and no frame waits for the one before.
+/// Returns false, and has done nothing, where something may rise or is no number.
+bool fall(const LevelLanes::Times& t, const float* const* x, int n, double* envelopes)
+{
+    const D d;
+    auto fast = hn::Load(d, t.weights[0]), slow = hn::Load(d, t.weights[1]);
+    const auto growFast = hn::Set(d, t.growth[kLanes / 4][0]);
+    const auto growSlow = hn::Set(d, t.growth[kLanes / 4][1]);
+    hn::Vec<D> most[kSignals], sums[2][kSignals];
+    for (int s = 0; s < kSignals; ++s) most[s] = sums[0][s] = sums[1][s] = hn::Zero(d);
+    for (int i = 0; i < n; i += kLanes) {
+        for (int s = 0; s < kSignals; ++s) {
+            const auto a = hn::Abs(hn::LoadU(d, x[s] + i));
+            most[s] = hn::Max(most[s], a);
+            sums[0][s] = hn::MulAdd(a, fast, sums[0][s]);
+            sums[1][s] = hn::MulAdd(a, slow, sums[1][s]);
+        }
+        fast = hn::Mul(fast, growFast);
+        slow = hn::Mul(slow, growSlow);
+    }
+    double fallen[kAll];
+    bool falls = true;
+    for (int s = 0; s < kSignals; ++s) {
+        const double top = hn::GetLane(hn::MaxOfLanes(d, most[s]));
+        for (int speed = 0; speed < 2; ++speed) {
+            const int lane = speed * kSignals + s;
+            const double left = t.left[n][speed];
+            // Below the envelope's end none of them is above it on its way; a sum of what is no
+            // number compares as false.
+            falls &= top <= envelopes[lane] * left;
+            const double sum = hn::GetLane(hn::SumOfLanes(d, sums[speed][s]));
+            fallen[lane] = (envelopes[lane] + sum) * left;
+            falls &= fallen[lane] >= 0;
+        }
+    }
+    if (falls) std::copy_n(fallen, kAll, envelopes);
+    return falls;
+}
+
 /// At most kPiece frames, in single precision: of what a fall leaves of the envelope nothing is
 /// taken off before the end, and what a fall takes on is summed up apart, where no step is too
 /// small to count.
 void follow(const LevelLanes::Times& t, const float* const* x, int n, double* envelopes)
 {
+    if (n % kLanes == 0 && fall(t, x, n, envelopes)) return;
     const D d;
     alignas(64) float rows[kSignals * (LevelLanes::kPiece + LevelLanes::kReadsBeyond)];
     alignas(64) float base[kAll], added[kAll];
@@ -112,6 +153,10 @@ void LevelLanes::Times::prepare(double sampleRate) noexcept
         std::fill_n(grow + speed * kSignals, kSignals, static_cast<float>(1 / fallen));
         left[0][speed] = 1;
         for (int i = 0; i < kPiece; ++i) left[i + 1][speed] = left[i][speed] * fallen;
+        for (int i = 0; i < kWidest; ++i)
+            weights[speed][i] = static_cast<float>((1 - fallen) / left[i + 1][speed]);
+        for (int i = 0; i < 3; ++i)
+            growth[i][speed] = static_cast<float>(1 / left[std::max(1, 4 * i)][speed]);
     }
 }
 
@@ -126,17 +171,6 @@ void LevelLanes::run(const Times& times, const float* const* x, int n) noexcept
         const float* const piece[] = {x[0] + done, x[1] + done, x[2] + done, x[3] + done};
         chosenFollow(times, piece, std::min(kPiece, n - done), envelopes_);
     }
-}
-
-void LevelLanes::runHalf(const Times& times, const float* const* x, int half, int n) noexcept
-{
-    const LevelLanes before = *this;
-    run(times, x, n);
-    for (const int lane : {0, 1})
-        for (const int first : {0, kSignals}) {
-            const int other = first + lane + (half == 0 ? 2 : 0);
-            envelopes_[other] = before.envelopes_[other];
-        }
 }
 
 }  // namespace quillworks

@@ -11,6 +11,7 @@ public:
     static constexpr int kSignals = 4;
     static constexpr int kPiece = 64;        // frames that are worked on at once
     static constexpr int kReadsBeyond = 16;  // samples behind a signal's last, whatever they are
+    static constexpr int kWidest = 8;        // lanes of a vector
 
     /// What all lanes of one sample rate have in common.
     struct Times {
@@ -21,14 +22,17 @@ public:
         alignas(32) float rise[2 * kSignals];  // the share that a rise takes on, over `take`
         alignas(32) float keep[2 * kSignals];  // what a rise leaves over what a fall leaves
         alignas(32) float grow[2 * kSignals];  // 1 over what a fall leaves
-        double left[kPiece + 1][2];            // what a fall of so many samples leaves, fast, slow
+        // Of a run of falls, fast and slow: what the first frames count, and what those behind 1, 4
+        // or 8 frames count over these, so that it comes out with what the run leaves.
+        alignas(32) float weights[2][kWidest];
+        float growth[3][2];
+        double left[kPiece + 1][2];  // what a fall of so many samples leaves, fast, slow
     };
 
     void reset() noexcept;
     /// n samples of each signal; what is no number counts as 0, what is beyond 1e6 as that.
+    /// Multiples of kReadsBeyond read nothing behind the last.
     void run(const Times& times, const float* const* x, int n) noexcept;
-    /// The same for the first two signals alone, or for the last two.
-    void runHalf(const Times& times, const float* const* x, int half, int n) noexcept;
 
     double fast(int signal) const noexcept { return envelopes_[signal]; }
     double slow(int signal) const noexcept { return envelopes_[kSignals + signal]; }

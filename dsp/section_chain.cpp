@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::ptrdiff_t kOverreach = 16;  // lanes that the kernels may read behind a row
 
+constexpr int kOpen = 2 * SectionBlock<float>::kFrames;  // of a pair
+
 template <typename T> const SectionKernel<T>& kernel()
 {
     static const SectionKernel<T>& chosen = *sectionKernel<T>(-1);
@@ -21,7 +23,7 @@ template <typename T> const SectionKernel<T>& kernel()
 
 }  // namespace
 
-template <typename T> void SectionChain<T>::prepare(int sections, int channels)
+template <typename T> void SectionChain<T>::prepare(int sections, int channels, SectionForm form)
 {
     assert(sections > 0 && channels >= 0);
     kernel<T>();  // chosen here, not on the audio thread
@@ -32,6 +34,10 @@ template <typename T> void SectionChain<T>::prepare(int sections, int channels)
     values_.require(static_cast<std::size_t>((2 * kCoefficients + 2 * pairs) * stride_));
     values_.fill(0);
     isMoving_ = false;
+    const auto inBlocks = static_cast<std::size_t>(form == SectionForm::Blocks ? sections : 0);
+    blocks_.assign(inBlocks, {});
+    isOutdated_.assign(static_cast<std::size_t>(sections), true);
+    open_.require(inBlocks * static_cast<std::size_t>(pairs * kOpen));
     for (int s = 0; s < sections; ++s) set(s, Coefficients{});
 }
 
@@ -52,6 +58,8 @@ template <typename T> void SectionChain<T>::takeOver(const SectionChain& other) 
 {
     assert(sections_ == other.sections_ && channels_ == other.channels_);
     std::copy(other.values_.begin(), other.values_.end(), values_.begin());
+    std::copy(other.open_.begin(), other.open_.end(), open_.begin());
+    std::fill(isOutdated_.begin(), isOutdated_.end(), true);
     isMoving_ = other.isMoving_;
 }
 
@@ -60,6 +68,7 @@ void SectionChain<T>::write(int section, int side, const Coefficients& c, bool g
 {
     assert(section < sections_);
     constexpr T share = T(1) / kSubBlock;
+    isOutdated_[static_cast<std::size_t>(section)] = true;
     const T values[kCoefficients] = {c.r, c.b1, c.b2, c.c1, c.c2, c.d};
     for (int i = 0; i < kCoefficients; ++i) {
         T& to = coefficient(i)[2 * section + side];
@@ -82,10 +91,40 @@ template <typename T> void SectionChain<T>::rest(int first, int count) noexcept
 }
 
 template <typename T>
+void SectionChain<T>::processBlocks(T* const* x, GridSlice slice, int first, int count) noexcept
+{
+    const int pairs = (channels_ + 1) / 2;
+    for (int s = first; s < first + count; ++s) {
+        auto& block = blocks_[static_cast<std::size_t>(s)];
+        auto& isOutdated = isOutdated_[static_cast<std::size_t>(s)];
+        if (isOutdated)
+            for (int side = 0; side < 2; ++side) {
+                const auto value = [&](int i) { return coefficient(i)[2 * s + side]; };
+                block.set(side, {value(0), value(1), value(2), value(3), value(4), value(5)});
+            }
+        isOutdated = false;
+        for (int pair = 0; pair < pairs; ++pair) {
+            T* const z = states(pair) + 2 * s;
+            T* const right = 2 * pair + 1 < channels_ ? x[2 * pair + 1] : nullptr;
+            runSectionBlocks(SectionBlockRun<T>{&block,
+                                                z,
+                                                z + stride_,
+                                                open_.data() + (s * pairs + pair) * kOpen,
+                                                {x[2 * pair], right},
+                                                slice.frames,
+                                                slice.phase});
+        }
+    }
+    if (!slice.ends()) return;
+    for (int pair = 0; pair < pairs; ++pair) clearIfBad(states(pair), first, count);
+}
+
+template <typename T>
 void SectionChain<T>::process(T* const* x, GridSlice slice, int first, int count) noexcept
 {
     assert(first >= 0 && first + count <= sections_);
     if (slice.frames == 0 || count <= 0) return;
+    if (!blocks_.empty() && !isMoving_) return processBlocks(x, slice, first, count);
     const auto& kernel = quillworks::kernel<T>();
     if (count == 1 && channels_ > 2) {
         SectionAbreast<T> run;

@@ -3,11 +3,19 @@
 #pragma once
 
 #include <cstddef>
+#include <vector>
 
 #include "dsp/aligned_buffer.h"
-#include "dsp/section.h"
+#include "dsp/section_blocks.h"
 
 namespace quillworks {
+
+/// How still sections run. Neither adds latency; they differ by rounding.
+enum class SectionForm {
+    Lanes,   // all at once, on neighbouring samples: for many
+    Blocks,  // one after the other, eight samples at a time: for one or two, a third of the time.
+             // What is not finite spoils its block of eight from the first sample on.
+};
 
 /// Chain of sections for pairs of channels. Section s of a pair's channel c sits in lane 2 s + c
 /// and takes at step t what lane 2 (s - 1) + c gave at step t - 1: the sections work on
@@ -22,7 +30,7 @@ public:
 
     /// At least one section, any number of channels. All sections pass the signal. Allocates; may
     /// throw std::bad_alloc.
-    void prepare(int sections, int channels);
+    void prepare(int sections, int channels, SectionForm form = SectionForm::Lanes);
     /// Silence in all sections; coefficients stay, those that move arrive.
     void reset() noexcept;
     /// Silence in the sections from `first` on: for filters that come in.
@@ -70,6 +78,7 @@ private:
         return values_.data() + (2 * kCoefficients + 2 * pair) * stride_;
     }
     void write(int section, int side, const Coefficients& c, bool glides) noexcept;
+    void processBlocks(T* const* x, GridSlice slice, int first, int count) noexcept;
     void rest(int first, int count) noexcept;
     void clearIfBad(T* z, int first, int count) noexcept;
 
@@ -77,6 +86,9 @@ private:
     std::ptrdiff_t stride_ = 0;  // lanes of all sections, and as many as a vector reads too far
     AlignedBuffer<T> values_;    // rows of lanes: coefficients, their steps, two states per pair
     bool isMoving_ = false;
+    std::vector<SectionBlock<T>> blocks_;  // by section, where they run in that form
+    std::vector<char> isOutdated_;         // whether such a one is to be made anew
+    AlignedBuffer<T> open_;                // by section and pair: input of the block under way
 };
 
 }  // namespace quillworks

@@ -159,16 +159,16 @@ template <typename T> void TriBandCore<T>::apply(const Settings& s, unsigned dir
 template <typename T> void TriBandCore<T>::process(const AudioBlock<T>& block) noexcept
 {
     for (auto& meter : meter_) meter = {};
-    forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
+    levels_.around(
+        block, [](T* x, int n) { sanitise(x, n, kLoudestSignal); },
+        [this](const AudioBlock<T>& piece) {
+            forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
+        });
 }
 
 template <typename T> void TriBandCore<T>::processSlice(const AudioBlock<T>& part) noexcept
 {
     const int n = part.frames;
-    for (int c = 0; c < part.channels; ++c) {
-        sanitise(part[c], n, kLoudestSignal);
-        levels_.measureInput(c, part[c], n);
-    }
     channels_.begin(part);
     channels_.split(part);
     if (sharing_.next(part))
@@ -181,10 +181,7 @@ template <typename T> void TriBandCore<T>::processSlice(const AudioBlock<T>& par
     applyGains(part);
     channels_.join(part);
     outGain_.follow(part, [](double db) { return dbToGain(db); });
-    for (int c = 0; c < part.channels; ++c) {
-        outGain_.scale(part[c], part);
-        levels_.measureOutput(c, part[c], n);
-    }
+    for (int c = 0; c < part.channels; ++c) outGain_.scale(part[c], part);
     switches_.advance(n);
     sharing_.advance(n);
 }

@@ -174,22 +174,16 @@ template <typename T> void SimpleStripCore<T>::process(const AudioBlock<T>& bloc
 {
     peaks_.begin();
     for (auto& run : runs_) run.dynamics.beginMeters();
-    for (int done = 0; done < block.frames; done += EditorLevels::kLongest)
-        processPiece(block.slice(done, std::min(EditorLevels::kLongest, block.frames - done)));
-}
-
-template <typename T> void SimpleStripCore<T>::processPiece(const AudioBlock<T>& piece) noexcept
-{
-    for (int c = 0; c < piece.channels; ++c) {
-        sanitise(piece[c], piece.frames, kLoudestSignal);
-        levels_.measureInput(c, piece[c], piece.frames);
-        peaks_.measureInput(piece[c], piece.frames);
-    }
-    forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
-    for (int c = 0; c < piece.channels; ++c) {
-        levels_.measureOutput(c, piece[c], piece.frames);
-        peaks_.measureOutput(piece[c], piece.frames);
-    }
+    levels_.around(
+        block,
+        [this](T* x, int n) {
+            sanitise(x, n, kLoudestSignal);
+            peaks_.measureInput(x, n);
+        },
+        [this](const AudioBlock<T>& piece) {
+            forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
+            for (int c = 0; c < piece.channels; ++c) peaks_.measureOutput(piece[c], piece.frames);
+        });
 }
 
 template <typename T> void SimpleStripCore<T>::processSlice(const AudioBlock<T>& part) noexcept

@@ -61,7 +61,6 @@ private:
     };
 
     Run& run() noexcept { return runs_[present_]; }
-    void processPiece(const AudioBlock<T>& piece) noexcept;
     void processSlice(const AudioBlock<T>& part) noexcept;
     void nextPath(GridSlice slice) noexcept;
     void process(Run& run, const StripPath& path, T* const* x, GridSlice slice) noexcept;

@@ -191,7 +191,11 @@ template <typename T> void CompressorCore<T>::process(const AudioBlock<T>& block
     // Another key: what the filters of this one have heard is past.
     if (std::exchange(keyChannels_, block.sideChainChannels) != block.sideChainChannels)
         filter_.reset();
-    forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
+    levels_.around(
+        block, [](T* x, int n) { sanitise(x, n); },
+        [this](const AudioBlock<T>& piece) {
+            forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
+        });
     const bool both = !isLinked() && channels_.size() > 1;
     for (std::size_t c = 0; c < (both ? 2u : 1u); ++c)
         minimum_ = std::max(minimum_, channels_[c].computer.takeLargest());
@@ -203,11 +207,7 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
     const T* dry[kMaxChannels];
 
     mixer_.next(part);
-    for (int c = 0; c < part.channels; ++c) {
-        sanitise(part[c], n);
-        dry[c] = mixer_.keep(c, part[c], n);
-        levels_.measureInput(c, part[c], n);
-    }
+    for (int c = 0; c < part.channels; ++c) dry[c] = mixer_.keep(c, part[c], n);
     applyInputGain(part);
 
     filter_.next(part);
@@ -238,10 +238,7 @@ template <typename T> void CompressorCore<T>::processSlice(const AudioBlock<T>& 
             vec::mulInplace(x, gain, n);
         }
     }
-    for (int c = 0; c < part.channels; ++c) {
-        mixer_.mix(part[c], dry[c], part);
-        levels_.measureOutput(c, part[c], n);
-    }
+    for (int c = 0; c < part.channels; ++c) mixer_.mix(part[c], dry[c], part);
 }
 
 template <typename T> void CompressorCore<T>::applyInputGain(const AudioBlock<T>& part) noexcept

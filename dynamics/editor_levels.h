@@ -3,12 +3,12 @@
 #pragma once
 
 #include <algorithm>
-#include <cassert>
 #include <cstddef>
+#include <type_traits>
 #include <vector>
 
-#include "dsp/aligned_buffer.h"
 #include "dsp/level_lanes.h"
+#include "dsp/vec.h"
 #include "framework/audio_block.h"
 #include "framework/meter_slots.h"
 #include "framework/parameter.h"
@@ -36,11 +36,11 @@ template <class Settings> constexpr Parameter<Settings> levelRow(const LevelFami
             .family = {.count = VNK::kMaxChannels, .perChannel = true}};
 }
 
-/// In slices, the channels of each in their order. What is measured waits until there is enough of
-/// it or it is published: the envelopes are followed side by side, many frames at a time.
+/// Inputs wait on the stack of who plays a block until the outputs are there: all followers of a
+/// pair of channels go side by side, and no instance has rows of its own.
 class EditorLevels {
 public:
-    static constexpr int kLongest = 256;  // frames of a slice
+    static constexpr int kLongest = 256;  // frames of a piece
 
     /// Allocates.
     void prepare(const ProcessSpec& spec)
@@ -48,13 +48,11 @@ public:
         channels_ = spec.channels;
         times_.prepare(spec.sampleRate);
         pairs_.resize(static_cast<std::size_t>((channels_ + 1) / 2));
-        waiting_.require(pairs_.size() * LevelLanes::kSignals * kRow);
         reset();
     }
     void reset() noexcept
     {
         for (auto& pair : pairs_) pair.reset();
-        frames_[kInput] = frames_[kOutput] = 0;
     }
     /// Levels begin at silence whenever the editor opens.
     void setOpen(bool isOpen) noexcept
@@ -64,20 +62,27 @@ public:
     }
     bool isOpen() const noexcept { return isOpen_; }
 
-    /// n <= kLongest samples that enter or leave a channel. Nothing is measured while the editor is
-    /// closed.
-    template <typename T> void measureInput(int channel, const T* x, int n) noexcept
+    /// Plays a block by play(piece), each piece after take(x, n) of its channels, behind which its
+    /// inputs are measured. Nothing is measured while the editor is closed. Pieces end with the
+    /// block or with a sub-block of the grid.
+    template <typename T, class Take, class Play>
+    void around(const AudioBlock<T>& block, Take&& take, Play&& play) noexcept
     {
-        if (isOpen_) measure(kInput, channel, x, n);
+        for (int done = 0; done < block.frames;) {
+            const int phase = (block.phase + done) % kSubBlock;
+            const auto piece = block.slice(done, std::min(kLongest - phase, block.frames - done));
+            for (int c = 0; c < piece.channels; ++c) take(piece[c], piece.frames);
+            if (isOpen_)
+                playMeasured(piece, play);
+            else
+                play(piece);
+            done += piece.frames;
+        }
     }
-    template <typename T> void measureOutput(int channel, const T* x, int n) noexcept
-    {
-        if (isOpen_) measure(kOutput, channel, x, n);
-    }
-    /// The inputs of a slice, on the stack of who works on long ones: in place of measureInput()
-    /// and measureOutput() keep() for each channel, and measure() with the outputs.
+
+    /// For those who cut their pieces by themselves, of at most kLongest frames.
     struct Inputs {
-        float samples[VNK::kMaxChannels][kLongest + LevelLanes::kReadsBeyond];
+        alignas(32) float samples[VNK::kMaxChannels][kLongest + LevelLanes::kReadsBeyond];
     };
     template <typename T> void keep(Inputs& inputs, int channel, const T* x, int n) const noexcept
     {
@@ -85,19 +90,24 @@ public:
     }
     template <typename T> void measure(const Inputs& inputs, const AudioBlock<T>& output) noexcept
     {
-        float rows[2][kLongest + LevelLanes::kReadsBeyond];
+        alignas(32) float rows[2][kLongest + LevelLanes::kReadsBeyond];
+        const int n = output.frames;
+        const auto rowOf = [&](int c, float* room) -> const float* {
+            if constexpr (std::is_same_v<T, float>)
+                if (n % LevelLanes::kReadsBeyond == 0) return output[c];
+            copy(room, output[c], n);
+            return room;
+        };
         for (int c = 0; c < channels_; c += 2) {
             const int second = std::min(c + 1, channels_ - 1);  // a lone channel twice
-            copy(rows[0], output[c], output.frames);
-            copy(rows[1], output[second], output.frames);
-            const float* const x[] = {inputs.samples[c], inputs.samples[second], rows[0], rows[1]};
-            pairs_[static_cast<std::size_t>(c / 2)].run(times_, x, output.frames);
+            const float* const x[] = {inputs.samples[c], inputs.samples[second], rowOf(c, rows[0]),
+                                      rowOf(second, rows[1])};
+            pairs_[static_cast<std::size_t>(c / 2)].run(times_, x, n);
         }
     }
     void publish(MeterSlots& meters) noexcept
     {
         if (!isOpen_) return;
-        follow();
         const auto publish = [&](const LevelFamily& family, auto level) {
             meters.publishFamily(family.tag, channels_, [&](int c) {
                 return static_cast<float>(level(pairs_[static_cast<std::size_t>(c / 2)], c % 2));
@@ -110,55 +120,26 @@ public:
     }
 
 private:
-    enum Side { kInput, kOutput };
-    static constexpr int kEnough = 64;  // frames: longer rows would crowd the cache
-    static constexpr int kRow = kLongest + LevelLanes::kReadsBeyond;
-
-    /// Where the samples of a channel wait. Of a pair of channels the inputs come first.
-    float* row(int channel, Side side) noexcept
-    {
-        return waiting_.data() +
-               (channel / 2 * LevelLanes::kSignals + 2 * side + channel % 2) * kRow;
-    }
     template <typename T> static void copy(float* to, const T* x, int n) noexcept
     {
-        for (int i = 0; i < n; ++i) to[i] = static_cast<float>(x[i]);
+        if constexpr (std::is_same_v<T, float>)
+            vec::copy(to, x, n);
+        else
+            for (int i = 0; i < n; ++i) to[i] = static_cast<float>(x[i]);
     }
-    template <typename T> void measure(Side side, int channel, const T* x, int n) noexcept
+    /// Apart, so that a closed editor does not take this much of the stack.
+    template <typename T, class Play>
+    [[gnu::noinline]] void playMeasured(const AudioBlock<T>& piece, Play&& play) noexcept
     {
-        assert(n <= kLongest);
-        n = std::min(n, kLongest);
-        if (channel == 0) {
-            if (frames_[side] + n > std::max(n, kEnough)) follow();
-            begin_[side] = frames_[side];
-            frames_[side] += n;
-        }
-        copy(row(channel, side) + begin_[side], x, n);
-    }
-    /// Takes on what waits.
-    void follow() noexcept
-    {
-        const int in = frames_[kInput], out = frames_[kOutput];
-        for (int c = 0; c < channels_; c += 2) {
-            auto& pair = pairs_[static_cast<std::size_t>(c / 2)];
-            const float* const x[] = {row(c, kInput), row(c + 1, kInput), row(c, kOutput),
-                                      row(c + 1, kOutput)};
-            if (in == out) {
-                pair.run(times_, x, in);
-                continue;
-            }
-            pair.runHalf(times_, x, kInput, in);
-            pair.runHalf(times_, x, kOutput, out);
-        }
-        frames_[kInput] = frames_[kOutput] = 0;
+        Inputs inputs;
+        for (int c = 0; c < piece.channels; ++c) keep(inputs, c, piece[c], piece.frames);
+        play(piece);
+        measure(inputs, piece);
     }
 
     bool isOpen_ = false;
     int channels_ = 0;
-    int begin_[2] = {};              // of the present slice among the frames that wait
-    int frames_[2] = {};             // that wait, of the inputs and of the outputs
     std::vector<LevelLanes> pairs_;  // of channels: both inputs, both outputs
-    AlignedBuffer<float> waiting_;
     LevelLanes::Times times_;
 };
 

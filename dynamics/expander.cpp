@@ -118,16 +118,16 @@ template <typename T> void ExpanderCore<T>::process(const AudioBlock<T>& block) 
     // Another key: what the filters of this one have heard is past.
     if (std::exchange(keyChannels_, block.sideChainChannels) != block.sideChainChannels)
         filter_.reset();
-    forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
+    levels_.around(
+        block, [](T* x, int n) { sanitise(x, n); },
+        [this](const AudioBlock<T>& piece) {
+            forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
+        });
 }
 
 template <typename T> void ExpanderCore<T>::processSlice(const AudioBlock<T>& part) noexcept
 {
     const int n = part.frames;
-    for (int c = 0; c < part.channels; ++c) {
-        sanitise(part[c], n);
-        levels_.measureInput(c, part[c], n);
-    }
     glideFilter(part);
 
     const bool listens = k_.filter && k_.listen;

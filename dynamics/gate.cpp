@@ -159,16 +159,16 @@ template <typename T> void GateXCore<T>::process(const AudioBlock<T>& block) noe
     // Another key: what the filters of this one have heard is past.
     if (std::exchange(keyChannels_, block.sideChainChannels) != block.sideChainChannels)
         filter_.reset();
-    forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
+    levels_.around(
+        block, [](T* x, int n) { sanitise(x, n, kLoudestSignal); },
+        [this](const AudioBlock<T>& piece) {
+            forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
+        });
 }
 
 template <typename T> void GateXCore<T>::processSlice(const AudioBlock<T>& part) noexcept
 {
     const int n = part.frames;
-    for (int c = 0; c < part.channels; ++c) {
-        sanitise(part[c], n, kLoudestSignal);
-        levels_.measureInput(c, part[c], n);
-    }
     glideFilter(part);
     if (listen_.next(part) && listen_.present() == Listen::Key)
         for (auto& ch : channels_) ch.key.reset();  // not what was heard long ago
@@ -205,7 +205,6 @@ template <typename T> void GateXCore<T>::processSlice(const AudioBlock<T>& part)
         if (listen_.isFading()) play(listen_.leaving(), leaving);
         play(listen_.present(), x);
         if (listen_.isFading()) listen_.fade().mix(x, leaving, n);
-        levels_.measureOutput(c, x, n);
     }
     listen_.advance(n);
     lookAhead_.advance(n);

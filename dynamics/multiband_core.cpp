@@ -177,7 +177,11 @@ template <typename T> void MultiBandCore<T>::updateSwitches() noexcept
 template <typename T> void MultiBandCore<T>::process(const AudioBlock<T>& block) noexcept
 {
     for (auto& meter : meter_) meter = {};
-    forEachSubBlock(block, [this](const AudioBlock<T>& part) { processSlice(part); });
+    levels_.around(
+        block, [](T* x, int n) { sanitise(x, n, kLoudestSignal); },
+        [this](const AudioBlock<T>& piece) {
+            forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
+        });
 }
 
 template <typename T> void MultiBandCore<T>::processSlice(const AudioBlock<T>& part) noexcept
@@ -189,11 +193,7 @@ template <typename T> void MultiBandCore<T>::processSlice(const AudioBlock<T>& p
         dip_.wait(latency());
     }
     T* x[VNK::kMaxChannels];
-    for (int c = 0; c < part.channels; ++c) {
-        x[c] = part[c];
-        sanitise(x[c], n, kLoudestSignal);
-        levels_.measureInput(c, x[c], n);
-    }
+    for (int c = 0; c < part.channels; ++c) x[c] = part[c];
     channels_.begin(part);
     if (present_.isLinear)
         reversed_.process(x, part, present_.bands - 1,
@@ -223,7 +223,6 @@ template <typename T> void MultiBandCore<T>::processSlice(const AudioBlock<T>& p
     for (int c = 0; c < part.channels; ++c) {
         outGain_.scale(x[c], part);
         dip_.apply(x[c], n);
-        levels_.measureOutput(c, x[c], n);
     }
     dip_.advance(n);
     switches_.advance(n);

@@ -35,14 +35,24 @@ Image::Image(int width, int height)
     pixels_ = {data_.data(), width, height, std::ptrdiff_t(width) * 4};
 }
 
-void Image::scrollLeft(const PixelRect& part, int columns) noexcept
+Pixels ScrollingImage::pixels() const noexcept
 {
-    const auto r = within(part, width(), height());
-    const int kept = r.w - columns;
+    auto part = all_.pixels();
+    part.data += left_;
+    part.width = width_;
+    return part;
+}
+
+void ScrollingImage::scroll(int columns) noexcept
+{
+    const int kept = width_ - columns;
     if (columns < 1 || kept < 1) return;
-    for (int y = r.y; y < r.y + r.h; ++y)
-        std::memmove(row(pixels_, y) + r.x, row(pixels_, y) + r.x + columns,
+    left_ += columns;
+    if (left_ <= width_) return;
+    for (int y = 0; y < height(); ++y)
+        std::memmove(row(all_.pixels(), y), row(all_.pixels(), y) + left_,
                      static_cast<std::size_t>(kept) * 4);
+    left_ = 0;
 }
 
 void Image::clear(const PixelRect& part) noexcept
@@ -58,6 +68,7 @@ Canvas::Canvas(const Pixels& pixels, double scale, Fonts& fonts, const Theme& th
                                                    static_cast<int>(pixels.stride))),
       cairo_(cairo_create(surface_)),
       scale_(scale),
+      clip_{{0, 0, pixels.width, pixels.height}},
       fonts_(fonts),
       theme_(theme)
 {
@@ -81,7 +92,8 @@ double Canvas::snap(double logical) const noexcept
     return std::round(logical * scale_) / scale_;
 }
 
-Canvas::Saved::Saved(Canvas& canvas) : canvas_(canvas), origin_(canvas.origin_), dim_(canvas.dim_)
+Canvas::Saved::Saved(Canvas& canvas)
+    : canvas_(canvas), origin_(canvas.origin_), dim_(canvas.dim_), clip_(canvas.clip_)
 {
     cairo_save(canvas.cairo_);
 }
@@ -91,6 +103,7 @@ Canvas::Saved::~Saved()
     cairo_restore(canvas_.cairo_);
     canvas_.origin_ = origin_;
     canvas_.dim_ = dim_;
+    canvas_.clip_.swap(clip_);
 }
 
 void Canvas::translate(double dx, double dy)
@@ -99,22 +112,61 @@ void Canvas::translate(double dx, double dy)
     origin_ = {origin_.x + dx * scale_, origin_.y + dy * scale_};
 }
 
+/// The whole pixels that a rectangle touches.
+PixelRect Canvas::outside(const Rect& rect) const noexcept
+{
+    const auto down = [](double v) { return static_cast<int>(std::floor(v + 1e-6)); };
+    const auto up = [](double v) { return static_cast<int>(std::ceil(v - 1e-6)); };
+    const int left = down(rect.x * scale_ + origin_.x), top = down(rect.y * scale_ + origin_.y);
+    return {left, top, up(rect.right() * scale_ + origin_.x) - left,
+            up(rect.bottom() * scale_ + origin_.y) - top};
+}
+
 void Canvas::clip(const Rect& rect)
 {
     // On whole pixels, where clipping costs nothing.
-    const double left = std::floor(rect.x * scale_ + origin_.x + 1e-6);
-    const double top = std::floor(rect.y * scale_ + origin_.y + 1e-6);
-    const double right = std::ceil(rect.right() * scale_ + origin_.x - 1e-6);
-    const double bottom = std::ceil(rect.bottom() * scale_ + origin_.y - 1e-6);
-    cairo_rectangle(cairo_, (left - origin_.x) / scale_, (top - origin_.y) / scale_,
-                    (right - left) / scale_, (bottom - top) / scale_);
-    cairo_clip(cairo_);
+    const auto part = outside(rect);
+    clip({&part, 1});
 }
 
-void Canvas::clipRounded(const Rect& rect, double radius)
+void Canvas::clip(std::span<const PixelRect> parts)
 {
-    roundedPath(rect, radius);
+    std::vector<PixelRect> left;
+    cairo_matrix_t matrix;
+    cairo_get_matrix(cairo_, &matrix);
+    cairo_identity_matrix(cairo_);
+    cairo_new_path(cairo_);
+    for (const auto& part : parts) {
+        for (const auto& before : clip_)
+            if (const auto both = before.common(part); !both.isEmpty()) left.push_back(both);
+        cairo_rectangle(cairo_, part.x, part.y, std::max(0, part.w), std::max(0, part.h));
+    }
     cairo_clip(cairo_);
+    cairo_set_matrix(cairo_, &matrix);
+    clip_ = std::move(left);
+}
+
+bool Canvas::sees(const Rect& rect) const noexcept
+{
+    const auto part = outside(rect);
+    return std::any_of(clip_.begin(), clip_.end(),
+                       [&](const PixelRect& seen) { return seen.overlaps(part); });
+}
+
+PixelRect Canvas::inPicture(double x, double y, int width, int height) const noexcept
+{
+    return {static_cast<int>(std::lround(x * scale_ + origin_.x)),
+            static_cast<int>(std::lround(y * scale_ + origin_.y)), width, height};
+}
+
+void Canvas::beginPixels()
+{
+    cairo_surface_flush(surface_);
+}
+
+void Canvas::endPixels()
+{
+    cairo_surface_mark_dirty(surface_);
 }
 
 void Canvas::source(Ink ink)
@@ -287,37 +339,29 @@ void Canvas::polygon(std::span<const Point> points, const Paint& paint)
 
 void Canvas::image(const Image& image, double x, double y)
 {
-    place(image, x, y, false);
-}
-
-void Canvas::copy(const Image& image, double x, double y)
-{
-    place(image, x, y, true);
-}
-
-void Canvas::place(const Image& image, double x, double y, bool isOpaque)
-{
     if (image.isEmpty()) return;
     const auto& p = image.pixels();
+    const auto place = inPicture(x, y, p.width, p.height);
     auto* const picture = cairo_image_surface_create_for_data(
         reinterpret_cast<unsigned char*>(p.data), CAIRO_FORMAT_ARGB32, p.width, p.height,
         static_cast<int>(p.stride));
     cairo_save(cairo_);
     cairo_identity_matrix(cairo_);
-    cairo_set_source_surface(cairo_, picture, std::round(x * scale_ + origin_.x),
-                             std::round(y * scale_ + origin_.y));
+    cairo_set_source_surface(cairo_, picture, place.x, place.y);
     cairo_pattern_set_filter(cairo_get_source(cairo_), CAIRO_FILTER_NEAREST);
-    if (isOpaque && dim_ == 1) {
-        // Only where the picture is: this operator takes everything else away.
-        cairo_rectangle(cairo_, std::round(x * scale_ + origin_.x),
-                        std::round(y * scale_ + origin_.y), p.width, p.height);
-        cairo_set_operator(cairo_, CAIRO_OPERATOR_SOURCE);
-        cairo_fill(cairo_);
-    } else {
-        cairo_paint_with_alpha(cairo_, dim_);
-    }
+    cairo_paint_with_alpha(cairo_, dim_);
     cairo_restore(cairo_);
     cairo_surface_destroy(picture);
+}
+
+void Canvas::copy(const Pixels& image, double x, double y)
+{
+    const auto place = inPicture(x, y, image.width, image.height);
+    paint(place, [&](const Pixels& pixels, const PixelRect& part) {
+        for (int at = part.y; at < part.bottom(); ++at)
+            std::memcpy(row(pixels, at) + part.x, row(image, at - place.y) + part.x - place.x,
+                        static_cast<std::size_t>(part.w) * 4);
+    });
 }
 
 void Canvas::erase(const Rect& rect)

@@ -26,13 +26,31 @@ public:
     int height() const noexcept { return pixels_.height; }
     bool isEmpty() const noexcept { return data_.empty(); }
     const Pixels& pixels() const noexcept { return pixels_; }
-    /// Moves what is in a rectangle to the left, which leaves its last columns as they were.
-    void scrollLeft(const PixelRect& part, int columns) noexcept;
     void clear(const PixelRect& part) noexcept;
 
 private:
     std::vector<std::uint32_t> data_;
     Pixels pixels_;
+};
+
+/// A picture that moves to the left: the place for it is twice as wide, so that nothing has to be
+/// moved most of the time.
+class ScrollingImage {
+public:
+    ScrollingImage() = default;
+    ScrollingImage(int width, int height) : all_(2 * width, height), width_(width) {}
+
+    int width() const noexcept { return width_; }
+    int height() const noexcept { return all_.height(); }
+    bool isEmpty() const noexcept { return all_.isEmpty(); }
+    /// As it stands now.
+    Pixels pixels() const noexcept;
+    /// By some columns, less than it has; its last ones are to be painted then.
+    void scroll(int columns) noexcept;
+
+private:
+    Image all_;
+    int width_ = 0, left_ = 0;
 };
 
 /// One colour, or a vertical run from one to another.
@@ -77,11 +95,16 @@ public:
         Canvas& canvas_;
         Point origin_;
         double dim_;
+        std::vector<PixelRect> clip_;
     };
     [[nodiscard]] Saved save() { return Saved(*this); }
     void translate(double dx, double dy);
     void clip(const Rect& rect);
-    void clipRounded(const Rect& rect, double radius);
+    /// To parts of the picture that do not overlap, in its own pixels.
+    void clip(std::span<const PixelRect> parts);
+    /// Whether anything of a rectangle is within the clip.
+    bool sees(const Rect& rect) const noexcept;
+    double opacity() const noexcept { return dim_; }
     /// Everything from now on at this part of its opacity.
     void dim(double opacity) noexcept { dim_ *= opacity; }
 
@@ -104,8 +127,19 @@ public:
     void polygon(std::span<const Point> points, const Paint& paint);
     /// At (x, y), pixel by pixel.
     void image(const Image& image, double x, double y);
-    /// The same over whatever is there, which is quicker for a picture without holes.
-    void copy(const Image& image, double x, double y);
+    /// The same for a picture without holes, over whatever is there.
+    void copy(const Pixels& image, double x, double y);
+    /// Where a point lies in the picture, to the nearest border of pixels.
+    PixelRect inPicture(double x, double y, int width, int height) const noexcept;
+    /// For pictures drawn pixel by pixel: calls `draw(pixels, part)` with the whole picture and
+    /// each part of a rectangle, in its pixels, that is within the clip.
+    template <class F> void paint(const PixelRect& rect, F&& draw)
+    {
+        beginPixels();
+        for (const auto& part : clip_)
+            if (const auto seen = part.common(rect); !seen.isEmpty()) draw(pixels_, seen);
+        endPixels();
+    }
     /// Pixels within the current clip are set to nothing.
     void erase(const Rect& rect);
 
@@ -129,7 +163,9 @@ private:
     void roundedPath(const Rect& rect, double radius);
     void strokePath(double width, Ink ink, Dash dash);
     void dashed(Dash dash);
-    void place(const Image& image, double x, double y, bool isOpaque);
+    PixelRect outside(const Rect& rect) const noexcept;
+    void beginPixels();
+    void endPixels();
 
     Pixels pixels_;
     cairo_surface_t* surface_;
@@ -137,6 +173,7 @@ private:
     double scale_;
     Point origin_;  // of what is drawn, device pixels
     double dim_ = 1;
+    std::vector<PixelRect> clip_;
     Fonts& fonts_;
     const Theme& theme_;
 };

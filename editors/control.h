@@ -98,6 +98,9 @@ public:
     virtual std::string describe() const { return {}; }
     /// -1 where it is none.
     virtual int parameter() const { return -1; }
+    /// A part of which draw() sets every pixel, from the border of pixels that is nearest to its
+    /// left upper corner; empty where there is none.
+    virtual Rect covered() const { return {}; }
     /// Says what does not fit its place.
     virtual void check(Fonts&, const Theme&, std::vector<std::string>&) const {}
 

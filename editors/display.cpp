@@ -23,7 +23,7 @@ void Display::setSize(double width, double height, double scale)
     damageStatic();
 }
 
-Rect Display::takeDamage() noexcept
+std::vector<Rect> Display::takeDamage() noexcept
 {
     return std::exchange(damage_, {});
 }

@@ -41,6 +41,9 @@ public:
     /// The rest. The canvas is clipped to what is damaged; where a picture of its own is scrolled
     /// it has only to be copied here.
     virtual void draw(Canvas& canvas) = 0;
+    /// A part of which draw() sets every pixel, from its left upper corner on the nearest border
+    /// of pixels: what is beneath need not be there.
+    virtual Rect covered() const { return {}; }
     /// Reads its values after the model has; what looks different then is told by damage(), and
     /// nothing where nothing does.
     virtual void tick(double seconds) = 0;
@@ -64,17 +67,20 @@ public:
     /// For the tip at a place; empty: none.
     virtual std::string tip(double, double) const { return {}; }
 
-    /// What has changed since the last call.
-    Rect takeDamage() noexcept;
+    /// What has changed since the last call; parts may overlap.
+    std::vector<Rect> takeDamage() noexcept;
     /// The same, where what drawStatic() draws has changed.
     bool takeStaticDamage() noexcept;
 
 protected:
     /// After setSize().
     virtual void sized() {}
-    void damage(const Rect& rect) noexcept { damage_ = damage_.united(rect); }
-    void damage() noexcept { damage_ = {0, 0, width_, height_}; }
-    void damageStatic() noexcept
+    void damage(const Rect& rect)
+    {
+        if (!rect.isEmpty()) damage_.push_back(rect);
+    }
+    void damage() { damage_ = {{0, 0, width_, height_}}; }
+    void damageStatic()
     {
         isStaticDamaged_ = true;
         damage();
@@ -82,7 +88,7 @@ protected:
 
 private:
     double width_ = 0, height_ = 0, scale_ = 1;
-    Rect damage_;
+    std::vector<Rect> damage_;
     bool isStaticDamaged_ = false;
 };
 

@@ -13,6 +13,28 @@ namespace quillworks::editors {
 /// In device pixels, as everything here.
 struct PixelRect {
     int x = 0, y = 0, w = 0, h = 0;
+
+    constexpr int right() const noexcept { return x + w; }
+    constexpr int bottom() const noexcept { return y + h; }
+    constexpr bool isEmpty() const noexcept { return w < 1 || h < 1; }
+    constexpr bool overlaps(const PixelRect& r) const noexcept
+    {
+        return x < r.right() && r.x < right() && y < r.bottom() && r.y < bottom();
+    }
+    /// What two have in common; empty where nothing.
+    constexpr PixelRect common(const PixelRect& r) const noexcept
+    {
+        const int left = x > r.x ? x : r.x, top = y > r.y ? y : r.y;
+        return {left, top, (right() < r.right() ? right() : r.right()) - left,
+                (bottom() < r.bottom() ? bottom() : r.bottom()) - top};
+    }
+    /// The least that holds both, of which neither is empty.
+    constexpr PixelRect united(const PixelRect& r) const noexcept
+    {
+        const int left = x < r.x ? x : r.x, top = y < r.y ? y : r.y;
+        return {left, top, (right() > r.right() ? right() : r.right()) - left,
+                (bottom() > r.bottom() ? bottom() : r.bottom()) - top};
+    }
 };
 
 /// A picture: premultiplied 0xAARRGGBB in the machine's byte order, `stride` bytes a row.

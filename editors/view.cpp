@@ -12,7 +12,8 @@
 namespace quillworks::editors {
 namespace {
 
-constexpr double kRest = 0.6;  // s until a tip
+constexpr double kRest = 0.6;              // s until a tip
+constexpr std::size_t kMostDamage = 1024;  // parts between two pictures
 constexpr double kRingClear = 1, kRingWidth = 2;
 constexpr double kRing = kRingClear + kRingWidth;
 
@@ -139,7 +140,10 @@ void View::remember()
 
 void View::damage(const Rect& rect)
 {
-    damage_.push_back(rect);
+    if (damage_.size() < kMostDamage) return damage_.push_back(rect);
+    // Nobody draws: the whole of it will do.
+    for (const auto& damaged : damage_) damage_[0] = damage_[0].united(damaged);
+    damage_ = {damage_[0].united(rect)};
 }
 
 void View::damageStatic(const Rect& rect)
@@ -186,28 +190,13 @@ void View::drawStatic()
     staticDamage_.clear();
 }
 
-void View::drawPart(Canvas& canvas, const Rect& part)
+/// What is damaged, in pixels that none shares with another.
+std::vector<PixelRect> View::takeDamage()
 {
-    const auto saved = canvas.save();
-    canvas.clip(part);
-    for (const auto& p : parts_)
-        if (isShown(p) && p.control->bounds().inset(-2).overlaps(part)) p.control->draw(canvas);
-    if (isKeyboardMode_ && focus_ && !entry_)
-        canvas.strokeRounded(focus_->bounds().inset(-kRing), 7, kRingWidth, Color::Focus);
-    if (entry_)
-        entry_->line.draw(canvas, entry_->request.field, entry_->request.type,
-                          entry_->request.align, !entry_->reason.empty());
-}
-
-std::vector<PixelRect> View::draw(const Pixels& picture, bool all)
-{
-    if (picture.width < width() || picture.height < height()) return {};
-    if (all) damage_ = {{0, 0, form_.width * kUnit, form_.height * kUnit}};
-    if (damage_.empty()) return {};
-    drawStatic();
-    // What overlaps is drawn once.
-    std::vector<Rect> rects;
-    for (auto rect : damage_) {
+    std::vector<PixelRect> rects;
+    for (const auto& damaged : damage_) {
+        auto rect = pixels(damaged);
+        if (rect.isEmpty()) continue;
         for (std::size_t i = 0; i < rects.size();) {
             if (!rects[i].overlaps(rect)) {
                 ++i;
@@ -220,21 +209,50 @@ std::vector<PixelRect> View::draw(const Pixels& picture, bool all)
         rects.push_back(rect);
     }
     damage_.clear();
-    std::vector<PixelRect> drawn;
-    Canvas canvas(picture, scale_, *fonts_, *theme_);
-    for (const auto& rect : rects) {
-        const auto p = pixels(rect);
-        if (p.w < 1 || p.h < 1) continue;
-        for (int y = p.y; y < p.y + p.h; ++y) {
+    return rects;
+}
+
+std::vector<PixelRect> View::draw(const Pixels& picture, bool all)
+{
+    if (picture.width < width() || picture.height < height()) return {};
+    if (all) damage_ = {{0, 0, form_.width * kUnit, form_.height * kUnit}};
+    if (damage_.empty()) return {};
+    drawStatic();
+    const auto rects = takeDamage();
+    const auto isCovered = [this](const PixelRect& rect) {
+        return std::any_of(parts_.begin(), parts_.end(), [&](const FormPart& part) {
+            const auto covered = part.control->covered();
+            if (covered.isEmpty() || !isShown(part)) return false;
+            const auto device = [this](double v) {
+                return static_cast<int>(std::lround(v * scale_));
+            };
+            const PixelRect own{device(covered.x), device(covered.y),
+                                static_cast<int>(covered.w * scale_ + 1e-6),
+                                static_cast<int>(covered.h * scale_ + 1e-6)};
+            const auto common = own.common(rect);
+            return common.w == rect.w && common.h == rect.h;
+        });
+    };
+    for (const auto& r : rects) {
+        if (isCovered(r)) continue;
+        for (int y = r.y; y < r.bottom(); ++y) {
             const auto& from = static_.pixels();
-            std::memcpy(reinterpret_cast<char*>(picture.data) + y * picture.stride + p.x * 4,
-                        reinterpret_cast<const char*>(from.data) + y * from.stride + p.x * 4,
-                        static_cast<std::size_t>(p.w) * 4);
+            std::memcpy(reinterpret_cast<char*>(picture.data) + y * picture.stride + r.x * 4,
+                        reinterpret_cast<const char*>(from.data) + y * from.stride + r.x * 4,
+                        static_cast<std::size_t>(r.w) * 4);
         }
-        drawPart(canvas, {p.x / scale_, p.y / scale_, p.w / scale_, p.h / scale_});
-        drawn.push_back(p);
     }
-    return drawn;
+    Canvas canvas(picture, scale_, *fonts_, *theme_);
+    canvas.clip(rects);
+    for (const auto& part : parts_)
+        if (isShown(part) && canvas.sees(part.control->bounds().inset(-2)))
+            part.control->draw(canvas);
+    if (isKeyboardMode_ && focus_ && !entry_)
+        canvas.strokeRounded(focus_->bounds().inset(-kRing), 7, kRingWidth, Color::Focus);
+    if (entry_)
+        entry_->line.draw(canvas, entry_->request.field, entry_->request.type,
+                          entry_->request.align, !entry_->reason.empty());
+    return rects;
 }
 
 void View::tick(double seconds)

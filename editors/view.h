@@ -110,7 +110,7 @@ private:
     Look look() const { return {fonts_, theme_, scale_}; }
     PixelRect pixels(const Rect& rect) const;
     void drawStatic();
-    void drawPart(Canvas& canvas, const Rect& part);
+    std::vector<PixelRect> takeDamage();
 
     SurfaceHost* host_ = nullptr;
     const VNK::Skin& skin_;

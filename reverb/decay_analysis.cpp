@@ -2,7 +2,9 @@
 #include "reverb/decay_analysis.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <numbers>
 
@@ -59,13 +61,17 @@ std::size_t firstSound(std::span<const double> response, double range) noexcept
 std::vector<double> octaveBand(std::span<const double> response, double centre, double sampleRate)
 {
     using Coefficients = SectionCoefficients<double>;
+    std::array<Coefficients, 2 * std::size(kButterworth4Q)> sections;
+    for (std::size_t i = 0; i < std::size(kButterworth4Q); ++i) {
+        const double q = kButterworth4Q[i];
+        sections[2 * i] = Coefficients::highPass(centre / std::numbers::sqrt2, q, sampleRate);
+        sections[2 * i + 1] = Coefficients::lowPass(centre * std::numbers::sqrt2, q, sampleRate);
+    }
     std::vector<double> band(response.rbegin(), response.rend());
-    for (const double q : kButterworth4Q)
-        for (const auto& c : {Coefficients::highPass(centre / std::numbers::sqrt2, q, sampleRate),
-                              Coefficients::lowPass(centre * std::numbers::sqrt2, q, sampleRate)}) {
-            SectionState<double> state;
-            for (double& x : band) x = state.next(c, x);
-        }
+    // All sections in one pass: each waits for its own last sample only, so that they overlap.
+    std::array<SectionState<double>, sections.size()> states;
+    for (double& x : band)
+        for (std::size_t i = 0; i < sections.size(); ++i) x = states[i].next(sections[i], x);
     std::reverse(band.begin(), band.end());
     return band;
 }

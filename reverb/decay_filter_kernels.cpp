@@ -95,6 +95,45 @@ template <typename T, int groups, bool moves> struct Shelves {
     }
 };
 
+/// Those that stand: with products taken out of the loop a state waits for one operation alone.
+template <typename T, int groups> struct Shelves<T, groups, false> {
+    using V = hn::Vec<Lanes<T>>;
+    V through[groups], toLow[groups], lowA1[groups], throughHigh[groups], toHigh[groups],
+        highA1[groups];
+    State<T, groups> low, high;
+
+    HWY_INLINE void load(const DecayRun<T>& run, int, int lane)
+    {
+        Shelves<T, groups, true> shelves;
+        shelves.load(run, 0, lane);
+        const V one = hn::Set(Lanes<T>(), T(1));
+        for (int g = 0; g < groups; ++g) {
+            const V kappa = hn::Mul(shelves.gain.to[g], shelves.lowKappa.to[g]);
+            lowA1[g] = shelves.lowA1.to[g];
+            highA1[g] = shelves.highA1.to[g];
+            through[g] = hn::Add(shelves.gain.to[g], kappa);
+            toLow[g] = hn::Mul(kappa, hn::Sub(one, lowA1[g]));
+            throughHigh[g] = hn::Add(one, shelves.highKappa.to[g]);
+            toHigh[g] = hn::Mul(shelves.highKappa.to[g], hn::Add(one, highA1[g]));
+        }
+        low = shelves.low;
+        high = shelves.high;
+    }
+    HWY_INLINE void store(const DecayRun<T>& run, int, int lane) const
+    {
+        low.store(run, 0, lane);
+        high.store(run, 2, lane);
+    }
+    HWY_INLINE V next(int g, V x, V)
+    {
+        const V y = hn::MulAdd(through[g], x, low.z[g]);
+        low.z[g] = hn::NegMulAdd(lowA1[g], low.z[g], hn::Mul(toLow[g], x));
+        const V z = high.z[g];
+        high.z[g] = hn::NegMulSub(highA1[g], z, hn::Mul(toHigh[g], y));
+        return hn::MulAdd(throughHigh[g], y, z);
+    }
+};
+
 /// Two peaks in transposed direct form II: filters side by side hide each other's waiting.
 template <typename T, int groups, bool moves> struct PeakPair {
     using V = hn::Vec<Lanes<T>>;

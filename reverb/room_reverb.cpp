@@ -15,7 +15,7 @@ using S = RoomReverbSettings;
 using namespace conversion;
 
 constexpr double kGlideSeconds = 0.03;  // of early and late
-constexpr std::uint32_t kSeed = 1;      // of the tank's lengths
+constexpr std::uint32_t kSeed = 5;      // of the tank's lengths: the most even decay of twelve
 constexpr double kMostSpan = 0.2;       // of the first step of diffusion, in shortest lines
 constexpr double kMostAllPass = 0.625;
 constexpr float kSmallest = 2, kLargest = 60;  // m
@@ -134,7 +134,7 @@ template <typename T> void RoomReverbCore<T>::apply(const Settings& s, unsigned 
         const BoxRoom box(RoomShape::Room, 1);
         const double wetter = std::sqrt(box.reach(double(s.distance)) / box.reach(kUsualDistance));
         early_.target(T(s.early));
-        late_.target(T(double(s.late) * wetter * Tank<T>::level(middle, tank_.meanPeriod())));
+        late_.target(T(double(s.late) * wetter * tank_.level(middle)));
     }
     if (dirty & Freeze) tank_.freeze(s.freeze != 0);
 }

@@ -83,6 +83,7 @@ template <typename T> void SwellroomCore<T>::prepare(const ProcessSpec& spec)
     tank.steps = 1;
     tank.seed = 7;
     tank.hasAllPasses = true;
+    tank.isHeardDecayed = false;
     tank.longest = swellLine(longest);
     tank.longestSpan = kSwellDiffusion;
     tank.design = std::make_shared<FlatDecayDesign>(spec.sampleRate);
@@ -113,8 +114,7 @@ template <typename T> void SwellroomCore<T>::apply(const Settings& s, unsigned d
         swellTank_.setSize(swellLine(shortest), kSwellDiffusion);
     }
     if (dirty & Decay) tank_.setDecay(decayTimes(s));
-    if (dirty & (Size | Decay))
-        level_.target(T(Tank<T>::level(double(s.decay), tank_.meanPeriod())));
+    if (dirty & (Size | Decay)) level_.target(T(tank_.level(double(s.decay))));
     if (dirty & (Size | Swell)) {
         const double seconds = swellTime(s), share = std::min(1.0, 10 * double(s.swell));
         swellTank_.setDecay({&seconds, 1});

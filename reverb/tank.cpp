@@ -6,12 +6,15 @@
 #include <numbers>
 #include <utility>
 
+#include "dsp/decibel.h"
+
 namespace quillworks {
 namespace {
 
 constexpr double kFadeSeconds = 0.064, kFadeDistanceSeconds = 0.008, kFreezeSeconds = 0.03;
 constexpr double kGlideSeconds = 0.03;
 constexpr double kMotionHz = 0.12;
+constexpr double kLeastHeard = 0.02;  // of the energy after a pass, that a level makes up for
 
 int subBlocks(double sampleRate, double seconds) noexcept
 {
@@ -19,6 +22,17 @@ int subBlocks(double sampleRate, double seconds) noexcept
 }
 
 }  // namespace
+
+LineLoss::LineLoss(std::span<const double> times, double line, double allPass) noexcept
+{
+    const double period = line + allPass, longest = *std::max_element(times.begin(), times.end());
+    // An all-pass of at most 0.26 of its line: what is left for the filter is a loss throughout.
+    const double middle = std::max(times[times.size() / 2], longest / 3);
+    allPassDb = -60 * allPass / middle;
+    std::transform(times.begin(), times.end(), seconds.begin(), [&](double t) {
+        return allPass > 0 ? period / (period / t - allPass / middle) : t;
+    });
+}
 
 template <typename T> void Tank<T>::prepare(const TankSpec& spec)
 {
@@ -67,7 +81,7 @@ template <typename T> void Tank<T>::prepare(const TankSpec& spec)
         inputGain_[index(c)] = T(std::sqrt(n / (2.0 * fed)));
     }
 
-    rooms_.require(static_cast<std::size_t>(kRow * ((4 + spec.steps) * n + spec.outputs + 1)));
+    rooms_.require(static_cast<std::size_t>(kRow * ((3 + spec.steps) * n + spec.outputs + 1)));
     rooms_.fill(0);
     T* room = rooms_.data();
     const auto rows = [&](auto& list, int count) {
@@ -75,7 +89,6 @@ template <typename T> void Tank<T>::prepare(const TankSpec& spec)
     };
     rows(lineRoom_, n);
     rows(allPassRoom_, n);
-    rows(diffused_, n);
     rows(filtered_, n);
     for (int k = 0; k < spec.steps; ++k) rows(stepRoom_[k], n);
     rows(outputs_, spec.outputs);
@@ -89,7 +102,7 @@ template <typename T> void Tank<T>::prepare(const TankSpec& spec)
 
 template <typename T> void Tank<T>::reset() noexcept
 {
-    isChanging_ = false;
+    isChanging_ = isResized_ = false;
     now_ = wanted_;
     frozen_ = isFreezing_ ? freezeLength_ : 0;
     inflow_.set(isFreezing_ ? T(0) : T(1));
@@ -97,7 +110,7 @@ template <typename T> void Tank<T>::reset() noexcept
     turn_ = 0;
     for (int i = 0; i < spec_.lines; ++i) {
         design(i);
-        filter_.set(i, filterOf(i));
+        tune(i, false);
     }
     allPass_.snap();
     motion_.snap();
@@ -118,6 +131,7 @@ template <typename T> void Tank<T>::setSize(double shortest, double span) noexce
     if (shortest == shortest_ && span == span_) return;
     shortest_ = shortest;
     span_ = span;
+    isResized_ = true;
     wanted_ =
         geometry_.delays(std::min(shortest, spec_.longest), std::min(span, spec_.longestSpan));
 }
@@ -146,13 +160,21 @@ template <typename T> int Tank<T>::shortestPath() const noexcept
     return path;
 }
 
-template <typename T> double Tank<T>::level(double seconds, double meanPeriod) noexcept
+template <typename T> double Tank<T>::level(double seconds) const noexcept
 {
     constexpr double kReference = 1.8;
-    const auto lost = [meanPeriod](double t) {
-        return -std::expm1(-6 * std::log(10.0) * meanPeriod / t);
+    const auto energy = [this](double t) {
+        double heard = 0, left = 0;
+        for (std::size_t i = 0; i < index(spec_.lines); ++i) {
+            const auto after = [&](int samples) {
+                return std::pow(10, -6 * samples / (spec_.sampleRate * t)) / spec_.lines;
+            };
+            heard += after(wanted_.line[i]);
+            left += after(wanted_.line[i] + wanted_.allPass[i]);
+        }
+        return std::max(heard, kLeastHeard) / (1 - left);
     };
-    return std::pow(seconds / kReference, 0.25) * std::sqrt(lost(seconds) / lost(kReference));
+    return std::pow(seconds / kReference, 0.25) * std::sqrt(energy(kReference) / energy(seconds));
 }
 
 /// Sub-blocks of the line's fade that are over; negative before, fadeLength_ and more behind it.
@@ -169,21 +191,32 @@ template <typename T> const TankDelays& Tank<T>::delaysOf(int line) const noexce
 template <typename T> void Tank<T>::design(int line) noexcept
 {
     const TankDelays& delays = delaysOf(line);
-    const double period =
-        (delays.line[index(line)] + delays.allPass[index(line)]) / spec_.sampleRate;
     const auto times = static_cast<std::size_t>(spec_.design->times());
-    gains_[index(line)] = spec_.design->design({seconds_.data(), times}, period);
+    const double own = delays.line[index(line)] / spec_.sampleRate;
+    const double allPass = delays.allPass[index(line)] / spec_.sampleRate;
+    const LineLoss loss({seconds_.data(), times}, own, allPass);
+    gains_[index(line)] = spec_.design->design({loss.seconds.data(), times}, own + allPass);
+    allPassDb_[index(line)] = loss.allPassDb;
 }
 
-template <typename T> DecaySections Tank<T>::filterOf(int line) const noexcept
+/// To what has been designed, as far as the tank is not frozen: at once, or over the sub-block.
+template <typename T> void Tank<T>::tune(int line, bool glides) noexcept
 {
     const double lively = 1 - double(frozen_) / freezeLength_;
-    return spec_.design->sections(gains_[index(line)].scaled(lively));
+    const auto sections = spec_.design->sections(gains_[index(line)].scaled(lively));
+    const T kept = T(dbToGain(allPassDb_[index(line)] * lively));
+    if (glides)
+        filter_.glide(line, sections);
+    else
+        filter_.set(line, sections);
+    kept_.step[line] = glides ? (kept - kept_.to[line]) * (T(1) / kSubBlock) : T(0);
+    kept_.to[line] = kept;
 }
 
 template <typename T> void Tank<T>::advance() noexcept
 {
     filter_.begin();
+    std::fill_n(kept_.step, kMostLines, T(0));
     advanceGeometry();
     advanceMotion();
     const auto g = allPass_.next(kWholeSubBlock);
@@ -200,11 +233,11 @@ template <typename T> void Tank<T>::advanceGeometry() noexcept
             isChanging_ = false;
         }
     }
-    if (!isChanging_ && !isFreezing_ &&
-        (wanted_.line != now_.line || wanted_.allPass != now_.allPass ||
-         wanted_.step != now_.step)) {
+    if (isResized_ && !isChanging_ && !isFreezing_) {
+        isResized_ = false;
         coming_ = wanted_;
-        isChanging_ = true;
+        isChanging_ = wanted_.line != now_.line || wanted_.allPass != now_.allPass ||
+                      wanted_.step != now_.step;
         change_ = 0;
     }
     if (isChanging_ && change_ % fadeDistance_ == 0 && change_ / fadeDistance_ < spec_.lines)
@@ -235,11 +268,11 @@ template <typename T> void Tank<T>::advanceFilters() noexcept
         while ((outdated_ >> turn_ & 1) == 0) turn_ = (turn_ + 1) % spec_.lines;
         outdated_ &= ~(1u << turn_);
         design(turn_);
-        if (frozen_ == before) filter_.glide(turn_, filterOf(turn_));
+        if (frozen_ == before) tune(turn_, true);
         turn_ = (turn_ + 1) % spec_.lines;
     }
     if (frozen_ == before) return inflow_.set(inflow_.at[kSubBlock - 1]);
-    for (int i = 0; i < spec_.lines; ++i) filter_.glide(i, filterOf(i));
+    for (int i = 0; i < spec_.lines; ++i) tune(i, true);
     const T share = T(1) / T(freezeLength_);
     inflow_.follow({T(freezeLength_ - before) * share, T(freezeLength_ - frozen_) * share});
 }
@@ -290,41 +323,43 @@ template <typename T> void Tank<T>::feed(const T* const* in, GridSlice slice) no
     inflows_.committed(slice.frames);
 }
 
-template <typename T> void Tank<T>::diffuse(GridSlice slice) noexcept
+/// Through the steps but for the last one's transform, which is that of the lines: `entering` is
+/// where what it gets lies.
+template <typename T> void Tank<T>::diffuse(GridSlice slice, Places& entering) noexcept
 {
     const int n = spec_.lines;
-    Places from;
-    Rows to = diffused_;
     for (int k = 0; k < spec_.steps; ++k) {
         GridLines<T>& ring = k == 0 ? inflows_ : steps_;
-        look(ring, now_.step[index(k)], coming_.step[index(k)], slice, from, stepRoom_[k]);
-        const bool isLast = k + 1 == spec_.steps;
-        if (!isLast) steps_.next(to.data());
-        kernels_.diffuse(
-            {from.data(), isLast ? diffused_.data() : to.data(), sign_[k], n, slice.frames});
+        look(ring, now_.step[index(k)], coming_.step[index(k)], slice, entering, stepRoom_[k]);
+        if (k + 1 < spec_.steps) {
+            Rows to;
+            steps_.next(to.data());
+            kernels_.diffuse({entering.data(), to.data(), sign_[k], n, slice.frames});
+            steps_.committed(slice.frames);
+        }
         ring.advance(slice.frames);
-        if (!isLast) steps_.committed(slice.frames);
     }
 }
 
-template <typename T> void Tank<T>::circulate(GridSlice slice) noexcept
+template <typename T> void Tank<T>::circulate(const Places& entering, GridSlice slice) noexcept
 {
     const int n = spec_.lines;
     Places from, delayed;
     Rows to, allPass;
     look(lines_, now_.line, coming_.line, slice, from, lineRoom_);
     lines_.next(to.data());
-    isBroken_ |=
-        !kernels_.sumUp({from.data(), outputs_.data(), scale_, spec_.outputs, n, slice.frames});
     filter_.process(from.data(), filtered_.data(), slice);
+    const bool isDecayed = spec_.isHeardDecayed;
+    isBroken_ |= !kernels_.sumUp({isDecayed ? filtered_.data() : from.data(), outputs_.data(),
+                                  isDecayed ? T(1) : scale_, spec_.outputs, n, slice.frames});
     if (spec_.hasAllPasses) {
         look(allPasses_, now_.allPass, coming_.allPass, slice, delayed, allPassRoom_);
         allPasses_.next(allPass.data());
     }
     const T gStep = (g_.to - g_.from) * (T(1) / kSubBlock);
-    kernels_.feedBack({filtered_.data(), diffused_.data(), to.data(),
+    kernels_.feedBack({filtered_.data(), entering.data(), sign_[spec_.steps - 1], to.data(),
                        spec_.hasAllPasses ? delayed.data() : nullptr, allPass.data(), g_.to, gStep,
-                       cosine_, sine_, n, slice.frames, slice.phase});
+                       kept_, cosine_, sine_, n, slice.frames, slice.phase});
     for (auto* lines : {&lines_, &allPasses_}) {
         lines->committed(slice.frames);
         lines->advance(slice.frames);
@@ -342,8 +377,9 @@ template <typename T> void Tank<T>::process(const T* const* in, GridSlice slice)
 {
     if (slice.begins()) advance();
     feed(in, slice);
-    diffuse(slice);
-    circulate(slice);
+    Places entering;
+    diffuse(slice, entering);
+    circulate(entering, slice);
     if (isBroken_) silence(slice);
 }
 

@@ -22,19 +22,36 @@ struct TankSpec {
     int inputs = 2;          // 1 .. 16
     int outputs = 2;         // 1 .. 16
     bool hasAllPasses = false;
+    /// The outputs are taken behind the lines' filters: what comes later has decayed from the
+    /// start. Else what comes out first is as loud from the longest line as from the shortest,
+    /// which suits decays that are short beside the lines.
+    bool isHeardDecayed = true;
     double longest = 0.05;  // the largest setSize() in seconds, both
     double longestSpan = 0.01;
     std::shared_ptr<const DecayDesign> design;  // of the lines' filters
 };
 
+/// What is lost on the way through a line, in seconds, and its all-pass. The all-pass's own delay
+/// decays too (Dahl, Jot, "A reverberator based on absorbent all-pass filters", DAFx 2000), by the
+/// decay time of the middle: else what it holds back for longer would decay more slowly than the
+/// rest. Its filter does what is left, so that a longer way has lost more at every frequency.
+struct LineLoss {
+    double allPassDb = 0;  // of its delay, not above 0
+    std::array<double, OctaveDecayDesign::kBands>
+        seconds{};  // for the filter, of line and all-pass
+
+    LineLoss(std::span<const double> times, double line, double allPass) noexcept;
+};
+
 /// Delay lines of different prime lengths, mixed by a Hadamard matrix, each with a filter that
 /// takes the decibels which its length owes the decay time (Stautner, Puckette 1982; Jot, Chaigne
-/// 1991). In front of it Hadamard matrices with short delays between them, which make the sound
-/// dense before it comes round for the first time (feed-forward, so without colour); optionally an
-/// all-pass in each line. Behind the matrix pairs of lines rotate slowly: a matrix that varies in
-/// time but keeps energy (Schlecht, Habets, "Time-varying feedback matrices in feedback delay
-/// networks and their application in artificial reverberation", JASA 2015), so no resonance stands,
-/// no pitch is bent and a frozen sound can move for ever.
+/// 1991). The sound enters through Hadamard matrices with short delays in front of them, the last
+/// of which is that of the lines: it is dense before it comes round for the first time, and since
+/// nothing goes back, without colour. Optionally there is an all-pass in each line, which decays as
+/// it does. In front of the matrix, where the sound does not enter yet, pairs of lines rotate
+/// slowly: a matrix that varies in time but keeps energy (Schlecht, Habets, "Time-varying feedback
+/// matrices in feedback delay networks and their application in artificial reverberation", JASA
+/// 2015), so no resonance stands, no pitch is bent and a frozen sound can move for ever.
 ///
 /// A change of size fades each line to its new length, one line after the other, without bending
 /// the pitch; one change at a time, the latest waits, and while frozen all wait. Input and outputs
@@ -82,10 +99,10 @@ public:
     /// From an input to the earliest sound, in samples.
     int shortestPath() const noexcept;
 
-    /// Gain that makes a decay time four times longer 3 dB louder: half of what the lines, whose
-    /// energy goes as 1/(1 - what is left after a pass), would gain by themselves; 1 at 1.8 s.
-    /// `seconds` at 1 kHz.
-    static double level(double seconds, double meanPeriod) noexcept;
+    /// Gain that makes a decay time four times longer 3 dB louder: half of what the lines would
+    /// gain by themselves, of which a share `a` of the energy is left after a pass, and a/(1 - a)
+    /// heard; 1 at 1.8 s. `seconds` at 1 kHz.
+    double level(double seconds) const noexcept;
     /// Delay of the longest line in seconds, at most, as a tail counts it.
     static double longestLine(double shortest) noexcept { return shortest * TankGeometry::kRatio; }
 
@@ -102,7 +119,7 @@ private:
     void startMotion() noexcept;
     void advanceFilters() noexcept;
     void design(int line) noexcept;
-    DecaySections filterOf(int line) const noexcept;
+    void tune(int line, bool glides) noexcept;
     const TankDelays& delaysOf(int line) const noexcept;
     int fadeOf(int line) const noexcept;
     void look(const GridLines<T>& lines, const TankDelays::PerLine& old,
@@ -111,20 +128,23 @@ private:
     const T* fade(const GridLines<T>& lines, int line, int from, int to, GridSlice slice,
                   T* room) const noexcept;
     void feed(const T* const* in, GridSlice slice) noexcept;
-    void diffuse(GridSlice slice) noexcept;
-    void circulate(GridSlice slice) noexcept;
+    void diffuse(GridSlice slice, Places& entering) noexcept;
+    void circulate(const Places& entering, GridSlice slice) noexcept;
     void silence(GridSlice slice) noexcept;
 
     TankSpec spec_;
     TankGeometry geometry_;
     double shortest_ = 0, span_ = 0;  // as set
     TankDelays wanted_, coming_, now_;
+    bool isResized_ = false;                 // wanted_ is new
     bool isChanging_ = false;                // from now_ to coming_
     int change_ = 0;                         // its sub-blocks so far
     int fadeLength_ = 1, fadeDistance_ = 1;  // sub-blocks: of a line, and from line to line
 
     std::array<double, OctaveDecayDesign::kBands> seconds_{};
     std::array<DecayGains, kMostLines> gains_{};
+    std::array<double, kMostLines> allPassDb_{};
+    Moving<T> kept_{};       // of the all-passes' delays
     unsigned outdated_ = 0;  // bit i: the filter of line i
     int turn_ = 0;           // whose filter is looked at next
     DecayFilter<T> filter_;
@@ -146,7 +166,7 @@ private:
     T sign_[kMostSteps][kMostLines]{};  // times it
     const TankKernels<T>& kernels_ = tankKernels<T>();
     AlignedBuffer<T> rooms_;
-    Rows lineRoom_{}, allPassRoom_{}, stepRoom_[kMostSteps]{}, diffused_{}, filtered_{};
+    Rows lineRoom_{}, allPassRoom_{}, stepRoom_[kMostSteps]{}, filtered_{};
     std::array<T*, kMostChannels> outputs_{};
     T* spare_ = nullptr;
 };

@@ -103,24 +103,29 @@ template <typename T, int lines, bool hasAllPasses> void feedBackLines(const Fee
         if (hasAllPasses) {
             const V<T> g = hn::NegMulAdd(hn::Set(d, run.gStep), ahead, hn::Set(d, run.g));
             for (int i = 0; i < lines; ++i) {
-                const V<T> delayed = hn::LoadU(d, run.delayed[i] + at);
+                const V<T> kept =
+                    hn::NegMulAdd(hn::Set(d, run.kept.step[i]), ahead, hn::Set(d, run.kept.to[i]));
+                const V<T> delayed = hn::Mul(kept, hn::LoadU(d, run.delayed[i] + at));
                 const V<T> in = hn::MulAdd(g, delayed, v[i]);
                 hn::StoreU(in, d, run.allPass[i] + at);
                 v[i] = hn::NegMulAdd(g, in, delayed);
             }
         }
-        walsh<T, lines>(v);
         for (int p = 0; p < lines / 2; ++p) {
             const auto moving = [&](const Moving<T>& value) HWY_ATTR {
                 return hn::NegMulAdd(hn::Set(d, value.step[p]), ahead, hn::Set(d, value.to[p]));
             };
+            const auto entering = [&](int i) HWY_ATTR {
+                return hn::Mul(hn::Set(d, run.factor[i]), hn::LoadU(d, run.entering[i] + at));
+            };
             const V<T> c = moving(run.cosine), s = moving(run.sine);
             const int i = 2 * p, k = i + 1;
-            const V<T> first = hn::MulAdd(c, v[i], hn::LoadU(d, run.added[i] + at));
-            const V<T> second = hn::MulAdd(c, v[k], hn::LoadU(d, run.added[k] + at));
-            hn::StoreU(hn::NegMulAdd(s, v[k], first), d, run.out[i] + at);
-            hn::StoreU(hn::MulAdd(s, v[i], second), d, run.out[k] + at);
+            const V<T> first = hn::NegMulAdd(s, v[k], hn::MulAdd(c, v[i], entering(i)));
+            v[k] = hn::MulAdd(s, v[i], hn::MulAdd(c, v[k], entering(k)));
+            v[i] = first;
         }
+        walsh<T, lines>(v);
+        for (int i = 0; i < lines; ++i) hn::StoreU(v[i], d, run.out[i] + at);
     }
 }
 

@@ -32,15 +32,17 @@ template <typename T> struct Moving {
     T to[16], step[16];  // at its end, and the change per frame
 };
 
-/// From the filtered lines to what goes into them: all-passes, Hadamard transform (not scaled),
-/// rotation of pairs, input. Values that move end the sub-block at what is given.
+/// From the filtered lines to what goes into them: all-passes, rotation of pairs, input times its
+/// factors, Hadamard transform (not scaled). Values that move end the sub-block at what is given.
 template <typename T> struct FeedbackRun {
     const T* const* in;
-    const T* const* added;  // behind the rotation
+    const T* const* entering;
+    const T* factor;  // of what enters
     T* const* out;
     const T* const* delayed;  // of the all-passes; null: there are none
     T* const* allPass;        // what goes into them
     T g, gStep;               // their coefficient and its change per frame
+    const Moving<T>& kept;    // of what their delays held
     const Moving<T>& cosine;  // by pair of lines
     const Moving<T>& sine;
     int lines, frames, phase;

@@ -45,8 +45,8 @@ template <typename T> void WetPath<T>::prepare(const ProcessSpec& spec)
     line_.prepare(channels_, static_cast<int>(longest + 0.5) + 2 * kSubBlock);
     preDelay_.prepare(spec.sampleRate, kPreDelayFade);
     const double halfLife = halfLifeSubBlocks(spec.sampleRate, kGlideSeconds);
-    cuts_.prepare({.lowEnd = kReverbLowEnd, .highEnd = kReverbHighEnd}, channels_, spec.sampleRate,
-                  halfLife);
+    cuts_.prepare({.lowEnd = kReverbLowEnd, .highEnd = kReverbHighEnd, .form = SectionForm::Blocks},
+                  channels_, spec.sampleRate, halfLife);
     width_.prepareHalfLife(halfLife);
     ducker_.prepare(spec.sampleRate, halfLife);
     ducker_.setRecovery(kDuckRecovery);
@@ -102,32 +102,35 @@ template <typename T> void WetPath<T>::begin(const AudioBlock<T>& block) noexcep
     if (isFromMono_) vec::copy(block[1], static_cast<const T*>(block[0]), block.frames);
 }
 
-/// What the engine is given.
-template <typename T> void WetPath<T>::takeIn(const AudioBlock<T>& part, T* const* in) noexcept
+/// What the engine is given: where it lies in the line, or in `room` where it is not in one piece.
+template <typename T>
+void WetPath<T>::takeIn(const AudioBlock<T>& part, T* const* room, const T** in) noexcept
 {
     const int n = part.frames;
-    for (int c = 0; c < channels_; ++c) {
-        vec::copy(in[c], static_cast<const T*>(part[channel(c)]), n);
-        sanitise(in[c], n, kLoudestSignal);
-        line_.put(c, in[c], n);
-    }
+    const auto copySound = [](T* to, const T* from, int count) {
+        vec::copy(to, from, count);
+        sanitise(to, count, kLoudestSignal);
+    };
+    for (int c = 0; c < channels_; ++c) line_.put(c, part[channel(c)], n, copySound);
     line_.advance(n);
     preDelay_.next(part);
-    if (preDelay_.present() > 0 || preDelay_.isFading())
-        for (int c = 0; c < channels_; ++c) {
-            line_.copy(c, in[c], preDelay_.present() + n - 1, n);
-            if (!preDelay_.isFading()) continue;
-            T old[kSubBlock];
-            line_.copy(c, old, preDelay_.leaving() + n - 1, n);
-            preDelay_.fade().mix(in[c], old, n);
-        }
+    const int distance = preDelay_.present() + n - 1;
+    const bool isWhole = !preDelay_.isFading() && distance < line_.valid();
+    for (int c = 0; c < channels_; ++c) {
+        in[c] = isWhole ? line_.at(c, distance) : room[c];
+        if (isWhole) continue;
+        line_.copy(c, room[c], distance, n);
+        if (!preDelay_.isFading()) continue;
+        T old[kSubBlock];
+        line_.copy(c, old, preDelay_.leaving() + n - 1, n);
+        preDelay_.fade().mix(room[c], old, n);
+    }
     preDelay_.advance(n);
 }
 
 /// What the engine has given becomes what is heard.
 template <typename T> void WetPath<T>::bringOut(const AudioBlock<T>& part, T* const* wet) noexcept
 {
-    const int n = part.frames;
     cuts_.process(wet, part);
     width_.next(part);
     for (int p = 0; p < pairs_.count; ++p) {
@@ -142,14 +145,12 @@ template <typename T> void WetPath<T>::bringOut(const AudioBlock<T>& part, T* co
     if (mixer_.isDry()) return;
     for (int c = 0; c < channels_; ++c) {
         levels_.scale(wet[c], part);
-        mixer_.mix(wet[c], dry[c], part);
-        vec::copy(part[channel(c)], static_cast<const T*>(wet[c]), n);
+        mixer_.mixInto(part[channel(c)], wet[c], part);
     }
     for (int i = 0; i < lfeCount_; ++i) {
         T* const lfe = part[lfe_[static_cast<std::size_t>(i)]];
-        T alone[kSubBlock]{};  // no reverberation
-        mixer_.mix(alone, lfe, part);
-        vec::copy(lfe, static_cast<const T*>(alone), n);
+        constexpr T silence[kSubBlock]{};  // no reverberation
+        mixer_.mixInto(lfe, silence, part);
     }
 }
 

@@ -54,9 +54,10 @@ public:
     {
         begin(block);
         forEachSubBlock(block, [&](const AudioBlock<T>& part) {
-            Rows in(channels_), wet(channels_);
-            takeIn(part, in.row);
-            engine(static_cast<const T* const*>(in.row), static_cast<T* const*>(wet.row), part);
+            Rows delayed(channels_), wet(channels_);
+            const T* in[kMostChannels];
+            takeIn(part, delayed.row, in);
+            engine(static_cast<const T* const*>(in), static_cast<T* const*>(wet.row), part);
             bringOut(part, wet.row);
         });
         end(block);
@@ -76,7 +77,7 @@ private:
     };
 
     void begin(const AudioBlock<T>& block) noexcept;
-    void takeIn(const AudioBlock<T>& part, T* const* in) noexcept;
+    void takeIn(const AudioBlock<T>& part, T* const* room, const T** in) noexcept;
     void bringOut(const AudioBlock<T>& part, T* const* wet) noexcept;
     void end(const AudioBlock<T>& block) noexcept;
     void updatePreDelay() noexcept;

@@ -80,14 +80,14 @@ Editor& editorAt(const clap_plugin_t* plugin) noexcept
 }
 
 constexpr clap_plugin_gui_t kEditor{
-    .is_api_supported = [](const clap_plugin_t* p, const char* api,
-                           bool) { return editorAt(p).isPossible(api); },
+    .is_api_supported = [](const clap_plugin_t*, const char* api,
+                           bool) { return Editor::isPossible(api); },
     .get_preferred_api =
-        [](const clap_plugin_t* p, const char** api, bool* isFloating) {
+        [](const clap_plugin_t*, const char** api, bool* isFloating) {
             if (!api || !isFloating) return false;
             *api = CLAP_WINDOW_API_X11;
             *isFloating = false;
-            return editorAt(p).isPossible(CLAP_WINDOW_API_X11);
+            return true;
         },
     .create =
         [](const clap_plugin_t* p, const char* api, bool isFloating) {

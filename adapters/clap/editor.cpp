@@ -15,10 +15,10 @@ int toInt(std::uint32_t n)
 
 }  // namespace
 
-/// The editor has no thread of its own: without the host's timer it would stand still.
-bool Editor::isPossible(const char* api) const noexcept
+/// A question of the window system alone: scanners, which have no timer, ask it too.
+bool Editor::isPossible(const char* api) noexcept
 {
-    return api && std::string_view(api) == CLAP_WINDOW_API_X11 && host_.hasTimer();
+    return api && std::string_view(api) == CLAP_WINDOW_API_X11;
 }
 
 bool Editor::create(const char* api, bool isFloating)
@@ -38,6 +38,7 @@ bool Editor::create(const char* api, bool isFloating)
     if (!isThere()) return false;
     isFloating_ = isFloating;
     isTold_ = false;
+    // The editor has no thread of its own: without the host's timer it would stand still.
     if (host_.startTimer(kTimerMs, timer_)) return true;
     window_.reset();
     return false;

@@ -23,7 +23,7 @@ public:
     Editor(const Editor&) = delete;
     Editor& operator=(const Editor&) = delete;
 
-    bool isPossible(const char* api) const noexcept;
+    static bool isPossible(const char* api) noexcept;
     bool create(const char* api, bool isFloating);
     void destroy() noexcept;
     bool setScale(double scale);

@@ -57,8 +57,8 @@ void DisplayControl::draw(Canvas& canvas)
 void DisplayControl::passDamage()
 {
     if (display_->takeStaticDamage()) host().damageStatic(bounds());
-    const auto damage = display_->takeDamage();
-    if (!damage.isEmpty()) host().damage(damage.moved(bounds().x, bounds().y));
+    for (const auto& damage : display_->takeDamage())
+        host().damage(damage.moved(bounds().x, bounds().y));
 }
 
 void DisplayControl::tick(double seconds)

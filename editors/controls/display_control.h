@@ -23,6 +23,10 @@ public:
     bool key(const KeyEvent& event) override;
     void setFocus(bool hasFocus) override;
     bool takesFocus() const override { return display_ && display_->takesFocus(); }
+    Rect covered() const override
+    {
+        return display_ ? display_->covered().moved(bounds().x, bounds().y) : Rect{};
+    }
     Tip tip() const override;
     std::string describe() const override { return display_ ? display_->describe() : ""; }
     void hoverAt(double x, double y) override { pointed_ = {x, y}; }

@@ -98,6 +98,42 @@ void BandCurve::look(std::vector<double>& numbers) const
                                        std::round(std::max(-61.0, levels_[b]) * 4)});
 }
 
+/// What hands move is drawn anew as a whole; of what the sound moves the difference.
+void BandCurve::lookChanged()
+{
+    const int count = bands();
+    std::vector<Band> now;
+    std::vector<double> edges;
+    for (int b = 0; b < count; ++b) {
+        now.push_back({thresholds_[b], gains_[b], levels_[b], reductions_[b]});
+        edges.push_back(edge(b));
+    }
+    const auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+    const auto isSet = [&](const Band& a, const Band& b) {
+        return same(a.threshold, b.threshold) && same(a.gain, b.gain);
+    };
+    now.swap(shown_);
+    const auto& was = now;
+    if (edges != edges_ ||
+        !std::equal(was.begin(), was.end(), shown_.begin(), shown_.end(), isSet)) {
+        edges_ = std::move(edges);
+        return damage();
+    }
+    const auto& area = plot_.area;
+    for (int b = 0; b < count; ++b) {
+        const auto &before = was[static_cast<std::size_t>(b)],
+                   &after = shown_[static_cast<std::size_t>(b)];
+        const double left = plot_.across(edge(b)), w = plot_.across(edge(b + 1)) - left;
+        const auto between = [&](double from, double to, double rim) {
+            const double a = std::isnan(from) ? area.bottom() : plot_.upWithin(from);
+            const double z = std::isnan(to) ? area.bottom() : plot_.upWithin(to);
+            if (a != z) damage({left, std::min(a, z) - rim, w + 1, std::abs(a - z) + 2 * rim});
+        };
+        between(before.level, after.level, 1);
+        between(before.change, after.change, 2);
+    }
+}
+
 void BandCurve::drawStatic(Canvas& canvas)
 {
     drawAcross(canvas, plot_, frequencyTicks(kHertz), !isSmall());
@@ -110,17 +146,19 @@ void BandCurve::draw(Canvas& canvas)
     place();
     const auto& area = plot_.area;
     const double zero = plot_.up(0);
+    if (shown_.size() != static_cast<std::size_t>(bands())) lookChanged();
     for (int b = 0; b < bands(); ++b) {
+        const auto& shown = shown_[static_cast<std::size_t>(b)];
         const double left = plot_.across(edge(b)) + 1, w = plot_.across(edge(b + 1)) - left;
         if (w <= 0) continue;
-        if (const double level = levels_[b]; level > kLevels.minimum) {
+        if (const double level = shown.level; level > kLevels.minimum) {
             const double y = plot_.upWithin(level);
             canvas.fill(
                 {left, y, w, area.bottom() - y},
                 Paint(Ink(Color::Level, 0.7), area.y, Ink(Color::Level, 0.35), area.bottom()));
         }
         // What is taken, or given, from the line at 0 dB.
-        if (const double change = reductions_[b]; std::abs(change) > 0.05) {
+        if (const double change = shown.change; std::abs(change) > 0.05) {
             const double y = plot_.upWithin(change);
             canvas.fill({left, std::min(y, zero), w, std::abs(y - zero)}, Ink(Color::Accent, 0.3));
             canvas.fill({left, y - 1, w, 2}, Color::Accent);

@@ -25,6 +25,7 @@ protected:
     void sized() override;
     void place() override;
     void look(std::vector<double>& numbers) const override;
+    void lookChanged() override;
 
 private:
     int bands() const;
@@ -37,6 +38,11 @@ private:
     Values thresholds_, gains_, reductions_, levels_;
     std::string choice_;  // name under which a pressed band is chosen for other displays
     Plot plot_;
+    struct Band {
+        double threshold, gain, level, change;
+    };
+    std::vector<Band> shown_;
+    std::vector<double> edges_;
 };
 
 }  // namespace quillworks::editors

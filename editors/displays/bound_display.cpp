@@ -34,10 +34,7 @@ void BoundDisplay::tick(double seconds)
     if (replace(seenStatic_, now_)) damageStatic();
     now_.clear();
     look(now_);
-    if (replace(seen_, now_)) {
-        lookChanged();
-        damage();
-    }
+    if (replace(seen_, now_)) lookChanged();
 }
 
 bool BoundDisplay::turn(int parameter, const WheelEvent& event)

@@ -35,12 +35,12 @@ protected:
     bool isSmall() const noexcept { return width() < 170 || height() < 90; }
 
     /// Numbers that all of the picture is made of: where one of them moves by more than nothing
-    /// the whole of it is drawn anew. Those of a display that knows its parts better are none.
+    /// lookChanged() is called. Those of a display that knows its parts better are none.
     virtual void look(std::vector<double>& numbers) const = 0;
     /// The same of what drawStatic() draws.
     virtual void lookStatic(std::vector<double>&) const {}
-    /// look() has: before anything is drawn.
-    virtual void lookChanged() {}
+    /// Before anything is drawn: damages what look() has changed, which may be the whole picture.
+    virtual void lookChanged() { damage(); }
     /// Time has gone on, whatever has changed.
     virtual void ticked(double) {}
 

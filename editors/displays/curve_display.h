@@ -24,7 +24,11 @@ protected:
     void place() override;
     void ticked(double seconds) override;
     void look(std::vector<double>& numbers) const override;
-    void lookChanged() override { curve_.forget(); }
+    void lookChanged() override
+    {
+        curve_.forget();
+        damage();
+    }
 
 private:
     double output(double input) const;

@@ -181,6 +181,12 @@ void GainHistory::ticked(double seconds)
     if (added_ > before || (quiet_ == columns_ && added_ > 0)) damage(plot_.area);
 }
 
+Rect GainHistory::covered() const
+{
+    return {plot_.area.x, plot_.area.y, columns_ / scale(),
+            std::ceil(plot_.area.h * scale() - 1e-6) / scale()};
+}
+
 void GainHistory::look(std::vector<double>& numbers) const
 {
     numbers.insert(numbers.end(), {threshold_.get(), ceiling_.get()});
@@ -243,10 +249,10 @@ void GainHistory::draw(Canvas& canvas)
     const int height = static_cast<int>(std::ceil(plot_.area.h * scale() - 1e-6));
     const bool isNew = image_.isEmpty() || variant_ != canvas.theme().variant();
     if (isNew) {
-        image_ = Image(columns_, height);
+        image_ = ScrollingImage(columns_, height);
         variant_ = canvas.theme().variant();
     } else if (added_ > 0 && added_ < columns_) {
-        image_.scrollLeft({0, 0, columns_, height}, added_);
+        image_.scroll(added_);
     }
     if (isNew || added_ > 0) {
         Canvas own(image_.pixels(), scale(), canvas.fonts(), canvas.theme());
@@ -255,7 +261,7 @@ void GainHistory::draw(Canvas& canvas)
         paint(own, isNew ? 0 : std::max(0, columns_ - added_ - seam));
         added_ = 0;
     }
-    canvas.copy(image_, plot_.area.x, plot_.area.y);
+    canvas.copy(image_.pixels(), plot_.area.x, plot_.area.y);
     const auto& area = plot_.area;
     for (double t = -6; t < 0; t += 2)
         canvas.vertical(plot_.across(t), area.y, area.bottom(), Ink(Color::Text3, 0.18));

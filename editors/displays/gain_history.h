@@ -35,6 +35,7 @@ public:
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
     std::string describe() const override;
+    Rect covered() const override;
 
 protected:
     void sized() override;
@@ -69,7 +70,7 @@ private:
     Column last_{};
     double filling_ = 0;  // steps of the stream in the open column
     Column open_{};
-    Image image_;
+    ScrollingImage image_;
     std::string variant_;
     std::vector<GainStream::Step> steps_;
     std::vector<Point> points_;

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+
+#include "editors/displays/blend.h"
 
 namespace quillworks::editors {
 namespace {
@@ -11,39 +14,36 @@ constexpr float kNowhere = 1e30f;
 
 }  // namespace
 
+void Graph::Extents::clear(std::size_t parts)
+{
+    top.assign(parts, kNowhere);
+    bottom.assign(parts, -kNowhere);
+}
+
+void Graph::Extents::take(std::ptrdiff_t part, double y) noexcept
+{
+    if (part < 0 || part >= static_cast<std::ptrdiff_t>(top.size())) return;
+    const auto i = static_cast<std::size_t>(part);
+    top[i] = std::min(top[i], static_cast<float>(y));
+    bottom[i] = std::max(bottom[i], static_cast<float>(y));
+}
+
 void Graph::begin(const Canvas& canvas, const Rect& area)
 {
     theme_ = &canvas.theme();
     scale_ = canvas.scale();
+    opacity_ = canvas.opacity();
     area_ = area;
-    const int w = std::max(1, static_cast<int>(std::lround(area.w * scale_)));
-    const int h = std::max(1, static_cast<int>(std::lround(area.h * scale_)));
-    if (image_.width() != w || image_.height() != h)
-        image_ = Image(w, h);
-    else
-        image_.clear({0, 0, w, h});
-    cover_.assign(static_cast<std::size_t>(h), 0);
-}
-
-Graph::Colour Graph::colourOf(Ink ink) const
-{
-    const auto rgb = theme_->rgb(ink.color);
-    const auto o = static_cast<float>(ink.opacity);
-    const auto part = [&](int shift) { return o * static_cast<float>(rgb >> shift & 0xFF); };
-    return {255 * o, part(16), part(8), part(0), 0};
+    width_ = std::max(1, static_cast<int>(std::lround(area.w * scale_)));
+    height_ = std::max(1, static_cast<int>(std::lround(area.h * scale_)));
+    count_ = 0;
 }
 
 void Graph::measure(std::span<const Point> points)
 {
-    const auto parts = static_cast<std::size_t>(image_.width() * kParts);
-    extents_.assign(parts, {kNowhere, -kNowhere});
+    const auto parts = static_cast<std::size_t>(width_ * kParts);
+    course_.clear(parts);
     const double perPixel = scale_ * kParts;
-    const auto take = [&](std::ptrdiff_t part, double y) {
-        if (part < 0 || part >= static_cast<std::ptrdiff_t>(parts)) return;
-        auto& e = extents_[static_cast<std::size_t>(part)];
-        e.top = std::min(e.top, static_cast<float>(y));
-        e.bottom = std::max(e.bottom, static_cast<float>(y));
-    };
     for (std::size_t i = 0; i + 1 < points.size(); ++i) {
         const double x0 = (points[i].x - area_.x) * perPixel;
         const double x1 = (points[i + 1].x - area_.x) * perPixel;
@@ -53,124 +53,206 @@ void Graph::measure(std::span<const Point> points)
         const auto first = static_cast<std::ptrdiff_t>(std::floor(std::max(x0, -1.0)));
         const auto last = static_cast<std::ptrdiff_t>(std::floor(std::min(x1, double(parts))));
         const double slope = x1 > x0 ? (y1 - y0) / (x1 - x0) : 0;
-        take(first, x0 < -1 ? y0 + slope * (-1 - x0) : y0);
+        course_.take(first, x0 < -1 ? y0 + slope * (-1 - x0) : y0);
         for (auto part = first + 1; part <= last; ++part) {  // where it passes from part to part
             const double y = y0 + slope * (double(part) - x0);
-            take(part - 1, y);
-            take(part, y);
+            course_.take(part - 1, y);
+            course_.take(part, y);
         }
-        take(last, x1 > double(parts) ? y0 + slope * (double(parts) - x0) : y1);
+        course_.take(last, x1 > double(parts) ? y0 + slope * (double(parts) - x0) : y1);
     }
 }
 
-void Graph::add(float top, float bottom)
+Graph::Layer& Graph::addLayer(Ink top, Ink bottom)
 {
-    const auto rows = static_cast<int>(cover_.size());
-    top = std::clamp(top, 0.0f, static_cast<float>(rows));
-    bottom = std::clamp(bottom, 0.0f, static_cast<float>(rows));
-    if (!(bottom > top)) return;
-    constexpr float share = 1.0f / kParts;
-    const int first = static_cast<int>(top), last = std::min(rows - 1, static_cast<int>(bottom));
-    first_ = std::min(first_, first);
-    last_ = std::max(last_, last);
-    float* const cover = cover_.data();
-    if (first == last) {
-        cover[first] += share * (bottom - top);
-        return;
-    }
-    cover[first] += share * (static_cast<float>(first + 1) - top);
-    for (int y = first + 1; y < last; ++y) cover[y] += share;
-    cover[last] += share * (bottom - static_cast<float>(last));
-}
-
-/// The colour of every row, from one to the other.
-void Graph::setColours(Ink top, Ink bottom)
-{
+    if (count_ == layers_.size()) layers_.emplace_back();
+    auto& layer = layers_[count_++];
+    const auto colourOf = [&](Ink ink) {
+        const auto rgb = theme_->rgb(ink.color);
+        const double o = ink.opacity * opacity_;
+        const auto part = [&](int shift) { return o * double(rgb >> shift & 0xFF); };
+        return std::array<double, 4>{255 * o, part(16), part(8), part(0)};
+    };
     const auto from = colourOf(top), to = colourOf(bottom);
-    colours_.resize(cover_.size());
-    for (std::size_t y = 0; y < colours_.size(); ++y) {
-        const float t = static_cast<float>(y) / static_cast<float>(colours_.size());
-        const auto mixed = [t](float a, float b) { return a + t * (b - a); };
-        auto& c = colours_[y];
-        c = {mixed(from.alpha, to.alpha), mixed(from.red, to.red), mixed(from.green, to.green),
-             mixed(from.blue, to.blue), 0};
-        const auto part = [](float v) { return static_cast<std::uint32_t>(v + 0.5f); };
-        c.packed = part(c.alpha) << 24 | part(c.red) << 16 | part(c.green) << 8 | part(c.blue);
+    layer.colours.resize(static_cast<std::size_t>(height_));
+    for (std::size_t y = 0; y < layer.colours.size(); ++y) {
+        const double t = double(y) / double(height_);
+        std::array<std::uint32_t, 4> mixed{};
+        for (std::size_t i = 0; i < 4; ++i)
+            mixed[i] = static_cast<std::uint32_t>(from[i] + t * (to[i] - from[i]) + 0.5);
+        layer.colours[y] = mixed[0] << 24 | mixed[1] << 16 | mixed[2] << 8 | mixed[3];
     }
-    first_ = static_cast<int>(cover_.size());
-    last_ = -1;
-}
-
-void Graph::blend(int column)
-{
-    const auto& pixels = image_.pixels();
-    auto* row = reinterpret_cast<char*>(pixels.data + column) + first_ * pixels.stride;
-    for (int y = first_; y <= last_; ++y, row += pixels.stride) {
-        const float c = cover_[static_cast<std::size_t>(y)];
-        cover_[static_cast<std::size_t>(y)] = 0;
-        if (c <= 0) continue;
-        const auto& colour = colours_[static_cast<std::size_t>(y)];
-        auto& pixel = *reinterpret_cast<std::uint32_t*>(row);
-        if (pixel == 0 && c > 0.999f) {  // the inside of an area
-            pixel = colour.packed;
-            continue;
-        }
-        const float kept = 1 - c * colour.alpha / 255;
-        const auto over = [&](float source, int shift) {
-            const float below = static_cast<float>(pixel >> shift & 0xFF);
-            return static_cast<std::uint32_t>(std::min(255.0f, c * source + kept * below + 0.5f))
-                   << shift;
-        };
-        pixel = over(colour.alpha, 24) | over(colour.red, 16) | over(colour.green, 8) |
-                over(colour.blue, 0);
-    }
-    first_ = static_cast<int>(cover_.size());
-    last_ = -1;
+    layer.extents.clear(static_cast<std::size_t>(width_ * kParts));
+    return layer;
 }
 
 void Graph::stroke(std::span<const Point> points, double width, Ink ink)
 {
     measure(points);
+    auto& extents = addLayer(ink, ink).extents;
     // The union of discs around the curve: in each column the farthest that one of those beside
     // reaches.
     const auto radius = static_cast<float>(width * scale_ / 2);
     const int reach = static_cast<int>(radius * kParts);
-    const auto parts = static_cast<int>(extents_.size());
-    widened_.assign(extents_.size(), {kNowhere, -kNowhere});
+    const int parts = width_ * kParts;
     for (int k = -reach; k <= reach; ++k) {
         const float dx = static_cast<float>(k) / kParts;
         const float pen = std::sqrt(std::max(0.0f, radius * radius - dx * dx));
-        for (int p = std::max(0, -k); p < std::min(parts, parts - k); ++p) {
-            const auto& from = extents_[static_cast<std::size_t>(p + k)];
-            auto& to = widened_[static_cast<std::size_t>(p)];
-            to.top = std::min(to.top, from.top - pen);
-            to.bottom = std::max(to.bottom, from.bottom + pen);
+        const int from = std::max(0, -k), to = std::min(parts, parts - k);
+        const float* const top = course_.top.data() + k;
+        const float* const bottom = course_.bottom.data() + k;
+        float* const highest = extents.top.data();
+        float* const lowest = extents.bottom.data();
+        for (int p = from; p < to; ++p) {
+            const float a = top[p] - pen, b = bottom[p] + pen;
+            highest[p] = a < highest[p] ? a : highest[p];
+            lowest[p] = b > lowest[p] ? b : lowest[p];
         }
-    }
-    setColours(ink, ink);
-    for (int column = 0; column < image_.width(); ++column) {
-        for (int p = 0; p < kParts; ++p) {
-            const auto& e = widened_[static_cast<std::size_t>(column * kParts + p)];
-            if (e.top <= e.bottom) add(e.top, e.bottom);
-        }
-        blend(column);
     }
 }
 
 void Graph::fill(std::span<const Point> points, double base, Ink top, Ink bottom)
 {
     measure(points);
+    auto& extents = addLayer(top, bottom).extents;
     const auto level = static_cast<float>((base - area_.y) * scale_);
-    setColours(top, bottom);
-    for (int column = 0; column < image_.width(); ++column) {
-        for (int p = 0; p < kParts; ++p) {
-            const auto& e = extents_[static_cast<std::size_t>(column * kParts + p)];
-            if (e.top > e.bottom) continue;
-            const float middle = (e.top + e.bottom) / 2;
-            add(std::min(middle, level), std::max(middle, level));
-        }
-        blend(column);
+    for (std::size_t p = 0; p < course_.top.size(); ++p) {
+        if (course_.top[p] > course_.bottom[p]) continue;
+        const float middle = (course_.top[p] + course_.bottom[p]) / 2;
+        extents.top[p] = std::min(middle, level);
+        extents.bottom[p] = std::max(middle, level);
     }
+}
+
+void Graph::bars(std::span<const Rect> bars, Ink top, Ink bottom)
+{
+    auto& extents = addLayer(top, bottom).extents;
+    const double perPixel = scale_ * kParts;
+    for (const auto& bar : bars) {
+        if (bar.isEmpty()) continue;
+        const auto from = std::lround((bar.x - area_.x) * perPixel);
+        const auto to = std::lround((bar.right() - area_.x) * perPixel);
+        for (auto part = from; part < to; ++part) {
+            extents.take(part, (bar.y - area_.y) * scale_);
+            extents.take(part, (bar.bottom() - area_.y) * scale_);
+        }
+    }
+}
+
+void Graph::show(Canvas& canvas)
+{
+    const auto place = canvas.inPicture(area_.x, area_.y, width_, height_);
+    canvas.paint(place, [&](const Pixels& pixels, const PixelRect& part) {
+        Pixels own = pixels;  // whose first is that of the area
+        own.data += place.y * (pixels.stride / 4) + place.x;
+        const PixelRect inArea{part.x - place.x, part.y - place.y, part.w, part.h};
+        for (int x = inArea.x; x < inArea.right();) {
+            const int next = std::min(inArea.right(), (x / kStrip + 1) * kStrip);
+            for (std::size_t i = 0; i < count_; ++i)
+                drawStrip(layers_[i], own, {x, inArea.y, next - x, inArea.h});
+            x = next;
+        }
+    });
+}
+
+void Graph::drawStrip(const Layer& layer, const Pixels& pixels, const PixelRect& part)
+{
+    // Each extent is a step up and a step down of the coverage; rows are summed on the way down.
+    const float above = static_cast<float>(part.y), below = static_cast<float>(part.bottom());
+    float first = below, last = above;
+    const auto begin = static_cast<std::size_t>(part.x * kParts);
+    const auto end = begin + static_cast<std::size_t>(part.w * kParts);
+    const float* const tops = layer.extents.top.data();
+    const float* const bottoms = layer.extents.bottom.data();
+    for (auto p = begin; p < end; ++p) {
+        first = std::min(first, tops[p]);
+        last = std::max(last, bottoms[p]);
+    }
+    first = std::max(first, above);
+    last = std::min(last, below);
+    if (!(last > first)) return;
+    const int row = static_cast<int>(first);
+    const int rows = static_cast<int>(std::ceil(last)) - row;
+    steps_.assign(static_cast<std::size_t>((rows + 2) * kStrip), 0);
+    for (auto p = begin; p < end; ++p) {
+        const float top = std::max(tops[p], above), bottom = std::min(bottoms[p], below);
+        if (!(bottom > top)) continue;
+        constexpr float share = 256.0f / kParts;
+        float* const column = steps_.data() + (p - begin) / kParts;
+        const auto step = [&](float at, float height) {
+            const int whole = static_cast<int>(at);
+            const float within = at - static_cast<float>(whole);
+            float* const to = column + (whole - row) * kStrip;
+            to[0] += height * (1 - within);
+            to[kStrip] += height * within;
+        };
+        step(top, share);
+        step(bottom, -share);
+    }
+    alignas(64) std::array<float, kStrip> sum{};
+    alignas(64) std::array<std::uint16_t, kStrip> cover{};
+    StripColour colour(layer.colours[static_cast<std::size_t>(row)]);
+    for (int y = 0; y < rows; ++y) {
+        const float* const step = steps_.data() + y * kStrip;
+        for (std::size_t i = 0; i < kStrip; ++i) {
+            sum[i] += step[i];
+            cover[i] = static_cast<std::uint16_t>(static_cast<int>(sum[i] + 0.5f));
+        }
+        const auto pixel = layer.colours[static_cast<std::size_t>(row + y)];
+        if (pixel != colour.pixel()) colour = StripColour(pixel);
+        blendStrip(pixels.data + (row + y) * (pixels.stride / 4) + part.x, part.w, cover.data(),
+                   colour);
+    }
+}
+
+CourseDifference::CourseDifference(const Rect& area, double scale, double reach, double base)
+    : area_(area), width_(64 / scale), reach_(reach), base_(base)
+{}
+
+void CourseDifference::measure(std::span<const Point> points)
+{
+    const auto count = static_cast<std::size_t>(std::max(1.0, std::ceil(area_.w / width_)));
+    now_.assign(count, {1e9, -1e9, 0, true});
+    const auto hash = [](std::uint64_t sum, double v) {
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, &v, 8);
+        return (sum ^ bits) * 0x9E3779B97F4A7C15ull + (sum >> 29);
+    };
+    for (std::size_t i = 0; i + 1 < points.size(); ++i) {
+        const auto &a = points[i], &b = points[i + 1];
+        // With the pen that reaches into the next block.
+        const double from = (a.x - reach_ - area_.x) / width_;
+        const double to = (b.x + reach_ - area_.x) / width_;
+        const auto first = static_cast<std::size_t>(std::clamp(from, 0.0, double(count - 1)));
+        const auto last = static_cast<std::size_t>(std::clamp(to, 0.0, double(count - 1)));
+        for (auto k = first; k <= last; ++k) {
+            auto& block = now_[k];
+            block.sum = hash(hash(hash(block.sum, b.x), a.y), b.y);
+            if (!(std::isfinite(a.y) && std::isfinite(b.y))) {
+                block.isWhole = false;
+                continue;
+            }
+            block.top = std::min({block.top, a.y, b.y});
+            block.bottom = std::max({block.bottom, a.y, b.y});
+        }
+    }
+}
+
+Rect CourseDifference::rect(std::size_t block) const
+{
+    const double x = area_.x + double(block) * width_;
+    const bool isKnown = block < was_.size();
+    const auto &now = now_[block], &was = isKnown ? was_[block] : now_[block];
+    double top = std::min(now.top, was.top), bottom = std::max(now.bottom, was.bottom);
+    if (base_ == base_ && !(isKnown && now.isWhole && was.isWhole && now.top <= now.bottom &&
+                            was.top <= was.bottom)) {
+        top = std::min(top, base_);
+        bottom = std::max(bottom, base_);
+    }
+    if (top > bottom) return {};
+    const bool isLast = x + width_ >= area_.right();  // up to the border of a pixel
+    return {x, top - reach_, isLast ? area_.right() - x + reach_ : width_,
+            bottom - top + 2 * reach_};
 }
 
 }  // namespace quillworks::editors

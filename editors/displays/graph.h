@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: ISC
-// Curves y = f(x) drawn column by column: a tenth of the time of an outline through all points, for
-// displays that move.
+// Curves y = f(x) and bars drawn column by column, straight into the picture and only where it is
+// to be drawn: a tenth of the time of an outline through all points, for displays that move.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -13,7 +14,7 @@ namespace quillworks::editors {
 
 class Graph {
 public:
-    /// Empties the picture, which covers `area` of the canvas.
+    /// Forgets what it has; what follows lies in `area` of the canvas, one above the other.
     void begin(const Canvas& canvas, const Rect& area);
     /// Through points of growing x, in the canvas' pixels, round at its corners; a y that is not
     /// finite leaves a gap.
@@ -21,33 +22,67 @@ public:
     /// Between the curve and a height, from one ink at the top of the area to one at its bottom.
     void fill(std::span<const Point> points, double base, Ink top, Ink bottom);
     void fill(std::span<const Point> points, double base, Ink ink) { fill(points, base, ink, ink); }
-    void show(Canvas& canvas) const { canvas.image(image_, area_.x, area_.y); }
+    /// Rectangles, none above another; empty ones are none.
+    void bars(std::span<const Rect> bars, Ink top, Ink bottom);
+    void show(Canvas& canvas);
 
 private:
-    struct Colour {
-        float alpha, red, green, blue;  // 0 .. 255, by alpha already
-        std::uint32_t packed;           // the same in a pixel
-    };
-    /// Extent of the curve within a part of a column, in device pixels of the area.
-    struct Extent {
-        float top, bottom;
-    };
-    Colour colourOf(Ink ink) const;
-    /// kParts extents per column; an empty one has its top below its bottom.
-    void measure(std::span<const Point> points);
-    void add(float top, float bottom);
-    void setColours(Ink top, Ink bottom);
-    void blend(int column);
-
     static constexpr int kParts = 4;  // of a column, for smooth edges
+    /// What is covered of each part of a column: one extent, in pixels of the area, empty where its
+    /// top is below its bottom.
+    struct Extents {
+        std::vector<float> top, bottom;
+        void clear(std::size_t parts);
+        void take(std::ptrdiff_t part, double y) noexcept;
+    };
+    struct Layer {
+        Extents extents;
+        std::vector<std::uint32_t> colours;  // of each row, by alpha already
+    };
+    void measure(std::span<const Point> points);
+    /// With its colours; the extents are as they were left.
+    Layer& addLayer(Ink top, Ink bottom);
+    /// Columns and rows of the area; a strip at most.
+    void drawStrip(const Layer& layer, const Pixels& pixels, const PixelRect& part);
+
     const Theme* theme_ = nullptr;
-    double scale_ = 1;
+    double scale_ = 1, opacity_ = 1;
     Rect area_;
-    Image image_;
-    std::vector<Extent> extents_, widened_;
-    std::vector<float> cover_;  // of one column
-    std::vector<Colour> colours_;
-    int first_ = 0, last_ = 0;  // rows that it covers
+    int width_ = 1, height_ = 1;  // of the area, device pixels
+    Extents course_;
+    std::vector<Layer> layers_;  // those beyond count_ keep their memory
+    std::size_t count_ = 0;
+    std::vector<float> steps_;  // of the coverage, from row to row of a strip
+};
+
+/// Where two courses of growing x differ, each as wide as `reach` around its points: blocks as
+/// parts of `area`. What fills from a course down to `base` alike (a height; not-a-number: no
+/// filling) differs only as far as the courses do.
+class CourseDifference {
+public:
+    CourseDifference(const Rect& area, double scale, double reach, double base);
+    /// The course as it is now; calls `damage(rect)` for what has to be drawn anew.
+    template <class F> void update(std::span<const Point> points, F&& damage)
+    {
+        now_.swap(was_);
+        measure(points);
+        for (std::size_t i = 0; i < now_.size(); ++i)
+            if (i >= was_.size() || now_[i] != was_[i]) damage(rect(i));
+    }
+
+private:
+    struct Block {
+        double top, bottom;
+        std::uint64_t sum;  // over all that passes through it
+        bool isWhole;       // no gap
+        bool operator==(const Block&) const = default;
+    };
+    void measure(std::span<const Point> points);
+    Rect rect(std::size_t block) const;
+
+    Rect area_;
+    double width_, reach_, base_;
+    std::vector<Block> now_, was_;
 };
 
 }  // namespace quillworks::editors

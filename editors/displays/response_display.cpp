@@ -4,6 +4,11 @@
 #include <algorithm>
 
 namespace quillworks::editors {
+namespace {
+
+constexpr double kReach = 2;  // px of a stroke
+
+}  // namespace
 
 void ResponseDisplay::setAxes(const Axis& hertz, const Axis& decibels)
 {
@@ -16,6 +21,31 @@ void ResponseDisplay::sized()
     plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
                            : Rect{30, 10, width() - 40, height() - 32};
     place();
+    differences_.clear();
+}
+
+void ResponseDisplay::sample()
+{
+    const auto count = static_cast<std::size_t>(curves());
+    if (differences_.size() != count || isOn() != wasOn_) {
+        damage();
+        differences_.clear();
+    }
+    wasOn_ = isOn();
+    for (std::size_t side = 0; side < count; ++side) {
+        auto& course = courses_[side];
+        sampleCurve(course, plot_, 1,
+                    [&](double hertz) { return response(static_cast<int>(side), hertz); });
+        if (differences_.size() == side)
+            differences_.emplace_back(plot_.area, scale(), kReach, plot_.upWithin(0));
+        differences_[side].update(course, [this](const Rect& rect) { damage(rect); });
+    }
+}
+
+void ResponseDisplay::lookChanged()
+{
+    sample();
+    if (!handles().all().empty()) damage();  // they go with it
 }
 
 void ResponseDisplay::drawStatic(Canvas& canvas)
@@ -36,14 +66,15 @@ void ResponseDisplay::draw(Canvas& canvas)
 {
     place();
     const double opacity = isOn() ? 1 : 0.35;
+    if (differences_.empty()) sample();
     graph_.begin(canvas, plot_.area);
     // The right one beneath: where both are the same the left one is seen.
-    for (int side = curves() - 1; side >= 0; --side) {
-        sampleCurve(points_, plot_, 1, [&](double hertz) { return response(side, hertz); });
+    for (auto side = differences_.size(); side-- > 0;) {
+        const auto& points = courses_[side];
         const bool isFirst = side == 0;
-        if (isFirst && curves() == 1)
-            graph_.fill(points_, plot_.upWithin(0), Ink(Color::Accent, 0.14 * opacity));
-        graph_.stroke(points_, isFirst ? 2 : 1.5,
+        if (isFirst && differences_.size() == 1)
+            graph_.fill(points, plot_.upWithin(0), Ink(Color::Accent, 0.14 * opacity));
+        graph_.stroke(points, isFirst ? 2 : 1.5,
                       isFirst ? Ink(Color::Accent, opacity) : Ink(Color::Output, 0.8 * opacity));
     }
     graph_.show(canvas);

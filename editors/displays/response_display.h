@@ -21,6 +21,7 @@ protected:
     void setAxes(const Axis& hertz, const Axis& decibels);
     const Plot& plot() const noexcept { return plot_; }
     void sized() override;
+    void lookChanged() override;
 
     /// In dB; side 0 is left, or both where there is one curve.
     virtual double response(int side, double hertz) const = 0;
@@ -29,8 +30,13 @@ protected:
 
 private:
     Plot plot_;
+    /// The courses as they are now.
+    void sample();
+
     Graph graph_;
-    std::vector<Point> points_;
+    std::vector<Point> courses_[2];
+    std::vector<CourseDifference> differences_;  // of each curve
+    bool wasOn_ = true;
 };
 
 }  // namespace quillworks::editors

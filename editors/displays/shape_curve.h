@@ -20,7 +20,11 @@ public:
 protected:
     void sized() override;
     void ticked(double seconds) override;
-    void lookChanged() override { curves_.forget(); }
+    void lookChanged() override
+    {
+        curves_.forget();
+        damage();
+    }
     void look(std::vector<double>& numbers) const override;
 
 private:

@@ -83,7 +83,7 @@ void SonogramPicture::setLevels(double low, double high)
 void SonogramPicture::resize(int width, int height)
 {
     if (width == image_.width() && height == image_.height()) return;
-    image_ = Image(width, height);
+    image_ = ScrollingImage(width, height);
     isStale_ = true;
 }
 
@@ -115,7 +115,7 @@ bool SonogramPicture::update(EffectModel& model)
 void SonogramPicture::paint(const Theme& theme, int from)
 {
     const auto table = lights(theme);
-    const auto& pixels = image_.pixels();
+    const auto pixels = image_.pixels();
     const double perPixel = kSeconds / image_.width();
     const double scale = 255 / std::max(1e-6, high_ - low_);
     auto column = columns_.begin();
@@ -155,10 +155,10 @@ void SonogramPicture::draw(Canvas& canvas, const Rect& area)
         isStale_ = false;
     } else if (passed > 0) {
         painted_ += passed * perPixel;
-        image_.scrollLeft({0, 0, image_.width(), image_.height()}, passed);
+        image_.scroll(passed);
         paint(canvas.theme(), image_.width() - passed);
     }
-    canvas.copy(image_, area.x, area.y);
+    canvas.copy(image_.pixels(), area.x, area.y);
 }
 
 }  // namespace quillworks::editors

@@ -32,7 +32,7 @@ private:
     std::vector<Column> columns_;  // oldest first
     double painted_ = 0;           // time at the right edge of the picture
     bool isStale_ = true;
-    Image image_;
+    ScrollingImage image_;
     std::string variant_;
 };
 

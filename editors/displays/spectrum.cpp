@@ -9,15 +9,9 @@ namespace quillworks::editors {
 namespace {
 
 constexpr double kNothing = std::numeric_limits<double>::quiet_NaN();
-constexpr double kLeastStep = 0.8;    // px between points of a curve
-constexpr double kTiltCentre = 1000;  // Hz, where a tilt changes nothing
-
-bool same(const std::vector<Point>& a, const std::vector<Point>& b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const Point& p, const Point& q) {
-        return p.x == q.x && (p.y == q.y || (std::isnan(p.y) && std::isnan(q.y)));
-    });
-}
+constexpr double kLeastStep = 0.8;             // px between points of a curve
+constexpr double kNames = 22, kReading = 180;  // px of the texts at the top
+constexpr double kTiltCentre = 1000;           // Hz, where a tilt changes nothing
 
 Ink inkOf(std::size_t curve)
 {
@@ -26,12 +20,6 @@ Ink inkOf(std::size_t curve)
 }
 
 }  // namespace
-
-bool Spectrum::Curve::operator==(const Curve& other) const
-{
-    return name == other.name && same(level, other.level) && same(hold, other.hold) &&
-           same(reference, other.reference);
-}
 
 Spectrum::Spectrum(const VNK::SkinBox& box, EffectModel& model)
     : BoundDisplay(box, model),
@@ -52,6 +40,14 @@ void Spectrum::sized()
                                : Rect{34, 10, width() - 46, height() - 34};
     const auto device = [this](double px) { return static_cast<int>(std::lround(px * scale())); };
     sonogram_.resize(device(plot_.area.w), device(plot_.area.h));
+    curves_.clear();
+    differences_.clear();
+    across_.clear();
+}
+
+Rect Spectrum::readingPlace() const
+{
+    return {plot_.area.right() - kReading, plot_.area.y, kReading, kNames};
 }
 
 void Spectrum::lookStatic(std::vector<double>& numbers) const
@@ -78,9 +74,9 @@ void Spectrum::trace(std::vector<Point>& points, const std::vector<double>& hert
     double last = -1;
     for (std::size_t i = 0; i < n; ++i) {
         if (!(hertz[i] > 0)) continue;
-        const double x = plot_.across(hertz[i]);
+        const double x = across_[i];
         // One neighbour on each side, so that the curve reaches the rim.
-        if (x < plot_.area.x && i + 1 < n && plot_.across(hertz[i + 1]) < plot_.area.x) continue;
+        if (x < plot_.area.x && i + 1 < n && across_[i + 1] < plot_.area.x) continue;
         const double level = levels[i];
         const double y = std::isnan(level) ? kNothing
                                            : std::clamp(plot_.up(tilted(level, hertz[i])),
@@ -99,11 +95,22 @@ void Spectrum::readCurves(const char* display, const char* frequencies)
 {
     const auto& node = model().display(display);
     const auto& hertz = node[frequencies].numbers();
-    centres_ = hertz;
+    const bool isSame = hertz == hertz_ && across_.size() == hertz.size() &&
+                        acrossOf_.x.minimum == plot_.x.minimum &&
+                        acrossOf_.x.maximum == plot_.x.maximum;
+    if (!isSame) {
+        hertz_ = hertz;
+        acrossOf_ = plot_;
+        across_.resize(hertz.size());
+        std::transform(hertz.begin(), hertz.end(), across_.begin(),
+                       [this](double f) { return plot_.across(f); });
+    }
     const auto& channels = node["channels"];
+    if (curves_.size() != channels.size()) damage();
     curves_.resize(channels.size());
     for (std::size_t c = 0; c < curves_.size(); ++c) {
         auto& curve = curves_[c];
+        if (curve.name != channels[c]["name"].text()) damage();
         curve.name = channels[c]["name"].text();
         trace(curve.level, hertz, channels[c]["level"].numbers());
         trace(curve.hold, hertz, channels[c]["hold"].numbers());
@@ -127,15 +134,110 @@ void Spectrum::ticked(double)
     plot_.y = {top - std::max(1.0, range_.get(90)), top, false};
     if (mode() == Mode::Sonogram) {
         sonogram_.setLevels(plot_.y.minimum, plot_.y.maximum);
-        if (sonogram_.update(model())) damage();
+        if (sonogram_.update(model())) damage(plot_.area);
         return;
     }
-    before_.swap(curves_);
-    if (mode() == Mode::Bands)
+    if (mode() == Mode::Bands) {
         readCurves("bands", "centre");
-    else
+        damageBars();
+    } else {
         readCurves("spectrum", "frequency");
-    if (before_ != curves_) damage();
+        damageCurves();
+    }
+    markPeak();
+}
+
+Rect Spectrum::covered() const
+{
+    return mode() == Mode::Sonogram ? plot_.area : Rect{};
+}
+
+void Spectrum::damageCurves()
+{
+    constexpr double kReach = 2;  // px of a stroke
+    const auto take = [this](const Rect& rect) { damage(rect); };
+    for (std::size_t c = 0; c < curves_.size(); ++c) {
+        const std::vector<Point>* const courses[] = {&curves_[c].level, &curves_[c].hold,
+                                                     &curves_[c].reference};
+        for (std::size_t i = 0; i < 3; ++i) {
+            if (differences_.size() == 3 * c + i)
+                differences_.emplace_back(plot_.area, scale(), kReach,
+                                          c == 0 && i == 0 ? plot_.area.bottom() : kNothing);
+            differences_[3 * c + i].update(*courses[i], take);
+        }
+    }
+}
+
+/// Each band from half way to its neighbours, of all curves side by side.
+void Spectrum::damageBars()
+{
+    const auto& area = plot_.area;
+    const auto count = std::max<std::size_t>(1, curves_.size());
+    for (std::size_t c = 0; c < curves_.size(); ++c) {
+        auto& curve = curves_[c];
+        const auto& level = curve.level;
+        const auto place = [&](std::size_t i, double y, double h) {
+            const double next = i + 1 < level.size() ? level[i + 1].x - level[i].x
+                                : i > 0              ? level[i].x - level[i - 1].x
+                                                     : 10;
+            const double w = std::max(1.0, (next - 2) / static_cast<double>(count));
+            const double x = level[i].x - next / 2 + 1 + static_cast<double>(c) * w;
+            return y < area.bottom() ? Rect{x, y, w - 0.5, h} : Rect{};
+        };
+        const auto move = [&](std::vector<Rect>& bars, const std::vector<Point>& points,
+                              bool isMark) {
+            bars.resize(std::min(points.size(), level.size()));
+            for (std::size_t i = 0; i < bars.size(); ++i) {
+                const double y = points[i].y;
+                const auto now = isMark ? place(i, y - 0.75, 1.5) : place(i, y, area.bottom() - y);
+                auto& was = bars[i];
+                if (now.x == was.x && now.y == was.y && now.w == was.w) continue;
+                auto changed = was.united(now);
+                // Of a bar that has only become longer or shorter, what is between its tops.
+                if (!isMark && was.x == now.x && was.w == now.w)
+                    changed.h = std::abs(was.y - now.y);
+                damage(changed.inset(-1));
+                was = now;
+            }
+        };
+        move(curve.bars, curve.level, false);
+        move(curve.marks, curve.hold, true);
+        move(curve.grey, curve.reference, true);
+    }
+}
+
+/// At the pointer, else at the loudest peak.
+void Spectrum::markPeak()
+{
+    const auto& area = plot_.area;
+    std::string text;
+    Point peak{kNothing, kNothing};
+    if (cursor_ >= area.x && cursor_ <= area.right()) {
+        text = frequencyText(plot_.valueAcross(cursor_));
+        if (mode() != Mode::Sonogram && !curves_.empty()) {
+            const auto& points = curves_[0].level;
+            const auto at = std::lower_bound(points.begin(), points.end(), cursor_,
+                                             [](const Point& p, double x) { return p.x < x; });
+            if (at != points.end() && std::isfinite(at->y))
+                text += "  " + figure(plot_.valueUp(at->y), 1) + " dB";
+        }
+    } else if (mode() == Mode::Spectrum && std::isfinite(peakLevel_)) {
+        const Point at{plot_.across(peakHertz_), plot_.upWithin(tilted(peakLevel_, peakHertz_))};
+        if (at.x > area.x && at.x < area.right()) peak = at;
+        text = frequencyText(peakHertz_) + "  " + figure(peakLevel_, 1) + " dB";
+    }
+    const auto dot = [&](const Point& p) {
+        if (std::isfinite(p.x)) damage({p.x - 8, p.y - 8, 16, 16});
+    };
+    const bool hasMoved = std::isfinite(peak.x) != std::isfinite(peak_.x) ||
+                          (std::isfinite(peak.x) && (peak.x != peak_.x || peak.y != peak_.y));
+    if (hasMoved) {
+        dot(peak_);
+        dot(peak);
+    }
+    peak_ = peak;
+    if (text != reading_) damage(readingPlace());
+    reading_ = std::move(text);
 }
 
 void Spectrum::drawStatic(Canvas& canvas)
@@ -158,27 +260,14 @@ void Spectrum::drawStatic(Canvas& canvas)
 
 void Spectrum::drawBars(Canvas& canvas)
 {
-    const auto& area = plot_.area;
-    const auto count = std::max<std::size_t>(1, curves_.size());
+    graph_.begin(canvas, plot_.area);
     for (std::size_t c = 0; c < curves_.size(); ++c) {
-        const auto& level = curves_[c].level;
-        for (std::size_t i = 0; i < level.size(); ++i) {
-            // Each band from half way to its neighbours.
-            const double next = i + 1 < level.size() ? level[i + 1].x - level[i].x
-                                : i > 0              ? level[i].x - level[i - 1].x
-                                                     : 10;
-            const double w = std::max(1.0, (next - 2) / static_cast<double>(count));
-            const double x = level[i].x - next / 2 + 1 + static_cast<double>(c) * w;
-            const auto ink = inkOf(c);
-            if (level[i].y < area.bottom())
-                canvas.fill({x, level[i].y, w - 0.5, area.bottom() - level[i].y},
-                            Paint(ink, area.y, Ink(ink.color, 0.5 * ink.opacity), area.bottom()));
-            for (const auto* held : {&curves_[c].hold, &curves_[c].reference})
-                if (i < held->size() && (*held)[i].y < area.bottom())
-                    canvas.fill({x, (*held)[i].y - 0.75, w - 0.5, 1.5},
-                                held == &curves_[c].hold ? Color::Text : Color::Text3);
-        }
+        const auto ink = inkOf(c);
+        graph_.bars(curves_[c].bars, ink, Ink(ink.color, 0.5 * ink.opacity));
+        graph_.bars(curves_[c].marks, Color::Text, Color::Text);
+        graph_.bars(curves_[c].grey, Color::Text3, Color::Text3);
     }
+    graph_.show(canvas);
 }
 
 void Spectrum::drawCurves(Canvas& canvas)
@@ -198,36 +287,24 @@ void Spectrum::drawCurves(Canvas& canvas)
 
 void Spectrum::drawNames(Canvas& canvas)
 {
-    if (!hasFigures()) return;
-    double x = plot_.area.x + 8;
-    const double y = plot_.area.y + 15;
+    const auto& area = plot_.area;
+    if (!hasFigures() || !canvas.sees({area.x, area.y, area.w, kNames})) return;
+    double x = area.x + 8;
     for (std::size_t c = 0; c < curves_.size(); ++c)
-        x = canvas.text(Type::Axis, curves_[c].name, x, y, Align::Left, inkOf(c)).right() + 10;
+        x = canvas.text(Type::Axis, curves_[c].name, x, area.y + 15, Align::Left, inkOf(c))
+                .right() +
+            10;
 }
 
-/// At the pointer, else at the loudest peak.
 void Spectrum::drawCursor(Canvas& canvas)
 {
     const auto& area = plot_.area;
-    std::string text;
-    if (cursor_ >= area.x && cursor_ <= area.right()) {
+    if (cursor_ >= area.x && cursor_ <= area.right())
         canvas.vertical(cursor_, area.y, area.bottom(), Ink(Color::Text, 0.4));
-        text = frequencyText(plot_.valueAcross(cursor_));
-        if (mode() != Mode::Sonogram && !curves_.empty()) {
-            const auto& points = curves_[0].level;
-            const auto at = std::lower_bound(points.begin(), points.end(), cursor_,
-                                             [](const Point& p, double x) { return p.x < x; });
-            if (at != points.end() && std::isfinite(at->y))
-                text += "  " + figure(plot_.valueUp(at->y), 1) + " dB";
-        }
-    } else if (mode() == Mode::Spectrum && std::isfinite(peakLevel_)) {
-        const double x = plot_.across(peakHertz_);
-        const double y = plot_.upWithin(tilted(peakLevel_, peakHertz_));
-        if (x > area.x && x < area.right()) drawDot(canvas, {x, y}, Ink(Color::Text, 0.8));
-        text = frequencyText(peakHertz_) + "  " + figure(peakLevel_, 1) + " dB";
-    }
-    if (hasFigures() && !text.empty())
-        canvas.text(Type::Axis, text, area.right() - 8, area.y + 15, Align::Right, Color::Text2);
+    if (std::isfinite(peak_.x)) drawDot(canvas, peak_, Ink(Color::Text, 0.8));
+    if (hasFigures() && !reading_.empty() && canvas.sees(readingPlace()))
+        canvas.text(Type::Axis, reading_, area.right() - 8, area.y + 15, Align::Right,
+                    Color::Text2);
 }
 
 void Spectrum::draw(Canvas& canvas)
@@ -250,7 +327,9 @@ bool Spectrum::pointer(const PointerEvent& event)
 {
     const double before = cursor_;
     cursor_ = event.action == PointerAction::Leave ? -1 : event.x;
-    if (before != cursor_) damage();
+    if (before == cursor_) return false;
+    damage();
+    markPeak();
     return false;
 }
 

@@ -20,6 +20,7 @@ public:
     void draw(Canvas& canvas) override;
     bool pointer(const PointerEvent& event) override;
     std::string describe() const override;
+    Rect covered() const override;
 
 protected:
     void sized() override;
@@ -32,14 +33,19 @@ private:
     struct Curve {
         std::string name;
         std::vector<Point> level, hold, reference;
-        bool operator==(const Curve& other) const;
+        std::vector<Rect> bars, marks, grey;  // the same where they are bands
     };
     Mode mode() const { return static_cast<Mode>(static_cast<int>(mode_.get(0))); }
+    Rect readingPlace() const;
     bool hasFigures() const noexcept { return height() >= 90; }
     double tilted(double db, double hertz) const;
     void trace(std::vector<Point>& points, const std::vector<double>& hertz,
                const std::vector<double>& levels) const;
     void readCurves(const char* display, const char* frequencies);
+    /// Damage what has moved.
+    void damageCurves();
+    void damageBars();
+    void markPeak();
     void drawBars(Canvas& canvas);
     void drawCurves(Canvas& canvas);
     void drawCursor(Canvas& canvas);
@@ -47,9 +53,13 @@ private:
 
     Value mode_, tilt_, top_, range_, low_, high_, compare_;
     Plot plot_;
-    std::vector<Curve> curves_, before_;
-    std::vector<double> centres_;
+    std::vector<Curve> curves_;
+    std::vector<CourseDifference> differences_;  // three a curve
+    std::vector<double> hertz_, across_;         // frequencies, and where they lie
+    Plot acrossOf_;
     double peakHertz_, peakLevel_;  // of the first curve
+    std::string reading_;           // at the pointer or the peak
+    Point peak_;
     Graph graph_;
     SonogramPicture sonogram_;
     double cursor_ = -1;  // px

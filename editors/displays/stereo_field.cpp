@@ -5,6 +5,9 @@
 #include <array>
 #include <cmath>
 #include <numbers>
+#include <utility>
+
+#include "editors/displays/blend.h"
 
 namespace quillworks::editors {
 namespace {
@@ -33,7 +36,8 @@ void StereoField::sized()
     strip_ = {24, height() - 20, width() - 90, 6};
     side_ = static_cast<int>(std::lround(side * scale()));
     glow_.assign(static_cast<std::size_t>(side_) * static_cast<std::size_t>(side_), 0);
-    image_ = Image(side_, side_);
+    lit_.assign(static_cast<std::size_t>(side_), {});
+    glowing_ = {};
     isDark_ = true;
 }
 
@@ -50,9 +54,10 @@ Point StereoField::place(double x, double y) const
             x = -x;
             y = -y;
         }
-        const double r = std::hypot(x, y);
-        const double shown = r > 0 ? std::max(0.0, 1 + 20 * std::log10(r) / kPolarRange) : 0;
-        const double k = r > 0 ? shown / r : 0;
+        constexpr double kPerOctave = 6.0205999 / kPolarRange;
+        const double r2 = x * x + y * y;
+        const double shown = std::max(0.0, 1 + 0.5 * kPerOctave * std::log2(r2));
+        const double k = shown > 0 ? shown / std::sqrt(r2) : 0;
         return {(1 + x * k) / 2, 0.75 - y * k * 0.5};
     }
     return {(1 + x) / 2, (1 - y) / 2};
@@ -62,15 +67,24 @@ Point StereoField::place(double x, double y) const
 bool StereoField::fade(double passed)
 {
     const double persistence = persistence_.get(0);
-    const auto keep =
-        persistence > 0 ? static_cast<std::uint32_t>(65536 * std::exp(-passed / persistence)) : 0u;
-    std::uint16_t most = 0;
-    for (auto& glow : glow_) {
-        const auto left = static_cast<std::uint16_t>(glow * keep >> 16);
-        glow = left < kFaintest ? std::uint16_t{0} : left;
-        most = std::max(most, glow);
+    const auto keep = static_cast<std::uint16_t>(
+        persistence > 0 ? std::min(65535.0, 65536 * std::exp(-passed / persistence)) : 0.0);
+    bool glows = false;
+    for (std::size_t y = 0; y < lit_.size(); ++y) {
+        auto& lit = lit_[y];
+        if (lit.from >= lit.to) continue;
+        auto* const row = glow_.data() + y * lit_.size();
+        unsigned any = 0;
+        for (int x = lit.from; x < lit.to; ++x) {
+            const auto left =
+                static_cast<std::uint16_t>(static_cast<std::uint32_t>(row[x]) * keep >> 16);
+            row[x] = left < kFaintest ? std::uint16_t{0} : left;
+            any |= row[x];
+        }
+        if (!any) lit = {};
+        glows |= any != 0;
     }
-    return most > 0;
+    return glows;
 }
 
 void StereoField::light(double x, double y)
@@ -78,15 +92,37 @@ void StereoField::light(double x, double y)
     const auto at = place(x, y);
     const int size = std::max(1, static_cast<int>(scale() + 0.25));
     const int column = static_cast<int>(at.x * side_), row = static_cast<int>(at.y * side_);
-    for (int dy = 0; dy < size; ++dy) {
-        for (int dx = 0; dx < size; ++dx) {
-            const int px = column + dx, py = row + dy;
-            if (px < 0 || py < 0 || px >= side_ || py >= side_) continue;
+    const int from = std::max(0, column), to = std::min(side_, column + size);
+    if (from >= to) return;
+    for (int py = std::max(0, row); py < std::min(side_, row + size); ++py) {
+        auto& lit = lit_[static_cast<std::size_t>(py)];
+        lit =
+            lit.from < lit.to ? Lit{std::min(lit.from, from), std::max(lit.to, to)} : Lit{from, to};
+        for (int px = from; px < to; ++px) {
             auto& glow = glow_[static_cast<std::size_t>(py) * static_cast<std::size_t>(side_) +
                                static_cast<std::size_t>(px)];
             glow = static_cast<std::uint16_t>(std::min(65535u, glow + kSpark));
         }
     }
+}
+
+/// Where anything glows, as a part of the display.
+Rect StereoField::glowing() const
+{
+    int left = side_, right = 0, top = side_, bottom = 0;
+    for (int y = 0; y < side_; ++y) {
+        const auto& lit = lit_[static_cast<std::size_t>(y)];
+        if (lit.from >= lit.to) continue;
+        left = std::min(left, lit.from);
+        right = std::max(right, lit.to);
+        top = std::min(top, y);
+        bottom = y + 1;
+    }
+    if (right <= left) return {};
+    // The square may lie between pixels.
+    return Rect{square_.x + left / scale(), square_.y + top / scale(), (right - left) / scale(),
+                (bottom - top) / scale()}
+        .inset(-1);
 }
 
 void StereoField::ticked(double seconds)
@@ -110,12 +146,20 @@ void StereoField::ticked(double seconds)
             }
     }
     frames_ = frames;
-    damage(square_);
+    const auto before = std::exchange(glowing_, glowing());
+    damage(before.united(glowing_));
 }
 
 void StereoField::look(std::vector<double>& numbers) const
 {
     numbers.push_back(std::round(correlation_.get(2) * 100));
+}
+
+/// The foot with the correlation.
+void StereoField::lookChanged()
+{
+    const double top = strip_.y - 6;
+    damage({0, top, width(), height() - top});
 }
 
 void StereoField::lookStatic(std::vector<double>& numbers) const
@@ -174,19 +218,34 @@ void StereoField::drawStatic(Canvas& canvas)
     canvas.vertical(strip_.centre().x, strip_.y - 3, strip_.bottom() + 3, Color::Text3);
 }
 
+void StereoField::drawGlow(Canvas& canvas) const
+{
+    if (isDark_) return;
+    const StripColour colour(0xFF000000u | canvas.theme().rgb(Color::Accent));
+    const auto place = canvas.inPicture(square_.x, square_.y, side_, side_);
+    canvas.paint(place, [&](const Pixels& pixels, const PixelRect& part) {
+        for (int y = part.y - place.y; y < part.bottom() - place.y; ++y) {
+            const auto& lit = lit_[static_cast<std::size_t>(y)];
+            const int end = std::min(lit.to, part.right() - place.x);
+            const auto* const glow = glow_.data() + std::ptrdiff_t(y) * side_;
+            auto* const row = pixels.data + (y + place.y) * (pixels.stride / 4) + place.x;
+            for (int x = std::max(lit.from, part.x - place.x); x < end; x += kStrip) {
+                std::array<std::uint16_t, kStrip> cover{};
+                const int count = std::min(kStrip, end - x);
+                for (int i = 0; i < count; ++i) {
+                    const unsigned light = glow[x + i] >> 8;
+                    cover[static_cast<std::size_t>(i)] =
+                        static_cast<std::uint16_t>(light + (light >> 7));
+                }
+                blendStrip(row + x, count, cover.data(), colour);
+            }
+        }
+    });
+}
+
 void StereoField::draw(Canvas& canvas)
 {
-    const auto rgb = canvas.theme().rgb(Color::Accent);
-    std::array<std::uint32_t, 256> table{};
-    for (std::uint32_t i = 0; i < table.size(); ++i) {
-        const auto part = [&](int shift) { return ((rgb >> shift & 0xFF) * i / 255) << shift; };
-        table[i] = i << 24 | part(16) | part(8) | part(0);
-    }
-    if (!isDark_) {
-        std::transform(glow_.begin(), glow_.end(), image_.pixels().data,
-                       [&](std::uint16_t glow) { return table[glow >> 8]; });
-        canvas.image(image_, square_.x, square_.y);
-    }
+    drawGlow(canvas);
     const double now = correlation_.get(2);
     if (isSmall() || !correlation_.exists() || !(now >= -1)) return;
     const Ink ink = now < 0 ? Color::Warn : Color::Accent;

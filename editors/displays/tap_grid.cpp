@@ -24,7 +24,6 @@ TapGrid::TapGrid(const VNK::SkinBox& box, EffectModel& model)
       swing_(value("swing")),
       length_(value("length")),
       feedback_(value("feedback")),
-      reduction_(value("reduction")),
       frozen_(value("frozen"))
 {
     handles().all().resize(static_cast<std::size_t>(kPerTap * steps_.count()));
@@ -89,12 +88,24 @@ void TapGrid::place()
 
 void TapGrid::look(std::vector<double>& numbers) const
 {
-    for (int i = 0; i < steps_.count(); ++i) {
+    for (int i = 0; i < steps_.count(); ++i)
         for (const auto* v : {&on_, &steps_, &levels_, &pans_, &tones_}) numbers.push_back((*v)[i]);
-        numbers.push_back(std::round(std::max(-60.0, peaks_[i])));
+    numbers.insert(numbers.end(),
+                   {swing_.get(50), length_.get(16), feedback_.get(0), frozen_.get(0)});
+}
+
+/// The level that is heard of each tap, to the nearest decibel.
+void TapGrid::ticked(double)
+{
+    heard_.resize(static_cast<std::size_t>(steps_.count()), kLevels.minimum);
+    for (int i = 0; i < steps_.count(); ++i) {
+        auto& was = heard_[static_cast<std::size_t>(i)];
+        const double now = std::max(kLevels.minimum, std::round(peaks_[i]));
+        if (now == was) continue;
+        const double a = plot_.upWithin(was), b = plot_.upWithin(now);
+        damage({plot_.across(warped(steps_[i])) - 1, std::min(a, b) - 1, 2, std::abs(a - b) + 2});
+        was = now;
     }
-    numbers.insert(numbers.end(), {swing_.get(50), length_.get(16), feedback_.get(0),
-                                   std::round(reduction_.get(0) * 4), frozen_.get(0)});
 }
 
 void TapGrid::lookStatic(std::vector<double>& numbers) const
@@ -142,8 +153,11 @@ void TapGrid::draw(Canvas& canvas)
             if (again > 0.01)
                 stem(steps_[i] + length_.get(16), levels_[i] + 20 * std::log10(again), 0.25);
             // What is heard of it.
-            if (peaks_[i] > kLevels.minimum) {
-                const double y = plot_.upWithin(peaks_[i]);
+            const double heard = i < static_cast<int>(heard_.size())
+                                     ? heard_[static_cast<std::size_t>(i)]
+                                     : kLevels.minimum;
+            if (heard > kLevels.minimum) {
+                const double y = plot_.upWithin(heard);
                 canvas.fill({plot_.across(warped(steps_[i])) - 1, y, 2, area.bottom() - y},
                             Color::Ok);
             }

@@ -22,6 +22,7 @@ protected:
     void sized() override;
     void place() override;
     void look(std::vector<double>& numbers) const override;
+    void ticked(double seconds) override;
     void lookStatic(std::vector<double>& numbers) const override;
 
 private:
@@ -32,7 +33,8 @@ private:
     double unwarped(double place) const;
 
     Values on_, steps_, levels_, pans_, tones_, peaks_;
-    Value swing_, length_, feedback_, reduction_, frozen_;
+    Value swing_, length_, feedback_, frozen_;
+    std::vector<double> heard_;  // levels of the taps, dB
     Plot plot_;
 };
 

@@ -8,6 +8,7 @@
 namespace quillworks::editors {
 namespace {
 
+constexpr double kReach = 2;   // px of a stroke
 constexpr double kFaded = 6;   // times the persistence, after which nothing is left
 constexpr double kGlow = 0.6;  // of a line's brightness once it is over
 constexpr int kLeastFade = 8;  // of 256 by which pixels are dimmed at once, so that steps are true
@@ -48,6 +49,7 @@ void Trace::sized()
 {
     area_ = !hasFigures() ? Rect{1, 1, width() - 2, height() - 2}
                           : Rect{34, 8, width() - 46, height() - 32};
+    differences_.clear();
 }
 
 double Trace::span() const
@@ -92,20 +94,35 @@ void Trace::ticked(double seconds)
         now_[c].samples = channels[c]["samples"].numbers();
     }
     const double persistence = persistence_.get(0);
-    if (now_ != lines_) {
-        lines_.swap(now_);
-        changed_ = seconds;
-        isGlowStale_ = true;
-        damage();
-    } else if (persistence > 0 && seconds - changed_ < kFaded * persistence) {
-        isGlowStale_ = true;
-        damage();
+    if (now_ == lines_) {
+        if (persistence > 0 && seconds - changed_ < kFaded * persistence) {
+            isGlowStale_ = true;
+            damage();
+        }
+        return;
+    }
+    changed_ = seconds;
+    isGlowStale_ = true;
+    const bool areSame = std::equal(now_.begin(), now_.end(), lines_.begin(), lines_.end(),
+                                    [](const Line& a, const Line& b) { return a.name == b.name; });
+    lines_.swap(now_);
+    const bool isWhole = layout() == Layout::XY || persistence > 0;
+    if (!areSame || isWhole) differences_.clear();
+    if (isWhole) return damage();
+    for (std::size_t i = 0; i < lines_.size(); ++i) {
+        const auto plot = plotOf(i);
+        if (differences_.size() == i) {
+            differences_.emplace_back(plot.area, scale(), kReach, std::nan(""));
+            damage();
+        }
+        course(plot, lines_[i].samples);
+        differences_[i].update(points_, [this](const Rect& rect) { damage(rect); });
     }
 }
 
 void Trace::look(std::vector<double>& numbers) const
 {
-    numbers.insert(numbers.end(), {level_.get(0), pretrigger_.get(0)});
+    numbers.insert(numbers.end(), {level_.get(0), pretrigger_.get(0), persistence_.get(0)});
 }
 
 void Trace::lookStatic(std::vector<double>& numbers) const

@@ -45,6 +45,7 @@ private:
     Value time_, level_, pretrigger_, gain_, layout_, persistence_;
     Rect area_;
     std::vector<Line> lines_, now_;
+    std::vector<CourseDifference> differences_;  // of each line
     double period_ = 0, state_ = 0;
     Image glow_;             // of the area, in device pixels
     double seconds_ = 0;     // second of the last tick

@@ -11,13 +11,6 @@ namespace {
 
 constexpr std::uint32_t kBackground = 0x14161A;  // where a surface leaves room, until it draws
 
-/// What two rectangles share; empty (w or h not above 0) where nothing.
-PixelRect common(const PixelRect& a, const PixelRect& b)
-{
-    const int x = std::max(a.x, b.x), y = std::max(a.y, b.y);
-    return {x, y, std::min(a.x + a.w, b.x + b.w) - x, std::min(a.y + a.h, b.y + b.h) - y};
-}
-
 }  // namespace
 
 Pane::Pane(X11Window& window, Connection& connection, std::shared_ptr<Surface> surface,
@@ -78,8 +71,8 @@ void Pane::draw()
     parts_ = surface_->draw(pixels, isStale_);
     if (std::exchange(isStale_, false)) parts_ = {whole};
     std::erase_if(parts_, [&](PixelRect& part) {
-        part = common(part, whole);
-        return part.w <= 0 || part.h <= 0;
+        part = part.common(whole);
+        return part.isEmpty();
     });
     picture_.put(id_, gc_, parts_);
 }
@@ -88,8 +81,8 @@ void Pane::expose(const PixelRect& part)
 {
     if (isStale_) return draw();
     const auto& pixels = picture_.pixels();
-    const auto seen = common(part, {0, 0, pixels.width, pixels.height});
-    if (id_ && pixels.data && seen.w > 0 && seen.h > 0) picture_.put(id_, gc_, {&seen, 1});
+    const auto seen = part.common({0, 0, pixels.width, pixels.height});
+    if (id_ && pixels.data && !seen.isEmpty()) picture_.put(id_, gc_, {&seen, 1});
 }
 
 void Pane::stopSharing()

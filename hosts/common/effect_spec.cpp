@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: ISC
 #include "effect_spec.h"
 
-#include <regex>
 #include <set>
+#include <string_view>
 
 #include "lv2_effect.h"
 #include "text.h"
@@ -17,11 +17,18 @@ namespace {
 /// symbol and "=" follow.
 std::size_t endOfName(const std::string& text)
 {
-    if (!isLv2(text)) return text.find(':');
-    static const std::regex settings(":[A-Za-z_][A-Za-z0-9_]*=");
-    std::smatch found;
-    const bool isThere = std::regex_search(text, found, settings);
-    return isThere ? static_cast<std::size_t>(found.position()) : std::string::npos;
+    auto colon = text.find(':');
+    if (!isLv2(text)) return colon;
+    constexpr std::string_view kDigits = "0123456789";
+    constexpr std::string_view kInSymbols =
+        "0123456789_abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    for (; colon != std::string::npos; colon = text.find(':', colon + 1)) {
+        const auto end = text.find_first_not_of(kInSymbols, colon + 1);
+        if (end == std::string::npos) return end;
+        if (text[end] == '=' && end > colon + 1 && kDigits.find(text[colon + 1]) == kDigits.npos)
+            break;
+    }
+    return colon;
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: ISC
-// quillhost view: the editor of an effect as a picture or a list of texts, with hands played to it.
+// The editor of an effect as a picture or a list of texts, with hands played to it.
 #include <cairo.h>
 #include <cmath>
 #include <filesystem>
@@ -10,8 +10,6 @@
 #include <optional>
 
 #include "chain.h"
-#include "command.h"
-#include "display_run.h"
 #include "editors/controls/display_control.h"
 #include "editors/view.h"
 #include "editors/view_offscreen.h"
@@ -20,6 +18,7 @@
 #include "picture.h"
 #include "skin_file.h"
 #include "sound_file.h"
+#include "view.h"
 #include "vnk/file.h"
 
 namespace quillhost {
@@ -29,16 +28,6 @@ namespace ed = quillworks::editors;
 using Json = nlohmann::ordered_json;
 
 constexpr int kTicks = 30;  // a second
-
-struct Options {
-    std::string spec, out, in, events, form = "Editor", page;
-    double scale = 1;
-    int variant = 0;  // of kVariants
-    double at = std::numeric_limits<double>::infinity();
-    bool asText = false, checks = false, withPopups = false;
-    DisplayOptions run;
-};
-const std::vector<std::string> kVariants = {"dark", "contrast"};
 
 /// "Compressor/Editor" of "Editor"; UsageError with the effect's views.
 std::string viewNamed(const Effect& effect, const std::string& form)
@@ -177,7 +166,7 @@ private:
 };
 
 /// Plays a file to the effect while its view looks on, 30 times a second.
-void playTo(const Effect& effect, const Session& session, const Options& o,
+void playTo(const Effect& effect, const Session& session, const ViewOptions& o,
             ed::OffscreenWindow& window)
 {
     SoundReader in(o.in);
@@ -226,7 +215,9 @@ void printGestures(const std::vector<ed::GestureRecorder::Event>& events)
     }
 }
 
-int run(const Session& session, const Options& o)
+}  // namespace
+
+int drawEditor(const Session& session, const ViewOptions& o)
 {
     EffectSpec spec = parseEffectSpec(o.spec);
     spec.presets = o.run.presets;
@@ -251,7 +242,7 @@ int run(const Session& session, const Options& o)
     setup.fonts = fonts;
     setup.writer = std::make_unique<ed::GestureRecorder>(effect.component(), gestures);
     setup.settings.scale = o.scale;
-    setup.settings.variant = kVariants[static_cast<std::size_t>(o.variant)];
+    setup.settings.variant = kViewVariants[static_cast<std::size_t>(o.variant)];
     ed::View shown(std::move(setup));
     ed::OffscreenWindow window(shown);
     if (o.in.empty()) {
@@ -280,42 +271,5 @@ int run(const Session& session, const Options& o)
     if (file) writePicture(o.withPopups ? window.withPopups() : window.picture(), *file);
     return o.checks && !problems.empty() ? kFailed : kDone;
 }
-
-std::function<int(Session&)> declare(CLI::App& app)
-{
-    const auto o = std::make_shared<Options>();
-    addOption(app, "SPEC", o->spec, "effect with its settings, as for render");
-    addOption(app, "--form", o->form, "Editor, Compact, Micro, ... (Editor)", "F");
-    addOption(app, "--page", o->page, "page of the form (Main)", "NAME");
-    addNumber(app, "--scale", o->scale, 0.5, 4.0, "device pixels per pixel (1)");
-    addChoice(app, "--variant", o->variant, kVariants, "colours (dark)");
-    addOption(app, "--in", o->in, "sound that has been played before the picture", "FILE");
-    addNumber(app, "--at", o->at, 0.0, 86400.0, "seconds of it (all)");
-    addOption(app, "--events", o->events,
-              "hands, one JSON object a line; what they set goes to standard output", "FILE");
-    addFlag(app, "--popups", o->withPopups, "menus and tips too");
-    addFlag(app, "--text", o->asText, "the form as a list of texts, in the order of Tab");
-    addFlag(app, "--check", o->checks, "fail where a text is cut or controls overlap");
-    addDisplayOptions(app, o->run);
-    addOption(app, "-o", o->out, "picture", "FILE.png");
-    return [o](Session& session) {
-        requireArgument(o->spec, "SPEC", "view");
-        if (o->out.empty() && !o->asText && o->events.empty() && !o->checks)
-            throw UsageError("view needs -o FILE.png, --text, --events FILE or --check");
-        return run(session, *o);
-    };
-}
-
-}  // namespace
-
-extern const Command kView;
-const Command kView = {
-    "view",
-    "draw the editor of an effect",
-    "  quillhost view compressor --scale 2 -o compressor.png\n"
-    "  quillhost view limiter:ceiling=-1 --form Compact --in voice.wav --at 4 -o limiter.png\n"
-    "  quillhost view gate --text\n",
-    declare,
-};
 
 }  // namespace quillhost

@@ -56,9 +56,11 @@ template <typename T> void checkDivisions(const std::string& name, bool stepsAre
         if (stepsAreCutPerCall) fx.set("dcblock", 1);  // switched off it goes on to the call's end
         return fx.play(x, block);
     };
-    for (std::uint32_t seed = 1; seed <= 8; ++seed) {
+    const auto blocks =
+        kIsSanitised ? std::vector{1, 7, 33, 1024} : std::vector{1, 7, 17, 32, 33, 48, 1024};
+    for (std::uint32_t seed = 1; seed <= countSeeds(name); ++seed) {
         const auto whole = play(seed, 9600);
-        for (int block : {1, 7, 17, 32, 33, 48, 1024}) {
+        for (int block : blocks) {
             if (stepsAreCutPerCall && block % 16 != 0) continue;
             EXPECT_EQ(peakDifferenceDb(play(seed, block), whole), -400)
                 << "block " << block << ", seed " << seed << ", " << sizeof(T) * 8 << " bits";
@@ -69,7 +71,7 @@ template <typename T> void checkDivisions(const std::string& name, bool stepsAre
 TEST_P(EveryEffect, OutputDoesNotDependOnTheBlockLength)
 {
     checkDivisions<float>(GetParam(), stepsAreCutPerCall());
-    if (isSlowToSet(GetParam())) return;
+    if (kIsSanitised && isSlowToSet(GetParam())) return;
     checkDivisions<double>(GetParam(), stepsAreCutPerCall());
 }
 
@@ -171,9 +173,10 @@ TEST_P(EveryEffect, RecoversFromBadSamplesWithinASecond)
             }
         }
     };
+    recovers(2, {infinity});
+    if (kIsSanitised) return;
     recovers(0, {nan, infinity, 1e30f});
     recovers(1, {nan});
-    recovers(2, {infinity});
     recovers(3, {1e30f});
 }
 
@@ -352,6 +355,10 @@ template <typename T> void sweep(const std::string& name, double rate, int chann
     }
     const auto second = static_cast<std::size_t>(rate);
     const Channels<T> clean(static_cast<std::size_t>(channels), noise<T>(second / 4, 9, 0.25));
+    if (kIsSanitised) {  // the plain build waits until it has recovered
+        fx.play(clean, 1024);
+        return;
+    }
     for (int quarter = 0; quarter < 4; ++quarter) y = fx.play(clean, 1024);
     for (const auto& s : fx.play(clean, 480))
         ASSERT_TRUE(isFinite(s)) << rate << " Hz, " << channels << " channels";

@@ -31,19 +31,14 @@ TEST(LevelLanes, ReadAsFollowersDoAtAnyRateAndDivision)
         double worst = 0;
         for (double done = 0; done < 2 * rate;) {
             const int n = 1 + static_cast<int>(random() % 100);
-            const bool isHalf = random() % 8 == 0;
             // Loud for a while and then quiet, each signal at its own level.
             const double gain = std::fmod(done, 0.7 * rate) < 0.1 * rate ? 1 : 1e-3;
             for (int s = 0; s < 4; ++s)
                 for (int i = 0; i < n; ++i)
                     x[s][i] = static_cast<float>(gain / (s + 1)) * noise(random);
             for (int k = 0; k < 8; ++k)
-                for (int i = 0; i < n && !(isHalf && k % 4 < 2); ++i)
-                    plain[k].next(std::abs(double(x[k % 4][i])));
-            if (isHalf)
-                lanes.runHalf(times, at, 1, n);
-            else
-                lanes.run(times, at, n);
+                for (int i = 0; i < n; ++i) plain[k].next(std::abs(double(x[k % 4][i])));
+            lanes.run(times, at, n);
             for (int k = 0; k < 8; ++k) {
                 const double got = k < 4 ? lanes.fast(k) : lanes.slow(k - 4);
                 worst = std::max(worst, std::abs(20 * std::log10(got / plain[k].envelope)));

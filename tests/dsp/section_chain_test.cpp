@@ -236,6 +236,42 @@ TYPED_TEST(Chains, RecoverFromBadSamplesWithoutTouchingOtherPairs)
     for (const int c : {0, 1}) EXPECT_TRUE(isFinite(y[std::size_t(c)], 64));
 }
 
+TYPED_TEST(Chains, InBlocksAreTheSectionsOneByOneHoweverDivided)
+{
+    using T = TypeParam;
+    Channels<T> x;
+    for (unsigned c = 0; c < 3; ++c) x.push_back(noise<T>(640, c));
+    // A corner at which single precision has few digits to spare.
+    const auto low = SectionCoefficients<T>::highPass(30, 0.7, 384000);
+    const auto run = [&](int block) {
+        SectionChain<T> chain;
+        chain.prepare(2, 3, SectionForm::Blocks);
+        return inBlocks(x, block, [&](T* const* part, GridSlice slice, int at) {
+            for (int side = 0; slice.begins() && side < 2; ++side) {
+                if (at == 0) chain.set(0, side, made<T>(3, side)), chain.set(1, side, low);
+                if (at == 320) chain.glide(0, side, made<T>(3, side, 1));
+            }
+            chain.process(part, slice);
+        });
+    };
+    const auto whole = run(640);
+    for (const int block : {1, 5, 8, 24}) EXPECT_EQ(run(block), whole) << block;
+    for (std::size_t c = 0; c < 3; ++c) {
+        SectionRamp<T> ramp;
+        ramp.snap(made<T>(3, int(c % 2)));
+        SectionState<T> state;
+        SectionState<double> second;
+        const SectionCoefficients<double> still{low.r, low.b1, low.b2, low.c1, low.c2, low.d};
+        auto wanted = x[c];
+        for (int at = 0; at < 640; at += kSubBlock) {
+            ramp.follow(made<T>(3, int(c % 2), at < 320 ? 0 : 1));
+            ramp.run(state, wanted.data() + at, kWholeSubBlock);
+        }
+        for (T& y : wanted) y = T(second.next(still, double(y)));
+        EXPECT_LT(peakDifferenceDb(whole[c], wanted), db(this->kTolerance)) << c;
+    }
+}
+
 /// Two channels of x through cuts that f(filters, frame) tunes.
 template <typename T, class F>
 Channels<T> cut(const typename CutFilters<T>::Design& design, const Signal<T>& x, int block, F&& f)

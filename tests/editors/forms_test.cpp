@@ -2,9 +2,11 @@
 // What every form of every effect owes: nothing cut, and every control does what it shows.
 #include <cmath>
 #include <cstring>
+#include <random>
 
 #include "tests/editors/editor_under_test.h"
 #include "tests/support/every_effect.h"
+#include "vnk/effect_runner.h"
 
 namespace quillworks::test {
 namespace {
@@ -32,13 +34,18 @@ TEST_P(EveryForm, ShowsItsTextsWholeAndNothingOnTopOfAnything)
     for (const auto& problem : e.view().problems()) ADD_FAILURE() << problem;
 }
 
-/// Where two pictures differ, in pixels.
-Rect difference(const editors::Image& a, const editors::Image& b)
+/// Where two pictures differ by more than some steps of a colour, in pixels.
+Rect difference(const editors::Image& a, const editors::Image& b, int steps = 0)
 {
+    const auto differ = [steps](std::uint32_t p, std::uint32_t q) {
+        for (int shift = 0; shift < 32; shift += 8)
+            if (std::abs(int(p >> shift & 0xFF) - int(q >> shift & 0xFF)) > steps) return true;
+        return false;
+    };
     int left = a.width(), top = a.height(), right = 0, bottom = 0;
     for (int y = 0; y < a.height(); ++y)
         for (int x = 0; x < a.width(); ++x)
-            if (a.pixels().data[y * a.width() + x] != b.pixels().data[y * b.width() + x]) {
+            if (differ(a.pixels().data[y * a.width() + x], b.pixels().data[y * b.width() + x])) {
                 left = std::min(left, x);
                 right = std::max(right, x + 1);
                 top = std::min(top, y);
@@ -72,6 +79,40 @@ TEST_P(EveryForm, DamagedPartsAreDrawnAsTheWholeWouldBe)
         editors::Image whole(parts.width(), parts.height());
         e.view().draw(whole.pixels(), true);
         EXPECT_TRUE(difference(parts, whole).isEmpty()) << form;
+    }
+}
+
+/// A thirtieth of a second of sound whose level comes and goes.
+void playNoise(const VNK::EffectRunner& runner, int turn)
+{
+    std::minstd_rand random(static_cast<unsigned>(turn));
+    std::uniform_real_distribution<float> uniform(-1, 1);
+    std::vector<float> sound[] = {std::vector<float>(1600), std::vector<float>(1600)};
+    for (auto& x : sound)
+        for (auto& v : x) v = (turn % 5 < 3 ? 0.5f : 0.001f) * uniform(random);
+    runner.process<float>({sound, runner.setup().input.channels}, {sound, 2}, 1600);
+}
+
+TEST_P(EveryForm, WhatTheSoundMovesIsDrawnAsTheWholeWouldBe)
+{
+    for (const auto& form : formsOf(GetParam())) {
+        EditorUnderTest e(GetParam(), form, 1.25);
+        VNK::EffectRunner runner(*e.effect()->algorithm());
+        const auto stereo = VNK::SpeakerArrangement::withChannels(2);
+        const auto mono = VNK::SpeakerArrangement::withChannels(1);
+        ASSERT_TRUE(runner.prepare({stereo, stereo, VNK::Precision::Float, 48000, 1600}) ||
+                    runner.prepare({mono, stereo, VNK::Precision::Float, 48000, 1600}));
+        for (int turn = 0; turn < 12; ++turn) {
+            playNoise(runner, turn);
+            e.window().wait(1.0 / 30);
+        }
+        const auto parts = copyOf(e.window().picture());
+        editors::Image whole(parts.width(), parts.height());
+        e.view().draw(whole.pixels(), true);
+        // Runs of colours and rims are rounded otherwise where a part of them is drawn.
+        const auto d = difference(parts, whole, 16);
+        EXPECT_TRUE(d.isEmpty()) << form << " at " << d.x << ", " << d.y << ", " << d.w << " x "
+                                 << d.h;
     }
 }
 

@@ -2,6 +2,7 @@
 // A fuzz target without its fuzzer: seeds, past findings, and a few hundred mutations of each.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <random>
@@ -14,12 +15,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// TARGET of the program fuzz_TARGET_tests.
+std::string target()
+{
+    const std::string_view program = program_invocation_short_name;
+    const auto first = program.find('_') + 1;
+    return std::string(program.substr(first, program.rfind('_') - first));
+}
+
 /// tests/fuzz/seeds/TARGET, tests/fuzz/findings/TARGET, and resources/TARGET where there is such.
 std::map<std::string, std::string> inputs()
 {
     std::map<std::string, std::string> files;
     for (const char* parent : {"/tests/fuzz/seeds/", "/tests/fuzz/findings/", "/resources/"}) {
-        const fs::path folder = QUILLWORKS_SOURCE + std::string(parent) + FUZZ_TARGET;
+        const fs::path folder = QUILLWORKS_SOURCE + std::string(parent) + target();
         if (!fs::exists(folder)) continue;
         for (const auto& entry : fs::recursive_directory_iterator(folder)) {
             if (!entry.is_regular_file()) continue;

@@ -14,6 +14,8 @@ list=$(printf 'CLAP:%s\n' "$clap" | "$scan")
 count=$(grep -c '^CLAP|Quillworks ' <<<"$list")
 echo "$count plug-ins"
 [ "$count" -eq 31 ] || fail "the scanner lists $count plug-ins"
+editors=$(grep -c '^CLAP|Quillworks .*|GUI,' <<<"$list")
+[ "$editors" -eq "$count" ] || fail "$editors of them have an editor"
 
 # The state of an LV2 preset as qtractor writes states: compressed behind its length, in base64.
 chain='' effects=()

@@ -89,8 +89,9 @@ TEST(Lv2Bundle, HidesTheEffectsOwnBypassFromGenericPanels)
 
 TEST(Lv2Bundle, SoundsAndMeasuresLikeTheEffectAtAnySettingAndBlockLength)
 {
+    const auto blocks = kIsSanitised ? std::vector{17, 1500} : std::vector{1, 17, 512, 1500};
     for (const auto& plugin : catalogue().plugins())
-        for (const int block : {1, 17, 512, 1500}) {
+        for (const int block : blocks) {
             SCOPED_TRACE(plugin.uri + ", blocks of " + std::to_string(block));
             const auto seed = kSeed + static_cast<std::uint32_t>(block);
             Lv2UnderTest running(plugin.uri);

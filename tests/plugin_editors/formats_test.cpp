@@ -217,6 +217,13 @@ TEST_F(PluginEditors, OfClapTellGesturesAndFloat)
     };
     EXPECT_FALSE(gui.is_api_supported(plugin, CLAP_WINDOW_API_WAYLAND, false));
     EXPECT_FALSE(gui.show(plugin)) << "there is none yet";
+    clap_host_t scanner = host;
+    scanner.get_extension = [](const clap_host_t*, const char*) -> const void* { return nullptr; };
+    const auto* const scanned = factory->create_plugin(factory, &scanner, plugin->desc->id);
+    ASSERT_TRUE(scanned && scanned->init(scanned));
+    EXPECT_TRUE(gui.is_api_supported(scanned, CLAP_WINDOW_API_X11, false));
+    EXPECT_FALSE(gui.create(scanned, CLAP_WINDOW_API_X11, false)) << "there is no timer";
+    scanned->destroy(scanned);
     for (int round = 0; round < 3; ++round) {
         ASSERT_TRUE(gui.create(plugin, CLAP_WINDOW_API_X11, false));
         std::uint32_t width = 0, height = 0;

@@ -4,6 +4,7 @@
 #include "reverb/decay_analysis.h"
 #include "reverb/room_decay.h"
 #include "tests/support/effect_under_test.h"
+#include "tests/support/reverberation.h"
 
 namespace quillworks::test {
 namespace {
@@ -138,21 +139,55 @@ TYPED_TEST(RoomReverb, BitsDoNotDependOnTheDivisionWhileAllMoves)
     }
 }
 
-TEST(RoomReverbSound, DecaysAsDrawn)
+TEST(RoomReverbSound, DecaysAsDrawnInSmallDeadRoomsTooAndInLivelyOnes)
 {
-    Room<float> fx;
-    fx.set("early", -60);
-    const auto times = RoomDecay{1.4, 1.1, 250, 0.6, 4500, true}.times();
-    const auto left = fx.response(96000, 0), right = fx.response(96000, 1);
-    for (const int band : {4, 5, 6, 7, 8}) {
-        double sum = 0;
-        for (const auto* paths : {&left, &right})
-            for (const auto& path : *paths)
-                sum += BandDecay(third(path, octaveCentre(band)), 0.23 * octaveCentre(band), 48000)
-                           .fit(0, 5, 25)
-                           ->t60;
-        EXPECT_NEAR(sum / 4 / times[std::size_t(band)], 1, 0.08) << octaveCentre(band) << " Hz";
+    const struct {
+        double size;
+        RoomDecay decay;
+    } rooms[] = {{12, {1.4, 1.1, 250, 0.6, 4500, true}},
+                 {3.5, {0.28, 1.2, 250, 0.7, 4500, true}},
+                 {38, {5.5, 1.1, 250, 0.45, 3500, true}}};
+    for (const auto& room : rooms) {
+        const auto& decay = room.decay;
+        Room<float> fx;
+        fx.set("early", -60).set("size", room.size).set("decay", decay.seconds);
+        fx.set("lowdecay", decay.low).set("highdecay", decay.high);
+        fx.set("highfreq", decay.highFrequency);
+        const auto times = decay.times();
+        const auto frames = static_cast<std::size_t>(24000 + 48000 * decay.seconds);
+        const auto left = fx.response(frames, 0), right = fx.response(frames, 1);
+        for (const int band : {4, 5, 6, 7, 8}) {
+            const double centre = octaveCentre(band);
+            double sum = 0;
+            for (const auto* paths : {&left, &right})
+                for (const auto& path : *paths)
+                    sum += BandDecay(third(path, centre), 0.23 * centre, 48000).fit(0, 5, 25)->t60;
+            EXPECT_NEAR(sum / 4 / times[std::size_t(band)], 1, 0.08)
+                << room.size << " m, " << centre << " Hz";
+        }
     }
+}
+
+TEST(RoomReverbSound, IsDenseAtOnceAndStaysSoWhereLongLinesComeLate)
+{
+    for (const double size : {6., 45., 60.}) {
+        Room<float> fx;
+        fx.set("early", -60).set("size", size);
+        const auto x = as<double>(fx.response(60000)[0]);
+        const auto measured = densening(x, firstSound(x, 40), 48000);
+        EXPECT_LT(measured.onset, 15) << size;
+        EXPECT_GT(measured.least, 0.7) << size;
+    }
+}
+
+TEST(RoomReverbSound, NoTwoOfSixteenSpeakersSoundAlike)
+{
+    Room<float> fx("9.1.6");
+    fx.set("early", -60).set("size", 20);
+    Channels<double> all;
+    for (const auto& row : fx.response(72000)) all.push_back(as<double>(row));
+    all.erase(all.begin() + 3);  // LFE
+    EXPECT_LT(largestLikeness(all, 3840), 0.4);
 }
 
 TEST(RoomReverbSound, FourTimesTheDecayIsThreeDecibelsLouder)

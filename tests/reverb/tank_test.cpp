@@ -85,9 +85,13 @@ public:
           motion_(motion)
     {
         for (int i = 0; i < spec.lines; ++i) {
-            const double period = (delays_.line[at(i)] + delays_.allPass[at(i)]) / spec.sampleRate;
-            filters_.push_back(
-                {spec.design->sections(spec.design->design(seconds, period)), {}, {}});
+            const double line = delays_.line[at(i)] / spec.sampleRate;
+            const double allPass = delays_.allPass[at(i)] / spec.sampleRate;
+            const LineLoss loss(seconds, line, allPass);
+            const auto gains =
+                spec.design->design({loss.seconds.data(), seconds.size()}, line + allPass);
+            filters_.push_back({spec.design->sections(gains), {}, {}});
+            kept_.push_back(std::pow(10, loss.allPassDb / 20));
         }
     }
 
@@ -104,34 +108,37 @@ public:
                 for (int k = 0; k < n; ++k) count += k % spec_.inputs == i % spec_.inputs;
                 fed[0][at(i)][t] = x[at(i % spec_.inputs)][t] * std::sqrt(n / (2.0 * count));
             }
+            Doubles u;
             for (int k = 0; k < spec_.steps; ++k) {
-                Doubles u;
+                u.clear();
                 for (int i = 0; i < n; ++i)
                     u.push_back(ago(fed[at(k)][at(i)], t, delays_.step[at(k)][at(i)]));
-                u = hadamard(u);
+                if (k + 1 < spec_.steps) u = hadamard(u);
                 for (int i = 0; i < n; ++i)
-                    fed[at(k) + 1][at(i)][t] = u[at(i)] * geometry_.sign(k, i);
+                    fed[at(k) + 1][at(i)][t] = u[at(i)] *= geometry_.sign(k, i);
             }
             Doubles v;
             for (int i = 0; i < n; ++i) {
                 const double late = ago(lines[at(i)], t, delays_.line[at(i)]);
-                for (int o = 0; o < spec_.outputs; ++o)
-                    y[at(o)][t] += late * sign(kTankOutputs[o] % n, i) / std::sqrt(n);
                 double z = filter(filters_[at(i)], late);
+                for (int o = 0; o < spec_.outputs; ++o)
+                    y[at(o)][t] += z * sign(kTankOutputs[o] % n, i) / std::sqrt(n);
                 if (spec_.hasAllPasses) {
-                    const double d = ago(allPasses[at(i)], t, delays_.allPass[at(i)]);
+                    const double d =
+                        kept_[at(i)] * ago(allPasses[at(i)], t, delays_.allPass[at(i)]);
                     allPasses[at(i)][t] = z + g_ * d;
                     z = d - g_ * allPasses[at(i)][t];
                 }
                 v.push_back(z);
             }
-            v = hadamard(v);
             for (int p = 0; p < n / 2; ++p) {
                 const auto [c, s] = rotation(p, t);
                 const double a = v[at(2 * p)], b = v[at(2 * p + 1)];
-                lines[at(2 * p)][t] = c * a - s * b + fed.back()[at(2 * p)][t];
-                lines[at(2 * p + 1)][t] = s * a + c * b + fed.back()[at(2 * p + 1)][t];
+                v[at(2 * p)] = c * a - s * b + u[at(2 * p)];
+                v[at(2 * p + 1)] = s * a + c * b + u[at(2 * p + 1)];
             }
+            v = hadamard(v);
+            for (int i = 0; i < n; ++i) lines[at(i)][t] = v[at(i)];
         }
         return y;
     }
@@ -195,6 +202,7 @@ private:
     TankDelays delays_;
     double g_, motion_;
     std::vector<Filter> filters_;
+    Doubles kept_;  // by the all-passes' delays
 };
 
 TYPED_TEST(TankTest, IsTheNetworkOfTheBooks)

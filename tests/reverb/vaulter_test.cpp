@@ -2,10 +2,12 @@
 // Vaulter: what it plays is the file, wherever that is; what the tank goes on with decays as it.
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <unistd.h>
 
 #include "dsp/random.h"
 #include "reverb/decay_analysis.h"
+#include "reverb/response.h"
 #include "tests/support/effect_under_test.h"
 #include "vnk/file.h"
 #include "vnk/sound_file.h"
@@ -345,21 +347,108 @@ TYPED_TEST(Vaulter, FindsAFileThatHasMovedAndSoundsLikeOneThatIsGone)
         EXPECT_NEAR(this->decayTime(y[0], octave, 0.15), 1.2, 0.15 * 1.2) << octave;
 }
 
-TYPED_TEST(Vaulter, KeepsTheResponseInUseWhereAFileCannotBePlayed)
+using VaulterFiles = Vaulter<float>;
+
+TEST_F(VaulterFiles, OfEveryRateLengthAndWidthPlayAsTheyAreResampled)
 {
-    typename TestFixture::Effect fx("Vaulter");
-    this->plain(fx);
-    this->open(fx, this->write("good.wav", {{0.5f, 0.25f}}));
-    const auto before = this->response(fx, 4800);
-    std::string reason;
-    ASSERT_TRUE(VNK::writeFile(this->at("bad.wav").c_str(), "RIFF....", 8, reason));
-    for (const auto& file : {this->at("bad.wav"), this->at("none.wav")}) {
-        this->open(fx, file);
-        EXPECT_NE(this->problem(fx), "") << file;
-        fx.algorithm().reset();
-        EXPECT_EQ(this->response(fx, 4800), before) << file;
+    const struct {
+        double rate, seconds, session;
+        std::size_t channels;
+    } cases[] = {{44100, 0.5, 48000, 2},  {8000, 11, 48000, 1},    {384000, 0.2, 48000, 2},
+                 {48000, 0.2, 48000, 16}, {48000, 0.1, 384000, 2}, {48000, 0.5, 8000, 1}};
+    for (const auto& test : cases) {
+        SCOPED_TRACE(std::to_string(test.rate) + " Hz in " + std::to_string(test.session));
+        VNK::Sound<float> file{test.rate, {}, 0};
+        for (std::size_t c = 0; c < test.channels; ++c) {
+            auto& x = file.channels.emplace_back(
+                noise<float>(std::size_t(test.rate * test.seconds), unsigned(c)));
+            for (std::size_t i = 0; i < x.size(); ++i)
+                x[i] *= float(std::exp2(-12 * double(i) / double(x.size())));
+        }
+        file.framesInFile = file.frames();
+        Effect fx("Vaulter", test.session);
+        plain(fx);
+        open(fx, write("file.wav", file.channels, test.rate));
+        fx.prepare(2);
+        EXPECT_EQ(problem(fx), "");
+        const auto expected = shapedResponse(file, {}, test.session);
+        const auto y = response(fx, expected[0].size() + 100, 0);
+        double error = 0, energy = 0;
+        for (std::size_t i = 0; i < y[0].size(); ++i) {
+            const double e = i < expected[0].size() ? expected[0][i] : 0;
+            error += std::pow(double(y[0][i]) - e, 2);
+            energy += e * e;
+        }
+        EXPECT_LT(decibels(error / energy), -110);
+        EXPECT_EQ(peak(y[1]), 0);
     }
-    EXPECT_EQ(fx.meter("loadstatus"), 3);
+}
+
+TEST_F(VaulterFiles, ThatCannotBePlayedLeaveTheResponseInUseAndSayWhy)
+{
+    const auto put = [&](const char* name, const std::string& content) {
+        std::string reason;
+        EXPECT_TRUE(VNK::writeFile(at(name).c_str(), content.data(), content.size(), reason));
+        return at(name);
+    };
+    const Signal<float> one{1, 0.5f};
+    std::ifstream good(write("good.wav", {{0.5f, 0.25f}}), std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(good), {}};
+    const struct {
+        std::string file;
+        const char* why;
+        double status;
+    } cases[] = {
+        {put("empty.wav", ""), "cannot be decoded", 4},
+        {put("text.wav", "RIFF...."), "cannot be decoded", 4},
+        {put("broken.wav", content.substr(0, content.size() - 12)), "", 4},
+        {put("begun.flac", "fLaC"), "cannot be decoded", 4},
+        {write("number.wav", {{1, std::nanf("")}}), "no numbers", 4},
+        {write("silent.wav", {Signal<float>(100)}), "silence only", 4},
+        {write("wide.wav", Channels<float>(17, one)), "17 channels", 4},
+        {write("slow.wav", {one}, 500), "500 Hz", 4},
+        {at(""), "no such file", 3},
+        {at("none.wav"), "no such file", 3},
+    };
+    Effect fx("Vaulter");
+    plain(fx);
+    open(fx, at("good.wav"));
+    const auto before = response(fx, 4800);
+    EXPECT_GT(peak(before[0]), 0.4);
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.file);
+        open(fx, test.file);
+        const auto told = problem(fx);
+        EXPECT_EQ(told.find(test.file), 0u) << told;
+        EXPECT_NE(told.find(test.why), std::string::npos) << told;
+        fx.algorithm().reset();
+        EXPECT_EQ(response(fx, 4800), before);
+        EXPECT_EQ(fx.meter("loadstatus"), test.status);
+    }
+}
+
+TEST_F(VaulterFiles, OfAnHourArePlayedForTheirFirstMinute)
+{
+    constexpr double kRate = 8000;
+    const auto file = write("hour.wav", {{0.5f, 0.25f}}, kRate);
+    // As the header of an hour has it; what follows it are zeros that take no room on the disk.
+    const auto sound = std::uint32_t(3600 * kRate * 4), whole = sound + 36;
+    const auto had = fs::file_size(file) - 8;
+    fs::resize_file(file, had + sound);
+    std::fstream header(file, std::ios::binary | std::ios::in | std::ios::out);
+    std::string begin(had, 0);
+    header.read(begin.data(), std::streamsize(had));
+    const auto data = begin.find("data") + 4;
+    header.seekp(4).write(reinterpret_cast<const char*>(&whole), 4);
+    header.seekp(std::streamoff(data)).write(reinterpret_cast<const char*>(&sound), 4);
+    header.close();
+    Effect fx("Vaulter", kRate);
+    plain(fx);
+    open(fx, file);
+    fx.prepare(2);
+    EXPECT_NE(problem(fx).find("first minute"), std::string::npos) << problem(fx);
+    EXPECT_NEAR(response(fx, 100)[0][0], 0.5, 1e-6);
+    EXPECT_NEAR(double(fx.algorithm().getTailLength()), 60 * kRate, kRate);
 }
 
 }  // namespace

@@ -30,6 +30,32 @@ inline std::vector<double> echoDensity(const Signal<double>& x, double sampleRat
     return density;
 }
 
+struct Densening {
+    double onset;  // from the first sound until the density passes 0.9, in ms
+    double
+        least;  // mean over 20 ms from then on, while a part in ten thousand of the energy is left
+};
+
+inline Densening densening(const Signal<double>& x, std::size_t firstSound, double sampleRate)
+{
+    const auto millisecond = static_cast<std::size_t>(sampleRate / 1000);
+    double left = 0;
+    for (const double v : x) left += v * v;
+    const double end = 1e-4 * left;
+    std::size_t last = 0;
+    while (last < x.size() && left > end) left -= x[last] * x[last], ++last;
+    const auto density = echoDensity(x, sampleRate, millisecond);
+    auto at = firstSound / millisecond;
+    while (at < density.size() && density[at] <= 0.9) ++at;
+    Densening result{double(at) - double(firstSound) / double(millisecond), 1};
+    for (at += 20; at + 20 < last / millisecond; at += 20) {
+        double mean = 0;
+        for (std::size_t k = 0; k < 20; ++k) mean += density[at + k] / 20;
+        result.least = std::min(result.least, mean);
+    }
+    return result;
+}
+
 /// Standard deviation in dB of the spectrum of n samples over its running mean of 60 Hz, 200 Hz to
 /// 6 kHz: 5.6 for noise, more where resonances stand out.
 inline double spectralDeviation(const Signal<double>& x, std::size_t from, std::size_t n,
@@ -61,6 +87,16 @@ inline double likeness(const Signal<double>& a, const Signal<double>& b, std::si
     for (std::size_t i = from; i < a.size(); ++i)
         ab += a[i] * b[i], aa += a[i] * a[i], bb += b[i] * b[i];
     return ab / std::sqrt(aa * bb);
+}
+
+/// The largest of any two signals.
+inline double largestLikeness(const std::vector<Signal<double>>& all, std::size_t from)
+{
+    double worst = 0;
+    for (std::size_t a = 0; a < all.size(); ++a)
+        for (std::size_t b = 0; b < a; ++b)
+            worst = std::max(worst, std::abs(likeness(all[a], all[b], from)));
+    return worst;
 }
 
 /// Root of the second moment of the spectrum within 6 % of a frequency, in cents, of n samples
