@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: ISC
 // quillhost manual: the manual page and the completions of shells, from what the commands say of
-// themselves.
+// themselves, and the pages of the effects.
 #include <algorithm>
 #include <cctype>
 #include <iostream>
@@ -9,16 +9,18 @@
 
 #include "command.h"
 #include "command_texts.h"
+#include "manual_pages.h"
+#include "session.h"
 
 namespace quillhost {
 namespace {
 
-enum Kind { Man, Bash, Zsh };
-const std::vector<std::string> kKinds = {"man", "bash", "zsh"};
+enum Kind { Man, Bash, Zsh, Pages };
+const std::vector<std::string> kKinds = {"man", "bash", "zsh", "pages"};
 
 /// Commands whose first argument is one of a few words.
 constexpr std::pair<const char*, const char*> kActions[] = {
-    {"preset", "save show"}, {"ir", "sweep solve of show"}, {"manual", "man bash zsh"}};
+    {"preset", "save show"}, {"ir", "sweep solve of show"}, {"manual", "man bash zsh pages"}};
 
 std::string replaced(std::string text, const std::string& what, const std::string& with)
 {
@@ -305,15 +307,39 @@ void printZsh(const std::vector<CommandTexts>& all)
     std::cout << "        esac ;;\n    esac\n}\n_quillhost \"$@\"\n";
 }
 
+struct Options {
+    std::string kind, folder;
+    bool checks = false;
+};
+
+int pages(const Session& session, const Options& o)
+{
+    if (o.folder.empty()) throw UsageError("manual pages needs -o DIR");
+    if (!o.checks) {
+        writeManual(session, o.folder);
+        return kDone;
+    }
+    const auto faults = manualFaults(session, o.folder);
+    if (!faults.empty()) throw WorkError(o.folder + ": " + joined(faults, ", "));
+    return kDone;
+}
+
 std::function<int(Session&)> declare(CLI::App& app)
 {
-    auto kind = std::make_shared<std::string>();
-    addOption(app, "KIND", *kind, "man, bash or zsh");
-    return [kind](Session&) {
-        requireArgument(*kind, "man, bash or zsh", "manual");
-        const auto found = std::find(kKinds.begin(), kKinds.end(), *kind);
+    auto o = std::make_shared<Options>();
+    addOption(app, "KIND", o->kind, "man, bash, zsh, or pages: Markdown, one per effect");
+    addOption(app, "-o", o->folder, "where the pages go; their notes by hand are in DIR/notes",
+              "DIR");
+    addFlag(app, "--check", o->checks, "write no pages, but fail where those in DIR are others");
+    return [o](Session& session) {
+        requireArgument(o->kind, "man, bash, zsh or pages", "manual");
+        const auto found = std::find(kKinds.begin(), kKinds.end(), o->kind);
         if (found == kKinds.end())
-            throw UsageError("manual does not know " + inQuotes(*kind) + " (man, bash, zsh)");
+            throw UsageError("manual does not know " + inQuotes(o->kind) +
+                             " (man, bash, zsh, pages)");
+        if (found - kKinds.begin() == Pages) return pages(session, *o);
+        if (!o->folder.empty() || o->checks)
+            throw UsageError("manual takes -o and --check with pages alone");
         const auto all = commandTexts();
         switch (found - kKinds.begin()) {
         case Man:
@@ -331,10 +357,12 @@ std::function<int(Session&)> declare(CLI::App& app)
 }  // namespace
 
 extern const Command kManual;
-const Command kManual = {"manual", "the manual page, or a shell's completion, of all commands",
+const Command kManual = {"manual",
+                         "the manual of the commands, a shell's completion, or the effects' pages",
                          "  quillhost manual man | man -l -\n"
                          "  source <(quillhost manual bash)\n"
-                         "  quillhost manual zsh > ~/.zfunc/_quillhost",
+                         "  quillhost manual zsh > ~/.zfunc/_quillhost\n"
+                         "  quillhost manual pages -o docs/manual --check",
                          declare};
 
 }  // namespace quillhost

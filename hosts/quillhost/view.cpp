@@ -16,6 +16,7 @@
 #include "effect_spec.h"
 #include "error.h"
 #include "picture.h"
+#include "skin_file.h"
 #include "sound_file.h"
 #include "view.h"
 #include "vnk/file.h"
@@ -27,21 +28,6 @@ namespace ed = quillworks::editors;
 using Json = nlohmann::ordered_json;
 
 constexpr int kTicks = 30;  // a second
-constexpr std::size_t kLargestSkin = 1 << 24;
-
-VNK::Skin skinOf(const std::string& resources)
-{
-    const auto path = resources + "/skins/quillworks/skin.xml";
-    std::ifstream file(path, std::ios::binary);
-    const std::string document{std::istreambuf_iterator<char>(file), {}};
-    VNK::Skin skin;
-    std::string reason;
-    if (!file || document.size() > kLargestSkin ||
-        !VNK::readSkin(document.data(), document.size(), skin, reason))
-        throw WorkError("the skin " + path + " cannot be read" +
-                        (reason.empty() ? "" : ": " + reason));
-    return skin;
-}
 
 /// "Compressor/Editor" of "Editor"; UsageError with the effect's views.
 std::string viewNamed(const Effect& effect, const std::string& form)
