@@ -35,26 +35,32 @@ public:
         reset();
     }
 
-    /// out[i] becomes x[i - delay], the samples before x those of the last call; `out` is no part
-    /// of x.
-    void run(const T* x, T* out, int n) noexcept
+    /// Takes n samples on, and calls f(i, delayed, count) for one piece of the n delayed ones after
+    /// the other, those from the i-th on: without a copy, from where they lie here or in x.
+    template <class F> void run(const T* x, int n, F&& f) noexcept
     {
         T* const ring = samples_.data();
         isSilent_ = false;
+        int done = 0;
+        const auto piece = [&](const T* delayed, int count) {
+            if (count > 0) f(done, delayed, count);
+            done += count;
+        };
         if (n >= delay_) {
-            out = std::copy_n(ring + at_, delay_ - at_, out);
-            out = std::copy_n(ring, at_, out);
-            std::copy_n(x, n - delay_, out);
+            piece(ring + at_, delay_ - at_);
+            piece(ring, at_);
+            piece(x, n - delay_);
             std::copy_n(x + n - delay_, delay_, ring);
             at_ = 0;
             return;
         }
-        for (int done = 0; done < n;) {
-            const int piece = std::min(n - done, delay_ - at_);
-            std::copy_n(ring + at_, piece, out + done);
-            std::copy_n(x + done, piece, ring + at_);
-            at_ = at_ + piece == delay_ ? 0 : at_ + piece;
-            done += piece;
+        while (done < n) {
+            const int count = std::min(n - done, delay_ - at_);
+            T* const oldest = ring + at_;
+            const T* const comes = x + done;
+            piece(oldest, count);
+            std::copy_n(comes, count, oldest);
+            at_ = at_ + count == delay_ ? 0 : at_ + count;
         }
     }
 

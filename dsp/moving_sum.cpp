@@ -3,7 +3,6 @@
 #define HWY_TARGET_INCLUDE "dsp/moving_sum.cpp"
 #include "dsp/simd.h"
 //
-#include <algorithm>
 #include <cstdint>
 
 #include "dsp/moving_sum.h"
@@ -56,13 +55,9 @@ std::int64_t (*const chosenAddUp)(const std::int64_t*, const std::int64_t*, std:
 
 void MovingSum::run(const std::int64_t* x, std::int64_t* sums, int n) noexcept
 {
-    constexpr int kPiece = 256;
-    alignas(64) std::int64_t goes[kPiece];
-    for (int done = 0; done < n; done += kPiece) {
-        const int piece = std::min(kPiece, n - done);
-        past_.run(x + done, goes, piece);
-        sum_ = chosenAddUp(x + done, goes, sums + done, piece, sum_);
-    }
+    past_.run(x, n, [&](int i, const std::int64_t* goes, int count) {
+        sum_ = chosenAddUp(x + i, goes, sums + i, count, sum_);
+    });
 }
 
 }  // namespace quillworks

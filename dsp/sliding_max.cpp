@@ -34,7 +34,7 @@ double slide(const SlidingMax::Run& r)
         const auto whole0 = hn::Set(d, r.whole[0]), whole1 = hn::Set(d, r.whole[1]);
         for (; i + kLanes <= r.n; i += kLanes) {
             const auto x = hn::LoadU(d, r.x + i);
-            hn::StoreU(x, d, r.open + i);
+            if (r.open) hn::StoreU(x, d, r.open + i);
             const auto running = scan.of(x, Larger());
             const auto since = hn::Max(running, before);
             before = hn::Max(before, scan.last(running));
@@ -47,7 +47,7 @@ double slide(const SlidingMax::Run& r)
         top = hn::GetLane(before);
     }
     for (; i < r.n; ++i) {
-        r.open[i] = r.x[i];
+        if (r.open) r.open[i] = r.x[i];
         top = std::max(top, r.x[i]);
         for (int w = 0; w < 2; ++w)
             if (r.out[w]) r.out[w][i] = std::max({r.old[w][i], r.whole[w], top});
@@ -169,11 +169,14 @@ void SlidingMax::process(const double* x, int n, double* first, double* second) 
 {
     double* const out[2] = {first, second};
     isSilent_ = false;
+    int begun = -at_;  // where the open block begins in x
     for (int done = 0; done < n;) {
+        // A block that x has from end to end is closed from there.
+        const bool isWhole = begun >= 0 && begun + block_ <= n;
         int run = std::min(n - done, block_ - at_);
         for (const auto& w : windows_)
             if (w.rest > at_) run = std::min(run, w.rest - at_);
-        Run r{x + done, open_.data() + at_, top_, {}, {}, {}, run};
+        Run r{x + done, isWhole ? nullptr : open_.data() + at_, top_, {}, {}, {}, run};
         for (int k = 0; k < 2; ++k) {
             const auto& w = windows_[k];
             const bool isEarly = at_ < w.rest;
@@ -187,14 +190,16 @@ void SlidingMax::process(const double* x, int n, double* first, double* second) 
             if (r.out[k] && windows_[k].length == 1) vec::copy(r.out[k], r.x, run);
         done += run;
         at_ += run;
-        if (at_ == block_) closeBlock();
+        if (at_ < block_) continue;
+        closeBlock(isWhole ? x + begun : open_.data());
+        begun = done;
     }
 }
 
-void SlidingMax::closeBlock() noexcept
+void SlidingMax::closeBlock(const double* block) noexcept
 {
     double* const kept = fromEnd_.data() + present_ * block_;
-    chosenRunBack(open_.data(), block_, kept);
+    chosenRunBack(block, block_, kept);
     tops_[static_cast<std::size_t>(present_)] = *kept;
     present_ = present_ + 1 == slots_ ? 0 : present_ + 1;
     at_ = 0;

@@ -33,7 +33,7 @@ public:
     /// A run of samples along which each window needs the same blocks.
     struct Run {
         const double* x;
-        double* open;          // copy of x
+        double* open;          // copy of x, null where none is needed
         double top;            // of the open block
         const double* old[2];  // what the windows see of the block that they begin in
         double whole[2];       // maximum of the blocks that they cover
@@ -53,7 +53,7 @@ private:
     void measure(Window& w) noexcept;
     const double* fromEnd(int back) const noexcept;
     double peakOf(int count) const noexcept;
-    void closeBlock() noexcept;
+    void closeBlock(const double* block) noexcept;
 
     int block_ = 1, slots_ = 2;
     AlignedBuffer<double> fromEnd_;  // of each slot, maxima from sample i to the block's end

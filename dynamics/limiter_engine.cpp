@@ -180,12 +180,6 @@ int LimiterEngine::begin(GridSlice slice, Scratch& scratch) noexcept
     return frames_;
 }
 
-const double* LimiterEngine::delay(int channel) noexcept
-{
-    delays_[static_cast<std::size_t>(channel)].run(row(channel), scratch_->delayed, frames_);
-    return scratch_->delayed;
-}
-
 void LimiterEngine::findGain() noexcept
 {
     const bool isLoud = truePeak_ ? findTruePeakLevels() : peak_ > curve_.shape().gate;
@@ -242,17 +236,20 @@ bool LimiterEngine::findTruePeakLevels() noexcept
     return vec::peak(scratch_->levels, kMost) > curve_.shape().gate;
 }
 
-/// The delayed slice with its gain, rounded off above the wall's corner.
-const double* LimiterEngine::clip(const double* x) noexcept
+/// Delayed samples, the slice's from `first` on, with their gain, rounded off above the wall's
+/// corner.
+const double* LimiterEngine::clip(const double* x, int first, int n) noexcept
 {
-    for (int i = 0; i < frames_; ++i) {
-        const double v = isLimiting_ ? x[i] * scratch_->gain[i] : x[i];
+    const double* const gain = scratch_->gain + first;
+    double* const clipped = scratch_->clipped;
+    for (int i = 0; i < n; ++i) {
+        const double v = isLimiting_ ? x[i] * gain[i] : x[i];
         const double above = std::abs(v) - clipStage_.low;
         const double rounded =
             clipStage_.low + clipStage_.curve.apply<ClipShape::Parabola>(std::max(above, 0.0));
-        scratch_->clipped[i] = above > 0 ? std::copysign(rounded, v) : v;
+        clipped[i] = above > 0 ? std::copysign(rounded, v) : v;
     }
-    return scratch_->clipped;
+    return clipped;
 }
 
 double LimiterEngine::takeReduction() noexcept

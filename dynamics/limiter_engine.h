@@ -51,7 +51,6 @@ public:
         alignas(64) double wanted[kMost + TruePeakLevel::kPadding];
         alignas(64) double due[kMost + TruePeakLevel::kPadding];
         alignas(64) double clipped[kLongest];
-        alignas(64) double delayed[kLongest];    // of one channel
         alignas(64) double channels[kRowsRoom];  // what has come in, relative to the ceiling
     };
 
@@ -71,11 +70,14 @@ public:
     /// Puts out the delayed and limited slice of a channel.
     template <typename T> void put(int channel, T* x) noexcept
     {
-        const double* v = delay(channel);
-        if (clips_) v = clip(v);
         const double* const gain = isLimiting_ && !clips_ ? scratch_->gain : nullptr;
         const T* const limit = std::get<Limits<T>>(limits_).values + phase_;
-        wayThrough<T>(isSteady_).putOut(v, gain, outputGain_ + phase_, limit, x, frames_);
+        auto& delay = delays_[static_cast<std::size_t>(channel)];
+        delay.run(row(channel), frames_, [&](int i, const double* v, int n) {
+            const int at = isSteady_ ? 0 : i;
+            wayThrough<T>(isSteady_).putOut(clips_ ? clip(v, i, n) : v, gain ? gain + i : nullptr,
+                                            outputGain_ + phase_ + at, limit + at, x + i, n);
+        });
     }
 
     /// Largest reduction in dB since the last call.
@@ -106,8 +108,7 @@ private:
     {
         return detectorPast_[static_cast<std::size_t>(channel)];
     }
-    const double* delay(int channel) noexcept;
-    const double* clip(const double* x) noexcept;
+    const double* clip(const double* x, int first, int n) noexcept;
     int channels() const noexcept { return static_cast<int>(delays_.size()); }
 
     double rate_ = 44100;

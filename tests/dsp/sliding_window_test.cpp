@@ -2,6 +2,7 @@
 // Maxima and sums over windows against their definitions.
 #include <gtest/gtest.h>
 
+#include "dsp/delay_line.h"
 #include "dsp/moving_sum.h"
 #include "dsp/recent_samples.h"
 #include "dsp/sliding_max.h"
@@ -69,6 +70,27 @@ TEST(MovingSum, IsExact)
             std::int64_t expected = 0;
             for (std::size_t k = 0; k < std::size_t(length) && k <= i; ++k) expected += x[i - k];
             ASSERT_EQ(y[i], expected) << length << ": " << i;
+        }
+    }
+}
+
+TEST(DelayLine, HasEveryDelayAcrossItsBorder)
+{
+    for (const int longest : {0, 15, 96, 400}) {
+        DelayLine<double> line;
+        line.prepare(longest, longest);
+        std::mt19937 random(kSeed);
+        double next = 1;
+        for (int call = 0; call < 300; ++call) {
+            double x[kSubBlock];
+            const int n = 1 + int(random() % kSubBlock);
+            for (int i = 0; i < n; ++i) x[i] = next++;
+            line.push(x, n);
+            for (const int delay : {0, longest / 2, longest}) {
+                const double* const y = line.tap(delay, n);
+                for (int i = -1; i < n; ++i)
+                    ASSERT_EQ(y[i], std::max(next - n + i - delay, 0.0)) << delay;
+            }
         }
     }
 }
