@@ -12,6 +12,9 @@ namespace {
 constexpr double kCoplanar = 1e-7;       // distance from a facet's plane
 constexpr double kThroughCentre = 1e-6;  // distance of a facet's plane from the listener
 constexpr double kWidestGap = 120 * std::numbers::pi / 180;
+// Gains of a triangle's corners: of a direction within it, within or on its edge, and away from a
+// corner.
+constexpr double kWithin = 1e-7, kOutside = -1e-9, kAtCorner = 1e-3;
 
 UnitVector operator-(const UnitVector& a, const UnitVector& b)
 {
@@ -32,6 +35,10 @@ double dot(const UnitVector& a, const UnitVector& b)
 UnitVector cross(const UnitVector& a, const UnitVector& b)
 {
     return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+double least(const UnitVector& g)
+{
+    return std::min({g[0], g[1], g[2]});
 }
 double length(const UnitVector& a)
 {
@@ -187,9 +194,30 @@ bool HullPanner::findTriangles()
                 if (std::abs(volume) < 1e-9) continue;
                 triangles_.push_back({{i, j, k},
                                       {(1 / volume) * cross(b, c), (1 / volume) * cross(c, a),
-                                       (1 / volume) * cross(a, b)}});
+                                       (1 / volume) * cross(a, b)},
+                                      {}});
             }
+    findNeighbours();
     return !triangles_.empty();
+}
+
+void HullPanner::findNeighbours()
+{
+    const int n = static_cast<int>(triangles_.size());
+    for (int t = 0; t < n; ++t)
+        for (std::size_t c = 0; c < 3; ++c) {
+            auto& triangle = triangles_[static_cast<std::size_t>(t)];
+            const int a = triangle.corner[(c + 1) % 3], b = triangle.corner[(c + 2) % 3];
+            const auto has = [](const Triangle& other, int corner) {
+                return std::find(other.corner.begin(), other.corner.end(), corner) !=
+                       other.corner.end();
+            };
+            triangle.beyond[c] = t;  // none: the hull has a hole
+            for (int other = 0; other < n; ++other) {
+                const auto& o = triangles_[static_cast<std::size_t>(other)];
+                if (other != t && has(o, a) && has(o, b)) triangle.beyond[c] = other;
+            }
+        }
 }
 
 void HullPanner::powers(const UnitVector& direction, double* powers, int& hint) const noexcept
@@ -200,6 +228,42 @@ void HullPanner::powers(const UnitVector& direction, double* powers, int& hint) 
     share(points, powers);
 }
 
+UnitVector HullPanner::gains(int t, const UnitVector& direction) const noexcept
+{
+    const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
+    return {dot(triangle.inverse[0], direction), dot(triangle.inverse[1], direction),
+            dot(triangle.inverse[2], direction)};
+}
+
+/// From triangle to triangle toward a direction. False where it lies at a corner or is not found in
+/// a few steps.
+bool HullPanner::walk(const UnitVector& direction, int& triangle, UnitVector& found) const noexcept
+{
+    constexpr int kMostSteps = 8;
+    found = gains(triangle, direction);
+    for (int step = 0; step < kMostSteps; ++step) {
+        // Within a triangle there is no other.
+        const double smallest = least(found);
+        if (smallest > kWithin) return true;
+        const std::size_t c = found[0] == smallest ? 0 : found[1] == smallest ? 1 : 2;
+        const int beyond = triangles_[static_cast<std::size_t>(triangle)].beyond[c];
+        const UnitVector there = gains(beyond, direction);
+        if (smallest < kOutside) {
+            triangle = beyond;
+            found = there;
+            continue;
+        }
+        // On an edge the first of the two, so that nothing depends on where the source has been.
+        if (std::min(found[(c + 1) % 3], found[(c + 2) % 3]) < kAtCorner) return false;
+        if (beyond < triangle && least(there) >= kOutside) {
+            triangle = beyond;
+            found = there;
+        }
+        return true;
+    }
+    return false;
+}
+
 void HullPanner::add(const UnitVector& direction, double weight, double* points,
                      int& hint) const noexcept
 {
@@ -207,20 +271,11 @@ void HullPanner::add(const UnitVector& direction, double weight, double* points,
         points[0] += weight;
         return;
     }
-    const auto gainsOf = [&](int t) -> UnitVector {
-        const Triangle& triangle = triangles_[static_cast<std::size_t>(t)];
-        return {dot(triangle.inverse[0], direction), dot(triangle.inverse[1], direction),
-                dot(triangle.inverse[2], direction)};
-    };
-    const auto least = [](const UnitVector& g) { return std::min({g[0], g[1], g[2]}); };
-    // Within a triangle there is no other. On an edge the first of those there are is taken, so
-    // that nothing depends on where the source has been.
-    constexpr double kWithin = 1e-7;
-    UnitVector gains = gainsOf(hint);
-    if (!(least(gains) > kWithin)) {
+    UnitVector gains;
+    if (!walk(direction, hint, gains)) {
         double best = -1e300;
-        for (int t = 0; t < static_cast<int>(triangles_.size()) && best < -1e-9; ++t) {
-            const UnitVector g = gainsOf(t);
+        for (int t = 0; t < static_cast<int>(triangles_.size()) && best < kOutside; ++t) {
+            const UnitVector g = this->gains(t, direction);
             if (!(least(g) > best)) continue;
             best = least(g);
             gains = g;

@@ -48,12 +48,16 @@ private:
     struct Triangle {
         std::array<int, 3> corner;
         std::array<UnitVector, 3> inverse;  // rows: gain of each corner from a direction
+        std::array<int, 3> beyond;          // triangle across the edge opposite to each corner
     };
 
     void addImaginary(const UnitVector& at, std::span<const int> sharers);
     void fillGapsOfTheEar(std::span<const UnitVector> speakers);
     bool closesFacets();
     bool findTriangles();
+    void findNeighbours();
+    UnitVector gains(int triangle, const UnitVector& direction) const noexcept;
+    bool walk(const UnitVector& direction, int& triangle, UnitVector& gains) const noexcept;
 
     std::vector<Point> points_;
     std::vector<Triangle> triangles_;

@@ -35,7 +35,7 @@ public:
     /// Value within -1 .. 1 at `cycle` periods; `voice` draws its own chance.
     double at(double cycle, std::uint32_t voice) const noexcept
     {
-        const double whole = std::floor(cycle), u = cycle - whole;
+        const double whole = wholePart(cycle), u = cycle - whole;
         if (wave_ != LfoWave::Random)
             return double(table_.read(
                 static_cast<std::uint32_t>(static_cast<std::uint64_t>(u * 4294967296.0))));
@@ -47,6 +47,14 @@ public:
     }
 
 private:
+    /// floor(), without a call where the processor that is built for has no instruction for it.
+    static double wholePart(double x) noexcept
+    {
+        if (!(std::abs(x) < 0x1p52)) return x;
+        const auto whole = static_cast<double>(static_cast<std::int64_t>(x));
+        return whole - (whole > x ? 1 : 0);
+    }
+
     LfoTable table_;
     LfoWave wave_ = LfoWave::Triangle;
 };

@@ -3,6 +3,7 @@
 #define HWY_TARGET_INCLUDE "dsp/moving_sum.cpp"
 #include "dsp/simd.h"
 //
+#include <algorithm>
 #include <cstdint>
 
 #include "dsp/moving_sum.h"
@@ -53,10 +54,15 @@ std::int64_t (*const chosenAddUp)(const std::int64_t*, const std::int64_t*, std:
 
 }  // namespace
 
-void MovingSum::sums(std::int64_t* out, int n) noexcept
+void MovingSum::run(const std::int64_t* x, std::int64_t* sums, int n) noexcept
 {
-    const std::int64_t* const comes = past_.end() - n;
-    sum_ = chosenAddUp(comes, comes - length_, out, n, sum_);
+    constexpr int kPiece = 256;
+    alignas(64) std::int64_t goes[kPiece];
+    for (int done = 0; done < n; done += kPiece) {
+        const int piece = std::min(kPiece, n - done);
+        past_.run(x + done, goes, piece);
+        sum_ = chosenAddUp(x + done, goes, sums + done, piece, sum_);
+    }
 }
 
 }  // namespace quillworks

@@ -4,20 +4,17 @@
 
 #include <cstdint>
 
-#include "dsp/recent_samples.h"
+#include "dsp/circular_delay.h"
 
 namespace quillworks {
 
 class MovingSum {
 public:
-    /// Padding behind the room that append() gives: it may be filled in whole vectors.
-    static constexpr int kPadding = 7;
-
-    /// Sums over `length` >= 1 samples, up to `longest` at once. Allocates.
-    void prepare(int length, int longest)
+    /// Sums over `length` >= 1 samples. Allocates.
+    void prepare(int length)
     {
         length_ = length;
-        past_.prepare(length, longest, kPadding);
+        past_.prepare(length);
         reset();
     }
     void reset() noexcept
@@ -27,13 +24,11 @@ public:
     }
     int length() const noexcept { return length_; }
 
-    /// Room for the next `n` samples, to be filled by the caller.
-    std::int64_t* append(int n) noexcept { return past_.append(n); }
-    /// For each of the `n` samples of the latest append(), the sum of it and the length - 1 before.
-    void sums(std::int64_t* out, int n) noexcept;
+    /// For each of the `n` samples the sum of it and the length - 1 before; `sums` is no part of x.
+    void run(const std::int64_t* x, std::int64_t* sums, int n) noexcept;
 
 private:
-    RecentSamples<std::int64_t> past_;
+    CircularDelay<std::int64_t> past_;
     int length_ = 1;
     std::int64_t sum_ = 0;
 };

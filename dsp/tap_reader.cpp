@@ -3,6 +3,7 @@
 #define HWY_TARGET_INCLUDE "dsp/tap_reader.cpp"
 #include "dsp/simd.h"
 //
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -41,6 +42,12 @@ template <int batch, typename T, class D, class V> void storeSums(D, const V* v,
     for (int p = 0; p < batch; ++p) out[p] = hn::GetLane(v[p]);
 }
 
+template <int batch, typename T, class D, class V>
+void addSums(D, const V* v, const T* gains, T* out)
+{
+    for (int p = 0; p < batch; ++p) out[p] += hn::GetLane(v[p]) * gains[p];
+}
+
 #else
 
 /// The lanes of v added up until those of `Sums` are left.
@@ -60,21 +67,38 @@ template <class Sums> HWY_INLINE hn::Vec<Sums> pairSums(hn::Vec<Sums> a, hn::Vec
     return hn::Add(hn::ConcatEven(d, b, a), hn::ConcatOdd(d, b, a));
 }
 
-/// out[p] = sum of the lanes of v[p].
-template <int batch, typename T, class D, class V> HWY_INLINE void storeSums(D, const V* v, T* out)
+// Within 128 bits, so that shuffles stay cheap on every processor.
+template <typename T> using SumsTag = hn::FixedTag<T, 16 / sizeof(T)>;
+
+/// Sums of the lanes of each v[p], p below 16 / sizeof(T).
+template <typename T, class D, class V> HWY_INLINE hn::Vec<SumsTag<T>> sumsOf(D, const V* v)
 {
-    // Within 128 bits, so that shuffles stay cheap on every processor.
-    using Sums = hn::FixedTag<T, 16 / sizeof(T)>;
-    constexpr int kLanes = static_cast<int>(hn::MaxLanes(Sums()));
+    using Sums = SumsTag<T>;
+    const auto first = pairSums<Sums>(folded<Sums>(D(), v[0]), folded<Sums>(D(), v[1]));
+    if constexpr (hn::MaxLanes(Sums()) == 2)
+        return first;
+    else
+        return pairSums<Sums>(first,
+                              pairSums<Sums>(folded<Sums>(D(), v[2]), folded<Sums>(D(), v[3])));
+}
+
+/// out[p] = sum of the lanes of v[p].
+template <int batch, typename T, class D, class V>
+HWY_INLINE void storeSums(D d, const V* v, T* out)
+{
+    constexpr int kLanes = 16 / sizeof(T);
+    for (int p = 0; p < batch; p += kLanes) hn::StoreU(sumsOf<T>(d, v + p), SumsTag<T>(), out + p);
+}
+
+/// out[p] grows by the sum of the lanes of v[p] times gains[p].
+template <int batch, typename T, class D, class V>
+HWY_INLINE void addSums(D d, const V* v, const T* gains, T* out)
+{
+    constexpr int kLanes = 16 / sizeof(T);
+    const SumsTag<T> ds;
     for (int p = 0; p < batch; p += kLanes) {
-        const auto first = pairSums<Sums>(folded<Sums>(D(), v[p]), folded<Sums>(D(), v[p + 1]));
-        if constexpr (kLanes == 2) {
-            hn::StoreU(first, Sums(), out + p);
-        } else {
-            const auto second =
-                pairSums<Sums>(folded<Sums>(D(), v[p + 2]), folded<Sums>(D(), v[p + 3]));
-            hn::StoreU(pairSums<Sums>(first, second), Sums(), out + p);
-        }
+        const auto more = hn::Mul(sumsOf<T>(d, v + p), hn::LoadU(ds, gains + p));
+        hn::StoreU(hn::Add(hn::LoadU(ds, out + p), more), ds, out + p);
     }
 }
 
@@ -213,60 +237,90 @@ HWY_INLINE void weighRows(std::int64_t first, std::int64_t step, int n, T* above
     }
 }
 
-/// Points that lie `step` apart from `first` on, places in the ring in 2^-32 of a sample. A group
-/// that is not full repeats its last point.
-template <int taps, int channels, typename T>
-HWY_INLINE void followOf(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,
-                         T* const* out)
+/// As many points as one store takes, `step` apart from `place` on: their sums stay in registers.
+/// With gains, the points times them are added to what `out` holds.
+template <int taps, int channels, bool adds, typename T>
+HWY_INLINE void followPoints(const TapSource<T>& source, std::int64_t place, std::int64_t step,
+                             const T* above, const T* below, const T* const* gains, T* const* out,
+                             int to)
 {
     const hn::CappedTag<T, (taps & -taps)> d;
     using V = hn::Vec<decltype(d)>;
     constexpr int kLanes = static_cast<int>(hn::MaxLanes(d)), kPoints = 16 / sizeof(T);
+    V left[kPoints], right[kPoints];
+    for (int p = 0; p < kPoints; ++p, place += step) {
+        // In the high half, the sample before the point; below it the row.
+        const std::ptrdiff_t start = (place >> 32) - (taps / 2 - 1);
+        const T* const row = source.rows + (place >> 24 & 0xFF) * taps;
+        const auto a = hn::Set(d, above[p]), b = hn::Set(d, below[p]);
+        const auto add = [&](V& sum, const T* line, V tap, int t) HWY_ATTR {
+            const auto x = hn::LoadU(d, line + start + t);
+            sum = t == 0 ? hn::Mul(tap, x) : hn::MulAdd(tap, x, sum);
+        };
+        for (int t = 0; t < taps; t += kLanes) {
+            const auto tap =
+                hn::MulAdd(a, hn::LoadU(d, row + taps + t), hn::Mul(b, hn::LoadU(d, row + t)));
+            add(left[p], source.lines[0], tap, t);
+            if constexpr (channels == 2) add(right[p], source.lines[1], tap, t);
+        }
+    }
+    const auto store = [&](const V* sums, int c) HWY_ATTR {
+        if constexpr (adds)
+            addSums<kPoints>(d, sums, gains[c] + to, out[c] + to);
+        else
+            storeSums<kPoints>(d, sums, out[c] + to);
+    };
+    store(left, 0);
+    if constexpr (channels == 2) store(right, 1);
+}
+
+/// Points that lie `step` apart from `first` on, places in the ring in 2^-32 of a sample.
+template <int taps, int channels, bool adds, typename T>
+HWY_INLINE void followOf(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,
+                         const T* const* gains, T* const* out)
+{
+    constexpr int kPoints = 16 / sizeof(T);
     T above[kRun + kBatch], below[kRun + kBatch];
     weighRows(first, step, n, above, below);
-    for (int i = 0; i < n; i += kPoints) {
-        const bool isFull = n - i >= kPoints;
-        V sum[channels][kPoints];
-        for (int p = 0; p < kPoints; ++p) {
-            const int point = isFull || i + p < n ? i + p : n - 1;
-            const std::int64_t place = first + step * point;
-            // Above, the sample before the point; below it the row.
-            int start = static_cast<int>(place >> 32) - (taps / 2 - 1);
-            if (start < 0) start += source.capacity;
-            const T* const row = source.rows + (place >> 24 & 0xFF) * taps;
-            const auto a = hn::Set(d, above[point]), b = hn::Set(d, below[point]);
-            for (int c = 0; c < channels; ++c) sum[c][p] = hn::Zero(d);
-            for (int t = 0; t < taps; t += kLanes) {
-                const auto tap =
-                    hn::MulAdd(a, hn::LoadU(d, row + taps + t), hn::Mul(b, hn::LoadU(d, row + t)));
-                for (int c = 0; c < channels; ++c)
-                    sum[c][p] =
-                        hn::MulAdd(tap, hn::LoadU(d, source.lines[c] + start + t), sum[c][p]);
-            }
-        }
+    int i = 0;
+    for (; i + kPoints <= n; i += kPoints, first += kPoints * step)
+        followPoints<taps, channels, adds>(source, first, step, above + i, below + i, gains, out,
+                                           i);
+    // What is left, one by one in all places.
+    for (; i < n; ++i, first += step) {
+        T weights[2][kPoints], rest[2][kPoints];
+        std::fill_n(weights[0], kPoints, above[i]);
+        std::fill_n(weights[1], kPoints, below[i]);
+        T* const all[2] = {rest[0], rest[1]};
+        followPoints<taps, channels, false>(source, first, 0, weights[0], weights[1], gains, all,
+                                            0);
         for (int c = 0; c < channels; ++c) {
-            T rest[kPoints];
-            storeSums<kPoints>(d, sum[c], isFull ? out[c] + i : rest);
-            for (int p = 0; !isFull && i + p < n; ++p) out[c][i + p] = rest[p];
+            if constexpr (adds)
+                out[c][i] += rest[c][0] * gains[c][i];
+            else
+                out[c][i] = rest[c][0];
         }
     }
 }
 
-template <int taps, typename T>
+template <int taps, bool adds, typename T>
 HWY_INLINE void followAny(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,
-                          T* const* out)
+                          const T* const* gains, T* const* out)
 {
     if (source.channels == 1)
-        followOf<taps, 1>(source, first, step, n, out);
+        followOf<taps, 1, adds>(source, first, step, n, gains, out);
     else
-        followOf<taps, 2>(source, first, step, n, out);
+        followOf<taps, 2, adds>(source, first, step, n, gains, out);
 }
 
 #define QUILLWORKS_FOLLOWER(T, taps, name)                                                         \
     void name(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,            \
-              T* const* out)                                                                       \
+              const T* const* gains, T* const* out)                                                \
     {                                                                                              \
-        followAny<taps>(source, first, step, n, out);                                              \
+        if (gains)                                                                                 \
+            followAny<taps, true>(source, first, step, n, gains, out);                             \
+        else                                                                                       \
+            followAny<taps, false>(source, first, step, n, gains, out);                            \
     }
 QUILLWORKS_FOLLOWER(float, 24, followFloat24)
 QUILLWORKS_FOLLOWER(double, 24, followDouble24)
@@ -304,7 +358,8 @@ template <> const Reader<double> chosenReader<double, 24> = SIMD_CHOOSE(readDoub
 template <> const Reader<float> chosenReader<float, 32> = SIMD_CHOOSE(readFloat32);
 
 template <typename T>
-using Follower = void (*)(const TapSource<T>&, std::int64_t, std::int64_t, int, T* const*);
+using Follower = void (*)(const TapSource<T>&, std::int64_t, std::int64_t, int, const T* const*,
+                          T* const*);
 template <typename T, int taps> const Follower<T> chosenFollower = nullptr;
 template <> const Follower<float> chosenFollower<float, 24> = SIMD_CHOOSE(followFloat24);
 template <> const Follower<double> chosenFollower<double, 24> = SIMD_CHOOSE(followDouble24);
@@ -362,7 +417,7 @@ template void readBetween<float, 32>(const LongLine<float>&, int, int, TapRows<f
 
 template <typename T, int taps>
 void followBetween(const LongLine<T>& line, int channel, int channels, TapRows<T> rows,
-                   TapGlide glide, int n, T* const* out) noexcept
+                   TapGlide glide, int n, const T* const* gains, T* const* out) noexcept
 {
     constexpr int kAfter = taps / 2, kBefore = kAfter - 1;
     TapSource<T> source{{line.start(channel), line.start(channel + channels - 1)},
@@ -379,27 +434,35 @@ void followBetween(const LongLine<T>& line, int channel, int channels, TapRows<T
     const int newest = whole(std::min(glide.first, last)) - kAfter;
     const int oldest = whole(std::max(glide.first, last)) + kBefore;
     if (newest >= 0 && oldest < source.valid) {
-        const std::int64_t place = source.newest * TapGlide::kOne - glide.first;
-        return chosenFollower<T, taps>(source, place, -glide.step, n, out);
+        // All taps in one piece: where they pass the end of the ring, they do in its mirror.
+        const int wrap = source.newest < oldest ? source.capacity : 0;
+        if (source.newest + wrap - newest < source.capacity + LongLine<T>::kMirror) {
+            const std::int64_t place = (source.newest + wrap) * TapGlide::kOne - glide.first;
+            return chosenFollower<T, taps>(source, place, -glide.step, n, gains, out);
+        }
     }
-    // As in readEdge, point by point: in a line of its own the newest tap has the distance 0.
+    // Point by point. As in readEdge, where taps are no samples: in a line of its own the newest
+    // tap has the distance 0.
     for (int i = 0; i < n; ++i) {
         const std::int64_t distance = glide.first + i * glide.step;
         const int age = whole(distance) + kBefore, first = std::max(0, age - taps + 1);
         T around[2][taps]{};
+        const T* const by[2] = {gains ? gains[0] + i : nullptr,
+                                gains ? gains[channels - 1] + i : nullptr};
         T* to[2] = {out[0] + i, out[channels - 1] + i};
         for (int c = 0; c < channels; ++c) {
             line.copy(channel + c, around[c], age, age - first + 1);
             source.lines[c] = around[c];
         }
         const std::int64_t place = (kBefore + whole(distance)) * TapGlide::kOne - distance;
-        chosenFollower<T, taps>(source, place, 0, 1, to);
+        chosenFollower<T, taps>(source, place, 0, 1, gains ? by : nullptr, to);
     }
 }
 template void followBetween<float, 24>(const LongLine<float>&, int, int, TapRows<float>, TapGlide,
-                                       int, float* const*) noexcept;
+                                       int, const float* const*, float* const*) noexcept;
 template void followBetween<double, 24>(const LongLine<double>&, int, int, TapRows<double>,
-                                        TapGlide, int, double* const*) noexcept;
+                                        TapGlide, int, const double* const*,
+                                        double* const*) noexcept;
 
 }  // namespace quillworks
 #endif

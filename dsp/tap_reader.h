@@ -44,9 +44,10 @@ struct TapGlide {
 /// As readBetween, for up to 32 distances that run evenly and rows of 256 phases: faster, the most
 /// so in short runs. Made for <float, 24> and <double, 24>. (The fraction between two rows has more
 /// digits than there: a point read by one function may differ from the other's in its last bits.)
+/// With gains, out[c][i] grows by the point times gains[c][i].
 template <typename T, int taps>
 void followBetween(const LongLine<T>& line, int channel, int channels, TapRows<T> rows,
-                   TapGlide glide, int n, T* const* out) noexcept;
+                   TapGlide glide, int n, const T* const* gains, T* const* out) noexcept;
 
 /// The interpolator of modulated delays. Errors of a tap that moves by 2 ms at 1 Hz, 48 kHz: below
 /// -95 dB to 15 kHz, -88 at 18, -35 at 20 kHz; on a sample it is read bit by bit.
@@ -72,10 +73,23 @@ public:
     void follow(const LongLine<T>& line, int channel, int channels, TapGlide glide, int n,
                 T* const* out) const noexcept
     {
-        followBetween<T, kTaps>(line, channel, channels, {table_->row(0), kPhases}, glide, n, out);
+        follow(line, channel, channels, glide, n, nullptr, out);
+    }
+    /// out[c][i] grows by what is read times gains[c][i].
+    void add(const LongLine<T>& line, int channel, int channels, TapGlide glide, int n,
+             const T* const* gains, T* const* out) const noexcept
+    {
+        follow(line, channel, channels, glide, n, gains, out);
     }
 
 private:
+    void follow(const LongLine<T>& line, int channel, int channels, TapGlide glide, int n,
+                const T* const* gains, T* const* out) const noexcept
+    {
+        followBetween<T, kTaps>(line, channel, channels, {table_->row(0), kPhases}, glide, n, gains,
+                                out);
+    }
+
     std::shared_ptr<const SincTable<T>> table_;
 };
 

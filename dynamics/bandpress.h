@@ -5,11 +5,11 @@
 #include "dsp/gliding_course.h"
 #include "dynamics/band_channels.h"
 #include "dynamics/band_switches.h"
-#include "dynamics/editor_levels.h"
 #include "dynamics/gain_computer.h"
 #include "dynamics/gain_history.h"
 #include "dynamics/key_rows.h"
 #include "dynamics/peak_hold.h"
+#include "framework/editor_levels.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
 

@@ -183,6 +183,7 @@ template <typename T> void SimpleStripCore<T>::process(const AudioBlock<T>& bloc
         [this](const AudioBlock<T>& piece) {
             forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
             for (int c = 0; c < piece.channels; ++c) peaks_.measureOutput(piece[c], piece.frames);
+            if (ring_) ring_->write(piece.channel, piece.frames);
         });
 }
 
@@ -297,11 +298,12 @@ template <typename T> void SimpleStripCore<T>::publish(MeterSlots& meters) noexc
 template class SimpleStripCore<float>;
 template class SimpleStripCore<double>;
 
-SimpleStripAlgorithm::SimpleStripAlgorithm() : PrecisionAlgorithm(kParameters) {}
+SimpleStripAlgorithm::SimpleStripAlgorithm() : DisplayAlgorithm(kParameters) {}
 
 SimpleStripComponent::SimpleStripComponent(SimpleStripAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "SimpleStrip", .kind = "strip", .copiesAtDefaults = true})
+    : DisplayComponent(algorithm,
+                       {.viewPrefix = "SimpleStrip", .kind = "strip", .copiesAtDefaults = true},
+                       {kSpectrumGround})
 {}
 
 }  // namespace quillworks

@@ -6,12 +6,13 @@
 
 #include "dsp/crossfade.h"
 #include "dsp/gliding_course.h"
-#include "dynamics/editor_levels.h"
 #include "dynamics/strip_dynamics.h"
 #include "dynamics/strip_equaliser.h"
+#include "framework/editor_levels.h"
 #include "framework/effect_component.h"
 #include "framework/peak_levels.h"
 #include "framework/precision_algorithm.h"
+#include "framework/spectrum_ground.h"
 
 namespace quillworks {
 
@@ -52,6 +53,7 @@ public:
     void apply(const Settings& settings, unsigned dirty) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
+    void setCapture(CaptureRing& ring) noexcept { ring_ = &ring; }
 
 private:
     /// Equaliser and dynamics of one path; two of them run while paths are cross-faded.
@@ -77,14 +79,16 @@ private:
     std::vector<T> leaving_;  // channel by channel, a sub-block of the path that is being left
     EditorLevels levels_;
     PeakLevels<T> peaks_;
+    CaptureRing* ring_ = nullptr;  // of the output
 };
 
-class SimpleStripAlgorithm final : public PrecisionAlgorithm<SimpleStripCore> {
+/// Display ".spectrum": what is put out.
+class SimpleStripAlgorithm final : public DisplayAlgorithm<SimpleStripCore, SpectrumGround> {
 public:
     SimpleStripAlgorithm();
 };
 
-class SimpleStripComponent final : public AudioEffectComponent {
+class SimpleStripComponent final : public DisplayComponent<SimpleStripAlgorithm> {
 public:
     explicit SimpleStripComponent(SimpleStripAlgorithm& algorithm);
 };

@@ -6,12 +6,12 @@
 
 #include "dsp/delay_line.h"
 #include "dsp/smoothed.h"
-#include "dynamics/editor_levels.h"
 #include "dynamics/expander_gain.h"
 #include "dynamics/gain_smoother.h"
 #include "dynamics/lookahead.h"
 #include "dynamics/sidechain_component.h"
 #include "dynamics/sidechain_filter.h"
+#include "framework/editor_levels.h"
 #include "framework/precision_algorithm.h"
 
 namespace quillworks {

@@ -8,10 +8,10 @@
 #include "dsp/crossfade.h"
 #include "dsp/delay_line.h"
 #include "dsp/smoothed.h"
-#include "dynamics/editor_levels.h"
 #include "dynamics/gain_history.h"
 #include "dynamics/gate_gain.h"
 #include "dynamics/sidechain_filter.h"
+#include "framework/editor_levels.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
 

@@ -2,8 +2,8 @@
 // Limiter: look-ahead peak or true-peak limiting below a ceiling, with a soft clipper.
 #pragma once
 
-#include "dynamics/editor_levels.h"
 #include "dynamics/limiter_engine.h"
+#include "framework/editor_levels.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
 

@@ -12,6 +12,7 @@ namespace quillworks {
 namespace {
 
 constexpr int kPhases = TruePeakLevel::kPhases;
+constexpr int kVector = 8;  // samples
 
 /// Samples that the levels of a frame wait for.
 int detectorDelay(bool truePeak)
@@ -38,15 +39,17 @@ void LimiterEngine::prepare(double sampleRate, int channels)
         glide->setTolerance(1e-9);
     }
     curve_.prepare(subBlocks);
-    plainFollower_.prepare(sampleRate, kLongest);
-    fastFollower_.prepare(kPhases * sampleRate, kMost);
+    plainFollower_.prepare(sampleRate);
+    fastFollower_.prepare(kPhases * sampleRate);
     // A frame comes out with the look-ahead that its first level has had in full.
     fastFollower_.thinOut(fastFollower_.lookAhead() % kPhases, kPhases);
     truePeakLevel_.prepare(channels);
-    past_.resize(static_cast<std::size_t>(channels));
-    const int past =
-        std::max(limiterLatency(sampleRate, true), TruePeakLevel::kAhead + TruePeakLevel::kBehind);
-    for (auto& p : past_) p.prepare(past, kLongest, TruePeakLevel::kPadding);
+    delays_.resize(static_cast<std::size_t>(channels));
+    for (auto& d : delays_) d.prepare(limiterLatency(sampleRate, true));
+    detectorPast_.resize(static_cast<std::size_t>(channels));
+    for (auto& p : detectorPast_)
+        p.prepare(TruePeakLevel::kAhead + TruePeakLevel::kBehind, kStride, TruePeakLevel::kPadding);
+    rowLength_ = std::min(kLongest, kRowsRoom / channels / kVector * kVector);
     reset();
 }
 
@@ -59,9 +62,7 @@ void LimiterEngine::reset() noexcept
     fillGains();
     plainFollower_.reset();
     fastFollower_.reset();
-    truePeakLevel_.reset();
-    for (auto& p : past_) p.reset();
-    latency_ = limiterLatency(rate_, truePeak_);
+    forgetPast();
     sinceLoud_ = std::numeric_limits<int>::max() / 2;
     reduction_ = 0;
     isLimiting_ = false;
@@ -106,12 +107,17 @@ void LimiterEngine::setTruePeak(bool on) noexcept
 {
     if (on == truePeak_) return;
     truePeak_ = on;
-    latency_ = limiterLatency(rate_, on);
     follower().reset();
-    truePeakLevel_.reset();
-    for (auto& p : past_) p.reset();
+    forgetPast();
     sinceLoud_ = std::numeric_limits<int>::max() / 2;
     clipStageChanged();
+}
+
+void LimiterEngine::forgetPast() noexcept
+{
+    truePeakLevel_.reset();
+    for (auto& d : delays_) d.setDelay(limiterLatency(rate_, truePeak_));
+    for (auto& p : detectorPast_) p.reset();
 }
 
 void LimiterEngine::clipStageChanged() noexcept
@@ -162,9 +168,10 @@ int LimiterEngine::begin(GridSlice slice, Scratch& scratch) noexcept
     }
     const bool keepsGrid = !isSteady_ || isGliding() || curve_.isMoving();
     phase_ = keepsGrid ? slice.phase : 0;
-    frames_ = std::min(slice.frames, keepsGrid   ? kSubBlock - slice.phase
-                                     : truePeak_ ? TruePeakLevel::kMaxFrames
-                                                 : kLongest);
+    frames_ = std::min({slice.frames, rowLength_,
+                        keepsGrid   ? kSubBlock - slice.phase
+                        : truePeak_ ? TruePeakLevel::kMaxFrames
+                                    : kLongest});
     peak_ = 0;
     // Whole vectors are worked: what lies behind the slice must not be left to chance.
     const int end = truePeak_ ? kMost : frames_;
@@ -173,14 +180,10 @@ int LimiterEngine::begin(GridSlice slice, Scratch& scratch) noexcept
     return frames_;
 }
 
-double* LimiterEngine::room(int channel) noexcept
+const double* LimiterEngine::delay(int channel) noexcept
 {
-    return past_[static_cast<std::size_t>(channel)].append(frames_);
-}
-
-const double* LimiterEngine::delayed(int channel) const noexcept
-{
-    return past_[static_cast<std::size_t>(channel)].end() - frames_ - latency_;
+    delays_[static_cast<std::size_t>(channel)].run(row(channel), scratch_->delayed, frames_);
+    return scratch_->delayed;
 }
 
 void LimiterEngine::findGain() noexcept
@@ -233,8 +236,7 @@ bool LimiterEngine::findTruePeakLevels() noexcept
     for (int p = 0; p < kPhases; ++p) level[p] = scratch_->levels + p * kStride;
     vec::clear(scratch_->levels, kMost);
     for (int c = 0; c < channels(); ++c) {
-        const double* const x =
-            past_[static_cast<std::size_t>(c)].end() - frames_ - TruePeakLevel::kAhead;
+        const double* const x = detectorPast(c).end() - frames_ - TruePeakLevel::kAhead;
         truePeakLevel_.raise(c, x, frames_, level);
     }
     return vec::peak(scratch_->levels, kMost) > curve_.shape().gate;

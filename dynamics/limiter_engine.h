@@ -6,6 +6,7 @@
 #include <tuple>
 #include <vector>
 
+#include "dsp/circular_delay.h"
 #include "dsp/clip_shapes.h"
 #include "dsp/control_grid.h"
 #include "dsp/recent_samples.h"
@@ -25,6 +26,7 @@ int limiterLatency(double sampleRate, bool truePeak) noexcept;
 class LimiterEngine {
     static constexpr int kLongest = 256;  // frames of a slice
     static constexpr int kStride = TruePeakLevel::kMaxFrames;
+    static constexpr int kRowsRoom = 2048;  // samples; slices of many channels are shorter
     static constexpr int kMost = TruePeakLevel::kPhases * kStride;  // levels of a slice
 
 public:
@@ -49,6 +51,8 @@ public:
         alignas(64) double wanted[kMost + TruePeakLevel::kPadding];
         alignas(64) double due[kMost + TruePeakLevel::kPadding];
         alignas(64) double clipped[kLongest];
+        alignas(64) double delayed[kLongest];    // of one channel
+        alignas(64) double channels[kRowsRoom];  // what has come in, relative to the ceiling
     };
 
     /// Starts a slice at `slice.phase` of the control grid and returns its length, at most
@@ -59,14 +63,15 @@ public:
     template <typename T> void take(int channel, const T* x) noexcept
     {
         const double most = wayThrough<T>(isSteady_).takeIn(
-            x, inputGain_ + phase_, room(channel), scratch_->levels, channel == 0, frames_);
+            x, inputGain_ + phase_, row(channel), scratch_->levels, channel == 0, frames_);
         peak_ = std::max(peak_, most);
+        if (truePeak_) std::copy_n(row(channel), frames_, detectorPast(channel).append(frames_));
     }
     void findGain() noexcept;
     /// Puts out the delayed and limited slice of a channel.
     template <typename T> void put(int channel, T* x) noexcept
     {
-        const double* v = delayed(channel);
+        const double* v = delay(channel);
         if (clips_) v = clip(v);
         const double* const gain = isLimiting_ && !clips_ ? scratch_->gain : nullptr;
         const T* const limit = std::get<Limits<T>>(limits_).values + phase_;
@@ -93,21 +98,27 @@ private:
     void fillGains() noexcept;
     void curveChanged() noexcept;
     void clipStageChanged() noexcept;
+    void forgetPast() noexcept;
     bool findTruePeakLevels() noexcept;
     double follow(bool isLoud) noexcept;
-    double* room(int channel) noexcept;
-    const double* delayed(int channel) const noexcept;
+    double* row(int channel) noexcept { return scratch_->channels + channel * rowLength_; }
+    RecentSamples<double>& detectorPast(int channel) noexcept
+    {
+        return detectorPast_[static_cast<std::size_t>(channel)];
+    }
+    const double* delay(int channel) noexcept;
     const double* clip(const double* x) noexcept;
-    int channels() const noexcept { return static_cast<int>(past_.size()); }
+    int channels() const noexcept { return static_cast<int>(delays_.size()); }
 
     double rate_ = 44100;
-    int latency_ = 0;
     bool truePeak_ = false, wall_ = false;
     Smoothed<double> inputGainGlide_, ceilingGlide_;
     LimitingCurve curve_;
     LimitingFollower plainFollower_, fastFollower_;  // at the signal's rate, at four times that
     TruePeakLevel truePeakLevel_;
-    std::vector<RecentSamples<double>> past_;
+    std::vector<CircularDelay<double>> delays_;        // of the channels
+    std::vector<RecentSamples<double>> detectorPast_;  // true peak only
+    int rowLength_ = kLongest;                         // of a channel in the scratch
     int sinceLoud_ = 0;  // samples since one was near the threshold, true peak only
     bool clips_ = false;
     Wall clipStage_;

@@ -4,6 +4,7 @@
 #include "dsp/simd.h"
 //
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 
@@ -178,7 +179,7 @@ double stepsPerDbFor(double count)
 
 }  // namespace
 
-void LimitingFollower::prepare(double rate, int maxSamples)
+void LimitingFollower::prepare(double rate)
 {
     rate_ = rate;
     lookAhead_ = lookAheadAt(rate);
@@ -187,15 +188,12 @@ void LimitingFollower::prepare(double rate, int maxSamples)
     wanted_.prepare(support, support + span_);
     due_.prepare(support, support + span_);  // alike, so that one can take over from the other
     // Two lengths that give one mean of `support` samples together.
-    inner_.prepare(lookAhead_ / 2 + 1, maxSamples);
-    outer_.prepare(support + 1 - inner_.length(), maxSamples);
+    inner_.prepare(lookAhead_ / 2 + 1);
+    outer_.prepare(support + 1 - inner_.length());
     const double count = double(inner_.length()) * outer_.length();
     stepsPerDb_ = stepsPerDbFor(count);
     unit_ = 1 / (stepsPerDb_ * count);
     quietEnough_ = support + span_ + support;
-    const auto size = static_cast<std::size_t>(maxSamples + kPadding);
-    for (auto* buffer : {&soon_, &recent_, &body_, &other_}) buffer->require(size);
-    steps_.require(size);
     setHold(holds_);
     setTimes(attackSeconds_, releaseSeconds_);
     reset();
@@ -255,9 +253,12 @@ void LimitingFollower::Body::setPaces(double attackCoefficient, double releaseCo
 double LimitingFollower::process(const double* wanted, const double* due, double* gain,
                                  int n) noexcept
 {
+    assert(n <= kLongest);
     if (n <= 0) return 0;
-    double* const soon = soon_.data();
-    double* const body = body_.data();
+    // On the stack: in each instance these would be the most of what a block fetches.
+    constexpr int kRow = kLongest + kPadding;
+    alignas(64) double soon[kRow], held[kRow], body[kRow], other[kRow];
+    alignas(64) std::int64_t steps[kRow], sums[kRow];
     const double* recent = soon;
     // While both reductions are the same, so are their maxima.
     const bool isSame = due == wanted && alike_ >= lookAhead_;
@@ -266,30 +267,29 @@ double LimitingFollower::process(const double* wanted, const double* due, double
     lags_ = isSame;
 
     if (holds_) {
-        wanted_.process(wanted, n, soon, recent_.data());
-        recent = recent_.data();
+        wanted_.process(wanted, n, soon, held);
+        recent = held;
     } else {
         wanted_.process(wanted, n, soon);
     }
     chosenMove(fast_, soon, recent, body, n);
     if (programme_) {
-        chosenMove(slow_, soon, recent, other_.data(), n);
-        vec::max(body, other_.data(), n);
+        chosenMove(slow_, soon, recent, other, n);
+        vec::max(body, other, n);
     }
     present_ = body[n - 1];
     const double* dip = soon;
     if (!isSame) {
-        due_.process(due, n, other_.data());
-        dip = other_.data();
+        due_.process(due, n, other);
+        dip = other;
     }
-    chosenRoundUp(body, catches_ ? dip : body, stepsPerDb_, inner_.append(n), n);
+    chosenRoundUp(body, catches_ ? dip : body, stepsPerDb_, steps, n);
 
     // The look-ahead still holds what was wanted in this call, and the body can only have fallen.
     const bool isQuiet = body[0] == 0 && vec::peak(soon, n) == 0;
     quiet_ = isQuiet ? std::min(quiet_ + n, quietEnough_) : 0;
-    inner_.sums(outer_.append(n), n);
-    std::int64_t* const steps = steps_.data();
-    outer_.sums(steps, n);
+    inner_.run(steps, sums, n);
+    outer_.run(sums, steps, n);
     int count = n;
     if (every_ > 1) {
         count = 0;

@@ -2,9 +2,6 @@
 // Turns the reductions that a limiter's curve asks for into a smooth gain envelope.
 #pragma once
 
-#include <cstdint>
-
-#include "dsp/aligned_buffer.h"
 #include "dsp/moving_sum.h"
 #include "dsp/sliding_max.h"
 
@@ -27,8 +24,10 @@ public:
         return static_cast<int>(kLookAhead * rate + 0.5);
     }
 
-    /// For calls of up to `maxSamples` at the follower's own rate. Allocates.
-    void prepare(double rate, int maxSamples);
+    static constexpr int kLongest = 256;  // samples of a call
+
+    /// At the follower's own rate. Allocates.
+    void prepare(double rate);
     void reset() noexcept;
     void setTimes(double attackSeconds, double releaseSeconds) noexcept;
     /// Whether the body holds for the running span. Off: it falls as soon as the look-ahead allows.
@@ -53,8 +52,8 @@ public:
     }
 
     /// From the wanted and the due reductions, in dB and >= 0, to the smooth gain, linear. `due`
-    /// may be `wanted` itself. `gain` is written in whole vectors, up to 7 more values. Returns the
-    /// largest reduction given out, in dB and >= 0.
+    /// may be `wanted` itself. n <= kLongest. `gain` is written in whole vectors, up to 7 more
+    /// values. Returns the largest reduction given out, in dB and >= 0.
     double process(const double* wanted, const double* due, double* gain, int n) noexcept;
 
     /// One-pole towards a goal that stays for a while: the distance to it shrinks by powers of the
@@ -90,8 +89,6 @@ private:
     double stepsPerDb_ = 1;            // what the sums count in
     double unit_ = 1;                  // dB per step of the second sum
     int quiet_ = 0, quietEnough_ = 0;  // samples
-    AlignedBuffer<double> soon_, recent_, body_, other_;
-    AlignedBuffer<std::int64_t> steps_;
 };
 
 }  // namespace quillworks

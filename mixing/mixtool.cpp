@@ -21,6 +21,14 @@ constexpr Family<S> kLevels{.count = kChannels,
                             .element = [](S& s, int i) -> float& { return s.levels[i]; },
                             .perChannel = true};
 
+constexpr Parameter<S> outputLevels()
+{
+    auto row = levelRow<S>(kOutputFast);
+    row.family.count = kChannels;
+    row.notes.generation = 1;
+    return row;
+}
+
 // clang-format off
 constexpr Parameter<S> kParameters[] = {
     // key             tag         title                  kind         min max def unit  field        dirty          forward
@@ -47,6 +55,8 @@ constexpr Parameter<S> kParameters[] = {
     {"channelsolo",    kSolo,      "Channel Solo",        Kind::Toggle, 0, 1, 0,   "",   nullptr,     Core::Levels,  asIs,
      {.group = "Channels", .help = "Fades out every channel that is not soloed."}, kPerChannel},
     {"bypass",         "Bypa"_tag, "Bypass",              Kind::Bypass},
+    {"editor",         "Edit"_tag, "Editor",              Kind::Command, 0, 1, 0,  "",   &S::editorOpen, Core::Editor},
+    outputLevels(),
 };
 // clang-format on
 
@@ -75,6 +85,7 @@ template <typename T> void MixToolCore<T>::prepare(const ProcessSpec& spec)
 {
     channels_.resize(static_cast<std::size_t>(spec.channels));
     pairs_ = ChannelPairs::of(spec.layout);
+    measured_.prepare(spec);
     gain_.prepare(spec.maxFrames);
     for (auto& channel : channels_) {
         channel.level.prepare(spec.maxFrames);
@@ -84,6 +95,7 @@ template <typename T> void MixToolCore<T>::prepare(const ProcessSpec& spec)
 
 template <typename T> void MixToolCore<T>::reset() noexcept
 {
+    measured_.reset();
     gain_.snap();
     for (auto& channel : channels_) {
         channel.level.snap();
@@ -97,6 +109,7 @@ template <typename T> void MixToolCore<T>::reset() noexcept
 template <typename T> void MixToolCore<T>::apply(const Settings& s, unsigned dirty) noexcept
 {
     const int count = static_cast<int>(channels_.size());
+    if (dirty & Editor) measured_.setOpen(s.editorOpen != 0);
     if (dirty & Gain) gain_.setTarget(s.gain);
     if (dirty & Routing) {
         isSwapped_ = s.swap != 0;
@@ -138,6 +151,13 @@ template <typename T> void MixToolCore<T>::process(const AudioBlock<T>& block) n
         done += n;
     }
     blockedDc_ = blocksDc_;
+    if (!measured_.isOpen()) return;
+    EditorLevels::Inputs heard;  // of the inputs nothing is shown
+    for (int done = 0; done < block.frames; done += EditorLevels::kLongest) {
+        const auto piece = block.slice(done, std::min(EditorLevels::kLongest, block.frames - done));
+        for (int c = 0; c < piece.channels; ++c) measured_.keep(heard, c, piece[c], piece.frames);
+        measured_.measure(heard, piece);
+    }
 }
 
 template <typename T> void MixToolCore<T>::processStep(const AudioBlock<T>& step) noexcept

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "dsp/dc_blocker.h"
+#include "framework/editor_levels.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
 #include "framework/speakers.h"
@@ -28,18 +29,20 @@ struct MixToolSettings {
     std::uint32_t channelPolarity;  // inverted by the channels' own switches
     std::uint32_t muted;            // by the user
     std::uint32_t soloed;
+    float editorOpen;
 };
 
 template <typename T> class MixToolCore {
 public:
     using Settings = MixToolSettings;
-    static constexpr CoreHooks kHooks{};
-    enum Group : unsigned { Routing = 1, Gain = 2, Levels = 4 };
+    static constexpr CoreHooks kHooks{.publish = true};
+    enum Group : unsigned { Routing = 1, Gain = 2, Levels = 4, Editor = 8 };
 
     void prepare(const ProcessSpec& spec);
     void reset() noexcept;
     void apply(const Settings& settings, unsigned dirty) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
+    void publish(MeterSlots& meters) noexcept { measured_.publish(meters); }
 
 private:
     /// What happens to the channels of a step, beside polarity and gain.
@@ -65,6 +68,7 @@ private:
     DecibelGlide gain_;
     ChannelPairs pairs_;
     std::vector<Channel> channels_;
+    EditorLevels measured_;
 };
 
 class MixToolAlgorithm final : public PrecisionAlgorithm<MixToolCore> {

@@ -51,12 +51,13 @@ void PanPowers::of(const PanPlace& place, double* powers, Search& search) const 
     std::fill_n(sum.points, hull_.points(), 0.0);
     std::fill_n(sum.speakers, speakers_.size(), 0.0);
     int* const hints = search.triangle.data();
+    const Source source(place);
     const double beside = 2 * place.divergence / 3;
-    addTurned(place, 0, 1 - beside, sum, hints);
+    addTurned(source, 0, 1 - beside, sum, hints);
     if (beside > 0) {
         const double turn = kWidestDivergence * place.divergence;
-        addTurned(place, turn, beside / 2, sum, hints + kDirections);
-        addTurned(place, -turn, beside / 2, sum, hints + 2 * kDirections);
+        addTurned(source, turn, beside / 2, sum, hints + kDirections);
+        addTurned(source, -turn, beside / 2, sum, hints + 2 * kDirections);
     }
     double speakers[kMost];
     hull_.share(sum.points, speakers);
@@ -69,31 +70,39 @@ void PanPowers::of(const PanPlace& place, double* powers, Search& search) const 
     powers[centre_] *= place.centre;
 }
 
-void PanPowers::addTurned(const PanPlace& place, double turn, double weight, Sum& sum,
+PanPowers::Source::Source(const PanPlace& at) noexcept : place(at)
+{
+    radius = std::min(1.0, std::hypot(place.x, place.y));
+    azimuth = std::atan2(place.x, place.y);
+    cosE = std::cos(place.elevation * kDegree);
+    sinE = std::sin(place.elevation * kDegree);
+    // In the middle a direction means nothing: all speakers are alike there.
+    const double inner = (1 - radius) * (1 - radius);
+    spread = place.spread + (1 - place.spread) * inner;
+    if (spread <= 0) return;
+    along = std::cos(spread * std::numbers::pi / 2);
+    aside = std::sin(spread * std::numbers::pi / 2);
+}
+
+void PanPowers::addTurned(const Source& source, double turn, double weight, Sum& sum,
                           int* hints) const noexcept
 {
-    const double radius = std::min(1.0, std::hypot(place.x, place.y));
-    const double azimuth = std::atan2(place.x, place.y) + (place.turn + turn) * kDegree;
-    const double elevation = place.elevation * kDegree;
-    if (place.distanceShare < 1) {
-        // In the middle a direction means nothing: all speakers are alike there.
-        const double inner = (1 - radius) * (1 - radius);
-        addByDirection(azimuth, elevation, place.spread + (1 - place.spread) * inner,
-                       weight * (1 - place.distanceShare), sum, hints);
-    }
+    const PanPlace& place = source.place;
+    const double azimuth = source.azimuth + (place.turn + turn) * kDegree;
+    const double cosA = std::cos(azimuth), sinA = std::sin(azimuth);
+    if (place.distanceShare < 1)
+        addByDirection(source, cosA, sinA, weight * (1 - place.distanceShare), sum, hints);
     if (place.distanceShare > 0) {
-        const double level = radius * std::cos(elevation);
-        addByDistance(
-            {level * std::cos(azimuth), -level * std::sin(azimuth), radius * std::sin(elevation)},
-            place.spread, weight * place.distanceShare, sum);
+        const double level = source.radius * source.cosE;
+        addByDistance({level * cosA, -level * sinA, source.radius * source.sinE}, place.spread,
+                      weight * place.distanceShare, sum);
     }
 }
 
-void PanPowers::addByDirection(double azimuth, double elevation, double spread, double weight,
+void PanPowers::addByDirection(const Source& source, double cosA, double sinA, double weight,
                                Sum& sum, int* hints) const noexcept
 {
-    const double cosA = std::cos(azimuth), sinA = std::sin(azimuth);
-    const double cosE = std::cos(elevation), sinE = std::sin(elevation);
+    const double cosE = source.cosE, sinE = source.sinE, spread = source.spread;
     const UnitVector to = {cosE * cosA, -cosE * sinA, sinE};
     if (spread <= 0) return hull_.add(to, weight, sum.points, hints[0]);
     const double cube = spread * spread * spread;
@@ -101,13 +110,11 @@ void PanPowers::addByDirection(double azimuth, double elevation, double spread, 
     const double share = weight * (1 - cube) / kDirections;
     hull_.add(to, share, sum.points, hints[0]);
     const UnitVector up = {-sinE * cosA, sinE * sinA, cosE}, right = {-sinA, -cosA, 0};
-    const double opening = spread * std::numbers::pi / 2;
-    const double along = std::cos(opening), aside = std::sin(opening);
     for (std::size_t d = 0; d < kRing; ++d) {
         const auto& [rising, turning] = kAround[d];
         UnitVector u;
         for (std::size_t k = 0; k < 3; ++k)
-            u[k] = along * to[k] + aside * (rising * up[k] + turning * right[k]);
+            u[k] = source.along * to[k] + source.aside * (rising * up[k] + turning * right[k]);
         // With speakers above and none below, what would come from below comes from the horizon.
         // Straight down there is none: the source's own side it is.
         if (hasHeights_ && u[2] < 0) {

@@ -49,9 +49,18 @@ private:
         double all = 0;
         double speakers[kMost];
     };
-    void addTurned(const PanPlace& place, double turn, double weight, Sum& sum,
+    /// What all turns of a source have in common.
+    struct Source {
+        explicit Source(const PanPlace& at) noexcept;
+
+        const PanPlace& place;
+        double radius, azimuth, cosE, sinE;  // azimuth without any turn
+        double spread;                       // by direction, which the middle of the room widens
+        double along = 1, aside = 0;         // of the directions around
+    };
+    void addTurned(const Source& source, double turn, double weight, Sum& sum,
                    int* hints) const noexcept;
-    void addByDirection(double azimuth, double elevation, double spread, double weight, Sum& sum,
+    void addByDirection(const Source& source, double cosA, double sinA, double weight, Sum& sum,
                         int* hints) const noexcept;
     void addByDistance(const UnitVector& at, double spread, double weight, Sum& sum) const noexcept;
 

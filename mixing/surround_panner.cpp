@@ -196,36 +196,28 @@ template <typename T> void SurroundPanCore<T>::play(const AudioBlock<T>& block) 
             if (static_cast<int>(c) < block.inputChannels) vec::clear(out, n);
             continue;
         }
-        if (output.isLfe)
+        T peak;
+        if (output.isLfe) {
             playLfe(output, input[0], other, out, block);
-        else
-            mix(output, input[0], other, out, block);
-        output.peak = std::max(output.peak, vec::peak(out, n));
+            peak = vec::peak(out, n);
+        } else {
+            peak = mix(output, input[0], other, out, block);
+        }
+        output.peak = std::max(output.peak, peak);
     }
 }
 
 template <typename T>
-void SurroundPanCore<T>::mix(const Output& output, const T* left, const T* right, T* out,
-                             GridSlice slice) noexcept
+T SurroundPanCore<T>::mix(const Output& output, const T* left, const T* right, T* out,
+                          GridSlice slice) noexcept
 {
-    const int n = slice.frames;
     Gain l = output.gain[0], r = output.gain[1];
     if (r.isSilent()) right = nullptr;
     if (right && l.isSilent()) {
         left = std::exchange(right, nullptr);
         l = r;
     }
-    if (!l.isMoving() && !r.isMoving()) {
-        if (right)
-            vec::mixScaled(out, left, right, l.to, r.to, n);
-        else
-            vec::scaleCopy(out, left, l.to, n);
-    } else if (right) {
-        for (int i = 0; i < n; ++i)
-            out[i] = l.at(slice.phase + i) * left[i] + r.at(slice.phase + i) * right[i];
-    } else {
-        for (int i = 0; i < n; ++i) out[i] = l.at(slice.phase + i) * left[i];
-    }
+    return mixPanned<T>(out, left, right, l, r, kSubBlock - 1 - slice.phase, slice.frames);
 }
 
 template <typename T>

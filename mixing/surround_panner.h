@@ -9,6 +9,7 @@
 #include "dsp/smoothed.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
+#include "mixing/pan_mix.h"
 #include "mixing/pan_powers.h"
 
 namespace quillworks {
@@ -38,9 +39,8 @@ private:
     static constexpr int kMostInputs = 2;
     static constexpr int kRun = 256;  // frames at a time while nothing moves
 
-    /// Moves linearly within a sub-block and is `to` at its last frame.
-    struct Gain {
-        T to = 0, step = 0;
+    struct Gain : PanGain<T> {
+        using PanGain<T>::to, PanGain<T>::step;
 
         void follow(T target) noexcept
         {
@@ -71,8 +71,8 @@ private:
     void findPowers() noexcept;
     void layGains() noexcept;
     void play(const AudioBlock<T>& block) noexcept;
-    static void mix(const Output& output, const T* left, const T* right, T* out,
-                    GridSlice slice) noexcept;
+    static T mix(const Output& output, const T* left, const T* right, T* out,
+                 GridSlice slice) noexcept;
     void playLfe(Output& output, const T* left, const T* right, T* out,
                  GridSlice slice) const noexcept;
 

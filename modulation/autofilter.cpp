@@ -56,7 +56,7 @@ constexpr std::array<Parameter<S>, 5> kHead = {{
     {"lfoamount",  "LFAm"_tag, "LFO Amount",  Kind::Float,  -5,  5,     1.5f, "oct",      &S::lfoAmount,  Core::Sweep,  asIs,
         {.group = kLfo, .help = "How far the oscillator moves the corner.", .shortTitle = "Amount", .flags = VNK::isBipolar}},
 }};
-constexpr std::array<Parameter<S>, 19> kTail = {{
+constexpr std::array<Parameter<S>, 20> kTail = {{
     {"envamount",  "EnvA"_tag, "Envelope",    Kind::Float,  -6,  6,     2,    "oct",      &S::envelopeAmount, Core::Sweep, asIs,
         {.group = kEnvelope, .help = "How far the level moves the corner.", .shortTitle = "Amount", .flags = VNK::isBipolar}},
     {"sensitivity", "Sens"_tag, "Sensitivity", Kind::Float, -24, 24,    0,    "Media.DB", &S::sensitivity, Core::Sweep,  asIs,
@@ -88,6 +88,7 @@ constexpr std::array<Parameter<S>, 19> kTail = {{
     {"cutoffright", "Cut1"_tag, "Cutoff Right", Kind::Reading, 0, 192000, 0, "Hz"},
     {"envelopelevel", "EnvL"_tag, "Envelope Level", Kind::Reading, 0, 1, 0, ""},
     {"sequenceposition", "StpP"_tag, "Sequence Position", Kind::Reading, 0, StepSequence::kMost, 0, "step"},
+    lfoPhaseRow<S>(),
 }};
 // clang-format on
 constexpr auto kParameters = joinedRows(
@@ -206,6 +207,7 @@ template <typename T> void AutofilterCore<T>::process(const AudioBlock<T>& block
     peaks_.begin();
     forEachSubBlock(
         block, [&](const AudioBlock<T>& part) { processSlice(part, part.offset - block.offset); });
+    if (ring_) ring_->write(block.channel, block.frames);
 }
 
 /// Where a sub-block begins: what moves with the control grid.
@@ -347,15 +349,16 @@ template <typename T> void AutofilterCore<T>::publish(MeterSlots& meters) noexce
     meters.publish("Cut1"_tag, sweep_.hertz(kRight));
     meters.publish("EnvL"_tag, static_cast<float>(level_.at(kGroups - 1)));
     meters.publish("StpP"_tag, static_cast<float>(sequence_.position()));
+    publishLfoPhase(meters, lfo_.place(kLeft));
 }
 
 template class AutofilterCore<float>;
 template class AutofilterCore<double>;
 
-AutoFilterAlgorithm::AutoFilterAlgorithm() : PrecisionAlgorithm(kParameters) {}
+AutoFilterAlgorithm::AutoFilterAlgorithm() : DisplayAlgorithm(kParameters) {}
 
 AutoFilterComponent::AutoFilterComponent(AutoFilterAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm, {.viewPrefix = "AutoFilter", .kind = "filter"})
+    : DisplayComponent(algorithm, {.viewPrefix = "AutoFilter", .kind = "filter"}, {kSpectrumGround})
 {}
 
 void AutoFilterComponent::changed(const AlgorithmParameter& parameter, float before,

@@ -12,6 +12,7 @@
 #include "framework/effect_component.h"
 #include "framework/peak_levels.h"
 #include "framework/precision_algorithm.h"
+#include "framework/spectrum_ground.h"
 #include "modulation/channel_slots.h"
 #include "modulation/corner_sweep.h"
 #include "modulation/level_envelope.h"
@@ -65,6 +66,7 @@ public:
     void setWetOnly(bool wetOnly) noexcept { dryWet_.setWetOnly(wetOnly); }
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
+    void setCapture(CaptureRing& ring) noexcept { ring_ = &ring; }
 
     /// In samples.
     static int latencyAt(double sampleRate) noexcept;
@@ -108,15 +110,17 @@ private:
     DryWet<T> dryWet_;
     GlidingCourse<T> output_;
     PeakLevels<T> peaks_;
+    CaptureRing* ring_ = nullptr;  // of the output
 };
 
+/// Display ".spectrum": what is put out.
 class AutoFilterAlgorithm final
-    : public PrecisionAlgorithm<AutofilterCore, AudioSideChainInsertAlgorithm> {
+    : public DisplayAlgorithm<AutofilterCore, SpectrumGround, AudioSideChainInsertAlgorithm> {
 public:
     AutoFilterAlgorithm();
 };
 
-class AutoFilterComponent final : public AudioEffectComponent {
+class AutoFilterComponent final : public DisplayComponent<AutoFilterAlgorithm> {
 public:
     explicit AutoFilterComponent(AutoFilterAlgorithm& algorithm);
 

@@ -55,6 +55,7 @@ constexpr std::array kOtherRows{
     Parameter<S>{"bypass", "Bypa"_tag, "Bypass",   Kind::Bypass},
     Parameter<S>{"voicedelay", kVoiceDelay, "Voice Delay", Kind::Reading, 0, 1000 * float(kLongest), 0, "Media.Milliseconds", nullptr, 0, asIs, {}, kDelays},
     Parameter<S>{"effectivedetune", "Eff "_tag, "Effective Detune", Kind::Reading, 0, kMostDetune, 0, "cent"},
+    lfoPhaseRow<S>(),
 };
 // clang-format on
 constexpr LfoFields<S> kLfo{&S::lfoSync, &S::lfoBeats, &S::lfoRate, &S::wave, &S::stereo};
@@ -62,12 +63,15 @@ constexpr auto kParameters = joinedRows(
     kVoiceRows, lfoRows<S>(kLfo, {.beats = 2, .rate = 0.6f, .wave = LfoWave::Sine}, Core::Lfo),
     kOtherRows);
 
-/// Delay of a voice over that of all: scattered by the golden ratio, within a quarter.
-double delayShare(int voice)
-{
-    const double place = 0.5 + 0.6180340 * voice;
-    return 0.75 + 0.5 * (place - std::floor(place));
-}
+/// Delays of the voices over that of all: scattered by the golden ratio, within a quarter.
+constexpr auto kDelayShares = [] {
+    std::array<double, kVoices> shares{};
+    for (int i = 0; i < kVoices; ++i) {
+        const double place = 0.5 + 0.6180340 * i;
+        shares[static_cast<std::size_t>(i)] = 0.75 + 0.5 * (place - static_cast<int>(place));
+    }
+    return shares;
+}();
 
 }  // namespace
 
@@ -257,7 +261,8 @@ template <typename T> void ChorusCore<T>::moveDelays(int offset) noexcept
             continue;
         }
         const bool isFresh = voice.delay[Left].to == 0 || isFresh_;
-        const double base = delay * delayShare(i), room = std::max(0.0, base - nearest);
+        const double base = delay * kDelayShares[static_cast<std::size_t>(i)],
+                     room = std::max(0.0, base - nearest);
         const double kept = depth + drift > room ? room / (depth + drift) : 1;
         kept_ = std::min(kept_, kept);
         const double wander =
@@ -278,7 +283,7 @@ template <typename T> void ChorusCore<T>::moveDelays(int offset) noexcept
         auto right = left;
         if (i == 0 && partLeft_ > 0)
             right = delayAt(Right, voiceCount_ == 1 ? stereo : 0);
-        else
+        else if (i == 0)
             voice.lfo[Right] = voice.lfo[Left];
         voice.delay[Left] = {isFresh ? left : voice.delay[Left].to, left};
         voice.delay[Right] = {isFresh ? right : voice.delay[Right].to, right};
@@ -328,25 +333,21 @@ void ChorusCore<T>::processSlice(const AudioBlock<T>& part, int offset) noexcept
 
 template <typename T> void ChorusCore<T>::addVoices(const AudioBlock<T>& part) noexcept
 {
-    const int n = part.frames;
-    T read[2][kSubBlock];
-    T* const out[2] = {read[0], read[1]};
     for (std::size_t first = 0; first < sides_.size();) {
-        const int count = together_ && first + 1 < sides_.size() ? 2 : 1;
-        const Phase phase = sides_[first] == ChannelSide::Right ? Right : Left;
+        const bool isPair = together_ && first + 1 < sides_.size();
+        const std::size_t last = first + (isPair ? 1 : 0);
+        const Phase phase = sides_[first] == ChannelSide::Right && !together_ ? Right : Left;
         for (const auto& voice : voices_) {
             if (!voice.sounds) continue;
-            reader_.follow(line_, static_cast<int>(first), count,
-                           voice.delay[together_ ? Left : phase].taps(part.phase, n), n, out);
-            for (int c = 0; c < count; ++c) {
-                const std::size_t channel = first + static_cast<std::size_t>(c);
-                const auto& gain = voice.gain[static_cast<std::size_t>(sides_[channel])];
-                const T* const g = gain.of(part);
-                T* const wet = wets_[channel];
-                for (int i = 0; i < n; ++i) wet[i] += out[c][i] * g[i];
-            }
+            const auto gain = [&](std::size_t channel) {
+                return voice.gain[static_cast<std::size_t>(sides_[channel])].of(part);
+            };
+            const T* const gains[2] = {gain(first), gain(last)};
+            T* const wet[2] = {wets_[first], wets_[last]};
+            reader_.add(line_, static_cast<int>(first), isPair ? 2 : 1,
+                        voice.delay[phase].taps(part.phase, part.frames), part.frames, gains, wet);
         }
-        first += static_cast<std::size_t>(count);
+        first = last + 1;
     }
 }
 
@@ -360,6 +361,7 @@ template <typename T> void ChorusCore<T>::publish(MeterSlots& meters) noexcept
     });
     const double cents = 1200 * std::log2(1 + kept_ * depth_.current() * slope());
     meters.publish("Eff "_tag, static_cast<float>(std::clamp(cents, 0.0, double(kMostDetune))));
+    publishLfoPhase(meters, lfo_.place());
 }
 
 template class ChorusCore<float>;

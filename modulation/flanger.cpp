@@ -78,6 +78,7 @@ constexpr std::array kOtherRows{
         {.toText = combText}},
     Parameter<S>{"delayright", "Dly1"_tag, "Delay Right", Kind::Reading, -5, 20,  0,  "Media.Milliseconds", nullptr, 0,         asIs,
         {.toText = combText}},
+    lfoPhaseRow<S>(),
 };
 // clang-format on
 constexpr LfoFields<S> kLfo{&S::lfoSync, &S::lfoBeats, &S::lfoRate, &S::wave, &S::stereo};
@@ -484,6 +485,7 @@ template <typename T> void FlangerCore<T>::publish(MeterSlots& meters) noexcept
 {
     meters.publish("Dly0"_tag, heard_[Left]);
     meters.publish("Dly1"_tag, heard_[Right]);
+    publishLfoPhase(meters, lfo_.place());
 }
 
 template class FlangerCore<float>;

@@ -49,7 +49,7 @@ constexpr std::array<Parameter<S>, 5> kHead = {{
     {"feedback",  "Fdbk"_tag, "Feedback",   Kind::Float,  -95, 95,   35,  "%",   &S::feedback,  Core::Sweep, percent,
         {.group = kPath, .help = "Sharpens the resonances between the notches; negative values put them in the notches' places.", .flags = VNK::isBipolar}},
 }};
-constexpr std::array<Parameter<S>, 6> kTail = {{
+constexpr std::array<Parameter<S>, 7> kTail = {{
     {"envelope",  "EnvA"_tag, "Envelope",   Kind::Float,  -4,  4,    0,   "oct", &S::envelope,  Core::Sweep, asIs,
         {.group = kSweep, .help = "How far the level of the input moves the sweep.", .flags = VNK::isBipolar}},
     {"mix",       "Mix "_tag, "Mix",        Kind::Float,  0,   100,  50,  "%",   &S::mix,       Core::Mix,   percent,
@@ -58,6 +58,7 @@ constexpr std::array<Parameter<S>, 6> kTail = {{
     {"sweepleft", "Frq0"_tag, "Sweep Left", Kind::Reading, 0,  192000, 0, "Hz"},
     {"sweepright", "Frq1"_tag, "Sweep Right", Kind::Reading, 0, 192000, 0, "Hz"},
     {"cycle",     "Cycl"_tag, "Cycle",      Kind::Reading, 0,  1,    0,   ""},
+    lfoPhaseRow<S>(),
 }};
 // clang-format on
 constexpr auto kParameters = joinedRows(
@@ -244,6 +245,7 @@ template <typename T> void PhaserCore<T>::publish(MeterSlots& meters) noexcept
     const auto& way = filters_[current_].way;
     const double rounds = way.sweeps() ? 0 : lfo_.place(kLeft) / way.notches();
     meters.publish("Cycl"_tag, static_cast<float>(rounds - std::floor(rounds)));
+    publishLfoPhase(meters, lfo_.place(kLeft));
 }
 
 template class PhaserCore<float>;

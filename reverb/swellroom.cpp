@@ -69,7 +69,7 @@ double swellTime(const S& s) noexcept
 
 template <typename T> void SwellroomCore<T>::prepare(const ProcessSpec& spec)
 {
-    path_.prepare(spec);
+    path_.prepare(spec, double(conversion::milliseconds(kLongestReverbPreDelay)));
     const double longest = shortestLine(1);
     TankSpec tank;
     tank.sampleRate = spec.sampleRate;

@@ -15,7 +15,7 @@ constexpr double kDuckRecovery = 0.35;  // s
 
 }  // namespace
 
-template <typename T> void WetPath<T>::prepare(const ProcessSpec& spec)
+template <typename T> void WetPath<T>::prepare(const ProcessSpec& spec, double longestPreDelay)
 {
     sampleRate_ = spec.sampleRate;
     isFromMono_ = spec.inputLayout.channels == 1 && spec.layout.channels == 2;
@@ -41,7 +41,7 @@ template <typename T> void WetPath<T>::prepare(const ProcessSpec& spec)
         if (l >= 0 && r >= 0) pairs_.pairs[static_cast<std::size_t>(pairs_.count++)] = {l, r};
     }
 
-    const double longest = kLongestPreDelay * spec.sampleRate;
+    const double longest = longestPreDelay * spec.sampleRate;
     line_.prepare(channels_, static_cast<int>(longest + 0.5) + 2 * kSubBlock);
     preDelay_.prepare(spec.sampleRate, kPreDelayFade);
     const double halfLife = halfLifeSubBlocks(spec.sampleRate, kGlideSeconds);

@@ -36,8 +36,9 @@ public:
     /// and write too far.
     static constexpr int kRow = kSubBlock + 16;
 
-    /// Up to kMostChannels channels. Allocates; may throw std::bad_alloc.
-    void prepare(const ProcessSpec& spec);
+    /// Up to kMostChannels channels. What the pre-delay can be at most, in seconds, is written to
+    /// round and round: a short line stays in the cache. Allocates; may throw std::bad_alloc.
+    void prepare(const ProcessSpec& spec, double longestPreDelay = kLongestPreDelay);
     /// Silence, and everything that glides at its target.
     void reset() noexcept;
     void apply(const ReverbSettings& settings, unsigned dirty) noexcept;

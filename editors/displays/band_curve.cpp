@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 namespace quillworks::editors {
 namespace {
@@ -114,7 +115,8 @@ void BandCurve::lookChanged()
     };
     now.swap(shown_);
     const auto& was = now;
-    if (edges != edges_ ||
+    const int chosen = std::exchange(chosen_, model().chosen(choice_));
+    if (edges != edges_ || chosen != chosen_ ||
         !std::equal(was.begin(), was.end(), shown_.begin(), shown_.end(), isSet)) {
         edges_ = std::move(edges);
         return damage();

@@ -36,6 +36,7 @@ private:
     std::vector<Value> splits_;
     Value bands_;
     Values thresholds_, gains_, reductions_, levels_;
+    int chosen_ = -1;     // band, as it was drawn last
     std::string choice_;  // name under which a pressed band is chosen for other displays
     Plot plot_;
     struct Band {

@@ -21,10 +21,17 @@ bool isShown(double db)
     return db > kNothing;  // not for not-a-number
 }
 
-/// The part of an upright bar between two levels, with `gap` px left out at its lower end.
-Rect part(const Plot& plot, double x, double width, double from, double to, double gap)
+/// Where a level ends, to half a device pixel: what lies between looks the same.
+double endOf(const Plot& plot, double db, double scale)
 {
-    const double top = plot.upWithin(to), bottom = plot.upWithin(from) - gap;
+    return std::round(plot.upWithin(db) * 2 * scale) / (2 * scale);
+}
+
+/// The part of an upright bar between two levels, with `gap` px left out at its lower end.
+Rect part(const Plot& plot, double x, double width, double from, double to, double gap,
+          double scale)
+{
+    const double top = endOf(plot, to, scale), bottom = endOf(plot, from, scale) - gap;
     return {x, top, width, std::max(0.0, bottom - top)};
 }
 
@@ -137,9 +144,7 @@ double Meters::shownValue(const Group& group) const
 void Meters::look(std::vector<double>& numbers) const
 {
     for (const auto& group : groups_) {
-        const auto pixel = [&](double db) {
-            return std::round(group.plot.upWithin(db) * 2 * scale());
-        };
+        const auto pixel = [&](double db) { return endOf(group.plot, db, scale()); };
         for (std::size_t i = 0; i < group.peaks.size(); ++i) {
             const int bar = static_cast<int>(i);
             numbers.push_back(
@@ -187,7 +192,8 @@ void Meters::drawBar(Canvas& canvas, const Group& group, int bar) const
     const double x = area.x + bar * step, w = step - kGap, gap = canvas.hairline();
     const double level = group.levels.decibels(bar);
     const auto zone = [&](double from, double to, Color color) {
-        const auto rect = part(group.plot, x, w, from, std::min(level, to), from > -60 ? gap : 0);
+        const auto rect =
+            part(group.plot, x, w, from, std::min(level, to), from > -60 ? gap : 0, scale());
         if (level > from)
             canvas.fill(rect, Paint(Ink(color), area.y, Ink(color, 0.5), area.bottom()));
     };
@@ -195,7 +201,8 @@ void Meters::drawBar(Canvas& canvas, const Group& group, int bar) const
     zone(kAccentFrom, kWarnFrom, Color::Accent);
     zone(kWarnFrom, kLevels.maximum, Color::Warn);
     if (const double held = heldAt(group, bar); held > kLevels.minimum)
-        canvas.fill({x, canvas.snap(group.plot.upWithin(held)) - gap, w, 1.5 * gap}, Color::Text);
+        canvas.fill({x, canvas.snap(endOf(group.plot, held, scale())) - gap, w, 1.5 * gap},
+                    Color::Text);
 }
 
 void Meters::drawReduction(Canvas& canvas, const Group& group) const
@@ -203,10 +210,11 @@ void Meters::drawReduction(Canvas& canvas, const Group& group) const
     const auto& area = group.plot.area;
     const double most = shownValue(group);
     if (most > 0)
-        canvas.fill({area.x, area.y, area.w, group.plot.upWithin(most) - area.y}, Color::Accent);
+        canvas.fill({area.x, area.y, area.w, endOf(group.plot, most, scale()) - area.y},
+                    Color::Accent);
     const double held = heldAt(group, 0), line = canvas.hairline();
     if (held > 0)
-        canvas.fill({area.x, canvas.snap(group.plot.upWithin(held)), area.w, 1.5 * line},
+        canvas.fill({area.x, canvas.snap(endOf(group.plot, held, scale())), area.w, 1.5 * line},
                     Color::Text);
 }
 

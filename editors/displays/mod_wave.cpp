@@ -3,13 +3,14 @@
 
 #include <algorithm>
 #include <cmath>
-
-#include "editors/displays/waves.h"
+#include <limits>
 
 namespace quillworks::editors {
 namespace {
 
 constexpr double kPeriods = 2;
+constexpr double kNothing = std::numeric_limits<double>::quiet_NaN();
+constexpr double kDot = 8;  // px around its middle
 
 }  // namespace
 
@@ -20,8 +21,11 @@ ModWave::ModWave(const VNK::SkinBox& box, EffectModel& model)
       depth_(value("depth")),
       sync_(value("sync")),
       beats_(value("beats")),
-      stereo_(value("stereo"))
-{}
+      stereo_(value("stereo")),
+      phase_(value("phase"))
+{
+    for (auto& dot : dots_) dot = {kNothing, kNothing};
+}
 
 void ModWave::sized()
 {
@@ -60,22 +64,53 @@ void ModWave::drawStatic(Canvas& canvas)
         canvas.horizontal(area.x, area.right(), plot_.up(v), v == 0 ? Color::GridEnd : Color::Grid);
 }
 
-void ModWave::draw(Canvas& canvas)
+ModulationWave ModWave::wave() const
 {
-    const auto wave = static_cast<ModulationWave>(static_cast<int>(wave_.get(0)));
-    const double d = depth(), shift = stereo_.get(0) / 360;
+    return static_cast<ModulationWave>(static_cast<int>(wave_.get(0)));
+}
+
+Point ModWave::dot(double shift) const
+{
+    const double phase = phase_.get(kNothing), half = 0.5 / scale();
+    if (!(phase >= 0)) return {kNothing, kNothing};
+    const auto rounded = [half](double x) { return std::round(x / half) * half; };
+    return {rounded(plot_.across(phase)),
+            rounded(plot_.up(depth() * modulationWave(wave(), phase + shift)))};
+}
+
+void ModWave::ticked(double)
+{
+    if (!phase_.exists()) return;
+    const bool isSplit = std::abs(shift()) > 1e-4;
+    const Point now[] = {dot(0), isSplit ? dot(shift()) : Point{kNothing, kNothing}};
+    for (std::size_t i = 0; i < 2; ++i) {
+        if (now[i].x == dots_[i].x && now[i].y == dots_[i].y) continue;
+        for (const auto& at : {dots_[i], now[i]})
+            if (at.x == at.x) damage({at.x - kDot, at.y - kDot, 2 * kDot, 2 * kDot});
+        dots_[i] = now[i];
+    }
+}
+
+void ModWave::drawCurves(Canvas& canvas)
+{
+    const auto shape = wave();
+    const double d = depth();
     const auto curve = [&](double offset, double width, Ink ink) {
-        const bool jumps = wave == ModulationWave::Sawtooth || wave == ModulationWave::Square;
+        const bool jumps = shape == ModulationWave::Sawtooth || shape == ModulationWave::Square;
         sampleCurve(points_, plot_, jumps ? 0.5 : 1,
-                    [&](double phase) { return d * modulationWave(wave, phase + offset); });
+                    [&](double phase) { return d * modulationWave(shape, phase + offset); });
         canvas.polyline(points_, width, ink);
     };
-    {
-        const auto saved = canvas.save();
-        canvas.clip(plot_.area.inset(-2));
-        if (std::abs(shift) > 1e-4) curve(shift, 1.5, Ink(Color::Output, 0.8));
-        curve(0, 2, Color::Accent);
-    }
+    canvas.clip(plot_.area.inset(-2));
+    if (std::abs(shift()) > 1e-4) curve(shift(), 1.5, Ink(Color::Output, 0.8));
+    curve(0, 2, Color::Accent);
+}
+
+void ModWave::draw(Canvas& canvas)
+{
+    curve_.draw(canvas, *this, [this](Canvas& own) { drawCurves(own); });
+    if (dots_[1].x == dots_[1].x) drawDot(canvas, dots_[1], Color::Output);
+    if (dots_[0].x == dots_[0].x) drawDot(canvas, dots_[0], Color::Text);
     if (isSmall()) return;
     const double baseline = height() - 9;
     const auto text =
@@ -84,7 +119,7 @@ void ModWave::draw(Canvas& canvas)
     const double y = baseline - 3.5;
     canvas.horizontal(plot_.across(0), text.x - 5, y, Color::Text3);
     canvas.horizontal(text.right() + 5, plot_.across(1), y, Color::Text3);
-    if (std::abs(shift) > 1e-4)
+    if (std::abs(shift()) > 1e-4)
         canvas.text(Type::Axis, "R " + stereo_.text(), plot_.area.right(), baseline, Align::Right,
                     Color::Text3);
 }

@@ -3,7 +3,9 @@
 #pragma once
 
 #include "editors/displays/bound_display.h"
+#include "editors/displays/layer.h"
 #include "editors/displays/plot.h"
+#include "editors/displays/waves.h"
 
 namespace quillworks::editors {
 
@@ -17,14 +19,27 @@ public:
 
 protected:
     void sized() override;
+    void ticked(double seconds) override;
+    void lookChanged() override
+    {
+        curve_.forget();
+        damage();
+    }
     void look(std::vector<double>& numbers) const override;
 
 private:
     double depth() const;
+    ModulationWave wave() const;
+    double shift() const { return stereo_.get(0) / 360; }
+    /// Where the oscillator is on a side's curve, the first of its periods shown.
+    Point dot(double shift) const;
+    void drawCurves(Canvas& canvas);
     std::string period() const;
 
-    Value wave_, rate_, depth_, sync_, beats_, stereo_;
+    Value wave_, rate_, depth_, sync_, beats_, stereo_, phase_;
     Plot plot_;
+    Layer curve_;
+    Point dots_[2];  // left, right; not-a-number: none
     std::vector<Point> points_;
 };
 

@@ -2,6 +2,7 @@
 #include "editors/displays/response_display.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace quillworks::editors {
 namespace {
@@ -20,6 +21,8 @@ void ResponseDisplay::sized()
 {
     plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
                            : Rect{30, 10, width() - 40, height() - 32};
+    layer_.forget();
+    groundTops_.clear();
     place();
     differences_.clear();
 }
@@ -45,7 +48,53 @@ void ResponseDisplay::sample()
 void ResponseDisplay::lookChanged()
 {
     sample();
+    layer_.forget();
     if (!handles().all().empty()) damage();  // they go with it
+}
+
+/// Bars of the bands move a little at a time: only the stripe is drawn in which they have moved.
+void ResponseDisplay::ticked(double)
+{
+    if (ground_.empty() || isSmall()) return;
+    const auto& node = model().display(ground_);
+    const auto& hertz = node["frequency"].numbers();
+    const auto& level = node["level"].numbers();
+    const auto n = std::min(hertz.size(), level.size());
+    const Plot levels{plot_.area, plot_.x, kGroundLevels};
+    const double pixel = 1 / scale();
+    double top = plot_.area.bottom(), bottom = plot_.area.y;
+    if (groundTops_.size() != n) {
+        groundTops_.assign(n, plot_.area.bottom());
+        damage();
+    }
+    groundEdges_.resize(n + 1);
+    for (std::size_t i = 0; i < n; ++i) {
+        // From half way to the neighbours, which lie in equal ratios.
+        const double ratio = i + 1 < n ? hertz[i + 1] / hertz[i] : hertz[i] / hertz[i - (i > 0)];
+        groundEdges_[i] = plot_.across(hertz[i] / std::sqrt(ratio));
+        groundEdges_[i + 1] = plot_.across(hertz[i] * std::sqrt(ratio));
+        double y = plot_.area.bottom();
+        if (level[i] > kGroundLevels.minimum)
+            y = std::round(levels.upWithin(level[i]) / pixel) * pixel;
+        double& was = groundTops_[i];
+        if (y == was) continue;
+        top = std::min({top, y, was});
+        bottom = std::max({bottom, y, was});
+        was = y;
+    }
+    if (top < bottom) damage({plot_.area.x, top - 1, plot_.area.w, bottom - top + 2});
+}
+
+void ResponseDisplay::drawGround(Canvas& canvas) const
+{
+    const auto& area = plot_.area;
+    for (std::size_t i = 0; i < groundTops_.size(); ++i) {
+        const double left = std::max(groundEdges_[i], area.x),
+                     right = std::min(groundEdges_[i + 1], area.right());
+        if (left < right && groundTops_[i] < area.bottom())
+            canvas.fill({left, groundTops_[i], right - left, area.bottom() - groundTops_[i]},
+                        Ink(Color::Level, 0.5));
+    }
 }
 
 void ResponseDisplay::drawStatic(Canvas& canvas)
@@ -62,9 +111,8 @@ void ResponseDisplay::drawStatic(Canvas& canvas)
            isSmall() ? FiguresAt::None : FiguresAt::Left);
 }
 
-void ResponseDisplay::draw(Canvas& canvas)
+void ResponseDisplay::drawCurves(Canvas& canvas)
 {
-    place();
     const double opacity = isOn() ? 1 : 0.35;
     if (differences_.empty()) sample();
     graph_.begin(canvas, plot_.area);
@@ -78,6 +126,18 @@ void ResponseDisplay::draw(Canvas& canvas)
                       isFirst ? Ink(Color::Accent, opacity) : Ink(Color::Output, 0.8 * opacity));
     }
     graph_.show(canvas);
+}
+
+void ResponseDisplay::draw(Canvas& canvas)
+{
+    place();
+    if (groundTops_.empty()) {
+        drawCurves(canvas);
+    } else {
+        // What moves behind them leaves the curves as they are.
+        drawGround(canvas);
+        layer_.draw(canvas, *this, [this](Canvas& own) { drawCurves(own); });
+    }
     handles().draw(canvas);
     if (!isSmall()) handles().drawLabel(canvas, plot_.area);
 }

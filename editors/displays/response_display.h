@@ -6,6 +6,7 @@
 
 #include "editors/displays/graph.h"
 #include "editors/displays/handles.h"
+#include "editors/displays/layer.h"
 #include "editors/displays/plot.h"
 
 namespace quillworks::editors {
@@ -16,11 +17,14 @@ public:
     void draw(Canvas& canvas) override;
 
 protected:
-    ResponseDisplay(const VNK::SkinBox& box, EffectModel& model) : HandleDisplay(box, model) {}
+    ResponseDisplay(const VNK::SkinBox& box, EffectModel& model)
+        : HandleDisplay(box, model), ground_(attribute("ground"))
+    {}
 
     void setAxes(const Axis& hertz, const Axis& decibels);
     const Plot& plot() const noexcept { return plot_; }
     void sized() override;
+    void ticked(double seconds) override;
     void lookChanged() override;
 
     /// In dB; side 0 is left, or both where there is one curve.
@@ -29,11 +33,18 @@ protected:
     virtual bool isOn() const { return true; }
 
 private:
+    static constexpr Axis kGroundLevels{-78, 0, false};  // dB
+    void drawGround(Canvas& canvas) const;
+    void drawCurves(Canvas& canvas);
+
     Plot plot_;
     /// The courses as they are now.
     void sample();
 
     Graph graph_;
+    std::string ground_;  // name of the display that lies behind; empty: none
+    std::vector<double> groundEdges_, groundTops_;  // px, of its bands
+    Layer layer_;                                   // the curves, while something lies behind
     std::vector<Point> courses_[2];
     std::vector<CourseDifference> differences_;  // of each curve
     bool wasOn_ = true;

@@ -31,6 +31,7 @@ void TailDecay::ticked(double)
     if (!isUsable) octaves.clear();
     if (octaves == octaves_) return;
     octaves_.swap(octaves);
+    lookChanged();
     damage();
 }
 

@@ -198,7 +198,7 @@ TYPED_TEST(LongLines, TapsDependNeitherOnTheirNeighboursNorOnTheChannelsAndAreEx
     }
 }
 
-TYPED_TEST(LongLines, GlidesReadWhatPointsReadWhereverTheyAreCut)
+TYPED_TEST(LongLines, GlidesReadAndAddWhatPointsReadWhereverTheyAreCut)
 {
     using T = TypeParam;
     LongLine<T> line;
@@ -226,7 +226,15 @@ TYPED_TEST(LongLines, GlidesReadWhatPointsReadWhereverTheyAreCut)
         T *const first[1] = {pieces}, *const second[1] = {pieces + cut};
         if (cut > 0) reader.follow(line, 1, 1, glide, cut, first);
         reader.follow(line, 1, 1, {glide.first + cut * glide.step, glide.step}, n - cut, second);
+        const auto gains = noise<T>(64, 1000 + std::uint32_t(turn)), before = noise<T>(32, 7);
+        auto left = before, right = before;
+        const T* const by[2] = {gains.data(), gains.data() + 32};
+        T* const to[2] = {left.data(), right.data()};
+        reader.add(line, 0, n > 7 ? 1 : 2, glide, n, by, to);
         for (int i = 0; i < n; ++i) {
+            const T added[2] = {whole[0][i] * by[0][i], n > 7 ? T(0) : whole[1][i] * by[1][i]};
+            ASSERT_EQ(to[0][i], before[std::size_t(i)] + added[0]) << turn << ": " << i;
+            ASSERT_EQ(to[1][i], before[std::size_t(i)] + added[1]) << turn << ": " << i;
             ASSERT_NEAR(whole[0][i], points[0][i], 1e-6) << turn << ": " << i;
             ASSERT_EQ(pieces[i], whole[1][i]) << turn << ": " << i;
         }

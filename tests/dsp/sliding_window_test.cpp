@@ -55,15 +55,14 @@ TEST(MovingSum, IsExact)
 {
     for (int length : {1, 2, 37, 200}) {
         MovingSum sum;
-        sum.prepare(length, 99);
+        sum.prepare(length);
         std::mt19937 random(kSeed);
         std::vector<std::int64_t> x(1500);
         for (auto& v : x) v = static_cast<std::int64_t>(random());
         auto y = x;
         for (std::size_t at = 0; at < x.size();) {
             const auto n = std::min(x.size() - at, std::size_t(random() % 100));
-            std::copy_n(x.data() + at, n, sum.append(int(n)));
-            sum.sums(y.data() + at, int(n));
+            sum.run(x.data() + at, y.data() + at, int(n));
             at += n;
         }
         for (std::size_t i = 0; i < x.size(); ++i) {

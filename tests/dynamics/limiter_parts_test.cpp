@@ -128,7 +128,7 @@ TEST(LimitingFollower, IsItsDefinitionAndNeverLeavesAPeakUncovered)
         const bool holds = setting & 1, programme = setting & 2, catches = !(setting & 4);
         const PlainFollower plain{rate, 0.01, 0.05, holds ? 0.025 : 0, programme, catches};
         LimitingFollower follower;
-        follower.prepare(rate, 40);
+        follower.prepare(rate);
         follower.setTimes(plain.attack, plain.release);
         follower.setHold(holds);
         follower.setProgrammeRelease(programme);

@@ -110,6 +110,7 @@ TEST(HullPanner, KeepsThePowerAndTheSymmetryOnAnySetOfSpeakers)
         for (int a = 0; a < 360; a += 7)
             for (int e = -90; e <= 90; e += 15) {
                 const auto p = panner.at(towards(a, e)), mirrored = panner.at(towards(-a, e), 5);
+                ASSERT_EQ(panner.at(towards(a, e), 3), p) << "wherever the search begins";
                 double sum = 0;
                 for (std::size_t i = 0; i < p.size(); ++i) {
                     ASSERT_GE(p[i], 0) << layout.names();

@@ -71,7 +71,11 @@ TEST(Lv2State, PresetsAreThoseOfTheModuleAndStandInThePorts)
         std::vector<std::string> left;
         for (int i = 0; i < effect.component().countPrograms(); ++i)
             left.emplace_back(effect.component().programTitle(i));
+        // The layouts' presets are those of one class: where each reads a response anew, mono and
+        // stereo play all of them, wider layouts the first.
+        const bool takesLong = effect.component().countTexts() > 0 && plugin.input.channels > 2;
         for (const auto& uri : presets) {
+            if (takesLong && uri != presets.front()) break;
             SCOPED_TRACE(uri);
             Lv2UnderTest running(plugin.uri);
             ASSERT_TRUE(running.instance().loadPreset(uri));

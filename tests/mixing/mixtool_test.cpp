@@ -231,5 +231,18 @@ TYPED_TEST(MixTool, DcBlockerTakesTheOffsetAndLeavesTheBass)
     EXPECT_LT(peak(y), 1) << "an absurd sample rings";
 }
 
+TEST(MixTool, MeasuresEachChannelWhileAnEditorLooks)
+{
+    EffectUnderTest<float> fx("Mixtool");
+    fx.set("channellevel1", -6.0206);
+    fx.prepare(2);
+    fx.play({constant<float>(4800, 0.5), constant<float>(4800, 0.5)});
+    EXPECT_EQ(fx.meter("outlevel0"), 0) << "nobody looks";
+    fx.component().setEditorOpen(true);
+    fx.play({constant<float>(4800, 0.5), constant<float>(4800, 0.5)});
+    EXPECT_NEAR(fx.meter("outlevel0"), 0.5, 1e-3);
+    EXPECT_NEAR(fx.meter("outlevel1"), 0.25, 1e-3);
+}
+
 }  // namespace
 }  // namespace quillworks::test

@@ -265,5 +265,15 @@ TEST(PhaserEndless, LeavesNothingBesideATone)
     EXPECT_LT(level, -90);
 }
 
+TEST(LfoPhase, IsReadWhereTheOscillatorOfEachEffectIs)
+{
+    for (const char* name : {"Phaser", "Flanger", "Chorus", "Autofilter"}) {
+        EffectUnderTest<float> fx(name);
+        fx.set("lfosync", 0).set("lfotime", 2);
+        fx.run(sine<float>(48000 + 7200, 440, 48000));  // 1.15 s
+        EXPECT_NEAR(fx.meter("lfophase"), 0.3, 0.005) << name;
+    }
+}
+
 }  // namespace
 }  // namespace quillworks::test

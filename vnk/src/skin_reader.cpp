@@ -81,7 +81,7 @@ constexpr Attributes kDisplays[] = {
     {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels choice"},
     {"FilterCurve",
      "low high lowOrder slope resonance type stages left right mix mode centre range "
-     "cycle on freq1 gain1 q1 bell1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4 bell4"},
+     "cycle on ground freq1 gain1 q1 bell1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4 bell4"},
     {"BandKnobs",
      "bands thresholds ratios lowThresholds lowRatios ranges attacks releases gains on solo "
      "mute choice"},
