@@ -28,15 +28,16 @@ std::ostream& operator<<(std::ostream& out, const Case& c)
     return out << c.form;
 }
 
+// Reverberation is left out of what meters show: how it sounds is another matter.
 const Case kCases[] = {
     {"Multiband Dynamics", "MultiBand/Editor", 0.75, "dark", {{"ratio1", 6}, {"gain2", 4}}},
     {"Compressor", "Compressor/Compact", 1.5, "dark", {{"threshold", -30}, {"ratio", 4}}},
     {"Analog Delay", "AnalogDelay/Editor", 0.75, "contrast", {{"lfowidth", 0.5}}},
     {"Surround Delay", "SurroundDelay/Editor", 0.75},
     {"Groove Delay", "RhythmDelay/Editor", 0.75, "contrast"},
-    {"Room Reverb", "Reverb/Editor", 0.75},
-    {"Swellroom", "Swellroom/Editor", 0.75, "dark", {{"swell", 40}}},
-    {"Vaulter", "FDNReverb/Editor", 0.75},
+    {"Room Reverb", "Reverb/Editor", 0.75, "dark", {{"mix", 0}}},
+    {"Swellroom", "Swellroom/Editor", 0.75, "dark", {{"swell", 40}, {"mix", 0}}},
+    {"Vaulter", "FDNReverb/Editor", 0.75, "dark", {{"mix", 0}}},
     {"Level Meter", "LevelMeter/Editor", 0.75, "contrast"},
     {"EmberDist", "SimpleDist/Compact", 2, "dark", {{"drive", 24}}},
     {"Bitcrusher", "Bitcrusher/Editor", 0.75, "dark", {{"bits", 4}}},
