@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <fstream>
+#include <iterator>
 #include <unordered_map>
 #include <vector>
 
@@ -33,6 +35,13 @@ char32_t takeCharacter(std::string_view& text)
     return c;
 }
 
+/// The whole of a file; empty where it cannot be read.
+std::vector<unsigned char> contentsOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 struct Bitmap {
     std::vector<unsigned char> coverage;
     Glyph glyph;
@@ -42,6 +51,7 @@ struct Bitmap {
 
 struct Fonts::Faces {
     struct Face {
+        std::vector<unsigned char> file;
         FT_Face face = nullptr;
         std::array<unsigned, 128> ascii{};              // glyph of each character
         double digit = 0;                               // advance of "0", of an em
@@ -82,7 +92,12 @@ std::unique_ptr<Fonts> Fonts::load(const std::string& folder, std::string& reaso
     for (std::size_t i = 0; i < all.faces.size(); ++i) {
         auto& f = all.faces[i];
         const std::string file = folder + "/" + kFiles[i];
-        if (FT_New_Face(all.library, file.c_str(), 0, &f.face) || !FT_IS_SCALABLE(f.face)) {
+        // Read, where FreeType would map it: an installation that is written over in place must not
+        // take the host with it.
+        f.file = contentsOf(file);
+        if (FT_New_Memory_Face(all.library, f.file.data(), static_cast<FT_Long>(f.file.size()), 0,
+                               &f.face) ||
+            !FT_IS_SCALABLE(f.face)) {
             reason = "the font " + file + " cannot be read";
             return nullptr;
         }

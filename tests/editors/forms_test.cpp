@@ -2,6 +2,9 @@
 // What every form of every effect owes: nothing cut, and every control does what it shows.
 #include <cmath>
 #include <cstring>
+#include <unistd.h>
+
+#include <filesystem>
 #include <random>
 
 #include "tests/editors/editor_under_test.h"
@@ -220,6 +223,23 @@ TEST(Text, DigitsAreAllOfOneWidthSoThatValuesStandStill)
     EXPECT_EQ(editors::withMinus("-3.5 dB, A-B"), "\u22123.5 dB, A-B");
     EXPECT_FALSE(f->covers("日本"));
     EXPECT_TRUE(f->covers("Größe Ø −"));
+}
+
+TEST(Text, IsDrawnThoughItsFontsAreWrittenOverInPlace)
+{
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::path(::testing::TempDir()) / ("fonts" + std::to_string(getpid()));
+    fs::remove_all(folder);
+    fs::copy(resources() + "/skins/fonts", folder);
+    std::string reason;
+    const auto f = editors::Fonts::load(folder.string(), reason);
+    ASSERT_TRUE(f) << reason;
+    for (const auto& file : fs::directory_iterator(folder)) fs::resize_file(file.path(), 0);
+    int seen = 0;
+    f->layOut(editors::Weight::Medium, 24, 0, "Quill",
+              [&](const editors::Glyph& glyph, int) { seen += glyph.coverage != nullptr; });
+    EXPECT_EQ(seen, 5);
+    fs::remove_all(folder);
 }
 
 }  // namespace
