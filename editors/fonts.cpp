@@ -4,14 +4,14 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <unordered_map>
 #include <vector>
 
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include FT_OUTLINE_H
+
+#include "vnk/file.h"
 
 namespace quillworks::editors {
 namespace {
@@ -35,12 +35,7 @@ char32_t takeCharacter(std::string_view& text)
     return c;
 }
 
-/// The whole of a file; empty where it cannot be read.
-std::vector<unsigned char> contentsOf(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+constexpr std::size_t kLargest = 16u << 20;  // bytes of a font
 
 struct Bitmap {
     std::vector<unsigned char> coverage;
@@ -51,7 +46,7 @@ struct Bitmap {
 
 struct Fonts::Faces {
     struct Face {
-        std::vector<unsigned char> file;
+        std::string file;  // its content
         FT_Face face = nullptr;
         std::array<unsigned, 128> ascii{};              // glyph of each character
         double digit = 0;                               // advance of "0", of an em
@@ -94,11 +89,12 @@ std::unique_ptr<Fonts> Fonts::load(const std::string& folder, std::string& reaso
         const std::string file = folder + "/" + kFiles[i];
         // Read, where FreeType would map it: an installation that is written over in place must not
         // take the host with it.
-        f.file = contentsOf(file);
-        if (FT_New_Memory_Face(all.library, f.file.data(), static_cast<FT_Long>(f.file.size()), 0,
+        if (!VNK::readFile(file.c_str(), kLargest, f.file, reason)) return nullptr;
+        const auto* const bytes = reinterpret_cast<const FT_Byte*>(f.file.data());
+        if (FT_New_Memory_Face(all.library, bytes, static_cast<FT_Long>(f.file.size()), 0,
                                &f.face) ||
             !FT_IS_SCALABLE(f.face)) {
-            reason = "the font " + file + " cannot be read";
+            reason = file + " is no font";
             return nullptr;
         }
         for (unsigned c = 0; c < f.ascii.size(); ++c) f.ascii[c] = FT_Get_Char_Index(f.face, c);

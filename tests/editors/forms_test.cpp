@@ -2,6 +2,8 @@
 // What every form of every effect owes: nothing cut, and every control does what it shows.
 #include <cmath>
 #include <cstring>
+#include <unistd.h>
+
 #include <filesystem>
 #include <random>
 
@@ -226,7 +228,7 @@ TEST(Text, DigitsAreAllOfOneWidthSoThatValuesStandStill)
 TEST(Text, IsDrawnThoughItsFontsAreWrittenOverInPlace)
 {
     namespace fs = std::filesystem;
-    const fs::path folder = fs::path(::testing::TempDir()) / "fonts_written_over";
+    const fs::path folder = fs::path(::testing::TempDir()) / ("fonts" + std::to_string(getpid()));
     fs::remove_all(folder);
     fs::copy(resources() + "/skins/fonts", folder);
     std::string reason;
