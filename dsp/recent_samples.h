@@ -35,13 +35,6 @@ public:
         isSilent_ = true;
         end_ = start_;
     }
-    /// The past of `other`, prepared alike. Does not allocate.
-    void takeOver(const RecentSamples& other) noexcept
-    {
-        end_ = other.end_;
-        isSilent_ = false;
-        std::copy_n(other.end() - past_, past_, samples_.data() + end_ - past_);
-    }
     /// Room for the next `n` samples, to be filled by the caller.
     T* append(int n) noexcept
     {

@@ -14,6 +14,7 @@ constexpr double kPad = 8, kGap = 2;
 constexpr double kWidestBar = 18;
 constexpr double kFoot = 36, kHead = 26;  // px for the figures below and the titles above
 constexpr double kTall = 100;             // px from which there is room for them
+constexpr double kTenths = 26;            // px a figure needs for one
 constexpr double kNothing = -1000;
 
 bool isShown(double db)
@@ -232,8 +233,9 @@ void Meters::draw(Canvas& canvas)
         const double value = shownValue(group);
         const double shown = isReduction ? -value : value;
         const bool isThere = isReduction ? isShown(value) : value > -100;
-        const auto text = isThere ? figure(shown, std::abs(shown) < 99.95 ? 1 : 0) : "-";
         const double room = std::max(area.w, (width() - kPad) / double(groups_.size()) - 2);
+        const bool isFine = std::abs(shown) < 99.95 && room >= kTenths;
+        const auto text = isThere ? figure(shown, isFine ? 1 : 0) : "-";
         const auto type =
             canvas.textWidth(Type::Value, text) < room ? Type::Value : Type::MeterScale;
         const double x = std::clamp(area.centre().x, kPad / 2 + canvas.textWidth(type, text) / 2,

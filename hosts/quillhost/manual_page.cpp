@@ -129,8 +129,10 @@ std::string rangeOf(const Effect& effect, int index)
         if (isCounted || texts.size() > kMostChoices) return texts.front() + " to " + texts.back();
         return joined(texts);
     }
-    std::string range = effect.range(index, " to ");
     const auto low = effect.text(index, p.minimum), high = effect.text(index, p.maximum);
+    // "4 : 1" is what a person types and reads.
+    if (std::string_view(p.unit) == "ratio") return low + " to " + high;
+    std::string range = effect.range(index, " to ");
     if (*p.minText && range.find(low) == std::string::npos) range += ", lowest " + low;
     if (*p.maxText && range.find(high) == std::string::npos) range += ", highest " + high;
     return range;

@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "tests/support/display_under_test.h"
+#include "tests/support/counting_sink.h"
 #include "tests/support/effect_under_test.h"
 #include "tests/support/every_effect.h"
 #include "tests/support/random_transport.h"
@@ -147,9 +147,7 @@ TEST_P(EveryEffect, SoundsTheSameWhoeverLooksOn)
         for (int i = 0; i < component.countMeters(); ++i) component.readMeter(i);
         if (!displays) continue;
         displays->updateDisplays();
-        Shown shown;
-        for (int i = 0; displays->displayName(i); ++i)
-            displays->snapshot(displays->displayName(i), &shown);
+        EXPECT_GT(valuesOf(*displays), 0);
     }
     EXPECT_EQ(y, alone);
 }

@@ -169,7 +169,7 @@ TEST(FlangerReadings, TellDelayAndPitch)
     EffectUnderTest<float> fx(kName);
     fx.set("delay", 4).set("depth", 0).prepare(2).play(Channels<float>(2, noise<float>(4800)));
     EXPECT_NEAR(fx.meter("delayleft"), 4, 1e-4);
-    for (int i = 0; i < fx.component().countMeters(); ++i) {
+    for (int i = 0; i < 2; ++i) {  // left and right come first
         char text[64];
         fx.component().meterToText(i, 4, text, sizeof text);
         EXPECT_STREQ(text, "4.000 ms, 250 Hz, B3 +21 cent");

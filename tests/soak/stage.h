@@ -310,9 +310,7 @@ private:
         if (const bool isWatched = random() % 8 != 0; isWatched != isWatched_)
             displays_->setDisplaysOpen(isWatched_ = isWatched);
         displays_->updateDisplays();
-        CountingSink shown;
-        for (int i = 0; displays_->displayName(i); ++i)
-            displays_->snapshot(displays_->displayName(i), &shown);
+        valuesOf(*displays_);
     }
 
     void exchangeStates(std::mt19937& random)

@@ -2,6 +2,7 @@
 // Takes a display's picture without keeping it.
 #pragma once
 
+#include "framework/spectrum_ground.h"
 #include "vnk/effect_displays.h"
 
 namespace quillworks::test {
@@ -19,5 +20,15 @@ public:
     void text(const char*, const char*) override {}
     void flag(const char*, bool) override { ++values; }
 };
+
+/// Whatever an effect has to show, with what editors alone ask for; how many values that is.
+inline std::int64_t valuesOf(VNK::IEffectDisplays& displays)
+{
+    CountingSink shown;
+    for (int i = 0; displays.displayName(i); ++i)
+        displays.snapshot(displays.displayName(i), &shown);
+    displays.snapshot(kSpectrumGround, &shown);
+    return shown.values;
+}
 
 }  // namespace quillworks::test
