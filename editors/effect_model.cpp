@@ -281,7 +281,7 @@ float EffectModel::reading(int meter) const noexcept
 
 void EffectModel::openDisplays()
 {
-    if (isOpen_) return;
+    if (isOpen_ || !displays_) return;
     displays_->setDisplaysOpen(true);
     displays_->updateDisplays();
     isOpen_ = true;

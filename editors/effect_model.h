@@ -99,11 +99,13 @@ public:
     /// none of this name. Who asks at a tick gets what the tick has brought: ticks() counts them.
     bool snapshot(const char* name, VNK::IDisplaySink& sink);
     unsigned ticks() const noexcept { return ticks_; }
+    /// From now on what the effect's displays show is worked out, readings that come of it too;
+    /// whoever asks for a display has it so anyway. Nothing where the effect has none.
+    void openDisplays();
 
 private:
     static std::size_t at(int index) noexcept { return static_cast<std::size_t>(index); }
     void readMeterList();
-    void openDisplays();
 
     struct Shown {
         DisplayNode node;

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
 
 namespace quillworks::editors {
 namespace {
@@ -12,11 +15,24 @@ constexpr double kBarRoom = 60;  // px from which on there is a bar
 constexpr double kBarHeight = 6;
 constexpr double kValueRoom = 56;  // of a bar's value
 
+using Fitting = std::function<bool(const std::string&)>;
+
 /// Without its unit, for where there is no room for that.
 std::string bare(const std::string& text)
 {
     const bool isNumber = text.find_first_of("0123456789") < 2;
     return isNumber ? text.substr(0, text.find(' ')) : text;
+}
+
+/// The first of the texts that fits: as it is, without its unit, without its decimals too.
+std::string shortestOf(const Fitting& fits, const std::string& text)
+{
+    const auto number = bare(text);
+    if (fits(text)) return text;
+    if (fits(number) || number.find('.') == number.npos) return number;
+    char whole[32];
+    std::snprintf(whole, sizeof whole, "%.0f", std::strtod(number.c_str(), nullptr));
+    return whole;
 }
 
 std::string titleOf(const EffectModel& model, const VNK::SkinControl& skin)
@@ -73,6 +89,8 @@ std::string Readout::text(float value) const
 void Readout::tick(double)
 {
     if (layout_ != model().layout()) bind();
+    // What an engine works out is nothing until somebody looks, in a form without displays too.
+    if (std::isnan(reading())) model().openDisplays();
     if (describe() != shown_) damage();
 }
 
@@ -124,8 +142,10 @@ void Readout::draw(Canvas& canvas)
     if (label + kGap + value > r.w) {  // above each other
         canvas.text(Type::Axis, canvas.fitted(Type::Axis, title(), r.w), r.centre().x, r.y + 9,
                     Align::Centre, Color::Text2);
-        canvas.text(Type::Value,
-                    canvas.fitted(Type::Value, value > r.w ? bare(shown_) : shown_, r.w),
+        const auto fits = [&](const std::string& text) {
+            return canvas.textWidth(Type::Value, text) <= r.w;
+        };
+        canvas.text(Type::Value, canvas.fitted(Type::Value, shortestOf(fits, shown_), r.w),
                     r.centre().x, r.bottom() - 3, Align::Centre, Color::Text);
         return;
     }
@@ -146,16 +166,21 @@ std::vector<std::string> Readout::sampleTexts() const
     const float range = maximum_ - minimum_;
     const int places = isStepped ? std::clamp(static_cast<int>(range), 0, 64) : 16;
     for (int i = 0; i <= places; ++i)
+        // Between round values, where there are decimals to show.
         texts.push_back(text(isStepped ? minimum_ + static_cast<float>(i)
-                                       : minimum_ + range * static_cast<float>(i) / 16));
+                                       : minimum_ + range * static_cast<float>(i) / 16.03f));
     return texts;
 }
 
 void Readout::check(Fonts& fonts, const Theme& theme, std::vector<std::string>& problems) const
 {
     checkText(fonts, theme.face(Type::Axis), title(), bounds().w, problems);
+    const auto& face = theme.face(Type::Value);
+    const auto fits = [&](const std::string& text) {
+        return fonts.width(face.weight, face.size, withMinus(text)) <= bounds().w;
+    };
     for (const auto& text : sampleTexts())
-        checkText(fonts, theme.face(Type::Value), bare(text), bounds().w, problems);
+        checkText(fonts, face, shortestOf(fits, text), bounds().w, problems);
 }
 
 }  // namespace quillworks::editors

@@ -119,6 +119,25 @@ TEST_P(EveryForm, WhatTheSoundMovesIsDrawnAsTheWholeWouldBe)
     }
 }
 
+TEST(Readouts, OfAnEnginesFiguresShowThemInFormsWithoutDisplays)
+{
+    EditorUnderTest e("Phase Meter", "PhaseMeter/Micro");
+    VNK::EffectRunner runner(*e.effect()->algorithm());
+    const auto stereo = VNK::SpeakerArrangement::withChannels(2);
+    ASSERT_TRUE(runner.prepare({stereo, stereo, VNK::Precision::Float, 48000, 1600}));
+    for (int turn = 0; turn < 12; ++turn) {
+        playNoise(runner, 0);
+        e.window().wait(1.0 / 30);
+    }
+    int readouts = 0;
+    for (const auto* control : e.view().controls(0)) {
+        if (control->kind() != "Readout") continue;
+        ++readouts;
+        EXPECT_NE(control->describe(), "-") << control->title();
+    }
+    EXPECT_GT(readouts, 0);
+}
+
 TEST_P(EveryForm, ControlsFollowTheHandToBothEndsAndTakeTheirOwnText)
 {
     for (const auto& form : formsOf(GetParam())) {
