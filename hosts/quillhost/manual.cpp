@@ -312,6 +312,13 @@ struct Options {
     bool checks = false;
 };
 
+#ifdef QUILLHOST_WITHOUT_EDITORS
+int pages(const Session&, const Options&)
+{
+    throw WorkError(
+        "this build, for a first look, writes no manual; ./install makes one that does");
+}
+#else
 int pages(const Session& session, const Options& o)
 {
     if (o.folder.empty()) throw UsageError("manual pages needs -o DIR");
@@ -323,6 +330,7 @@ int pages(const Session& session, const Options& o)
     if (!faults.empty()) throw WorkError(o.folder + ": " + joined(faults, ", "));
     return kDone;
 }
+#endif
 
 std::function<int(Session&)> declare(CLI::App& app)
 {
