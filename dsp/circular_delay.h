@@ -36,7 +36,8 @@ public:
     }
 
     /// Takes n samples on, and calls f(i, delayed, count) for one piece of the n delayed ones after
-    /// the other, those from the i-th on: without a copy, from where they lie here or in x.
+    /// the other, those from the i-th on: without a copy, from where they lie here or in x, which f
+    /// therefore leaves alone.
     template <class F> void run(const T* x, int n, F&& f) noexcept
     {
         T* const ring = samples_.data();

@@ -44,3 +44,19 @@ split() {
   values=()
   [ "$name" = "$1" ] || IFS=, read -ra values <<<"${1#*:}"
 }
+
+# $work/song.qtr: a session with these plug-ins in its master bus.
+write_qtractor_song() { # PLUGIN ELEMENTS
+  cat >"$work/song.qtr" <<T
+<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE qtractor-session>
+<session version="0.9.31" name="song">
+ <properties><directory>$work</directory><sample-rate>48000</sample-rate><tempo>120</tempo></properties>
+ <devices><audio-engine><audio-bus name="Master" mode="duplex">
+  <monitor>1</monitor><input-gain>1</input-gain><output-gain>1</output-gain>
+  <channels>2</channels><auto-connect>0</auto-connect>
+  <output-plugins>$1</output-plugins>
+ </audio-bus></audio-engine></devices>
+</session>
+T
+}

@@ -37,18 +37,7 @@ for case in 'compressor:Bass Steady:Compressor' 'channel-strip::SimpleStrip' 'li
   effects+=(--fx "$name" --preset "$here/../../resources/presets/$folder/$title.fxpreset")
   echo "$name: $title"
 done
-cat >"$work/song.qtr" <<T
-<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE qtractor-session>
-<session version="0.9.31" name="song">
- <properties><directory>$work</directory><sample-rate>48000</sample-rate><tempo>120</tempo></properties>
- <devices><audio-engine><audio-bus name="Master" mode="duplex">
-  <monitor>1</monitor><input-gain>1</input-gain><output-gain>1</output-gain>
-  <channels>2</channels><auto-connect>0</auto-connect>
-  <output-plugins>$chain</output-plugins>
- </audio-bus></audio-engine></devices>
-</session>
-T
+write_qtractor_song "$chain"
 
 export HOME=$work XDG_RUNTIME_DIR=$work QT_QPA_PLATFORM=offscreen
 export JACK_DEFAULT_SERVER=quillworks-qtractor-$$ JACK_NO_AUDIO_RESERVATION=1

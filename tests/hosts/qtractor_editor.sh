@@ -10,19 +10,8 @@ clap=$build/clap/quillworks.clap
 [ -e "$clap" ] || { echo "skipped: there is no $clap"; exit 77; }
 number=$("$quillhost" list --json | perl -ne 'push @all, $1 if /"name": *"([^"]*)"/;
   END { for (0 .. $#all) { print $_ if $all[$_] eq "Compressor" } }')
-cat >"$work/song.qtr" <<T
-<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE qtractor-session>
-<session version="0.9.31" name="song">
- <properties><directory>$work</directory><sample-rate>48000</sample-rate><tempo>120</tempo></properties>
- <devices><audio-engine><audio-bus name="Master" mode="duplex">
-  <monitor>1</monitor><input-gain>1</input-gain><output-gain>1</output-gain>
-  <channels>2</channels><auto-connect>0</auto-connect>
-  <output-plugins><plugin type="CLAP"><filename>$clap</filename><index>$number</index>
-   <label>compressor</label><activated>1</activated></plugin></output-plugins>
- </audio-bus></audio-engine></devices>
-</session>
-T
+write_qtractor_song "<plugin type=\"CLAP\"><filename>$clap</filename><index>$number</index>
+  <label>compressor</label><activated>1</activated></plugin>"
 start_servers 4096
 cc -shared -fPIC -o "$work/no_sequencer.so" "$here/no_sequencer.c" || exit 1
 "$sound_tool" make "$work/in.wav" 2 20 || exit 1
