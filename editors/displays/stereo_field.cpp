@@ -50,14 +50,14 @@ void StereoField::sized()
 }
 
 /// From -1 .. 1 to 0 .. 1 of the square. x is right minus left, y left plus right.
-Point StereoField::place(double x, double y) const
+Point StereoField::place(View view, double x, double y)
 {
-    if (view() == View::XY) {
+    if (view == View::XY) {
         const double half = std::numbers::sqrt2 / 2;
         const double left = (y - x) * half, right = (y + x) * half;
         return {(1 + left) / 2, (1 - right) / 2};
     }
-    if (view() == View::Polar) {
+    if (view == View::Polar) {
         if (y < 0) {
             x = -x;
             y = -y;
@@ -116,23 +116,22 @@ void StereoField::fadeRows(std::size_t parity, double passed, double persistence
         }
 }
 
-void StereoField::light(double x, double y)
+/// `at`: of the square, 0 .. 1.
+void StereoField::light(Point at)
 {
-    const auto at = place(x, y);
     const int size = std::max(1, static_cast<int>(scale() + 0.25));
     const int column = static_cast<int>(at.x * side_), row = static_cast<int>(at.y * side_);
     const int from = std::max(0, column), to = std::min(side_, column + size);
     if (from >= to) return;
-    const auto mark = [&](std::size_t line, int px) {
-        const auto strip = static_cast<std::size_t>(px / kStrip);
-        const auto word = line * words_ + strip / kWord;
-        lit_[word] |= std::uint64_t{1} << strip % kWord;
-        stale_[word] |= std::uint64_t{1} << strip % kWord;
-    };
+    const auto first = static_cast<std::size_t>(from / kStrip);
+    const auto last = static_cast<std::size_t>((to - 1) / kStrip);
     for (int py = std::max(0, row); py < std::min(side_, row + size); ++py) {
         const auto line = static_cast<std::size_t>(py);
-        mark(line, from);
-        mark(line, to - 1);
+        for (auto strip = first; strip <= last; ++strip) {
+            const auto word = line * words_ + strip / kWord;
+            lit_[word] |= std::uint64_t{1} << strip % kWord;
+            stale_[word] |= std::uint64_t{1} << strip % kWord;
+        }
         auto* const lights = glow_.data() + line * static_cast<std::size_t>(stride_);
         for (int px = from; px < to; ++px)
             lights[px] = static_cast<std::uint16_t>(std::min(65535u, lights[px] + kSpark));
@@ -177,9 +176,10 @@ void StereoField::ticked(double seconds)
         const double fresh = frames_ >= 0 && frames > frames_ ? frames - frames_ : frames;
         const auto count =
             std::min({x.size(), y.size(), static_cast<std::size_t>(kPointsPerFrame * fresh)});
+        const auto as = view();
         for (std::size_t i = x.size() - count; i < x.size(); ++i)
             if (x[i] != 0 || y[i] != 0) {  // silence is dark
-                light(x[i], y[i]);
+                light(place(as, x[i], y[i]));
                 isDark_ = false;
             }
     }

@@ -29,10 +29,10 @@ protected:
 private:
     enum class View { Goniometer, XY, Polar };
     View view() const { return static_cast<View>(static_cast<int>(view_.get(0))); }
-    Point place(double x, double y) const;
+    static Point place(View view, double x, double y);
     void fade(double passed);
     void fadeRows(std::size_t parity, double passed, double persistence);
-    void light(double x, double y);
+    void light(Point at);
     /// Tells what drawMoved() will draw.
     void tellMoved();
     template <class F> void forEachStrip(std::vector<std::uint64_t>& strips, F&& f);
