@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "program.h"
+#include "tests/support/build_paths.h"
 
 namespace quillhost_test {
 namespace {
@@ -151,9 +152,11 @@ TEST_F(Commands, ExamplesOfTheHelpWork)
     writeSound("archive/one.wav", mix, kWav);
     expectSilence(run({"preset", "save", "limiter", "loud.fxpreset"}));
     std::filesystem::create_directories("build/release/module");
-    std::filesystem::create_symlink(QUILLHOST_MODULE, "build/release/module/quillworks.so");
-    std::filesystem::create_symlink(QUILLHOST_PROGRAM, "quillhost");
-    const std::string path = "export PATH=.:$PATH QUILLWORKS_MODULE=" QUILLHOST_MODULE "; ";
+    std::filesystem::create_symlink(quillworks::paths::module,
+                                    "build/release/module/quillworks.so");
+    std::filesystem::create_symlink(quillworks::paths::quillhost, "quillhost");
+    const std::string path =
+        "export PATH=.:$PATH QUILLWORKS_MODULE=" + quillworks::paths::module + "; ";
     for (const std::string command :
          {"list", "info", "render", "measure", "plot", "preset", "bench", "ir"}) {
         std::istringstream help(run({command, "--help"}).out);
