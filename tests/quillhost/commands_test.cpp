@@ -24,6 +24,8 @@ TEST_F(Commands, ListAndInfoDescribeEveryClass)
         const std::string name = row["name"];
         SCOPED_TRACE(name);
         EXPECT_EQ(row["index"], i + 1);
+        // The manual's pages hold the tables of all classes, and are written in one process.
+        if (kIsSanitised && i % 4 != 0) continue;
         const auto info = Json::parse(run({"info", name, "--json"}).out);
         EXPECT_EQ(info["name"], name);
         EXPECT_EQ(info["classId"], row["classId"]);

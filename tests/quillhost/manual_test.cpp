@@ -21,6 +21,12 @@ TEST_F(Manual, IsCurrent)
 
 TEST_F(Manual, ACheckTellsWhatDiffersAndWritingMendsThePages)
 {
+    if (kIsSanitised) {  // a check of all pages is above
+        fs::create_directories("m/notes");
+        fs::copy(manual_ + "/notes", "m/notes");
+        EXPECT_EQ(run({"manual", "pages", "-o", "m"}).code, 0);
+        return;
+    }
     fs::copy(manual_, "m", fs::copy_options::recursive);
     const auto gate = readBytes("m/gate.md");
     auto changed = gate;
