@@ -28,7 +28,7 @@ public:
     Period(int length, const std::function<bool()>& isCancelled)
         : bins_(std::size_t(length)), signal_(std::size_t(length)), isCancelled_(isCancelled)
     {
-        fft_.setSize(static_cast<std::uint32_t>(length));
+        fft_.setSize(static_cast<std::uint32_t>(length), FftPlanning::Repeatable);
         if (!fft_.isReady()) throw std::bad_alloc();
     }
 

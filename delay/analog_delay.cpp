@@ -128,6 +128,7 @@ constexpr Parameter<S> kParameters[] = {
         {.group = kTime, .help = "Tempo of the song."}},
     {"bypass",        "Bypa"_tag, "Bypass",          Kind::Bypass,  0,          1,     0,     "",                  nullptr,          0,             asIs,
         {.group = kOutput, .help = "Passes the input as it is."}},
+    lfoPhaseRow<S>(),
 };
 // clang-format on
 

@@ -4,6 +4,7 @@
 
 #include "delay/echo_loop.h"
 #include "framework/effect_component.h"
+#include "framework/lfo_reading.h"
 #include "framework/precision_algorithm.h"
 
 namespace quillworks {
@@ -13,7 +14,7 @@ namespace quillworks {
 template <typename T> class AnalogDelayCore {
 public:
     using Settings = AnalogDelaySettings;
-    static constexpr CoreHooks kHooks{.tempo = true, .wetOnly = true};
+    static constexpr CoreHooks kHooks{.tempo = true, .wetOnly = true, .publish = true};
     enum Group : unsigned { Mix = 128 };  // and those of EchoLoop
 
     void prepare(const ProcessSpec& spec);
@@ -23,6 +24,7 @@ public:
     /// The wet signal alone, at its own level.
     void setWetOnly(bool wetOnly) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
+    void publish(MeterSlots& meters) noexcept { publishLfoPhase(meters, loop_.lfoPlace()); }
 
 private:
     void updateMix() noexcept;

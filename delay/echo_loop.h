@@ -58,6 +58,9 @@ public:
     /// Wet signal for the input of a slice; both hold slice.frames per channel.
     void process(GridSlice slice, const float* const* in, float* const* wet) noexcept;
 
+    /// Where the motor's modulation is in its wave, in periods.
+    double lfoPlace() const noexcept { return lfoPhase_.value * 0x1p-32; }
+
     /// Half-life of gains, in sub-blocks.
     static double gainHalfLife(double sampleRate) noexcept
     {

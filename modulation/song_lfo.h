@@ -7,8 +7,7 @@
 #include <cstdint>
 
 #include "dsp/lfo_voice.h"
-#include "framework/meter_slots.h"
-#include "framework/parameter.h"
+#include "framework/lfo_reading.h"
 #include "framework/song_clock.h"
 
 namespace quillworks {
@@ -67,20 +66,5 @@ private:
     double place_ = 0;  // in periods, at the end of the sub-block
     bool isFresh_ = true, jumps_ = false;
 };
-
-/// The table's row of where in its cycle an effect's oscillator is.
-template <class S> constexpr Parameter<S> lfoPhaseRow()
-{
-    return {.key = "lfophase",
-            .tag = "LfPh"_tag,
-            .title = "LFO Phase",
-            .kind = Kind::Reading,
-            .notes = {.generation = 1}};
-}
-/// `place`: periods.
-inline void publishLfoPhase(MeterSlots& meters, double place) noexcept
-{
-    meters.publish("LfPh"_tag, static_cast<float>(place - std::floor(place)));
-}
 
 }  // namespace quillworks

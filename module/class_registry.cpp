@@ -34,7 +34,7 @@
 #include "modulation/flanger.h"
 #include "modulation/phaser.h"
 #include "modulation/wobbla.h"
-#include "module/pending_effects.h"
+#include "module/trial_classes.h"
 #include "reverb/ir_maker.h"
 #include "reverb/room_reverb.h"
 #include "reverb/swellroom.h"

@@ -16,7 +16,7 @@ constexpr std::size_t kShortestNoise = 1024;
 void setSize(Fft<double>& fft, std::size_t n)
 {
     if (n > std::size_t{1} << Fft<double>::kMaxOrder) throw std::bad_alloc();
-    fft.setSize(static_cast<std::uint32_t>(n));
+    fft.setSize(static_cast<std::uint32_t>(n), FftPlanning::Repeatable);
     if (!fft.isReady()) throw std::bad_alloc();
 }
 

@@ -54,7 +54,7 @@ double thirdOctavePower(const std::vector<double>& response, double frequency, d
     Fft<double> fft;
     const auto n = std::bit_ceil(std::max<std::size_t>(
         response.size(), static_cast<std::size_t>(16 * sampleRate / frequency)));
-    fft.setSize(static_cast<std::uint32_t>(n));
+    fft.setSize(static_cast<std::uint32_t>(n), FftPlanning::Repeatable);
     if (!fft.isReady()) throw std::bad_alloc();
     std::vector<double> x(n);
     std::copy(response.begin(), response.end(), x.begin());

@@ -22,7 +22,7 @@ void ResponseDisplay::sized()
     plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
                            : Rect{30, 10, width() - 40, height() - 32};
     layer_.forget();
-    groundTops_.clear();
+    ground_.forget();
     place();
     differences_.clear();
 }
@@ -52,49 +52,10 @@ void ResponseDisplay::lookChanged()
     if (!handles().all().empty()) damage();  // they go with it
 }
 
-/// Bars of the bands move a little at a time: only the stripe is drawn in which they have moved.
 void ResponseDisplay::ticked(double)
 {
-    if (ground_.empty() || isSmall()) return;
-    const auto& node = model().display(ground_);
-    const auto& hertz = node["frequency"].numbers();
-    const auto& level = node["level"].numbers();
-    const auto n = std::min(hertz.size(), level.size());
-    const Plot levels{plot_.area, plot_.x, kGroundLevels};
-    const double pixel = 1 / scale();
-    double top = plot_.area.bottom(), bottom = plot_.area.y;
-    if (groundTops_.size() != n) {
-        groundTops_.assign(n, plot_.area.bottom());
-        damage();
-    }
-    groundEdges_.resize(n + 1);
-    for (std::size_t i = 0; i < n; ++i) {
-        // From half way to the neighbours, which lie in equal ratios.
-        const double ratio = i + 1 < n ? hertz[i + 1] / hertz[i] : hertz[i] / hertz[i - (i > 0)];
-        groundEdges_[i] = plot_.across(hertz[i] / std::sqrt(ratio));
-        groundEdges_[i + 1] = plot_.across(hertz[i] * std::sqrt(ratio));
-        double y = plot_.area.bottom();
-        if (level[i] > kGroundLevels.minimum)
-            y = std::round(levels.upWithin(level[i]) / pixel) * pixel;
-        double& was = groundTops_[i];
-        if (y == was) continue;
-        top = std::min({top, y, was});
-        bottom = std::max({bottom, y, was});
-        was = y;
-    }
-    if (top < bottom) damage({plot_.area.x, top - 1, plot_.area.w, bottom - top + 2});
-}
-
-void ResponseDisplay::drawGround(Canvas& canvas) const
-{
-    const auto& area = plot_.area;
-    for (std::size_t i = 0; i < groundTops_.size(); ++i) {
-        const double left = std::max(groundEdges_[i], area.x),
-                     right = std::min(groundEdges_[i + 1], area.right());
-        if (left < right && groundTops_[i] < area.bottom())
-            canvas.fill({left, groundTops_[i], right - left, area.bottom() - groundTops_[i]},
-                        Ink(Color::Level, 0.5));
-    }
+    if (isSmall()) return;
+    ground_.tick(model(), plot_, scale(), [this](const Rect& rect) { damage(rect); });
 }
 
 void ResponseDisplay::drawStatic(Canvas& canvas)
@@ -131,11 +92,11 @@ void ResponseDisplay::drawCurves(Canvas& canvas)
 void ResponseDisplay::draw(Canvas& canvas)
 {
     place();
-    if (groundTops_.empty()) {
+    if (!ground_.isThere()) {
         drawCurves(canvas);
     } else {
         // What moves behind them leaves the curves as they are.
-        drawGround(canvas);
+        ground_.draw(canvas, plot_.area);
         layer_.draw(canvas, *this, [this](Canvas& own) { drawCurves(own); });
     }
     handles().draw(canvas);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "editors/displays/graph.h"
+#include "editors/displays/ground_bars.h"
 #include "editors/displays/handles.h"
 #include "editors/displays/layer.h"
 #include "editors/displays/plot.h"
@@ -33,8 +34,6 @@ protected:
     virtual bool isOn() const { return true; }
 
 private:
-    static constexpr Axis kGroundLevels{-78, 0, false};  // dB
-    void drawGround(Canvas& canvas) const;
     void drawCurves(Canvas& canvas);
 
     Plot plot_;
@@ -42,9 +41,8 @@ private:
     void sample();
 
     Graph graph_;
-    std::string ground_;  // name of the display that lies behind; empty: none
-    std::vector<double> groundEdges_, groundTops_;  // px, of its bands
-    Layer layer_;                                   // the curves, while something lies behind
+    GroundBars ground_;
+    Layer layer_;  // the curves, while something lies behind
     std::vector<Point> courses_[2];
     std::vector<CourseDifference> differences_;  // of each curve
     bool wasOn_ = true;

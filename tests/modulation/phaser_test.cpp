@@ -269,7 +269,7 @@ TEST(PhaserEndless, LeavesNothingBesideATone)
 
 TEST(LfoPhase, IsReadWhereTheOscillatorOfEachEffectIs)
 {
-    for (const char* name : {"Phaser", "Flanger", "Chorus", "Autofilter"}) {
+    for (const char* name : {"Phaser", "Flanger", "Chorus", "Autofilter", "Analog Delay"}) {
         EffectUnderTest<float> fx(name);
         fx.set("lfosync", 0).set("lfotime", 2);
         fx.run(sine<float>(48000 + 7200, 440, 48000));  // 1.15 s

@@ -115,7 +115,7 @@ private:
         chain_.clear();
         for (unsigned n = 2 + below(4); n > 0; --n) {
             const int i = draw();
-            chain_.emplace_back(i, std::make_unique<Stage>(create(i)));
+            chain_.emplace_back(i, std::make_unique<Stage>(create(i), files_));
         }
         // The rate with the least frames so far: each gets the same share of the work.
         auto& [rate, seconds] =
@@ -133,7 +133,8 @@ private:
 
     VNK::SpeakerArrangement layout()
     {
-        constexpr const char* names[] = {"mono", "stereo", "5.1", "16"};
+        constexpr const char* names[] = {"mono",  "stereo", "quad", "5.1",
+                                         "7.1.4", "9.1.6",  "16",   "32"};
         VNK::SpeakerArrangement arrangement;
         VNK::SpeakerArrangement::named(names[below(std::size(names))], arrangement);
         return arrangement;
@@ -181,7 +182,7 @@ private:
         }
         for (auto& [index, stage] : running_) {
             stage->checkLatency();
-            Stage fresh(create(index));
+            Stage fresh(create(index), files_);
             stage->template compareWith<T>(fresh);
         }
         return seconds;
@@ -257,6 +258,7 @@ private:
 
     Options options_;
     std::mt19937 random_;
+    ForeignFiles files_;
     VNK::Ref<VNK::IClassFactory> factory_ =
         VNK::Ref<VNK::IClassFactory>::adopt(VNKGetClassFactory());
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/soak/foreign_files.h"
 #include "tests/support/audio_thread_guard.h"
 #include "tests/support/counting_sink.h"
 #include "tests/support/random_transport.h"
@@ -43,8 +44,10 @@ public:
     /// A sample beyond it counts as bad, as NaN does: its square leaves the range of a float.
     static constexpr double kAbsurdLevel = 1e15;
 
-    explicit Stage(VNK::IObject* adopted)
-        : component_(VNK::HostedEffect::adopt(adopted)),
+    /// `files`, which outlive it, are what its texts name.
+    Stage(VNK::IObject* adopted, ForeignFiles& files)
+        : files_(files),
+          component_(VNK::HostedEffect::adopt(adopted)),
           algorithm_(*component_->algorithm()),
           displays_(component_->queryInterface<VNK::IEffectDisplays>()),
           remembered_(state()),
@@ -94,6 +97,7 @@ public:
     template <typename T> void compareWith(Stage& fresh)
     {
         algorithm_.setTempo(120);
+        readFilesAnew();
         fresh.prepare(setup_);
         fresh.algorithm_.setTempo(120);
         for (int i = 0; i < component_->countParameters(); ++i)  // what no state carries
@@ -142,7 +146,9 @@ public:
     {
         const auto i = static_cast<int>(random() % unsigned(component_->countParameters()));
         const auto tag = parameter(i).tag;
-        switch (random() % 13) {
+        switch (random() % 14) {
+        case 13:
+            return changeFile(random);
         case 0:
             return component_->setEditorOpen(random() % 2 == 0);
         case 12:
@@ -313,6 +319,32 @@ private:
         valuesOf(*displays_);
     }
 
+    template <class F> void forEachFile(F call)
+    {
+        VNK::TextInfo text;
+        for (int i = 0; component_->getTextInfo(i, text); ++i)
+            if (text.kind == VNK::TextKind::File) call(i);
+    }
+    void changeFile(std::mt19937& random)
+    {
+        forEachFile([&](int i) {
+            component_->setText(i, files_.any(random).c_str());
+            component_->textProblem(i);
+        });
+    }
+    /// So that every file is the one on disk: one that was gone, broken or refused leaves the last
+    /// one at work, which a new instance does not have.
+    void readFilesAnew()
+    {
+        forEachFile([&](int i) {
+            const std::string name = component_->getText(i);
+            component_->setText(i, name.c_str());
+            waitUntilReady();
+            if (*component_->textProblem(i)) component_->setText(i, files_.good().c_str());
+        });
+        waitUntilReady();
+    }
+
     void exchangeStates(std::mt19937& random)
     {
         VNK::StringSink preset;
@@ -350,6 +382,7 @@ private:
         return peak;
     }
 
+    ForeignFiles& files_;
     VNK::HostedEffect component_;
     VNK::IEffectAlgorithm& algorithm_;
     VNK::EffectRunner runner_{algorithm_};

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: ISC
-// The class pairs that pass their audio through: those that try out the frame, and any effect until
-// it is built and takes its name from here to its family's folder.
+// The class pairs that pass their audio through: they try out the frame, and no host is offered
+// them.
 #pragma once
 
 #include "framework/pass_through.h"
 
 namespace quillworks {
 
-// Never offered to a host: classes for trying out the frame.
 using TestWahAlgorithm = PassThroughAlgorithm;
 using TestWahComponent = PassThroughComponent<"TestWah">;
 using TestPlugAlgorithm = PassThroughAlgorithm;

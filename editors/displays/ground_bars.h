@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: ISC
+// The spectrum behind a display over frequency: bars of the bands that an effect shows.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "editors/canvas.h"
+#include "editors/displays/plot.h"
+#include "editors/effect_model.h"
+
+namespace quillworks::editors {
+
+class GroundBars {
+public:
+    /// `name`: of the effect's display with "frequency" and "level"; empty: none.
+    explicit GroundBars(std::string name) : name_(std::move(name)) {}
+
+    /// Whether there is anything to draw.
+    bool isThere() const noexcept { return !tops_.empty(); }
+    void forget() noexcept { tops_.clear(); }
+    /// Bars move a little at a time: only the stripe in which they have moved is damaged. `scale`:
+    /// device pixels per logical one.
+    void tick(EffectModel& model, const Plot& plot, double scale,
+              const std::function<void(const Rect&)>& damage);
+    void draw(Canvas& canvas, const Rect& area) const;
+
+private:
+    std::string name_;
+    std::vector<double> edges_, tops_;  // px, of the bands
+};
+
+}  // namespace quillworks::editors
