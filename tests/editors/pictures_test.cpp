@@ -7,6 +7,7 @@
 
 #include "tests/editors/editor_under_test.h"
 #include "tests/editors/picture.h"
+#include "tests/support/build_paths.h"
 #include "tests/support/effect_under_test.h"
 
 namespace quillworks::test {
@@ -113,7 +114,7 @@ class Pictures : public ::testing::TestWithParam<Case> {};
 TEST_P(Pictures, LookAsTheyDid)
 {
     const auto picture = drawn(GetParam(), skin());
-    const auto stored = std::string(PICTURES) + "/" + fileOf(GetParam());
+    const auto stored = paths::source + "/tests/editors/pictures/" + fileOf(GetParam());
     if (std::getenv("QUILLWORKS_DRAW")) {
         ASSERT_TRUE(writePicture(picture, stored));
         return;
