@@ -220,12 +220,8 @@ void PhaseEngine::showRecent(VNK::IDisplaySink& sink) const
 {
     const bool isThere = pair_ && isBuilt_;
     sink.number("frames", isThere ? static_cast<double>(field_.frames()) : kNothing);
-    std::vector<double> x, y;
-    if (isThere)
-        for (const auto& point : field_.points(kRecentSeconds)) {
-            x.push_back(point.x);
-            y.push_back(point.y);
-        }
+    std::vector<float> x, y;
+    if (isThere) field_.points(kRecentSeconds, x, y);
     sink.numbers("x", x.data(), static_cast<std::int64_t>(x.size()));
     sink.numbers("y", y.data(), static_cast<std::int64_t>(y.size()));
 }

@@ -39,6 +39,8 @@ public:
     /// Those of the last `seconds` after the gain, oldest first, four to a sample. May throw
     /// std::bad_alloc.
     std::vector<FieldPoint> points(double seconds) const;
+    /// The same as two lists.
+    void points(double seconds, std::vector<float>& x, std::vector<float>& y) const;
 
 private:
     void count(float left, float right) noexcept;
