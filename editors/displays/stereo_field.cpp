@@ -12,7 +12,8 @@
 namespace quillworks::editors {
 namespace {
 
-constexpr double kPolarRange = 60;  // dB
+constexpr double kPolarRange = 60;    // dB
+constexpr double kPersistence = 0.3;  // s, where nobody sets it
 constexpr int kPointsPerFrame = 4;
 constexpr unsigned kSpark = 14000;        // that a point adds to the glow
 constexpr std::uint16_t kFaintest = 400;  // below that nothing is seen
@@ -66,7 +67,7 @@ Point StereoField::place(double x, double y) const
 /// Whether anything still glows.
 bool StereoField::fade(double passed)
 {
-    const double persistence = persistence_.get(0);
+    const double persistence = persistence_.get(kPersistence);
     const auto keep = static_cast<std::uint16_t>(
         persistence > 0 ? std::min(65535.0, 65536 * std::exp(-passed / persistence)) : 0.0);
     bool glows = false;
@@ -258,7 +259,8 @@ void StereoField::draw(Canvas& canvas)
 
 std::string StereoField::describe() const
 {
-    return "Stereo field, " + view_.text() + ", correlation " + correlation_.text();
+    return "Stereo field" + (view_.exists() ? ", " + view_.text() : std::string()) +
+           ", correlation " + correlation_.text();
 }
 
 }  // namespace quillworks::editors
