@@ -34,12 +34,26 @@ double ScopeInterpolator::at(const float* x, double fraction) const noexcept
 double ScopeInterpolator::crossing(const float* x, double level, double from,
                                    double to) const noexcept
 {
-    const bool rises = at(x, from) < level;
-    for (int i = 0; i < 20; ++i) {
-        const double middle = (from + to) / 2;
-        ((at(x, middle) < level) == rises ? from : to) = middle;
+    constexpr int kMostSteps = 20;
+    constexpr double kClose = 1e-7;  // of a sample
+    double a = at(x, from) - level, b = at(x, to) - level;
+    if ((a < 0) == (b < 0)) return to;
+    // By the secant, whose end is given half its weight where it stays twice (the Illinois method):
+    // five values or so.
+    double found = from;
+    for (int i = 0, stays = 0; i < kMostSteps; ++i) {
+        const double last = found;
+        found = (from * b - to * a) / (b - a);
+        const double value = at(x, found) - level;
+        if (value == 0 || (i > 0 && std::abs(found - last) < kClose)) break;
+        const bool isBefore = (value < 0) == (a < 0);
+        (isBefore ? from : to) = found;
+        (isBefore ? a : b) = value;
+        const int side = isBefore ? 1 : -1;
+        if (side == stays) (isBefore ? b : a) /= 2;
+        stays = side;
     }
-    return (from + to) / 2;
+    return found;
 }
 
 void ScopeHistory::prepare(const ProcessSpec& spec)

@@ -20,14 +20,24 @@ float dot(const float* row, const float* x)
 
 }  // namespace
 
-template <class F> void ScopeReader::forEachPoint(const float* x, int span, F&& f) const
+void ScopeReader::interpolate(const float* x, int span)
 {
+    // Near the end, where samples are missing, there is nothing between them.
+    between_ = std::max(0, span - kScopeReach);
+    points_.resize(static_cast<std::size_t>(between_ * kPoints + (span - between_)));
+    auto to = points_.begin();
     for (int i = 0; i < span; ++i) {
-        f(double(i), double(x[i]));
-        if (i + kScopeReach >= span) continue;
-        for (int k = 1; k < kPoints; ++k)
-            f(i + double(k) / kPoints, double(dot(interpolator_.row(k), x + i - kScopeReach + 1)));
+        *to++ = x[i];
+        for (int k = 1; k < kPoints && i < between_; ++k)
+            *to++ = dot(interpolator_.row(k), x + i - kScopeReach + 1);
     }
+}
+
+template <class F> void ScopeReader::forEachPoint(F&& f) const
+{
+    auto value = points_.begin();
+    for (int i = 0; i < between_ * kPoints; ++i) f(double(i) / kPoints, double(*value++));
+    for (int i = between_; value != points_.end(); ++i) f(double(i), double(*value++));
 }
 
 void ScopeReader::findCrossings(const float* x, int span, double middle, double margin,
@@ -38,7 +48,7 @@ void ScopeReader::findCrossings(const float* x, int span, double middle, double 
     const double sign = upwards ? 1 : -1;
     bool isArmed = false;
     double before = 0, at = 0;
-    forEachPoint(x, span, [&](double place, double value) {
+    forEachPoint([&](double place, double value) {
         const double now = sign * (value - middle);
         if (place > 0 && isArmed && before < 0 && now >= 0) {
             const int i = static_cast<int>(at);
@@ -82,8 +92,9 @@ ScopeReadings ScopeReader::read(const std::vector<float>& trace, int span, doubl
 {
     const float* const x = trace.data() + kScopeReach;
     ScopeReadings r;
+    interpolate(x, span);
     double high = double(x[0]), low = high;
-    forEachPoint(x, span, [&](double, double value) {
+    forEachPoint([&](double, double value) {
         high = std::max(high, value);
         low = std::min(low, value);
     });
@@ -98,7 +109,7 @@ ScopeReadings ScopeReader::read(const std::vector<float>& trace, int span, doubl
         periods = {0, double(span - 1), 0};
     // The trapezoidal rule, whose errors cancel over whole periods.
     double sum = 0, squares = 0, above = 0, before = 0, at = 0;
-    forEachPoint(x, span, [&](double place, double value) {
+    forEachPoint([&](double place, double value) {
         const double from = std::max(at, periods.first), to = std::min(place, periods.last);
         if (place > 0 && to > from) {
             const double slope = (value - before) / (place - at);

@@ -31,9 +31,11 @@ public:
                        std::optional<double> period);
 
 private:
+    /// The points that all readings are made of.
+    void interpolate(const float* x, int span);
     /// f(place in samples, value) at every eighth of a sample where the signal's neighbours are
     /// known, at the samples elsewhere.
-    template <class F> void forEachPoint(const float* x, int span, F&& f) const;
+    template <class F> void forEachPoint(F&& f) const;
     void findCrossings(const float* x, int span, double middle, double margin, bool upwards);
     /// The first and the last of the crossings that are a whole number of periods apart.
     struct Periods {
@@ -43,6 +45,8 @@ private:
     Periods wholePeriods(std::optional<double> period) const;
 
     ScopeInterpolator interpolator_;
+    std::vector<float> points_;      // kPoints a sample, one near the end
+    int between_ = 0;                // samples that have points between them
     std::vector<double> crossings_;  // in samples from the beginning
     std::size_t known_ = 0;          // of them, those between samples whose neighbours are known
 };

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -206,6 +207,8 @@ struct TickCost {
     double tick = std::numeric_limits<double>::infinity();  // ms: values read, figures worked out
     double draw = 0;
     double worst = std::numeric_limits<double>::infinity();  // of the ticks of a second
+    double told = 0, changed = 0;  // thousands of pixels that a tick tells a window of, and of
+                                   // those the ones that are others than before
 };
 
 /// The mean over a second, for the one that was disturbed least.
@@ -229,6 +232,18 @@ TickCost tickCost(const Case& test, int seconds)
     };
     double tick = 0, draw = 0;
     for (int i = 0; i < kWarmUp; ++i) turn(tick, draw);
+    for (int i = 0; seconds > 0 && i < kTicks; ++i) {
+        host.play();
+        surface->tick(ticks++ / double(kTicks));
+        const auto before = picture.data;
+        for (const auto& part : surface->draw(picture.pixels, false))
+            best.told += double(part.w) * part.h / 1000 / kTicks;
+        best.changed += double(picture.data.size() -
+                               static_cast<std::size_t>(std::inner_product(
+                                   before.begin(), before.end(), picture.data.begin(),
+                                   std::ptrdiff_t{0}, std::plus<>(), std::equal_to<>()))) /
+                        1000 / kTicks;
+    }
     for (int second = 0; second < seconds; ++second) {
         double ticked = 0, drawn = 0, worst = 0;
         for (int i = 0; i < kTicks; ++i) {
@@ -268,24 +283,26 @@ int main(int argc, char** argv)
         else if (option == "--seconds")
             seconds = std::atoi(argv[i + 1]);
         else
-            return std::fprintf(stderr,
-                                "editors_bench [--only EFFECT] [--turns N] [--seconds N]\n"),
+            return std::fprintf(
+                       stderr, "editors_bench [--only EFFECT[, VIEW]] [--turns N] [--seconds N]\n"),
                    2;
     }
     const bool hasWindows = std::getenv("DISPLAY") != nullptr;
-    std::printf("scale %g; ms of one processor, windows ms that pass; least of %d openings, of %d "
-                "seconds\n",
-                kScale, turns, seconds);
-    std::printf("%-32s %8s %8s %8s %8s %8s %8s\n", "", "memory", "window", "tick", "draw", "both",
-                "worst");
+    std::printf(
+        "scale %g; ms of one processor, windows ms that pass, thousands of pixels; least of "
+        "%d openings, of %d seconds\n",
+        kScale, turns, seconds);
+    std::printf("%-32s %8s %8s %8s %8s %8s %8s %8s %8s\n", "", "memory", "window", "tick", "draw",
+                "both", "worst", "told", "changed");
     for (const auto& test : cases()) {
-        if (!only.empty() && test.effect != only) continue;
+        const auto name = test.effect + (test.note.empty() ? "" : ", " + test.note);
+        if (!only.empty() && test.effect != only && name != only) continue;
         const double memory = leastOf(turns, [&] { return openInMemory(test); });
         const double window = hasWindows ? leastOf(turns, [&] { return openWindow(test); }) : 0;
         const auto cost = seconds > 0 ? tickCost(test, seconds) : TickCost{0, 0, 0};
-        const auto name = test.effect + (test.note.empty() ? "" : ", " + test.note);
-        std::printf("%-32s %8.1f %8.1f %8.3f %8.3f %8.3f %8.3f\n", name.c_str(), memory, window,
-                    cost.tick, cost.draw, cost.tick + cost.draw, cost.worst);
+        std::printf("%-32s %8.1f %8.1f %8.3f %8.3f %8.3f %8.3f %8.1f %8.1f\n", name.c_str(), memory,
+                    window, cost.tick, cost.draw, cost.tick + cost.draw, cost.worst, cost.told,
+                    cost.changed);
         std::fflush(stdout);
     }
 }

@@ -34,7 +34,7 @@ template <typename T> struct LagrangeWeights {
 };
 
 /// By third-order Lagrange interpolation: no latency of its own, flat within 0.1 dB to an eighth of
-/// the sample rate. For more treble there is `TapReader`.
+/// the sample rate. For more treble there is `FarrowLine`.
 template <typename T> class FractionalDelay {
 public:
     /// For delays of 0 .. `longest` samples. Allocates.

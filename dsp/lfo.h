@@ -42,7 +42,6 @@ public:
 
     /// Updates per second: how often the owner advances its phase.
     void setControlRate(double hertz) noexcept { controlRate_ = hertz; }
-    double controlRate() const noexcept { return controlRate_; }
 
     /// Builds the tables if `shape` (an `LfoShape`) is not the current one. Anything outside 0..5
     /// changes nothing.

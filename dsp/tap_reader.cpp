@@ -24,7 +24,6 @@ template <typename T> struct TapSource {
 };
 
 constexpr int kBatch = 8;  // points read side by side at most
-constexpr int kRun = 32;   // points that follow each other at most
 
 }  // namespace
 }  // namespace quillworks
@@ -40,12 +39,6 @@ namespace hn = hwy::HWY_NAMESPACE;
 template <int batch, typename T, class D, class V> void storeSums(D, const V* v, T* out)
 {
     for (int p = 0; p < batch; ++p) out[p] = hn::GetLane(v[p]);
-}
-
-template <int batch, typename T, class D, class V>
-void addSums(D, const V* v, const T* gains, T* out)
-{
-    for (int p = 0; p < batch; ++p) out[p] += hn::GetLane(v[p]) * gains[p];
 }
 
 #else
@@ -88,18 +81,6 @@ HWY_INLINE void storeSums(D d, const V* v, T* out)
 {
     constexpr int kLanes = 16 / sizeof(T);
     for (int p = 0; p < batch; p += kLanes) hn::StoreU(sumsOf<T>(d, v + p), SumsTag<T>(), out + p);
-}
-
-/// out[p] grows by the sum of the lanes of v[p] times gains[p].
-template <int batch, typename T, class D, class V>
-HWY_INLINE void addSums(D d, const V* v, const T* gains, T* out)
-{
-    constexpr int kLanes = 16 / sizeof(T);
-    const SumsTag<T> ds;
-    for (int p = 0; p < batch; p += kLanes) {
-        const auto more = hn::Mul(sumsOf<T>(d, v + p), hn::LoadU(ds, gains + p));
-        hn::StoreU(hn::Add(hn::LoadU(ds, out + p), more), ds, out + p);
-    }
 }
 
 #endif
@@ -211,127 +192,11 @@ HWY_INLINE int readAny(const TapSource<T>& source, const double* distances, int 
                                 : readOf<taps, 2>(source, distances, n, out);
 }
 
-/// How far n points, at most kRun and `step` apart from `first` on, lie between two rows: the
-/// weights of the row above and of the one below.
-template <typename T>
-HWY_INLINE void weighRows(std::int64_t first, std::int64_t step, int n, T* above, T* below)
-{
-    // The digits below a row are the last ones.
-    const hn::CappedTag<T, kBatch> d;
-    const hn::Rebind<std::int32_t, decltype(d)> di;
-    const auto last32 = [](std::int64_t x) { return static_cast<std::int32_t>(x); };
-    const auto lanes = static_cast<int>(hn::Lanes(d));
-    auto place =
-        hn::Add(hn::Set(di, last32(first)), hn::Mul(hn::Iota(di, 0), hn::Set(di, last32(step))));
-    const auto further = hn::Set(di, last32(step * lanes)), mask = hn::Set(di, 0xFFFFFF);
-    for (int i = 0; i < n; i += lanes, place = hn::Add(place, further)) {
-        const auto fine = hn::And(place, mask);
-        hn::Vec<decltype(d)> share;
-        if constexpr (sizeof(T) == 4)
-            share = hn::ConvertTo(d, fine);
-        else
-            share = hn::PromoteTo(d, fine);
-        share = hn::Mul(share, hn::Set(d, T(0x1p-24)));
-        hn::StoreU(share, d, above + i);
-        hn::StoreU(hn::Sub(hn::Set(d, T(1)), share), d, below + i);
-    }
-}
-
-/// As many points as one store takes, `step` apart from `place` on: their sums stay in registers.
-/// With gains, the points times them are added to what `out` holds.
-template <int taps, int channels, bool adds, typename T>
-HWY_INLINE void followPoints(const TapSource<T>& source, std::int64_t place, std::int64_t step,
-                             const T* above, const T* below, const T* const* gains, T* const* out,
-                             int to)
-{
-    const hn::CappedTag<T, (taps & -taps)> d;
-    using V = hn::Vec<decltype(d)>;
-    constexpr int kLanes = static_cast<int>(hn::MaxLanes(d)), kPoints = 16 / sizeof(T);
-    V left[kPoints], right[kPoints];
-    for (int p = 0; p < kPoints; ++p, place += step) {
-        // In the high half, the sample before the point; below it the row.
-        const std::ptrdiff_t start = (place >> 32) - (taps / 2 - 1);
-        const T* const row = source.rows + (place >> 24 & 0xFF) * taps;
-        const auto a = hn::Set(d, above[p]), b = hn::Set(d, below[p]);
-        const auto add = [&](V& sum, const T* line, V tap, int t) HWY_ATTR {
-            const auto x = hn::LoadU(d, line + start + t);
-            sum = t == 0 ? hn::Mul(tap, x) : hn::MulAdd(tap, x, sum);
-        };
-        for (int t = 0; t < taps; t += kLanes) {
-            const auto tap =
-                hn::MulAdd(a, hn::LoadU(d, row + taps + t), hn::Mul(b, hn::LoadU(d, row + t)));
-            add(left[p], source.lines[0], tap, t);
-            if constexpr (channels == 2) add(right[p], source.lines[1], tap, t);
-        }
-    }
-    const auto store = [&](const V* sums, int c) HWY_ATTR {
-        if constexpr (adds)
-            addSums<kPoints>(d, sums, gains[c] + to, out[c] + to);
-        else
-            storeSums<kPoints>(d, sums, out[c] + to);
-    };
-    store(left, 0);
-    if constexpr (channels == 2) store(right, 1);
-}
-
-/// Points that lie `step` apart from `first` on, places in the ring in 2^-32 of a sample.
-template <int taps, int channels, bool adds, typename T>
-HWY_INLINE void followOf(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,
-                         const T* const* gains, T* const* out)
-{
-    constexpr int kPoints = 16 / sizeof(T);
-    T above[kRun + kBatch], below[kRun + kBatch];
-    weighRows(first, step, n, above, below);
-    int i = 0;
-    for (; i + kPoints <= n; i += kPoints, first += kPoints * step)
-        followPoints<taps, channels, adds>(source, first, step, above + i, below + i, gains, out,
-                                           i);
-    // What is left, one by one in all places.
-    for (; i < n; ++i, first += step) {
-        T weights[2][kPoints], rest[2][kPoints];
-        std::fill_n(weights[0], kPoints, above[i]);
-        std::fill_n(weights[1], kPoints, below[i]);
-        T* const all[2] = {rest[0], rest[1]};
-        followPoints<taps, channels, false>(source, first, 0, weights[0], weights[1], gains, all,
-                                            0);
-        for (int c = 0; c < channels; ++c) {
-            if constexpr (adds)
-                out[c][i] += rest[c][0] * gains[c][i];
-            else
-                out[c][i] = rest[c][0];
-        }
-    }
-}
-
-template <int taps, bool adds, typename T>
-HWY_INLINE void followAny(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,
-                          const T* const* gains, T* const* out)
-{
-    if (source.channels == 1)
-        followOf<taps, 1, adds>(source, first, step, n, gains, out);
-    else
-        followOf<taps, 2, adds>(source, first, step, n, gains, out);
-}
-
-#define QUILLWORKS_FOLLOWER(T, taps, name)                                                         \
-    void name(const TapSource<T>& source, std::int64_t first, std::int64_t step, int n,            \
-              const T* const* gains, T* const* out)                                                \
-    {                                                                                              \
-        if (gains)                                                                                 \
-            followAny<taps, true>(source, first, step, n, gains, out);                             \
-        else                                                                                       \
-            followAny<taps, false>(source, first, step, n, gains, out);                            \
-    }
-QUILLWORKS_FOLLOWER(float, 24, followFloat24)
-QUILLWORKS_FOLLOWER(double, 24, followDouble24)
-
 #define QUILLWORKS_READER(T, taps, name)                                                           \
     int name(const TapSource<T>& source, const double* distances, int n, T* const* out)            \
     {                                                                                              \
         return readAny<taps>(source, distances, n, out);                                           \
     }
-QUILLWORKS_READER(float, 24, readFloat24)
-QUILLWORKS_READER(double, 24, readDouble24)
 QUILLWORKS_READER(float, 32, readFloat32)
 
 }  // namespace
@@ -345,24 +210,11 @@ HWY_AFTER_NAMESPACE();
 namespace quillworks {
 namespace {
 
-HWY_EXPORT(readFloat24);
-HWY_EXPORT(readDouble24);
 HWY_EXPORT(readFloat32);
-HWY_EXPORT(followFloat24);
-HWY_EXPORT(followDouble24);
 
 template <typename T> using Reader = int (*)(const TapSource<T>&, const double*, int, T* const*);
 template <typename T, int taps> const Reader<T> chosenReader = nullptr;
-template <> const Reader<float> chosenReader<float, 24> = SIMD_CHOOSE(readFloat24);
-template <> const Reader<double> chosenReader<double, 24> = SIMD_CHOOSE(readDouble24);
 template <> const Reader<float> chosenReader<float, 32> = SIMD_CHOOSE(readFloat32);
-
-template <typename T>
-using Follower = void (*)(const TapSource<T>&, std::int64_t, std::int64_t, int, const T* const*,
-                          T* const*);
-template <typename T, int taps> const Follower<T> chosenFollower = nullptr;
-template <> const Follower<float> chosenFollower<float, 24> = SIMD_CHOOSE(followFloat24);
-template <> const Follower<double> chosenFollower<double, 24> = SIMD_CHOOSE(followDouble24);
 
 /// A point some of whose taps are no samples: before the clear, or newer than the newest, where
 /// the first row has a 0. A line of its own is made of them.
@@ -408,61 +260,8 @@ void readBetween(const LongLine<T>& line, int channel, int channels, TapRows<T> 
         }
     }
 }
-template void readBetween<float, 24>(const LongLine<float>&, int, int, TapRows<float>,
-                                     const double*, int, float* const*) noexcept;
-template void readBetween<double, 24>(const LongLine<double>&, int, int, TapRows<double>,
-                                      const double*, int, double* const*) noexcept;
 template void readBetween<float, 32>(const LongLine<float>&, int, int, TapRows<float>,
                                      const double*, int, float* const*) noexcept;
-
-template <typename T, int taps>
-void followBetween(const LongLine<T>& line, int channel, int channels, TapRows<T> rows,
-                   TapGlide glide, int n, const T* const* gains, T* const* out) noexcept
-{
-    constexpr int kAfter = taps / 2, kBefore = kAfter - 1;
-    TapSource<T> source{{line.start(channel), line.start(channel + channels - 1)},
-                        channels,
-                        line.place(0),
-                        line.capacity(),
-                        line.valid(),
-                        rows.rows,
-                        rows.phases};
-    const auto whole = [](std::int64_t distance) {  // rounded up
-        return static_cast<int>((distance + (TapGlide::kOne - 1)) >> 32);
-    };
-    const std::int64_t last = glide.first + (n - 1) * glide.step;
-    const int newest = whole(std::min(glide.first, last)) - kAfter;
-    const int oldest = whole(std::max(glide.first, last)) + kBefore;
-    if (newest >= 0 && oldest < source.valid) {
-        // All taps in one piece: where they pass the end of the ring, they do in its mirror.
-        const int wrap = source.newest < oldest ? source.capacity : 0;
-        if (source.newest + wrap - newest < source.capacity + LongLine<T>::kMirror) {
-            const std::int64_t place = (source.newest + wrap) * TapGlide::kOne - glide.first;
-            return chosenFollower<T, taps>(source, place, -glide.step, n, gains, out);
-        }
-    }
-    // Point by point. As in readEdge, where taps are no samples: in a line of its own the newest
-    // tap has the distance 0.
-    for (int i = 0; i < n; ++i) {
-        const std::int64_t distance = glide.first + i * glide.step;
-        const int age = whole(distance) + kBefore, first = std::max(0, age - taps + 1);
-        T around[2][taps]{};
-        const T* const by[2] = {gains ? gains[0] + i : nullptr,
-                                gains ? gains[channels - 1] + i : nullptr};
-        T* to[2] = {out[0] + i, out[channels - 1] + i};
-        for (int c = 0; c < channels; ++c) {
-            line.copy(channel + c, around[c], age, age - first + 1);
-            source.lines[c] = around[c];
-        }
-        const std::int64_t place = (kBefore + whole(distance)) * TapGlide::kOne - distance;
-        chosenFollower<T, taps>(source, place, 0, 1, gains ? by : nullptr, to);
-    }
-}
-template void followBetween<float, 24>(const LongLine<float>&, int, int, TapRows<float>, TapGlide,
-                                       int, const float* const*, float* const*) noexcept;
-template void followBetween<double, 24>(const LongLine<double>&, int, int, TapRows<double>,
-                                        TapGlide, int, const double* const*,
-                                        double* const*) noexcept;
 
 }  // namespace quillworks
 #endif

@@ -56,8 +56,6 @@ public:
         return sharing == KeySharing::PerChannel ? channels_
                                                  : (sharing == KeySharing::MidSide ? 2 : 1);
     }
-    /// Of all sharings.
-    int mostSets() const noexcept { return channels_ > 2 ? channels_ : 2; }
     /// The power that each detector hears: key b of set s has the row p + (s bands + b) kSubBlock.
     /// Linked, the largest of all channels. Of a bus, the mean of its channels' powers, so that
     /// opposite polarities do not cancel; the channel's own where each has one.

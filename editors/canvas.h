@@ -76,6 +76,10 @@ public:
     Canvas& operator=(const Canvas&) = delete;
 
     double scale() const noexcept { return scale_; }
+    /// A picture of the same size with what lies beneath everything that moves; empty where there
+    /// is none.
+    void setGround(const Pixels& ground) noexcept { ground_ = ground; }
+    const Pixels& ground() const noexcept { return ground_; }
     const Theme& theme() const noexcept { return theme_; }
     Fonts& fonts() const noexcept { return fonts_; }
     /// Width of a line of 1 px, whole device pixels.
@@ -167,7 +171,7 @@ private:
     void beginPixels();
     void endPixels();
 
-    Pixels pixels_;
+    Pixels pixels_, ground_;
     cairo_surface_t* surface_;
     cairo_t* cairo_;
     double scale_;

@@ -48,6 +48,8 @@ public:
     virtual void damage(const Rect& rect) = 0;
     /// The same of what drawStatic() draws.
     virtual void damageStatic(const Rect& rect) = 0;
+    /// Something has changed that drawMoved() will draw.
+    virtual void moved(const Rect& rect) = 0;
     virtual void editText(const Control& owner, TextRequest request) = 0;
     virtual void openList(const Rect& anchor, ListContent content) = 0;
     virtual void copyText(const std::string& text) = 0;
@@ -80,6 +82,9 @@ public:
     /// Labels and what else does not change.
     virtual void drawStatic(Canvas&) {}
     virtual void draw(Canvas& canvas) = 0;
+    /// What has been told as moved, before anything that is damaged, into a picture that holds what
+    /// was drawn before, and with a ground.
+    virtual void drawMoved(Canvas&) {}
     /// After the model has read the effect; damages itself where it looks different.
     virtual void tick(double) {}
 

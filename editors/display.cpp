@@ -28,6 +28,11 @@ std::vector<Rect> Display::takeDamage() noexcept
     return std::exchange(damage_, {});
 }
 
+std::vector<Rect> Display::takeMoved() noexcept
+{
+    return std::exchange(moved_, {});
+}
+
 bool Display::takeStaticDamage() noexcept
 {
     return std::exchange(isStaticDamaged_, false);

@@ -41,6 +41,9 @@ public:
     /// The rest. The canvas is clipped to what is damaged; where a picture of its own is scrolled
     /// it has only to be copied here.
     virtual void draw(Canvas& canvas) = 0;
+    /// Draws what has been told by moved(), each pixel from the canvas' ground on: the picture
+    /// holds what was drawn before. What lies over it is damaged where that has been painted over.
+    virtual void drawMoved(Canvas&) {}
     /// A part of which draw() sets every pixel, from its left upper corner on the nearest border
     /// of pixels: what is beneath need not be there.
     virtual Rect covered() const { return {}; }
@@ -71,6 +74,8 @@ public:
     std::vector<Rect> takeDamage() noexcept;
     /// The same, where what drawStatic() draws has changed.
     bool takeStaticDamage() noexcept;
+    /// The same, where drawMoved() draws it.
+    std::vector<Rect> takeMoved() noexcept;
 
 protected:
     /// After setSize().
@@ -80,6 +85,11 @@ protected:
         if (!rect.isEmpty()) damage_.push_back(rect);
     }
     void damage() { damage_ = {{0, 0, width_, height_}}; }
+    /// What draw() draws has changed, but of its pixels only some that drawMoved() will find.
+    void moved(const Rect& rect)
+    {
+        if (!rect.isEmpty()) moved_.push_back(rect);
+    }
     void damageStatic()
     {
         isStaticDamaged_ = true;
@@ -88,7 +98,7 @@ protected:
 
 private:
     double width_ = 0, height_ = 0, scale_ = 1;
-    std::vector<Rect> damage_;
+    std::vector<Rect> damage_, moved_;
     bool isStaticDamaged_ = false;
 };
 

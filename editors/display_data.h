@@ -14,7 +14,6 @@ namespace quillworks::editors {
 /// `data["bands"][0]["gain"].number()`.
 class DisplayNode {
 public:
-    bool isNull() const noexcept { return kind_ == Kind::Null; }
     /// Not-a-number where it is no number.
     double number() const noexcept;
     bool flag() const noexcept { return kind_ == Kind::Flag && number_ != 0; }

@@ -46,7 +46,6 @@ protected:
         h_ = h;
     }
     double contentWidth() const noexcept { return w_; }
-    double contentHeight() const noexcept { return h_; }
     void damage() noexcept { isDamaged_ = true; }
     const Look& look() const noexcept { return look_; }
     SurfaceHost* surfaceHost() const noexcept { return host_; }

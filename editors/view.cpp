@@ -17,6 +17,14 @@ constexpr std::size_t kMostDamage = 1024;  // parts between two pictures
 constexpr double kRingClear = 1, kRingWidth = 2;
 constexpr double kRing = kRingClear + kRingWidth;
 
+void gather(std::vector<Rect>& parts, const Rect& rect)
+{
+    if (parts.size() < kMostDamage) return parts.push_back(rect);
+    // Nobody draws: the whole of it will do.
+    for (const auto& part : parts) parts[0] = parts[0].united(part);
+    parts = {parts[0].united(rect)};
+}
+
 const VNK::SkinEffect* effectOf(const VNK::Skin& skin, const std::string& viewName)
 {
     for (const auto& effect : skin.effects)
@@ -140,10 +148,14 @@ void View::remember()
 
 void View::damage(const Rect& rect)
 {
-    if (damage_.size() < kMostDamage) return damage_.push_back(rect);
-    // Nobody draws: the whole of it will do.
-    for (const auto& damaged : damage_) damage_[0] = damage_[0].united(damaged);
-    damage_ = {damage_[0].united(rect)};
+    gather(damage_, rect);
+}
+
+void View::moved(const Rect& rect)
+{
+    gather(moved_, rect);
+    // What is typed lies over everything.
+    if (entry_ && entry_->request.field.overlaps(rect)) damage(entry_->request.field.inset(-1));
 }
 
 void View::damageStatic(const Rect& rect)
@@ -212,13 +224,26 @@ std::vector<PixelRect> View::takeDamage()
     return rects;
 }
 
+void View::drawMoved(const Pixels& picture)
+{
+    Canvas canvas(picture, scale_, *fonts_, *theme_);
+    canvas.setGround(static_.pixels());
+    for (const auto& part : parts_)
+        if (isShown(part)) part.control->drawMoved(canvas);
+}
+
 std::vector<PixelRect> View::draw(const Pixels& picture, bool all)
 {
     if (picture.width < width() || picture.height < height()) return {};
     if (all) damage_ = {{0, 0, form_.width * kUnit, form_.height * kUnit}};
-    if (damage_.empty()) return {};
+    if (damage_.empty() && moved_.empty()) return {};
     drawStatic();
+    std::vector<PixelRect> told;
+    for (const auto& rect : std::exchange(moved_, {}))
+        if (const auto part = pixels(rect); !part.isEmpty()) told.push_back(part);
+    if (!told.empty()) drawMoved(picture);
     const auto rects = takeDamage();
+    if (rects.empty()) return told;
     const auto isCovered = [this](const PixelRect& rect) {
         return std::any_of(parts_.begin(), parts_.end(), [&](const FormPart& part) {
             const auto covered = part.control->covered();
@@ -252,7 +277,8 @@ std::vector<PixelRect> View::draw(const Pixels& picture, bool all)
     if (entry_)
         entry_->line.draw(canvas, entry_->request.field, entry_->request.type,
                           entry_->request.align, !entry_->reason.empty());
-    return rects;
+    told.insert(told.end(), rects.begin(), rects.end());
+    return told;
 }
 
 void View::tick(double seconds)

@@ -80,6 +80,7 @@ private:
     EffectModel& model() override { return model_; }
     void damage(const Rect& rect) override;
     void damageStatic(const Rect& rect) override;
+    void moved(const Rect& rect) override;
     void editText(const Control& owner, TextRequest request) override;
     void openList(const Rect& anchor, ListContent content) override;
     void copyText(const std::string& text) override;
@@ -110,6 +111,7 @@ private:
     Look look() const { return {fonts_, theme_, scale_}; }
     PixelRect pixels(const Rect& rect) const;
     void drawStatic();
+    void drawMoved(const Pixels& picture);
     std::vector<PixelRect> takeDamage();
 
     SurfaceHost* host_ = nullptr;
@@ -130,6 +132,7 @@ private:
     double scale_ = 1;
     Image static_;
     std::vector<Rect> damage_;
+    std::vector<Rect> moved_;
     std::vector<Rect> staticDamage_;
 
     Control* held_ = nullptr;

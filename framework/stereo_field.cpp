@@ -125,6 +125,15 @@ void StereoField::follow() noexcept
 
 std::vector<FieldPoint> StereoField::points(double seconds) const
 {
+    std::vector<float> x, y;
+    points(seconds, x, y);
+    std::vector<FieldPoint> points(x.size());
+    for (std::size_t i = 0; i < x.size(); ++i) points[i] = {double(x[i]), double(y[i])};
+    return points;
+}
+
+void StereoField::points(double seconds, std::vector<float>& x, std::vector<float>& y) const
+{
     constexpr int kPiece = 256, kLatency = kFirstTaps + kSecondTaps / 2;  // frames
     static const auto firstTaps = midpointTaps<float, kFirstTaps>(4);
     static const auto secondTaps = midpointTaps<float, kSecondTaps>(8);
@@ -138,14 +147,15 @@ std::vector<FieldPoint> StereoField::points(double seconds) const
         first.prepare(firstTaps);
         second.prepare(secondTaps);
         at[c].resize(kOversampling * frames);
-        float x[kPiece], doubled[2 * kPiece], odd[kPiece], even4[2 * kPiece], odd4[2 * kPiece];
+        float piece[kPiece], doubled[2 * kPiece], odd[kPiece], even4[2 * kPiece], odd4[2 * kPiece];
         for (std::size_t done = 0; done < frames;) {
             const int n = static_cast<int>(std::min<std::size_t>(kPiece, frames - done));
             const auto& ring = c == 0 ? left_ : right_;
             for (int i = 0; i < n; ++i)
-                x[i] = ring[static_cast<std::size_t>(from + static_cast<std::int64_t>(done) + i) &
-                            mask_];
-            first.up(x, n, even4, odd);
+                piece[i] =
+                    ring[static_cast<std::size_t>(from + static_cast<std::int64_t>(done) + i) &
+                         mask_];
+            first.up(piece, n, even4, odd);
             for (int i = 0; i < n; ++i) {
                 doubled[2 * i] = even4[i];
                 doubled[2 * i + 1] = odd[i];
@@ -159,24 +169,24 @@ std::vector<FieldPoint> StereoField::points(double seconds) const
             done += static_cast<std::size_t>(n);
         }
     }
-    const double scale = std::pow(10, gain_ / 20) / std::numbers::sqrt2;
-    std::vector<FieldPoint> points;
+    const auto scale = static_cast<float>(std::pow(10, gain_ / 20) / std::numbers::sqrt2);
     const std::size_t skipped = kOversampling * std::size_t{2 * kLatency};
-    for (std::size_t i = skipped; i < at[0].size(); ++i) {
-        const double l = double(at[0][i]), r = double(at[1][i]);
-        points.push_back({scale * (r - l), scale * (l + r)});
+    const auto count = at[0].size() - std::min(skipped, at[0].size());
+    x.resize(count);
+    y.resize(count);
+    const float *const l = at[0].data() + (at[0].size() - count), *const r = at[1].data() +
+                                                                             (at[1].size() - count);
+    for (std::size_t i = 0; i < count; ++i) {
+        x[i] = scale * (r[i] - l[i]);
+        y[i] = scale * (l[i] + r[i]);
     }
-    return points;
 }
 
 void StereoField::showRecent(VNK::IDisplaySink& sink) const
 {
     sink.number("frames", static_cast<double>(end_));
-    std::vector<double> x, y;
-    for (const auto& point : points(kRecentSeconds)) {
-        x.push_back(point.x);
-        y.push_back(point.y);
-    }
+    std::vector<float> x, y;
+    points(kRecentSeconds, x, y);
     sink.numbers("x", x.data(), static_cast<std::int64_t>(x.size()));
     sink.numbers("y", y.data(), static_cast<std::int64_t>(y.size()));
 }

@@ -43,6 +43,8 @@ public:
     /// Those of the last `seconds` after the gain, oldest first, four to a sample. May throw
     /// std::bad_alloc.
     std::vector<FieldPoint> points(double seconds) const;
+    /// The same as two lists.
+    void points(double seconds, std::vector<float>& x, std::vector<float>& y) const;
     /// "x" and "y" of the newest points as lists, and "frames", at which they end. May throw
     /// std::bad_alloc.
     void showRecent(VNK::IDisplaySink& sink) const;

@@ -17,13 +17,13 @@ using S = ChorusSettings;
 using namespace conversion;
 
 constexpr int kVoices = Core::kMostVoices;
-constexpr float kMostDetune = 50;                          // cents
-constexpr float kLowCutOff = 20, kHighCutOff = 20000;      // Hz
-constexpr double kMostDrift = 0.0015;                      // s
-constexpr double kLongest = 0.1;                           // s, of a delay
-constexpr double kNearest = TapReader<float>::kLeast + 1;  // samples, of a delay
-constexpr double kShare = 1e-6;                            // of a range, where a glide ends
-constexpr double kDriftRate = 0.11;                        // Hz, of the first voice
+constexpr float kMostDetune = 50;                           // cents
+constexpr float kLowCutOff = 20, kHighCutOff = 20000;       // Hz
+constexpr double kMostDrift = 0.0015;                       // s
+constexpr double kLongest = 0.1;                            // s, of a delay
+constexpr double kNearest = FarrowLine<float>::kLeast + 1;  // samples, of a delay
+constexpr double kShare = 1e-6;                             // of a range, where a glide ends
+constexpr double kDriftRate = 0.11;                         // Hz, of the first voice
 constexpr Tag kVoiceDelay = "Vdl0"_tag;
 
 constexpr const char* kVoiceGroup = "Voices";
@@ -84,17 +84,14 @@ template <typename T> void ChorusCore<T>::prepare(const ProcessSpec& spec)
     fadeStep_ = 1 / std::max(1.0, std::trunc(0.020 * sampleRate_ / kSubBlock + 0.5));
 
     sides_ = channelSides(spec.layout);
-    feed_.resize(channels * kSubBlock);
     feeds_.resize(channels);
     wets_.resize(channels);
     dry_.resize(channels);
-    for (std::size_t c = 0; c < channels; ++c) feeds_[c] = feed_.data() + c * kSubBlock;
     cuts_.prepare({.lowOrder = 4, .highOrder = 2, .lowEnd = kLowCutOff, .highEnd = kHighCutOff},
                   spec.channels, sampleRate_, quick);
     bass_.prepare(1, spec.channels);
     // What a sub-block reads behind itself and the tap's neighbours come on top.
     line_.prepare(spec.channels, static_cast<int>(kLongest * sampleRate_) + 3 * kSubBlock);
-    reader_.prepare();
 
     lfo_.prepare(sampleRate_);
     driftCycle_.prepare(sampleRate_);
@@ -249,7 +246,6 @@ template <typename T> void ChorusCore<T>::moveDelays(int offset) noexcept
     const double driftPlace = driftCycle_.next(lfo_.clock(), offset);
     const double nearest = kNearest / sampleRate_;
     kept_ = 1;
-    together_ = true;
     // A voice alone is stereo by its phase; where others join it, its sides meet.
     partLeft_ = voiceCount_ == 1 ? partLength_ : std::max(0, partLeft_ - 1);
     for (int i = 0; i < kMostVoices; ++i) {
@@ -287,7 +283,6 @@ template <typename T> void ChorusCore<T>::moveDelays(int offset) noexcept
             voice.lfo[Right] = voice.lfo[Left];
         voice.delay[Left] = {isFresh ? left : voice.delay[Left].to, left};
         voice.delay[Right] = {isFresh ? right : voice.delay[Right].to, right};
-        together_ &= voice.delay[Left] == voice.delay[Right];
     }
 }
 
@@ -321,11 +316,12 @@ void ChorusCore<T>::processSlice(const AudioBlock<T>& part, int offset) noexcept
         T* const x = wets_[c] = part[static_cast<int>(c)];
         sanitise(x, n, kLoudestSignal);
         dry_[c] = dryWet_.keep(static_cast<int>(c), x, n);
+        feeds_[c] = line_.incoming(static_cast<int>(c));
         vec::copy(feeds_[c], x, n);
         if (!hasBass_) vec::clear(x, n);
     }
     cuts_.process(feeds_.data(), part);
-    line_.write(feeds_.data(), n);
+    line_.advance(n);
     if (hasBass_) bass_.process(wets_.data(), part);
     addVoices(part);
     for (std::size_t c = 0; c < sides_.size(); ++c) dryWet_.mix(wets_[c], dry_[c], part);
@@ -333,21 +329,16 @@ void ChorusCore<T>::processSlice(const AudioBlock<T>& part, int offset) noexcept
 
 template <typename T> void ChorusCore<T>::addVoices(const AudioBlock<T>& part) noexcept
 {
-    for (std::size_t first = 0; first < sides_.size();) {
-        const bool isPair = together_ && first + 1 < sides_.size();
-        const std::size_t last = first + (isPair ? 1 : 0);
-        const Phase phase = sides_[first] == ChannelSide::Right && !together_ ? Right : Left;
-        for (const auto& voice : voices_) {
-            if (!voice.sounds) continue;
-            const auto gain = [&](std::size_t channel) {
-                return voice.gain[static_cast<std::size_t>(sides_[channel])].of(part);
-            };
-            const T* const gains[2] = {gain(first), gain(last)};
-            T* const wet[2] = {wets_[first], wets_[last]};
-            reader_.add(line_, static_cast<int>(first), isPair ? 2 : 1,
-                        voice.delay[phase].taps(part.phase, part.frames), part.frames, gains, wet);
-        }
-        first = last + 1;
+    for (std::size_t c = 0; c < sides_.size(); ++c) {
+        const Phase phase = sides_[c] == ChannelSide::Right ? Right : Left;
+        std::array<typename FarrowLine<T>::Tap, kMostVoices> taps;
+        std::size_t count = 0;
+        for (const auto& voice : voices_)
+            if (voice.sounds)
+                taps[count++] = {static_cast<int>(c),
+                                 voice.delay[phase].taps(part.phase, part.frames), wets_[c],
+                                 voice.gain[static_cast<std::size_t>(sides_[c])].of(part)};
+        line_.read({taps.data(), count}, part.frames);
     }
 }
 

@@ -8,7 +8,7 @@
 #include "dsp/course.h"
 #include "dsp/cut_filters.h"
 #include "dsp/dry_wet.h"
-#include "dsp/long_line.h"
+#include "dsp/farrow_line.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
 #include "modulation/channel_sides.h"
@@ -78,15 +78,13 @@ private:
     bool isFresh_ = true;
 
     std::vector<ChannelSide> sides_;
-    std::vector<T> feed_;  // kSubBlock frames per channel
     std::vector<T*> feeds_, wets_;
     std::vector<const T*> dry_;
     CutFilters<T> cuts_;
     SectionChain<T> bass_;
     Smoothed<double> bassOctave_, bassShare_;
     bool hasBass_ = false;
-    LongLine<T> line_;
-    TapReader<T> reader_;
+    FarrowLine<T> line_;
 
     SongLfo lfo_;
     LfoCycle driftCycle_;
@@ -96,7 +94,6 @@ private:
     double detune_ = 0;                                // share of the frequency
     double spread_ = 0;
     int partLength_ = 1, partLeft_ = 0;  // sub-blocks in which the sides of a voice differ
-    bool together_ = true;               // all channels are read at the same places
     bool gainsMove_ = true;
     double kept_ = 1;  // of the depth, in the voice that has least room
 

@@ -20,7 +20,7 @@ using namespace conversion;
 
 constexpr float kMostDelay = 15, kMostDepth = 5;  // ms
 /// Delays of a tap in a loop are at least this, in samples.
-constexpr int kNearest = TapReader<float>::kLeast + 1;
+constexpr int kNearest = FarrowLine<float>::kLeast + 1;
 /// Where the feedback is limited: what a resonance of one tone may swell to, far above all else.
 constexpr float kLoudestFeedback = 8;
 constexpr float kDampOff = 20000;  // Hz
@@ -101,19 +101,19 @@ template <typename T> void FlangerCore<T>::prepare(const ProcessSpec& spec)
     zero_ = zeroDelay(sampleRate_);
     const double quick = 2 * glideSubBlocks(sampleRate_), slow = 16 * glideSubBlocks(sampleRate_);
 
-    channels_ = std::vector<Channel>(static_cast<std::size_t>(spec.channels));
     const auto sides = channelSides(spec.layout);
-    std::size_t next = 0;
-    for (const bool right : {false, true})
-        for (std::size_t c = 0; c < sides.size(); ++c) {
-            if ((sides[c] == ChannelSide::Right) != right) continue;
-            channels_[next].index = static_cast<int>(c);
-            channels_[next++].phase = right ? Right : Left;
-        }
-    for (auto& channel : channels_) channel.dry.prepare(zero_, 0);
+    channels_ = std::vector<Channel>(sides.size());
+    loops_.resize(sides.size() * kSubBlock);
+    leavings_.resize(loops_.size());
+    for (auto* pointers : {&outs_, &backs_, &olds_}) pointers->resize(sides.size());
+    taps_.resize(sides.size());
+    for (std::size_t c = 0; c < sides.size(); ++c) {
+        channels_[c].phase = sides[c] == ChannelSide::Right ? Right : Left;
+        channels_[c].dry.prepare(zero_, 0);
+        olds_[c] = leavings_.data() + c * kSubBlock;
+    }
     // What a sub-block reads behind itself and the tap's neighbours come on top.
     line_.prepare(spec.channels, static_cast<int>(0.025 * sampleRate_) + 3 * kSubBlock);
-    reader_.prepare();
 
     lfo_.prepare(sampleRate_);
     for (auto& voice : voices_) voice.prepare(sampleRate_);
@@ -306,33 +306,32 @@ template <typename T> void FlangerCore<T>::layTaps() noexcept
         }
     }
     // What can be read before it is written, in groups of the reader.
-    run_ = static_cast<int>(least >> 32) - TapReader<T>::kLeast;
+    run_ = static_cast<int>(least >> 32) - FarrowLine<T>::kLeast;
     if (run_ > 8) run_ -= run_ % 8;
 }
 
-/// Channels from `first` on at n frames of the sub-block from `at` on; the newest sample of the
-/// line lies `later` behind the first of the frames.
+/// A tap of all channels at n frames of the sub-block from `at` on; the newest sample of the line
+/// lies `later` behind the first of the frames.
 template <typename T>
-void FlangerCore<T>::read(const TapPath& path, std::size_t first, int count, int at,
-                          std::int64_t later, int n, T* const* out) const noexcept
+void FlangerCore<T>::read(TapPath TapPaths::*tap, std::size_t way, int at, std::int64_t later,
+                          int n, T* const* out) noexcept
 {
-    const int channel = static_cast<int>(first);
-    if (path.isEven) {
-        const TapGlide glide{path.first + at * path.step + later, path.step - kOne};
-        return reader_.follow(line_, channel, count, glide, n, out);
+    std::size_t count = 0;
+    for (std::size_t c = 0; c < channels_.size(); ++c) {
+        const TapPath& path = waysOf(channels_[c].phase)[way].*tap;
+        const int line = static_cast<int>(c);
+        if (path.isEven) {
+            taps_[count++] = {
+                line, {path.first + at * path.step + later, path.step - kOne}, out[c]};
+            continue;
+        }
+        for (int i = 0; i < n; ++i) {
+            const std::int64_t delay = path.at[static_cast<std::size_t>(at + i)];
+            const typename FarrowLine<T>::Tap one{line, {delay + later - i * kOne, 0}, out[c] + i};
+            line_.read({&one, 1}, 1);
+        }
     }
-    for (int i = 0; i < n; ++i) {
-        const TapGlide glide{path.at[static_cast<std::size_t>(at + i)] + later - i * kOne, 0};
-        T* const to[2] = {out[0] + i, out[count - 1] + i};
-        reader_.follow(line_, channel, count, glide, 1, to);
-    }
-}
-
-/// Whether this channel and the next one are read at the same places.
-template <typename T> bool FlangerCore<T>::sharesTaps(std::size_t first) const noexcept
-{
-    return first + 1 < channels_.size() &&
-           (together_ || channels_[first].phase == channels_[first + 1].phase);
+    line_.read({taps_.data(), count}, n);
 }
 
 template <typename T>
@@ -342,14 +341,14 @@ void FlangerCore<T>::processSlice(const AudioBlock<T>& part, int offset) noexcep
     throughZero_.next(part);
     dryWet_.next(part);
     if (part.begins()) begin(offset);
-    for (auto& channel : channels_) {
-        T* const x = part[channel.index];
-        sanitise(x, n, kLoudestSignal);
-        channel.dry.push(x, n);
+    for (std::size_t c = 0; c < channels_.size(); ++c) {
+        outs_[c] = part[static_cast<int>(c)];
+        sanitise(outs_[c], n, kLoudestSignal);
+        channels_[c].dry.push(outs_[c], n);
     }
     if (feedbacks_.is(0)) {
         for (std::size_t i = 0; i < channels_.size(); ++i)
-            line_.put(static_cast<int>(i), channels_[i].dry.tap(0, n), n);
+            vec::copy(line_.incoming(static_cast<int>(i)), channels_[i].dry.tap(0, n), n);
         line_.advance(n);
     } else {
         for (int done = 0; done < n; done += run_) feedBack(part, done, std::min(run_, n - done));
@@ -357,6 +356,7 @@ void FlangerCore<T>::processSlice(const AudioBlock<T>& part, int offset) noexcep
     if (!isLoopHeard_ && !dryWet_.isDry()) hear(part);
     output(part);
     throughZero_.advance(n);
+    lastFrame_ = part.phase + n - 1;
 }
 
 /// n frames of the slice from `done` on pass the loop; with isLoopHeard_ its tap is the output.
@@ -364,81 +364,70 @@ template <typename T>
 void FlangerCore<T>::feedBack(const AudioBlock<T>& part, int done, int n) noexcept
 {
     const int at = part.phase + done;
+    const std::size_t channels = channels_.size();
+    for (std::size_t c = 0; c < channels; ++c)
+        backs_[c] = isLoopHeard_ ? outs_[c] + done : loops_.data() + c * kSubBlock;
+    read(&TapPaths::loop, 0, at, -kOne, n, backs_.data());
     Crossfade fade = throughZero_.fade();
     fade.advance(done);
-    for (std::size_t first = 0; first < channels_.size();) {
-        const int count = sharesTaps(first) ? 2 : 1;
-        T buffers[2][kSubBlock];
-        T* h[2] = {buffers[0], buffers[1]};
-        if (isLoopHeard_)
-            for (int c = 0; c < count; ++c)
-                h[c] = part[channels_[first + static_cast<std::size_t>(c)].index] + done;
-        const Ways& ways = waysOf(channels_[first].phase);
-        read(ways[0].loop, first, count, at, -kOne, n, h);
-        if (fade.isRunning()) {
-            T leaving[2][kSubBlock];
-            T* const old[2] = {leaving[0], leaving[1]};
-            read(ways[1].loop, first, count, at, -kOne, n, old);
-            for (int c = 0; c < count; ++c) fade.mix(h[c], old[c], n);
-        }
-        for (int c = 0; c < count; ++c, ++first) {
-            Channel& channel = channels_[first];
-            if (damps_) damp(h[c], at, n, channel.low);
-            const T* const x = channel.dry.tap(0, part.frames) + done;
-            const auto add = [&](T* w, const T* from, int count) {
-                const std::ptrdiff_t skipped = from - x;
-                const T* const k = feedbacks_.at + at + skipped;
-                const T* const back = h[c] + skipped;
-                constexpr T kMost = T(kLoudestFeedback);
-                for (int i = 0; i < count; ++i) {
-                    T more = k[i] * back[i];
-                    more = more < kMost ? more : kMost;
-                    more = more > -kMost ? more : -kMost;
-                    w[i] = from[i] + more;
-                }
-            };
-            line_.put(static_cast<int>(first), x, n, add);
+    if (fade.isRunning()) {
+        read(&TapPaths::loop, 1, at, -kOne, n, olds_.data());
+        for (std::size_t c = 0; c < channels; ++c) fade.mix(backs_[c], olds_[c], n);
+    }
+    for (std::size_t c = 0; damps_ && c < channels; c += 2) {
+        if (c + 1 < channels)
+            damp<2>(&backs_[c], &channels_[c], at, n);
+        else
+            damp<1>(&backs_[c], &channels_[c], at, n);
+    }
+    const T* const k = feedbacks_.at + at;
+    for (std::size_t c = 0; c < channels; ++c) {
+        const T* const x = channels_[c].dry.tap(0, part.frames) + done;
+        const T* const back = backs_[c];
+        T* const w = line_.incoming(static_cast<int>(c));
+        constexpr T kMost = T(kLoudestFeedback);
+        for (int i = 0; i < n; ++i) {
+            T more = k[i] * back[i];
+            more = more < kMost ? more : kMost;
+            more = more > -kMost ? more : -kMost;
+            w[i] = x[i] + more;
         }
     }
     line_.advance(n);
 }
 
-/// One channel of the loop, in place, from frame `phase` of the sub-block on.
-template <typename T> void FlangerCore<T>::damp(T* x, int phase, int n, T& low) const noexcept
+/// Channels of the loop side by side, in place, from frame `phase` of the sub-block on.
+template <typename T>
+template <std::size_t count>
+void FlangerCore<T>::damp(T* const* x, Channel* channels, int phase, int n) const noexcept
 {
     // z' = z + b (x - z), as two products: each sample waits for the last one's sum alone.
     const T* const keep = dampKeep_.at + phase;
     const T* const step = dampStep_.at + phase;
     const T* const l = dampLow_.at + phase;
     const T* const direct = dampDirect_.at + phase;
-    T z = low;
-    for (int i = 0; i < n; ++i) {
-        const T y = l[i] * z + direct[i] * x[i];
-        z = keep[i] * z + step[i] * x[i];
-        x[i] = y;
-    }
-    low = z;
+    std::array<T*, count> to;
+    std::array<T, count> z;
+    for (std::size_t c = 0; c < count; ++c) to[c] = x[c], z[c] = channels[c].low;
+    for (int i = 0; i < n; ++i)
+        for (std::size_t c = 0; c < count; ++c) {
+            const T in = to[c][i];
+            to[c][i] = l[i] * z[c] + direct[i] * in;
+            z[c] = keep[i] * z[c] + step[i] * in;
+        }
+    for (std::size_t c = 0; c < count; ++c) channels[c].low = z[c];
 }
 
 /// The taps that are heard, all of the slice being in the line.
 template <typename T> void FlangerCore<T>::hear(const AudioBlock<T>& part) noexcept
 {
     const int n = part.frames;
-    for (std::size_t first = 0; first < channels_.size();) {
-        const int count = sharesTaps(first) ? 2 : 1;
-        T* const out[2] = {part[channels_[first].index],
-                           part[channels_[first + static_cast<std::size_t>(count) - 1].index]};
-        const Ways& ways = waysOf(channels_[first].phase);
-        const std::int64_t later = (n - 1) * kOne;
-        read(ways[0].heard, first, count, part.phase, later, n, out);
-        if (throughZero_.isFading()) {
-            T leaving[2][kSubBlock];
-            T* const old[2] = {leaving[0], leaving[1]};
-            read(ways[1].heard, first, count, part.phase, later, n, old);
-            for (int c = 0; c < count; ++c) throughZero_.fade().mix(out[c], old[c], n);
-        }
-        first += static_cast<std::size_t>(count);
-    }
+    const std::int64_t later = (n - 1) * kOne;
+    read(&TapPaths::heard, 0, part.phase, later, n, outs_.data());
+    if (!throughZero_.isFading()) return;
+    read(&TapPaths::heard, 1, part.phase, later, n, olds_.data());
+    for (std::size_t c = 0; c < channels_.size(); ++c)
+        throughZero_.fade().mix(outs_[c], olds_[c], n);
 }
 
 /// From the taps in the block to what leaves.
@@ -446,27 +435,19 @@ template <typename T> void FlangerCore<T>::output(const AudioBlock<T>& part) noe
 {
     const T* const gains = wetGains_.of(part);
     const T* const shares = dryWet_.wetGains(part);
-    for (auto& channel : channels_) {
-        T* const wet = part[channel.index];
+    for (std::size_t c = 0; c < channels_.size(); ++c) {
+        T* const wet = outs_[c];
         T faded[kSubBlock];
         if (dryWet_.isWet()) {
             wetGains_.scale(wet, part);
             continue;
         }
-        const T* const dry = dryOf(channel, part.frames, faded);
+        const T* const dry = dryOf(channels_[c], part.frames, faded);
         if (dryWet_.isDry())
             vec::copy(wet, dry, part.frames);
         else
             for (int i = 0; i < part.frames; ++i)
                 wet[i] = dry[i] + (wet[i] * gains[i] - dry[i]) * shares[i];
-    }
-    const auto last = part.phase + part.frames - 1;
-    for (const Phase phase : {Left, Right}) {
-        const TapPath& path = waysOf(phase)[0].heard;
-        const auto delay =
-            path.isEven ? path.first + last * path.step : path.at[static_cast<std::size_t>(last)];
-        const double samples = double(delay) / double(kOne) - delayOfDry(throughZero_.present());
-        heard_[phase] = static_cast<float>(1000 * samples / sampleRate_);
     }
 }
 
@@ -481,10 +462,20 @@ const T* FlangerCore<T>::dryOf(Channel& channel, int n, T* faded) const noexcept
     return faded;
 }
 
+/// Where the tap that is heard has come in the open sub-block, against the dry signal; in ms.
+template <typename T> float FlangerCore<T>::heard(Phase phase) const noexcept
+{
+    const TapPath& path = waysOf(phase)[0].heard;
+    const auto delay = path.isEven ? path.first + lastFrame_ * path.step
+                                   : path.at[static_cast<std::size_t>(lastFrame_)];
+    const double samples = double(delay) / double(kOne) - delayOfDry(throughZero_.present());
+    return static_cast<float>(1000 * samples / sampleRate_);
+}
+
 template <typename T> void FlangerCore<T>::publish(MeterSlots& meters) noexcept
 {
-    meters.publish("Dly0"_tag, heard_[Left]);
-    meters.publish("Dly1"_tag, heard_[Right]);
+    meters.publish("Dly0"_tag, heard(Left));
+    meters.publish("Dly1"_tag, heard(Right));
     publishLfoPhase(meters, lfo_.place());
 }
 

@@ -11,7 +11,7 @@
 #include "dsp/crossfade.h"
 #include "dsp/delay_line.h"
 #include "dsp/dry_wet.h"
-#include "dsp/long_line.h"
+#include "dsp/farrow_line.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
 #include "modulation/moving_delay.h"
@@ -55,7 +55,6 @@ private:
     enum Phase : std::size_t { Left, Right, kPhases };  // middle channels go with the left ones
 
     struct Channel {
-        int index = 0;  // in the block
         Phase phase = Left;
         DelayLine<T> dry;
         T low = 0;  // what the damping remembers
@@ -89,24 +88,28 @@ private:
     TapLaw heardLaw(bool throughZero) const noexcept;
     static TapLaw loopLaw(bool throughZero) noexcept;
     void lay(const TapLaw& law, Phase phase, TapPath& path) const noexcept;
-    void read(const TapPath& path, std::size_t first, int count, int at, std::int64_t later, int n,
-              T* const* out) const noexcept;
+    void read(TapPath TapPaths::*tap, std::size_t way, int at, std::int64_t later, int n,
+              T* const* out) noexcept;
     void processSlice(const AudioBlock<T>& part, int offset) noexcept;
     void feedBack(const AudioBlock<T>& part, int done, int n) noexcept;
     void hear(const AudioBlock<T>& part) noexcept;
     void output(const AudioBlock<T>& part) noexcept;
-    void damp(T* x, int phase, int n, T& low) const noexcept;
+    template <std::size_t count>
+    void damp(T* const* x, Channel* channels, int phase, int n) const noexcept;
+    float heard(Phase phase) const noexcept;
     const T* dryOf(Channel& channel, int n, T* faded) const noexcept;
-    bool sharesTaps(std::size_t first) const noexcept;
     const Ways& waysOf(Phase phase) const noexcept { return ways_[together_ ? Left : phase]; }
     int delayOfDry(bool throughZero) const noexcept { return throughZero ? zero_ : 0; }
 
     double sampleRate_ = 48000;
     int zero_ = 0;  // delay of the dry signal through zero, in samples
     bool isFresh_ = true;
-    std::vector<Channel> channels_;  // in the order of the line: by phase
-    LongLine<T> line_;
-    TapReader<T> reader_;
+    std::vector<Channel> channels_;
+    std::vector<T> loops_, leavings_;  // kSubBlock frames per channel: taps in the loop, and of the
+                                       // way that is left
+    std::vector<T*> outs_, backs_, olds_;
+    std::vector<typename FarrowLine<T>::Tap> taps_;
+    FarrowLine<T> line_;
 
     SongLfo lfo_;
     std::array<LfoVoice, kPhases> voices_;
@@ -120,6 +123,7 @@ private:
     Course<T> feedbacks_, wetGains_;
     bool isLoopHeard_ = false;  // the tap that is heard is the one in the loop
     int run_ = 1;               // frames that the loop can be read ahead
+    int lastFrame_ = 0;         // of the open sub-block
 
     Smoothed<double> octave_, damped_;  // damping: log2 of the frequency, share of its output
     Course<T> dampKeep_, dampStep_, dampLow_, dampDirect_;
@@ -127,7 +131,6 @@ private:
     bool damps_ = false;
 
     DryWet<T> dryWet_;
-    std::array<float, kPhases> heard_{};  // ms
 };
 
 class FlangerAlgorithm final : public PrecisionAlgorithm<FlangerCore> {

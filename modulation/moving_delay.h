@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "dsp/control_grid.h"
-#include "dsp/tap_reader.h"
+#include "dsp/farrow_line.h"
 
 namespace quillworks {
 

@@ -56,7 +56,6 @@ public:
     int sweepFrames() const noexcept { return static_cast<int>(data_.excitation.size()); }
     /// Sweep and tail.
     int frames() const noexcept { return static_cast<int>(data_.frames()); }
-    int noiseFrames() const noexcept { return noiseFrames_; }
     const float* sweep() const noexcept { return data_.excitation.data(); }
 
     // Of the audio thread, until it gives the capture back.

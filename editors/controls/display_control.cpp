@@ -54,11 +54,22 @@ void DisplayControl::draw(Canvas& canvas)
     display_->draw(canvas);
 }
 
+void DisplayControl::drawMoved(Canvas& canvas)
+{
+    if (!display_) return;
+    const auto saved = canvas.save();
+    canvas.translate(bounds().x, bounds().y);
+    canvas.clip({0, 0, bounds().w, bounds().h});
+    display_->drawMoved(canvas);
+}
+
 void DisplayControl::passDamage()
 {
     if (display_->takeStaticDamage()) host().damageStatic(bounds());
     for (const auto& damage : display_->takeDamage())
         host().damage(damage.moved(bounds().x, bounds().y));
+    for (const auto& moved : display_->takeMoved())
+        host().moved(moved.moved(bounds().x, bounds().y));
 }
 
 void DisplayControl::tick(double seconds)

@@ -17,6 +17,7 @@ public:
 
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
+    void drawMoved(Canvas& canvas) override;
     void tick(double seconds) override;
     void pointer(const PointerEvent& event) override;
     bool wheel(const WheelEvent& event) override;

@@ -25,6 +25,7 @@ void BandCorrelation::sized()
 {
     plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
                            : Rect{34, 12, width() - 46, height() - 36};
+    bars_.clear();
     plot_.y = {-1, 1, false};
 }
 
@@ -40,13 +41,14 @@ void BandCorrelation::ticked(double)
     bands_.clear();
     for (std::size_t i = 0; i < centres.size(); ++i)
         bands_.push_back({centres[i], at(values, i), at(coherences, i), node["valid"][i].flag()});
-}
-
-void BandCorrelation::look(std::vector<double>& numbers) const
-{
-    for (const auto& band : bands_)
-        numbers.insert(numbers.end(), {std::round(band.correlation * plot_.area.h * scale() / 2),
-                                       std::round(band.coherence * 50), double(band.isValid)});
+    if (bars_.size() != bands_.size()) damage();
+    bars_.resize(bands_.size());
+    for (std::size_t i = 0; i < bars_.size(); ++i) {
+        const auto now = bar(i);
+        if (now == bars_[i]) continue;
+        damage(bars_[i].place.united(now.place).inset(-1));
+        bars_[i] = now;
+    }
 }
 
 void BandCorrelation::lookStatic(std::vector<double>& numbers) const
@@ -54,7 +56,7 @@ void BandCorrelation::lookStatic(std::vector<double>& numbers) const
     for (const auto& band : bands_) numbers.push_back(band.centre);
 }
 
-Rect BandCorrelation::bar(std::size_t band) const
+Rect BandCorrelation::column(std::size_t band) const
 {
     const double w = plot_.area.w / static_cast<double>(std::max<std::size_t>(1, bands_.size()));
     return {plot_.area.x + static_cast<double>(band) * w + 2, plot_.area.y, w - 4, plot_.area.h};
@@ -72,28 +74,36 @@ void BandCorrelation::drawStatic(Canvas& canvas)
     double taken = 0;
     for (std::size_t i = 0; i < bands_.size(); ++i) {
         const auto text = shortFrequency(nominal(bands_[i].centre));
-        const double x = bar(i).centre().x, half = canvas.textWidth(Type::Axis, text) / 2;
+        const double x = column(i).centre().x, half = canvas.textWidth(Type::Axis, text) / 2;
         if (x - half < taken + 5) continue;
         canvas.text(Type::Axis, text, x, plot_.area.bottom() + 15, Align::Centre, Color::Text3);
         taken = x + half;
     }
 }
 
+BandCorrelation::Bar BandCorrelation::bar(std::size_t i) const
+{
+    const auto& band = bands_[i];
+    if (std::isnan(band.correlation)) return {};
+    const auto b = column(i);
+    const double pixel = 1 / scale(), zero = plot_.up(0);
+    const double y = std::round(plot_.upWithin(band.correlation) / pixel) * pixel;
+    // Hollow where there is too little sound to tell; the less coherent, the fainter.
+    const double coherence = std::round(std::clamp(band.coherence, 0.0, 1.0) * 50) / 50;
+    const Ink ink(band.correlation < 0 ? Color::Warn : Color::Accent, 0.35 + 0.65 * coherence);
+    return {{b.x, std::min(y, zero) - 0.5, b.w, std::abs(y - zero) + 1},
+            band.isValid ? ink : Ink(Color::Text3, 0.7),
+            band.isValid};
+}
+
 void BandCorrelation::draw(Canvas& canvas)
 {
-    for (std::size_t i = 0; i < bands_.size(); ++i) {
-        const auto& band = bands_[i];
-        if (std::isnan(band.correlation)) continue;
-        const auto b = bar(i);
-        const double y = plot_.upWithin(band.correlation), zero = plot_.up(0);
-        const Rect shown{b.x, std::min(y, zero) - 0.5, b.w, std::abs(y - zero) + 1};
-        const Color color = band.correlation < 0 ? Color::Warn : Color::Accent;
-        // Hollow where there is too little sound to tell; the less coherent, the fainter.
-        if (band.isValid)
-            canvas.fillRounded(shown, 2,
-                               Ink(color, 0.35 + 0.65 * std::clamp(band.coherence, 0.0, 1.0)));
+    for (const auto& bar : bars_) {
+        if (bar.place.isEmpty() || !canvas.sees(bar.place)) continue;
+        if (bar.isValid)
+            canvas.fillRounded(bar.place, 2, bar.ink);
         else
-            canvas.strokeRounded(shown, 2, 0, Ink(Color::Text3, 0.7));
+            canvas.strokeRounded(bar.place, 2, 0, bar.ink);
     }
 }
 

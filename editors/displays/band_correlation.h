@@ -20,7 +20,7 @@ public:
 protected:
     void sized() override;
     void ticked(double seconds) override;
-    void look(std::vector<double>& numbers) const override;
+    void look(std::vector<double>&) const override {}
     void lookStatic(std::vector<double>& numbers) const override;
 
 private:
@@ -28,9 +28,22 @@ private:
         double centre, correlation, coherence;
         bool isValid;
     };
-    Rect bar(std::size_t band) const;
+    /// As it is drawn; none where a band has no value.
+    struct Bar {
+        Rect place;
+        Ink ink = Color::Accent;
+        bool isValid = false;
+        bool operator==(const Bar& b) const noexcept
+        {
+            return place.y == b.place.y && place.h == b.place.h && ink.color == b.ink.color &&
+                   ink.opacity == b.ink.opacity && isValid == b.isValid;
+        }
+    };
+    Rect column(std::size_t band) const;
+    Bar bar(std::size_t band) const;
 
     std::vector<Band> bands_;
+    std::vector<Bar> bars_;
     Plot plot_;
 };
 

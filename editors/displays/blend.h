@@ -1,32 +1,29 @@
 // SPDX-License-Identifier: ISC
-// Pixels of one colour laid over a picture, a cache line of them at once.
+// Pixels of one colour laid over a picture, a cache line of them at once. Pixels are premultiplied
+// 0xAARRGGBB.
 #pragma once
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace quillworks::editors {
 
 inline constexpr int kStrip = 16;  // pixels
 
-/// A colour ready for blendStrip().
-class StripColour {
-public:
-    /// Premultiplied 0xAARRGGBB.
-    explicit StripColour(std::uint32_t pixel) noexcept;
-    std::uint32_t pixel() const noexcept { return pixel_; }
+/// Coverage of a whole pixel in steps.
+inline constexpr int kCovered = 1024;
 
-private:
-    friend void blendStrip(std::uint32_t*, int, const std::uint16_t*, const StripColour&) noexcept;
+/// Over `rows` rows of a strip, `stride` pixels apart, the colour of each row. A pixel is covered
+/// by the sum of the steps of its column down to its row, 0 to kCovered.
+extern void (*const blendSteps)(std::uint32_t* pixels, std::ptrdiff_t stride, int rows,
+                                const std::int16_t* steps, const std::uint32_t* colours);
 
-    alignas(64) std::array<std::uint16_t, 4 * kStrip> bytes_;
-    std::uint32_t pixel_;
-    std::uint16_t alpha_;  // 0 .. 256
-};
+/// What glows, of a strip: `to` is `below` with an opaque colour over it, by the upper eight bits
+/// of each light.
+extern void (*const blendLight)(std::uint32_t* to, const std::uint32_t* below,
+                                const std::uint16_t* light, std::uint32_t colour);
 
-/// Over `count` pixels, at most kStrip of them, of which each is covered from 0 to 256; `cover` has
-/// all kStrip.
-void blendStrip(std::uint32_t* pixels, int count, const std::uint16_t* cover,
-                const StripColour& colour) noexcept;
+/// The lights of a strip times keep / 65536, those below `faintest` nothing; whether any is left.
+extern bool (*const fadeLight)(std::uint16_t* light, std::uint16_t keep, std::uint16_t faintest);
 
 }  // namespace quillworks::editors

@@ -11,6 +11,8 @@ namespace quillworks::editors {
 namespace {
 
 constexpr float kNowhere = 1e30f;
+// Coverage is counted in whole steps, so that it is the same wherever a drawing begins.
+constexpr int kFine = kCovered / 4;
 
 }  // namespace
 
@@ -28,11 +30,9 @@ void Graph::Extents::take(std::ptrdiff_t part, double y) noexcept
     bottom[i] = std::max(bottom[i], static_cast<float>(y));
 }
 
-void Graph::begin(const Canvas& canvas, const Rect& area)
+void Graph::begin(const Rect& area, double scale)
 {
-    theme_ = &canvas.theme();
-    scale_ = canvas.scale();
-    opacity_ = canvas.opacity();
+    scale_ = scale;
     area_ = area;
     width_ = std::max(1, static_cast<int>(std::lround(area.w * scale_)));
     height_ = std::max(1, static_cast<int>(std::lround(area.h * scale_)));
@@ -67,23 +67,38 @@ Graph::Layer& Graph::addLayer(Ink top, Ink bottom)
 {
     if (count_ == layers_.size()) layers_.emplace_back();
     auto& layer = layers_[count_++];
-    const auto colourOf = [&](Ink ink) {
-        const auto rgb = theme_->rgb(ink.color);
-        const double o = ink.opacity * opacity_;
-        const auto part = [&](int shift) { return o * double(rgb >> shift & 0xFF); };
-        return std::array<double, 4>{255 * o, part(16), part(8), part(0)};
-    };
-    const auto from = colourOf(top), to = colourOf(bottom);
-    layer.colours.resize(static_cast<std::size_t>(height_));
-    for (std::size_t y = 0; y < layer.colours.size(); ++y) {
-        const double t = double(y) / double(height_);
-        std::array<std::uint32_t, 4> mixed{};
-        for (std::size_t i = 0; i < 4; ++i)
-            mixed[i] = static_cast<std::uint32_t>(from[i] + t * (to[i] - from[i]) + 0.5);
-        layer.colours[y] = mixed[0] << 24 | mixed[1] << 16 | mixed[2] << 8 | mixed[3];
-    }
+    layer.top = top;
+    layer.bottom = bottom;
     layer.extents.clear(static_cast<std::size_t>(width_ * kParts));
     return layer;
+}
+
+void Graph::mixColours(const Canvas& canvas)
+{
+    for (auto& layer : std::span(layers_).first(count_)) {
+        std::array<double, 8> ends{};
+        const auto put = [&](std::size_t at, Ink ink) {
+            const auto rgb = canvas.theme().rgb(ink.color);
+            const double o = ink.opacity * canvas.opacity();
+            ends[at] = 255 * o;
+            for (std::size_t i = 1; i < 4; ++i)
+                ends[at + i] = o * double(rgb >> (24 - 8 * i) & 0xFF);
+        };
+        put(0, layer.top);
+        put(4, layer.bottom);
+        const auto rows = static_cast<std::size_t>(height_);
+        if (layer.colours.size() == rows && layer.coloursOf == ends) continue;
+        layer.coloursOf = ends;
+        layer.colours.resize(rows);
+        for (std::size_t y = 0; y < rows; ++y) {
+            const double t = double(y) / double(height_);
+            std::uint32_t mixed = 0;
+            for (std::size_t i = 0; i < 4; ++i)
+                mixed = mixed << 8 |
+                        static_cast<std::uint32_t>(ends[i] + t * (ends[i + 4] - ends[i]) + 0.5);
+            layer.colours[y] = mixed;
+        }
+    }
 }
 
 void Graph::stroke(std::span<const Point> points, double width, Ink ink)
@@ -141,68 +156,66 @@ void Graph::bars(std::span<const Rect> bars, Ink top, Ink bottom)
 
 void Graph::show(Canvas& canvas)
 {
+    mixColours(canvas);
     const auto place = canvas.inPicture(area_.x, area_.y, width_, height_);
     canvas.paint(place, [&](const Pixels& pixels, const PixelRect& part) {
-        Pixels own = pixels;  // whose first is that of the area
-        own.data += place.y * (pixels.stride / 4) + place.x;
+        const auto stride = pixels.stride / 4;
         const PixelRect inArea{part.x - place.x, part.y - place.y, part.w, part.h};
         for (int x = inArea.x; x < inArea.right();) {
             const int next = std::min(inArea.right(), (x / kStrip + 1) * kStrip);
+            auto* const first = pixels.data + part.y * stride + x + place.x;
             for (std::size_t i = 0; i < count_; ++i)
-                drawStrip(layers_[i], own, {x, inArea.y, next - x, inArea.h});
+                drawStrip(layers_[i], first, stride, {x, inArea.y, next - x, inArea.h});
             x = next;
         }
     });
 }
 
-void Graph::drawStrip(const Layer& layer, const Pixels& pixels, const PixelRect& part)
+void Graph::drawStrip(const Layer& layer, std::uint32_t* first, std::ptrdiff_t stride,
+                      const PixelRect& part)
 {
     // Each extent is a step up and a step down of the coverage; rows are summed on the way down.
     const float above = static_cast<float>(part.y), below = static_cast<float>(part.bottom());
-    float first = below, last = above;
+    float top = below, bottom = above;
     const auto begin = static_cast<std::size_t>(part.x * kParts);
-    const auto end = begin + static_cast<std::size_t>(part.w * kParts);
+    const auto end =
+        std::min(begin + static_cast<std::size_t>(part.w * kParts), layer.extents.top.size());
     const float* const tops = layer.extents.top.data();
     const float* const bottoms = layer.extents.bottom.data();
     for (auto p = begin; p < end; ++p) {
-        first = std::min(first, tops[p]);
-        last = std::max(last, bottoms[p]);
+        top = std::min(top, tops[p]);
+        bottom = std::max(bottom, bottoms[p]);
     }
-    first = std::max(first, above);
-    last = std::min(last, below);
-    if (!(last > first)) return;
-    const int row = static_cast<int>(first);
-    const int rows = static_cast<int>(std::ceil(last)) - row;
+    top = std::max(top, above);
+    bottom = std::min(bottom, below);
+    if (!(bottom > top)) return;
+    const int row = static_cast<int>(top);
+    const int rows = static_cast<int>(std::ceil(bottom)) - row;
     steps_.assign(static_cast<std::size_t>((rows + 2) * kStrip), 0);
     for (auto p = begin; p < end; ++p) {
-        const float top = std::max(tops[p], above), bottom = std::min(bottoms[p], below);
-        if (!(bottom > top)) continue;
-        constexpr float share = 256.0f / kParts;
-        float* const column = steps_.data() + (p - begin) / kParts;
-        const auto step = [&](float at, float height) {
-            const int whole = static_cast<int>(at);
-            const float within = at - static_cast<float>(whole);
-            float* const to = column + (whole - row) * kStrip;
-            to[0] += height * (1 - within);
-            to[kStrip] += height * within;
+        const float from = std::max(tops[p], above), to = std::min(bottoms[p], below);
+        if (!(to > from)) continue;
+        std::int16_t* const column = steps_.data() + (p - begin) / kParts;
+        const auto step = [&](float at, int sign) {
+            const int fine = static_cast<int>(at * kFine + 0.5f), within = fine % kFine;
+            std::int16_t* const cell = column + (fine / kFine - row) * kStrip;
+            cell[0] = static_cast<std::int16_t>(cell[0] + sign * (kFine - within));
+            cell[kStrip] = static_cast<std::int16_t>(cell[kStrip] + sign * within);
         };
-        step(top, share);
-        step(bottom, -share);
+        step(from, 1);
+        step(to, -1);
     }
-    alignas(64) std::array<float, kStrip> sum{};
-    alignas(64) std::array<std::uint16_t, kStrip> cover{};
-    StripColour colour(layer.colours[static_cast<std::size_t>(row)]);
-    for (int y = 0; y < rows; ++y) {
-        const float* const step = steps_.data() + y * kStrip;
-        for (std::size_t i = 0; i < kStrip; ++i) {
-            sum[i] += step[i];
-            cover[i] = static_cast<std::uint16_t>(static_cast<int>(sum[i] + 0.5f));
-        }
-        const auto pixel = layer.colours[static_cast<std::size_t>(row + y)];
-        if (pixel != colour.pixel()) colour = StripColour(pixel);
-        blendStrip(pixels.data + (row + y) * (pixels.stride / 4) + part.x, part.w, cover.data(),
-                   colour);
-    }
+    const auto* const colours = layer.colours.data() + row;
+    first += (row - part.y) * stride;
+    if (part.w == kStrip) return blendSteps(first, stride, rows, steps_.data(), colours);
+    // Of less than a strip a copy, for all of a strip is written.
+    rest_.resize(static_cast<std::size_t>(rows * kStrip));
+    const auto bytes = static_cast<std::size_t>(part.w) * 4;
+    for (int y = 0; y < rows; ++y)
+        std::memcpy(rest_.data() + y * kStrip, first + y * stride, bytes);
+    blendSteps(rest_.data(), kStrip, rows, steps_.data(), colours);
+    for (int y = 0; y < rows; ++y)
+        std::memcpy(first + y * stride, rest_.data() + y * kStrip, bytes);
 }
 
 CourseDifference::CourseDifference(const Rect& area, double scale, double reach, double base)

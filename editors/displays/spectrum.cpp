@@ -41,8 +41,14 @@ void Spectrum::sized()
     const auto device = [this](double px) { return static_cast<int>(std::lround(px * scale())); };
     sonogram_.resize(device(plot_.area.w), device(plot_.area.h));
     curves_.clear();
-    differences_.clear();
+    isBuilt_ = false;
     across_.clear();
+}
+
+Rect Spectrum::dotPlace(Point at)
+{
+    if (!std::isfinite(at.x)) return {};
+    return {at.x - 8, at.y - 8, 16, 16};
 }
 
 Rect Spectrum::readingPlace() const
@@ -142,7 +148,7 @@ void Spectrum::ticked(double)
         damageBars();
     } else {
         readCurves("spectrum", "frequency");
-        damageCurves();
+        moveCurves();
     }
     markPeak();
 }
@@ -152,20 +158,37 @@ Rect Spectrum::covered() const
     return mode() == Mode::Sonogram ? plot_.area : Rect{};
 }
 
-void Spectrum::damageCurves()
+void Spectrum::buildCurves()
 {
-    constexpr double kReach = 2;  // px of a stroke
-    const auto take = [this](const Rect& rect) { damage(rect); };
-    for (std::size_t c = 0; c < curves_.size(); ++c) {
-        const std::vector<Point>* const courses[] = {&curves_[c].level, &curves_[c].hold,
-                                                     &curves_[c].reference};
-        for (std::size_t i = 0; i < 3; ++i) {
-            if (differences_.size() == 3 * c + i)
-                differences_.emplace_back(plot_.area, scale(), kReach,
-                                          c == 0 && i == 0 ? plot_.area.bottom() : kNothing);
-            differences_[3 * c + i].update(*courses[i], take);
-        }
+    auto& graph = graph_.next(plot_.area, scale());
+    for (std::size_t c = curves_.size(); c-- > 0;) {
+        const auto& curve = curves_[c];
+        const auto ink = inkOf(c);
+        const auto faint = [&](double share) { return Ink(ink.color, share * ink.opacity); };
+        if (c == 0) graph.fill(curve.level, plot_.area.bottom(), faint(0.3), faint(0.04));
+        if (!curve.reference.empty()) graph.stroke(curve.reference, 1, Ink(Color::Text3, 0.9));
+        if (!curve.hold.empty()) graph.stroke(curve.hold, 1, faint(0.55));
+        graph.stroke(curve.level, 1.5, ink);
     }
+    isBuilt_ = true;
+}
+
+void Spectrum::moveCurves()
+{
+    const bool wasBuilt = isBuilt_;
+    buildCurves();
+    const Rect above[] = {{plot_.area.x, plot_.area.y, names_ - plot_.area.x, kNames},
+                          readingPlace(),
+                          dotPlace(peak_),
+                          {cursor_ - 1, plot_.area.y, cursor_ < 0 ? 0.0 : 2.0, plot_.area.h}};
+    bool isHit[std::size(above)] = {};
+    const bool isKnown = graph_.compare([&](const Rect& rect) {
+        moved(rect);
+        for (std::size_t i = 0; i < std::size(above); ++i) isHit[i] |= above[i].overlaps(rect);
+    });
+    if (!isKnown || !wasBuilt) return damage();
+    for (std::size_t i = 0; i < std::size(above); ++i)
+        if (isHit[i]) damage(above[i]);
 }
 
 /// Each band from half way to its neighbours, of all curves side by side.
@@ -226,14 +249,11 @@ void Spectrum::markPeak()
         if (at.x > area.x && at.x < area.right()) peak = at;
         text = frequencyText(peakHertz_) + "  " + figure(peakLevel_, 1) + " dB";
     }
-    const auto dot = [&](const Point& p) {
-        if (std::isfinite(p.x)) damage({p.x - 8, p.y - 8, 16, 16});
-    };
     const bool hasMoved = std::isfinite(peak.x) != std::isfinite(peak_.x) ||
                           (std::isfinite(peak.x) && (peak.x != peak_.x || peak.y != peak_.y));
     if (hasMoved) {
-        dot(peak_);
-        dot(peak);
+        damage(dotPlace(peak_));
+        damage(dotPlace(peak));
     }
     peak_ = peak;
     if (text != reading_) damage(readingPlace());
@@ -260,29 +280,19 @@ void Spectrum::drawStatic(Canvas& canvas)
 
 void Spectrum::drawBars(Canvas& canvas)
 {
-    graph_.begin(canvas, plot_.area);
+    bands_.begin(plot_.area, scale());
     for (std::size_t c = 0; c < curves_.size(); ++c) {
         const auto ink = inkOf(c);
-        graph_.bars(curves_[c].bars, ink, Ink(ink.color, 0.5 * ink.opacity));
-        graph_.bars(curves_[c].marks, Color::Text, Color::Text);
-        graph_.bars(curves_[c].grey, Color::Text3, Color::Text3);
+        bands_.bars(curves_[c].bars, ink, Ink(ink.color, 0.5 * ink.opacity));
+        bands_.bars(curves_[c].marks, Color::Text, Color::Text);
+        bands_.bars(curves_[c].grey, Color::Text3, Color::Text3);
     }
-    graph_.show(canvas);
+    bands_.show(canvas);
 }
 
-void Spectrum::drawCurves(Canvas& canvas)
+void Spectrum::drawMoved(Canvas& canvas)
 {
-    graph_.begin(canvas, plot_.area);
-    for (std::size_t c = curves_.size(); c-- > 0;) {
-        const auto ink = inkOf(c);
-        const auto faint = [&](double share) { return Ink(ink.color, share * ink.opacity); };
-        if (c == 0) graph_.fill(curves_[c].level, plot_.area.bottom(), faint(0.3), faint(0.04));
-        if (!curves_[c].reference.empty())
-            graph_.stroke(curves_[c].reference, 1, Ink(Color::Text3, 0.9));
-        if (!curves_[c].hold.empty()) graph_.stroke(curves_[c].hold, 1, faint(0.55));
-        graph_.stroke(curves_[c].level, 1.5, ink);
-    }
-    graph_.show(canvas);
+    if (mode() == Mode::Spectrum) graph_.showMoved(canvas);
 }
 
 void Spectrum::drawNames(Canvas& canvas)
@@ -294,6 +304,7 @@ void Spectrum::drawNames(Canvas& canvas)
         x = canvas.text(Type::Axis, curves_[c].name, x, area.y + 15, Align::Left, inkOf(c))
                 .right() +
             10;
+    names_ = x;
 }
 
 void Spectrum::drawCursor(Canvas& canvas)
@@ -315,10 +326,12 @@ void Spectrum::draw(Canvas& canvas)
         sonogram_.draw(canvas, plot_.area);
         return;
     }
-    if (mode() == Mode::Bands)
+    if (mode() == Mode::Bands) {
         drawBars(canvas);
-    else
-        drawCurves(canvas);
+    } else {
+        if (!isBuilt_) buildCurves();
+        graph_.show(canvas);
+    }
     drawNames(canvas);
     drawCursor(canvas);
 }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "editors/displays/bound_display.h"
-#include "editors/displays/graph.h"
+#include "editors/displays/moving_graph.h"
 #include "editors/displays/plot.h"
 #include "editors/displays/sonogram_picture.h"
 
@@ -18,6 +18,7 @@ public:
 
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
+    void drawMoved(Canvas& canvas) override;
     bool pointer(const PointerEvent& event) override;
     std::string describe() const override;
     Rect covered() const override;
@@ -37,30 +38,33 @@ private:
     };
     Mode mode() const { return static_cast<Mode>(static_cast<int>(mode_.get(0))); }
     Rect readingPlace() const;
+    static Rect dotPlace(Point at);
     bool hasFigures() const noexcept { return height() >= 90; }
     double tilted(double db, double hertz) const;
     void trace(std::vector<Point>& points, const std::vector<double>& hertz,
                const std::vector<double>& levels) const;
     void readCurves(const char* display, const char* frequencies);
-    /// Damage what has moved.
-    void damageCurves();
+    void buildCurves();
+    /// Tell what has moved.
+    void moveCurves();
     void damageBars();
     void markPeak();
     void drawBars(Canvas& canvas);
-    void drawCurves(Canvas& canvas);
     void drawCursor(Canvas& canvas);
     void drawNames(Canvas& canvas);
 
     Value mode_, tilt_, top_, range_, low_, high_, compare_;
     Plot plot_;
     std::vector<Curve> curves_;
-    std::vector<CourseDifference> differences_;  // three a curve
-    std::vector<double> hertz_, across_;         // frequencies, and where they lie
+    std::vector<double> hertz_, across_;  // frequencies, and where they lie
     Plot acrossOf_;
     double peakHertz_, peakLevel_;  // of the first curve
     std::string reading_;           // at the pointer or the peak
     Point peak_;
-    Graph graph_;
+    Graph bands_;
+    MovingGraph graph_;
+    bool isBuilt_ = false;  // the graph, for this size
+    double names_ = 0;      // px, right end of the names
     SonogramPicture sonogram_;
     double cursor_ = -1;  // px
 };

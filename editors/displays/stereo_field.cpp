@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <numbers>
 #include <utility>
@@ -17,6 +18,9 @@ constexpr double kPersistence = 0.3;  // s, where nobody sets it
 constexpr int kPointsPerFrame = 4;
 constexpr unsigned kSpark = 14000;        // that a point adds to the glow
 constexpr std::uint16_t kFaintest = 400;  // below that nothing is seen
+constexpr std::size_t kWord = 64;         // strips
+constexpr double kQuick = 0.15;           // s of persistence below which every row is faded at once
+constexpr int kBand = 32;                 // rows that are told at once
 
 }  // namespace
 
@@ -36,9 +40,13 @@ void StereoField::sized()
     square_ = {(width() - side) / 2, 8, side, side};
     strip_ = {24, height() - 20, width() - 90, 6};
     side_ = static_cast<int>(std::lround(side * scale()));
-    glow_.assign(static_cast<std::size_t>(side_) * static_cast<std::size_t>(side_), 0);
-    lit_.assign(static_cast<std::size_t>(side_), {});
-    glowing_ = {};
+    const auto strips = static_cast<std::size_t>((side_ + kStrip - 1) / kStrip);
+    stride_ = static_cast<int>(strips) * kStrip;
+    words_ = (strips + kWord - 1) / kWord;
+    const auto rows = static_cast<std::size_t>(side_);
+    glow_.assign(rows * strips * kStrip, 0);
+    lit_.assign(rows * words_, 0);
+    stale_.assign(rows * words_, 0);
     isDark_ = true;
 }
 
@@ -57,35 +65,56 @@ Point StereoField::place(double x, double y) const
         }
         constexpr double kPerOctave = 6.0205999 / kPolarRange;
         const double r2 = x * x + y * y;
-        const double shown = std::max(0.0, 1 + 0.5 * kPerOctave * std::log2(r2));
+        const double shown =
+            std::max(0.0, 1 + 0.5 * kPerOctave * double(std::log2(static_cast<float>(r2))));
         const double k = shown > 0 ? shown / std::sqrt(r2) : 0;
         return {(1 + x * k) / 2, 0.75 - y * k * 0.5};
     }
     return {(1 + x) / 2, (1 - y) / 2};
 }
 
-/// Whether anything still glows.
-bool StereoField::fade(double passed)
+/// f(row, strip) for the strips that are marked; where it is false the mark goes.
+template <class F> void StereoField::forEachStrip(std::vector<std::uint64_t>& strips, F&& f)
+{
+    for (std::size_t i = 0; i < strips.size(); ++i)
+        for (auto rest = strips[i]; rest; rest &= rest - 1) {
+            const auto row = i / words_;
+            const auto strip =
+                i % words_ * kWord + static_cast<std::size_t>(std::countr_zero(rest));
+            if (!f(row, strip)) strips[i] &= ~(rest & (~rest + 1));
+        }
+}
+
+/// Even and odd rows in turn, each by the time that has passed since its last: a step of light is
+/// not seen where its neighbours stand between, and it is half the work.
+void StereoField::fade(double passed)
 {
     const double persistence = persistence_.get(kPersistence);
+    const auto turn = std::exchange(isOddTurn_, !isOddTurn_) ? std::size_t{1} : std::size_t{0};
+    for (const auto parity : {std::size_t{0}, std::size_t{1}}) {
+        pending_[parity] += passed;
+        if (parity == turn || persistence < kQuick)
+            fadeRows(parity, std::exchange(pending_[parity], 0), persistence);
+    }
+    isDark_ = std::all_of(lit_.begin(), lit_.end(), [](std::uint64_t lit) { return lit == 0; });
+}
+
+void StereoField::fadeRows(std::size_t parity, double passed, double persistence)
+{
     const auto keep = static_cast<std::uint16_t>(
         persistence > 0 ? std::min(65535.0, 65536 * std::exp(-passed / persistence)) : 0.0);
-    bool glows = false;
-    for (std::size_t y = 0; y < lit_.size(); ++y) {
-        auto& lit = lit_[y];
-        if (lit.from >= lit.to) continue;
-        auto* const row = glow_.data() + y * lit_.size();
-        unsigned any = 0;
-        for (int x = lit.from; x < lit.to; ++x) {
-            const auto left =
-                static_cast<std::uint16_t>(static_cast<std::uint32_t>(row[x]) * keep >> 16);
-            row[x] = left < kFaintest ? std::uint16_t{0} : left;
-            any |= row[x];
+    const auto stride = static_cast<std::size_t>(stride_);
+    for (auto row = parity; row < static_cast<std::size_t>(side_); row += 2)
+        for (std::size_t w = 0; w < words_; ++w) {
+            auto& lit = lit_[row * words_ + w];
+            stale_[row * words_ + w] |= lit;
+            auto* const lights = glow_.data() + row * stride + w * kWord * kStrip;
+            for (auto rest = lit; rest; rest &= rest - 1) {
+                const auto strip = static_cast<std::size_t>(std::countr_zero(rest));
+                if (!fadeLight(lights + strip * kStrip, keep, kFaintest))
+                    lit &= ~(std::uint64_t{1} << strip);
+            }
         }
-        if (!any) lit = {};
-        glows |= any != 0;
-    }
-    return glows;
 }
 
 void StereoField::light(double x, double y)
@@ -95,35 +124,44 @@ void StereoField::light(double x, double y)
     const int column = static_cast<int>(at.x * side_), row = static_cast<int>(at.y * side_);
     const int from = std::max(0, column), to = std::min(side_, column + size);
     if (from >= to) return;
+    const auto mark = [&](std::size_t line, int px) {
+        const auto strip = static_cast<std::size_t>(px / kStrip);
+        const auto word = line * words_ + strip / kWord;
+        lit_[word] |= std::uint64_t{1} << strip % kWord;
+        stale_[word] |= std::uint64_t{1} << strip % kWord;
+    };
     for (int py = std::max(0, row); py < std::min(side_, row + size); ++py) {
-        auto& lit = lit_[static_cast<std::size_t>(py)];
-        lit =
-            lit.from < lit.to ? Lit{std::min(lit.from, from), std::max(lit.to, to)} : Lit{from, to};
-        for (int px = from; px < to; ++px) {
-            auto& glow = glow_[static_cast<std::size_t>(py) * static_cast<std::size_t>(side_) +
-                               static_cast<std::size_t>(px)];
-            glow = static_cast<std::uint16_t>(std::min(65535u, glow + kSpark));
-        }
+        const auto line = static_cast<std::size_t>(py);
+        mark(line, from);
+        mark(line, to - 1);
+        auto* const lights = glow_.data() + line * static_cast<std::size_t>(stride_);
+        for (int px = from; px < to; ++px)
+            lights[px] = static_cast<std::uint16_t>(std::min(65535u, lights[px] + kSpark));
     }
 }
 
-/// Where anything glows, as a part of the display.
-Rect StereoField::glowing() const
+void StereoField::tellMoved()
 {
-    int left = side_, right = 0, top = side_, bottom = 0;
-    for (int y = 0; y < side_; ++y) {
-        const auto& lit = lit_[static_cast<std::size_t>(y)];
-        if (lit.from >= lit.to) continue;
-        left = std::min(left, lit.from);
-        right = std::max(right, lit.to);
-        top = std::min(top, y);
-        bottom = y + 1;
+    const double pixel = 1 / scale();
+    for (int band = 0; band < side_; band += kBand) {
+        const int end = std::min(side_, band + kBand);
+        int left = side_, right = 0, top = side_, bottom = 0;
+        for (int row = band; row < end; ++row)
+            for (std::size_t w = 0; w < words_; ++w) {
+                const auto bits = stale_[static_cast<std::size_t>(row) * words_ + w];
+                if (!bits) continue;
+                const int first = static_cast<int>(w * kWord) * kStrip;
+                left = std::min(left, first + std::countr_zero(bits) * kStrip);
+                right = std::max(right, first + (64 - std::countl_zero(bits)) * kStrip);
+                top = std::min(top, row);
+                bottom = row + 1;
+            }
+        // The square may lie between pixels.
+        if (left < right)
+            moved(Rect{square_.x + left * pixel, square_.y + top * pixel,
+                       (std::min(right, side_) - left) * pixel, (bottom - top) * pixel}
+                      .inset(-pixel));
     }
-    if (right <= left) return {};
-    // The square may lie between pixels.
-    return Rect{square_.x + left / scale(), square_.y + top / scale(), (right - left) / scale(),
-                (bottom - top) / scale()}
-        .inset(-1);
 }
 
 void StereoField::ticked(double seconds)
@@ -135,7 +173,7 @@ void StereoField::ticked(double seconds)
     const auto& y = node["y"].numbers();
     const bool isNew = frames >= 0 && frames != frames_;
     if (!isNew && (isDark_ || passed <= 0)) return;
-    isDark_ = !fade(std::clamp(passed, 0.0, 1.0));
+    fade(std::clamp(passed, 0.0, 1.0));
     if (isNew) {
         const double fresh = frames_ >= 0 && frames > frames_ ? frames - frames_ : frames;
         const auto count =
@@ -147,8 +185,7 @@ void StereoField::ticked(double seconds)
             }
     }
     frames_ = frames;
-    const auto before = std::exchange(glowing_, glowing());
-    damage(before.united(glowing_));
+    tellMoved();
 }
 
 void StereoField::look(std::vector<double>& numbers) const
@@ -219,28 +256,52 @@ void StereoField::drawStatic(Canvas& canvas)
     canvas.vertical(strip_.centre().x, strip_.y - 3, strip_.bottom() + 3, Color::Text3);
 }
 
-void StereoField::drawGlow(Canvas& canvas) const
+void StereoField::drawGlow(Canvas& canvas)
 {
     if (isDark_) return;
-    const StripColour colour(0xFF000000u | canvas.theme().rgb(Color::Accent));
+    const auto colour = 0xFF000000u | canvas.theme().rgb(Color::Accent);
     const auto place = canvas.inPicture(square_.x, square_.y, side_, side_);
     canvas.paint(place, [&](const Pixels& pixels, const PixelRect& part) {
-        for (int y = part.y - place.y; y < part.bottom() - place.y; ++y) {
-            const auto& lit = lit_[static_cast<std::size_t>(y)];
-            const int end = std::min(lit.to, part.right() - place.x);
-            const auto* const glow = glow_.data() + std::ptrdiff_t(y) * side_;
-            auto* const row = pixels.data + (y + place.y) * (pixels.stride / 4) + place.x;
-            for (int x = std::max(lit.from, part.x - place.x); x < end; x += kStrip) {
-                std::array<std::uint16_t, kStrip> cover{};
-                const int count = std::min(kStrip, end - x);
-                for (int i = 0; i < count; ++i) {
-                    const unsigned light = glow[x + i] >> 8;
-                    cover[static_cast<std::size_t>(i)] =
-                        static_cast<std::uint16_t>(light + (light >> 7));
-                }
-                blendStrip(row + x, count, cover.data(), colour);
+        forEachStrip(lit_, [&](std::size_t row, std::size_t strip) {
+            const int y = static_cast<int>(row) + place.y, x = static_cast<int>(strip) * kStrip;
+            const int from = std::max(x, part.x - place.x);
+            const int to = std::min({x + kStrip, side_, part.right() - place.x});
+            if (y < part.y || y >= part.bottom() || from >= to) return true;
+            auto* const own = pixels.data + y * (pixels.stride / 4) + place.x;
+            std::array<std::uint32_t, kStrip> copy{};
+            std::copy(own + from, own + to, copy.begin() + (from - x));
+            blendLight(copy.data(), copy.data(), glow_.data() + row * std::size_t(stride_) + x,
+                       colour);
+            std::copy(copy.begin() + (from - x), copy.begin() + (to - x), own + from);
+            return true;
+        });
+    });
+}
+
+void StereoField::drawMoved(Canvas& canvas)
+{
+    const auto colour = 0xFF000000u | canvas.theme().rgb(Color::Accent);
+    const auto place = canvas.inPicture(square_.x, square_.y, side_, side_);
+    const auto& ground = canvas.ground();
+    canvas.paint(place, [&](const Pixels& pixels, const PixelRect& part) {
+        const int width = part.right() - place.x;  // where the square's border is cut
+        forEachStrip(stale_, [&](std::size_t row, std::size_t strip) {
+            const int y = static_cast<int>(row) + place.y, x = static_cast<int>(strip) * kStrip;
+            const int columns = std::min({kStrip, side_ - x, width - x});
+            if (y < part.y || y >= part.bottom() || columns < 1) return false;
+            auto* const own = pixels.data + y * (pixels.stride / 4) + place.x + x;
+            const auto* const below = ground.data + y * (ground.stride / 4) + place.x + x;
+            const auto* const lights = glow_.data() + row * std::size_t(stride_) + x;
+            if (columns == kStrip) {
+                blendLight(own, below, lights, colour);
+            } else {
+                std::array<std::uint32_t, kStrip> copy{};
+                std::copy_n(below, columns, copy.begin());
+                blendLight(copy.data(), copy.data(), lights, colour);
+                std::copy_n(copy.begin(), columns, own);
             }
-        }
+            return false;
+        });
     });
 }
 

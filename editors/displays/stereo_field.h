@@ -16,6 +16,7 @@ public:
 
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
+    void drawMoved(Canvas& canvas) override;
     std::string describe() const override;
 
 protected:
@@ -29,22 +30,26 @@ private:
     enum class View { Goniometer, XY, Polar };
     View view() const { return static_cast<View>(static_cast<int>(view_.get(0))); }
     Point place(double x, double y) const;
-    bool fade(double passed);
+    void fade(double passed);
+    void fadeRows(std::size_t parity, double passed, double persistence);
     void light(double x, double y);
-    Rect glowing() const;
-    void drawGlow(Canvas& canvas) const;
+    /// Tells what drawMoved() will draw.
+    void tellMoved();
+    template <class F> void forEachStrip(std::vector<std::uint64_t>& strips, F&& f);
+    void drawGlow(Canvas& canvas);
 
     Value view_, pair_, gain_, persistence_, correlation_;
     Rect square_;                      // of the picture
     Rect strip_;                       // of the correlation
     int side_ = 0;                     // device pixels
+    int stride_ = 0;                   // of a row of lights, whole strips
     std::vector<std::uint16_t> glow_;  // 0 .. 65535, row by row
-    struct Lit {
-        int from = 0, to = 0;
-    };
-    std::vector<Lit> lit_;              // what may glow of each row
-    Rect glowing_;                      // as it was drawn
+    // A bit for each strip, row by row: where anything glows, and what is to be drawn anew.
+    std::size_t words_ = 0;  // of a row
+    std::vector<std::uint64_t> lit_, stale_;
     bool isDark_ = true;                // nothing glows
+    double pending_[2] = {};            // seconds that even and odd rows have still to fade by
+    bool isOddTurn_ = false;            // which of them are faded next
     double frames_ = -1, before_ = -1;  // of the effect; seconds
 };
 

@@ -8,7 +8,6 @@
 namespace quillworks::editors {
 namespace {
 
-constexpr double kReach = 2;   // px of a stroke
 constexpr double kFaded = 6;   // times the persistence, after which nothing is left
 constexpr double kGlow = 0.6;  // of a line's brightness once it is over
 constexpr int kLeastFade = 8;  // of 256 by which pixels are dimmed at once, so that steps are true
@@ -49,7 +48,7 @@ void Trace::sized()
 {
     area_ = !hasFigures() ? Rect{1, 1, width() - 2, height() - 2}
                           : Rect{34, 8, width() - 46, height() - 32};
-    differences_.clear();
+    builtOf_.clear();
 }
 
 double Trace::span() const
@@ -94,41 +93,49 @@ void Trace::ticked(double seconds)
         now_[c].samples = channels[c]["samples"].numbers();
     }
     const double persistence = persistence_.get(0);
-    if (now_ == lines_) {
-        if (persistence > 0 && seconds - changed_ < kFaded * persistence) {
-            isGlowStale_ = true;
-            damage();
-        }
-        return;
+    const bool isNew = now_ != lines_;
+    if (isNew) {
+        changed_ = seconds;
+        isGlowStale_ = true;
+        if (!std::equal(now_.begin(), now_.end(), lines_.begin(), lines_.end(),
+                        [](const Line& a, const Line& b) { return a.name == b.name; }))
+            builtOf_.clear();
+        lines_.swap(now_);
+    } else if (persistence > 0 && seconds - changed_ < kFaded * persistence) {
+        isGlowStale_ = true;
+        damage();
     }
-    changed_ = seconds;
-    isGlowStale_ = true;
-    const bool areSame = std::equal(now_.begin(), now_.end(), lines_.begin(), lines_.end(),
-                                    [](const Line& a, const Line& b) { return a.name == b.name; });
-    lines_.swap(now_);
-    const bool isWhole = layout() == Layout::XY || persistence > 0;
-    if (!areSame || isWhole) differences_.clear();
-    if (isWhole) return damage();
-    for (std::size_t i = 0; i < lines_.size(); ++i) {
-        const auto plot = plotOf(i);
-        if (differences_.size() == i) {
-            differences_.emplace_back(plot.area, scale(), kReach, std::nan(""));
-            damage();
-        }
-        course(plot, lines_[i].samples);
-        differences_[i].update(points_, [this](const Rect& rect) { damage(rect); });
-    }
+    std::vector<double> of;
+    lookStatic(of);
+    const bool isOther = of != builtOf_;
+    if (!isNew && !isOther) return;
+    rebuild();
+    if (isOther || isWhole()) return damage();
+    const bool isKnown = graph_.compare([this](const Rect& rect) {
+        moved(rect);
+        for (const auto& name : names_)
+            if (name.overlaps(rect)) damage(name);
+    });
+    if (!isKnown) damage();
+}
+
+void Trace::rebuild()
+{
+    builtOf_.clear();
+    lookStatic(builtOf_);
+    if (layout() != Layout::XY) build(graph_.next(area_, scale()), 1);
 }
 
 void Trace::look(std::vector<double>& numbers) const
 {
-    numbers.insert(numbers.end(), {level_.get(0), pretrigger_.get(0), persistence_.get(0)});
+    numbers.push_back(persistence_.get(0));
 }
 
 void Trace::lookStatic(std::vector<double>& numbers) const
 {
-    numbers.insert(numbers.end(), {time_.get(0), gain_.get(0), layout_.get(0),
-                                   static_cast<double>(lines_.size()), amplitude()});
+    numbers.insert(numbers.end(),
+                   {time_.get(0), gain_.get(0), layout_.get(0), level_.get(0), pretrigger_.get(0),
+                    static_cast<double>(lines_.size()), amplitude()});
     if (!time_.exists()) numbers.push_back(period_);
 }
 
@@ -162,6 +169,14 @@ void Trace::drawStatic(Canvas& canvas)
     for (auto& tick : ticks) tick.isMain = tick.value == 0;
     if (!ticks.empty()) ticks.back().text += isLong ? " s" : " ms";
     drawAcross(canvas, times, ticks, hasFigures());
+    if (!level_.exists() || !hasFigures()) return;
+    // Beneath the lines, as a graticule: what moves over it need not draw it again.
+    const Ink mark(Color::Text3, 0.7);
+    const double level = level_.get(0) / 100;
+    if (std::abs(level) <= amplitude())
+        canvas.horizontal(area_.x, area_.right(), plotOf(0).up(level), mark, Dash::Dots);
+    canvas.vertical(area_.x + area_.w * pretrigger_.get(0) / 100, area_.y, area_.bottom(), mark,
+                    Dash::Dots);
 }
 
 /// Where many samples share a pixel, from the lowest to the highest of them.
@@ -222,7 +237,12 @@ void Trace::drawGlow(Canvas& canvas)
         }
         Canvas own(glow_.pixels(), scale(), canvas.fonts(), canvas.theme());
         own.translate(-area_.x, -area_.y);
-        drawLines(own, kGlow);
+        if (layout() == Layout::XY) {
+            drawFigure(own, kGlow);
+        } else {
+            build(glowing_, kGlow);
+            glowing_.show(own);
+        }
     }
     canvas.image(glow_, area_.x, area_.y);
 }
@@ -230,60 +250,58 @@ void Trace::drawGlow(Canvas& canvas)
 void Trace::draw(Canvas& canvas)
 {
     drawGlow(canvas);
-    drawLines(canvas, 1);
-    if (layout() != Layout::XY) drawMarks(canvas);
+    if (layout() == Layout::XY) return drawFigure(canvas, 1);
+    if (builtOf_.empty()) rebuild();
+    graph_.show(canvas);
+    drawNames(canvas);
 }
 
-void Trace::drawLines(Canvas& canvas, double opacity)
+void Trace::drawMoved(Canvas& canvas)
 {
-    const auto& area = area_;
-    if (layout() == Layout::XY) {
-        const double side = std::min(area.w, area.h), most = amplitude();
-        if (lines_.size() < 2) return;
-        const Plot square{{area.centre().x - side / 2, area.y, side, side},
-                          {-most, most, false},
-                          {-most, most, false}};
-        points_.clear();
-        const auto n = std::min(lines_[0].samples.size(), lines_[1].samples.size());
-        for (std::size_t i = 0; i < n; ++i)
-            points_.push_back(
-                {square.across(lines_[0].samples[i]), square.up(lines_[1].samples[i])});
-        const auto saved = canvas.save();
-        canvas.clip(square.area);
-        canvas.polyline(points_, 1.25, Ink(Color::Accent, opacity));
-        return;
-    }
-    graph_.begin(canvas, area);
+    if (!isWhole()) graph_.showMoved(canvas);
+}
+
+/// One channel over the other.
+void Trace::drawFigure(Canvas& canvas, double opacity)
+{
+    const double side = std::min(area_.w, area_.h), most = amplitude();
+    if (lines_.size() < 2) return;
+    const Plot square{{area_.centre().x - side / 2, area_.y, side, side},
+                      {-most, most, false},
+                      {-most, most, false}};
+    points_.clear();
+    const auto n = std::min(lines_[0].samples.size(), lines_[1].samples.size());
+    for (std::size_t i = 0; i < n; ++i)
+        points_.push_back({square.across(lines_[0].samples[i]), square.up(lines_[1].samples[i])});
+    const auto saved = canvas.save();
+    canvas.clip(square.area);
+    canvas.polyline(points_, 1.25, Ink(Color::Accent, opacity));
+}
+
+void Trace::build(Graph& graph, double opacity)
+{
+    graph.begin(area_, scale());
     const bool isStacked = layout() == Layout::Stack;
     for (std::size_t i = lines_.size(); i-- > 0;) {
         // A generator's channels are alike: one is enough.
         if (!time_.exists() && i > 0 && lines_[i].samples == lines_[0].samples) continue;
         course(plotOf(i), lines_[i].samples);
         const auto ink = isStacked ? Ink(Color::Accent) : inkOf(i);
-        graph_.stroke(points_, 1.5, Ink(ink.color, opacity * ink.opacity));
+        graph.stroke(points_, 1.5, Ink(ink.color, opacity * ink.opacity));
     }
-    graph_.show(canvas);
 }
 
-void Trace::drawMarks(Canvas& canvas)
+void Trace::drawNames(Canvas& canvas)
 {
-    const auto& area = area_;
-    const bool isStacked = layout() == Layout::Stack;
-    const auto first = plotOf(0);
-    if (level_.exists() && hasFigures()) {
-        const double level = level_.get(0) / 100;
-        if (std::abs(level) <= amplitude())
-            canvas.horizontal(area.x, area.right(), first.up(level), Ink(Color::Text3, 0.7),
-                              Dash::Dots);
-        canvas.vertical(area.x + area.w * pretrigger_.get(0) / 100, area.y, area.bottom(),
-                        Ink(Color::Text3, 0.7), Dash::Dots);
-    }
+    names_.clear();
     if (!hasFigures()) return;
-    double x = area.x + 8;
+    const bool isStacked = layout() == Layout::Stack;
+    double x = area_.x + 8;
     for (std::size_t i = 0; time_.exists() && i < lines_.size(); ++i) {
-        const double y = isStacked ? plotOf(i).area.y + 15 : area.y + 15;
-        const auto extent = canvas.text(Type::Axis, lines_[i].name, isStacked ? area.x + 8 : x, y,
+        const double y = isStacked ? plotOf(i).area.y + 15 : area_.y + 15;
+        const auto extent = canvas.text(Type::Axis, lines_[i].name, isStacked ? area_.x + 8 : x, y,
                                         Align::Left, isStacked ? Ink(Color::Text2) : inkOf(i));
+        names_.push_back(extent.inset(-1));
         x = extent.right() + 10;
     }
 }

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "editors/displays/bound_display.h"
-#include "editors/displays/graph.h"
+#include "editors/displays/moving_graph.h"
 #include "editors/displays/plot.h"
 
 namespace quillworks::editors {
@@ -16,6 +16,7 @@ public:
 
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
+    void drawMoved(Canvas& canvas) override;
     std::string describe() const override;
 
 protected:
@@ -37,22 +38,28 @@ private:
     double amplitude() const;
     Plot plotOf(std::size_t line) const;
     void course(const Plot& plot, const std::vector<double>& samples);
-    void drawLines(Canvas& canvas, double opacity);
-    void drawMarks(Canvas& canvas);
+    void build(Graph& graph, double opacity);
+    /// Of the lines as they are now.
+    void rebuild();
+    void drawFigure(Canvas& canvas, double opacity);
+    void drawNames(Canvas& canvas);
+    bool isWhole() const { return layout() == Layout::XY || persistence_.get(0) > 0; }
     /// The lines that have gone, which fade.
     void drawGlow(Canvas& canvas);
 
     Value time_, level_, pretrigger_, gain_, layout_, persistence_;
     Rect area_;
     std::vector<Line> lines_, now_;
-    std::vector<CourseDifference> differences_;  // of each line
     double period_ = 0, state_ = 0;
     Image glow_;             // of the area, in device pixels
     double seconds_ = 0;     // second of the last tick
     double faded_ = 0;       // second up to which the glow has faded
     double changed_ = -1e9;  // second of the last other line
     bool isGlowStale_ = false;
-    Graph graph_;
+    MovingGraph graph_;
+    Graph glowing_;
+    std::vector<double> builtOf_;  // what the graph is made of beside its lines
+    std::vector<Rect> names_;      // places of their texts
     std::vector<Point> points_;
 };
 
