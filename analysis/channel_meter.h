@@ -80,6 +80,8 @@ public:
     /// Held values and clip runs.
     void resetHolds() noexcept;
 
+    /// Asks for the memory of the next n samples.
+    void fetchAhead(int n) const noexcept { window_.fetchAhead(n); }
     /// A piece of the block: samples of at most 1e6 and their quantised squares. Returns its peak.
     float add(const float* x, const PowerQuanta& squares) noexcept;
     /// The block of n samples is complete.

@@ -127,7 +127,7 @@ template <typename T> void LevelMeterCore<T>::prepare(const ProcessSpec& spec)
     channels_.resize(channels);
     for (auto& c : channels_) {
         c.meter.prepare(spec.sampleRate);
-        c.interpolator.prepare(spec.sampleRate, kPiece);
+        c.interpolator.prepare(spec.sampleRate);
         c.fineTruePeak.prepare(kPiece);
     }
     loudness_.prepare(spec.sampleRate, spec.layout);
@@ -231,11 +231,12 @@ template <typename T> void LevelMeterCore<T>::measure(const AudioBlock<T>& piece
     const T* x[VNK::kMaxChannels];
     T clean[VNK::kMaxChannels][kPiece];
     std::int64_t quanta[kPiece];
+    TruePeak::Row<kPiece> row;
+    for (const auto& channel : channels_) channel.meter.fetchAhead(n);
     for (int c = 0; c < piece.channels; ++c) {
         auto& channel = channels_[static_cast<std::size_t>(c)];
         T* const cleaned = clean[c];
-        float* const single =
-            isStrict ? channel.fineTruePeak.input() : channel.interpolator.input();
+        float* const single = isStrict ? channel.fineTruePeak.input() : row.input();
         vec::copy(cleaned, static_cast<const T*>(piece[c]), n);
         sanitise(cleaned, n);
         if constexpr (std::is_same_v<T, float>)
@@ -248,7 +249,7 @@ template <typename T> void LevelMeterCore<T>::measure(const AudioBlock<T>& piece
             channel.power += squares.total();
             truePeak_ = channel.fineTruePeak.advance(n, truePeak_);
         } else {
-            truePeak_ = std::max(truePeak_, channel.interpolator.advance(n));
+            truePeak_ = std::max(truePeak_, channel.interpolator.advance(row, n));
         }
         x[c] = cleaned;
     }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "dsp/aligned_buffer.h"
+#include "dsp/fetch_ahead.h"
 
 namespace quillworks {
 
@@ -88,6 +89,11 @@ public:
         at_ = used_ = 0;
     }
 
+    /// Asks for the memory of the next n samples: a window of seconds has none of it at hand.
+    void fetchAhead(int n) const noexcept
+    {
+        quillworks::fetchAhead(ring_.data() + at_, std::min(n, length_ - at_));
+    }
     int length() const noexcept { return length_; }
     std::int64_t sum() const noexcept { return sum_; }
     /// Mean power over the window, 1 for full scale.

@@ -5,6 +5,7 @@
 //
 #include <algorithm>
 
+#include "dsp/fetch_ahead.h"
 #include "dsp/scan-inl.h"
 #include "dsp/sliding_max.h"
 #include "dsp/vec.h"
@@ -21,18 +22,18 @@ struct Larger {
     template <class V> HWY_INLINE V operator()(V a, V b) const { return hn::Max(a, b); }
 };
 
-/// Returns the new maximum of the open block. Where new maxima come is not to be foretold: every
-/// vector is scanned, rather than looked at first.
-double slide(const SlidingMax::Run& r)
+/// From i to `end`, along which each window covers the same blocks. Returns the new maximum of the
+/// open block. Where new maxima come is not to be foretold: every vector is scanned, rather than
+/// looked at first.
+HWY_INLINE double slidePart(const SlidingMax::Run& r, int i, int end, double top,
+                            const double* whole)
 {
     const D d;
-    int i = 0;
-    double top = r.top;
-    if (r.n >= kLanes) {
+    if (end - i >= kLanes) {
         const LaneScan<D> scan;
         auto before = hn::Set(d, top);
-        const auto whole0 = hn::Set(d, r.whole[0]), whole1 = hn::Set(d, r.whole[1]);
-        for (; i + kLanes <= r.n; i += kLanes) {
+        const auto whole0 = hn::Set(d, whole[0]), whole1 = hn::Set(d, whole[1]);
+        for (; i + kLanes <= end; i += kLanes) {
             const auto x = hn::LoadU(d, r.x + i);
             if (r.open) hn::StoreU(x, d, r.open + i);
             const auto running = scan.of(x, Larger());
@@ -46,11 +47,28 @@ double slide(const SlidingMax::Run& r)
         }
         top = hn::GetLane(before);
     }
-    for (; i < r.n; ++i) {
+    for (; i < end; ++i) {
         if (r.open) r.open[i] = r.x[i];
         top = std::max(top, r.x[i]);
         for (int w = 0; w < 2; ++w)
-            if (r.out[w]) r.out[w][i] = std::max({r.old[w][i], r.whole[w], top});
+            if (r.out[w]) r.out[w][i] = std::max({r.old[w][i], whole[w], top});
+    }
+    return top;
+}
+
+double slide(const SlidingMax::Run& r)
+{
+    double top = r.top;
+    for (int i = 0; i < r.n;) {
+        int end = r.n;
+        double whole[2];
+        for (int w = 0; w < 2; ++w) {
+            const bool isEarly = i < r.early[w];
+            if (isEarly) end = std::min(end, r.early[w]);
+            whole[w] = r.whole[w][isEarly ? 0 : 1];
+        }
+        top = slidePart(r, i, end, top, whole);
+        i = end;
     }
     return top;
 }
@@ -149,6 +167,13 @@ const double* SlidingMax::fromEnd(int back) const noexcept
     return fromEnd_.data() + slot * block_;
 }
 
+/// What a window sees, from the next sample on, of the block that it begins in.
+const double* SlidingMax::begunIn(const Window& w) const noexcept
+{
+    return at_ < w.rest ? fromEnd(w.blocks + 1) + block_ - w.rest + at_
+                        : fromEnd(w.blocks) + at_ - w.rest;
+}
+
 /// Of the latest `count` complete blocks.
 double SlidingMax::peakOf(int count) const noexcept
 {
@@ -165,6 +190,19 @@ double SlidingMax::peakOf(int count) const noexcept
     return wrapped > 0 ? std::max(late, vec::peak(tops + slots_ - wrapped, wrapped)) : late;
 }
 
+/// What the second window begins in, and where the blocks that close will lie; the first window's
+/// has just been written.
+void SlidingMax::fetchAhead(int n) const noexcept
+{
+    const auto ask = [this, n](const double* from) {
+        const int behind = static_cast<int>(fromEnd_.end() - from);
+        quillworks::fetchAhead(from, std::min(n, behind));
+        quillworks::fetchAhead(fromEnd_.data(), n - behind);
+    };
+    ask(begunIn(windows_[1]));
+    ask(fromEnd_.data() + present_ * block_);
+}
+
 void SlidingMax::process(const double* x, int n, double* first, double* second) noexcept
 {
     double* const out[2] = {first, second};
@@ -174,17 +212,19 @@ void SlidingMax::process(const double* x, int n, double* first, double* second) 
         // A block that x has from end to end is closed from there.
         const bool isWhole = begun >= 0 && begun + block_ <= n;
         int run = std::min(n - done, block_ - at_);
-        for (const auto& w : windows_)
-            if (w.rest > at_) run = std::min(run, w.rest - at_);
-        Run r{x + done, isWhole ? nullptr : open_.data() + at_, top_, {}, {}, {}, run};
+        Run r{x + done, isWhole ? nullptr : open_.data() + at_, top_, {}, {}, {}, {}, 0};
         for (int k = 0; k < 2; ++k) {
             const auto& w = windows_[k];
-            const bool isEarly = at_ < w.rest;
             r.out[k] = out[k] ? out[k] + done : nullptr;
-            r.whole[k] = isEarly ? w.more : w.top;
-            r.old[k] = isEarly ? fromEnd(w.blocks + 1) + block_ - w.rest + at_
-                               : fromEnd(w.blocks) + at_ - w.rest;
+            r.whole[k][0] = w.more;
+            r.whole[k][1] = w.top;
+            r.old[k] = begunIn(w);
+            r.early[k] = std::max(0, w.rest - at_);
+            // Blocks lie one behind the other, but for the first behind the last.
+            const bool isLast = r.old[k] >= fromEnd_.end() - block_;
+            if (r.early[k] > 0 && isLast) run = std::min(run, r.early[k]);
         }
+        r.n = run;
         top_ = chosenSlide(r);
         for (int k = 0; k < 2; ++k)  // a window of one sample reaches into no block
             if (r.out[k] && windows_[k].length == 1) vec::copy(r.out[k], r.x, run);

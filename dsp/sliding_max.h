@@ -27,16 +27,19 @@ public:
     /// Length of the second window; what has been heard so far counts.
     void setSecondWindow(int length) noexcept { setLength(windows_[1], length); }
 
+    /// Asks for the memory of the next n samples.
+    void fetchAhead(int n) const noexcept;
     /// Maxima over the first and, if wanted, the second window. `x` may be no output.
     void process(const double* x, int n, double* first, double* second = nullptr) noexcept;
 
-    /// A run of samples along which each window needs the same blocks.
+    /// A run of samples within a block.
     struct Run {
         const double* x;
         double* open;          // copy of x, null where none is needed
         double top;            // of the open block
-        const double* old[2];  // what the windows see of the block that they begin in
-        double whole[2];       // maximum of the blocks that they cover
+        const double* old[2];  // what the windows see of the blocks that they begin in
+        int early[2];          // samples along which a window covers one block more
+        double whole[2][2];    // maximum of the blocks that they cover, while early and then
         double* out[2];        // out[1] may be null
         int n;
     };
@@ -52,6 +55,7 @@ private:
     void setLength(Window& w, int length) noexcept;
     void measure(Window& w) noexcept;
     const double* fromEnd(int back) const noexcept;
+    const double* begunIn(const Window& w) const noexcept;
     double peakOf(int count) const noexcept;
     void closeBlock(const double* block) noexcept;
 

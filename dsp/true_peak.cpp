@@ -88,22 +88,17 @@ const TruePeakFilter& TruePeakFilter::at(double sampleRate) noexcept
     return isListed ? kAnnex2 : kOtherRates;
 }
 
-void TruePeak::prepare(double sampleRate, int maxFrames)
+void TruePeak::prepare(double sampleRate)
 {
     filter_ = &TruePeakFilter::at(sampleRate);
-    buffer_.assign(static_cast<std::size_t>(kHistory + maxFrames + kSlack), 0.0f);
+    reset();
 }
 
-void TruePeak::reset() noexcept
+float TruePeak::advance(float* samples, int n) noexcept
 {
-    std::fill(buffer_.begin(), buffer_.end(), 0.0f);
-}
-
-float TruePeak::advance(int n) noexcept
-{
-    const float peak = interpolatedPeak(*filter_, input(), n);
-    std::copy_n(buffer_.begin() + n, kHistory, buffer_.begin());
-    return peak;
+    std::copy(history_.begin(), history_.end(), samples);
+    std::copy_n(samples + n, kHistory, history_.begin());
+    return interpolatedPeak(*filter_, samples + kHistory, n);
 }
 
 }  // namespace quillworks

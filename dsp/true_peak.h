@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: ISC
 // True peak: the largest magnitude of a signal interpolated to four times its rate.
 #pragma once
+#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <vector>
 
 namespace quillworks {
 
@@ -17,26 +17,35 @@ struct TruePeakFilter {
     static const TruePeakFilter& at(double sampleRate) noexcept;
 };
 
-/// One channel's interpolator. The caller writes into its buffer, which keeps the history in front
-/// of what is written.
+/// One channel's interpolator. It remembers what it needs of the past and nothing more: the samples
+/// lie in a row that its owner has for the time of a piece.
 class TruePeak {
-public:
-    /// For up to `maxFrames` samples at a time. May throw std::bad_alloc.
-    void prepare(double sampleRate, int maxFrames);
-    void reset() noexcept;
-
-    /// Where the next samples go. They must be finite.
-    float* input() noexcept { return buffer_.data() + kHistory; }
-    /// The largest magnitude of the interpolated signal over the next n samples, written to
-    /// input().
-    float advance(int n) noexcept;
-
-private:
     static constexpr int kHistory = 16;  // of which 11 are used; a whole vector
     static constexpr int kSlack = 16;    // the last vector reads beyond the end
 
+public:
+    /// Room for `frames` samples with the past in front of them, and what vectors read behind.
+    template <int frames> struct Row {
+        Row() noexcept { std::fill_n(samples + kHistory + frames, kSlack, 0.0f); }
+        float* input() noexcept { return samples + kHistory; }
+
+        alignas(64) float samples[kHistory + frames + kSlack];
+    };
+
+    void prepare(double sampleRate);
+    void reset() noexcept { history_.fill(0); }
+
+    /// The largest magnitude of the interpolated signal over the n finite samples at row.input().
+    template <int frames> float advance(Row<frames>& row, int n) noexcept
+    {
+        return advance(row.samples, n);
+    }
+
+private:
+    float advance(float* samples, int n) noexcept;
+
     const TruePeakFilter* filter_ = nullptr;
-    std::vector<float> buffer_;
+    std::array<float, kHistory> history_{};
 };
 
 /// The largest magnitude of the four phases over x[0 .. n). Reads 11 samples before x and up to 15

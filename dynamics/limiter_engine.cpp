@@ -173,6 +173,7 @@ int LimiterEngine::begin(GridSlice slice, Scratch& scratch) noexcept
                         : truePeak_ ? TruePeakLevel::kMaxFrames
                                     : kLongest});
     peak_ = 0;
+    if (!follower().isIdle()) follower().fetchAhead(truePeak_ ? kPhases * frames_ : frames_);
     // Whole vectors are worked: what lies behind the slice must not be left to chance.
     const int end = truePeak_ ? kMost : frames_;
     for (double* const values : {scratch.levels, scratch.wanted, scratch.due})

@@ -43,6 +43,9 @@ public:
     /// Nothing is held, falling or under way: as after reset().
     bool isIdle() const noexcept { return quiet_ >= quietEnough_; }
 
+    /// Asks for the memory of the next n samples.
+    void fetchAhead(int n) const noexcept { wanted_.fetchAhead(n); }
+
     /// Gives out only each `every`-th gain, beginning with that of sample `first` of a call; calls
     /// are then multiples of `every` long. Until called: all.
     void thinOut(int first, int every) noexcept

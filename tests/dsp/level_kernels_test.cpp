@@ -68,13 +68,14 @@ TEST(TruePeak, IsTheLargestOfFourPhasesAtEveryLength)
     for (const double rate : {44100.0, 48000.0}) {
         const auto& filter = TruePeakFilter::at(rate);
         TruePeak interpolator;
-        interpolator.prepare(rate, 64);
+        interpolator.prepare(rate);
+        TruePeak::Row<64> row;
         const auto x = noise<float>(3000);
         std::size_t at = 0;
         for (int n = 1; at + 64 < x.size(); n = n % 64 + 1) {
             // What lies beyond the end is of no account.
-            std::fill_n(interpolator.input(), 64, 1e6f);
-            std::copy_n(x.begin() + std::ptrdiff_t(at), n, interpolator.input());
+            std::fill_n(row.input(), 64, 1e6f);
+            std::copy_n(x.begin() + std::ptrdiff_t(at), n, row.input());
             double largest = 0;
             for (std::size_t i = at; i < at + std::size_t(n); ++i)
                 for (const auto* phase : {&filter.first, &filter.second}) {
@@ -85,7 +86,8 @@ TEST(TruePeak, IsTheLargestOfFourPhasesAtEveryLength)
                     }
                     largest = std::max({largest, std::abs(forward), std::abs(reversed)});
                 }
-            ASSERT_NEAR(interpolator.advance(n), largest, 2e-6) << rate << " " << at << " " << n;
+            ASSERT_NEAR(interpolator.advance(row, n), largest, 2e-6)
+                << rate << " " << at << " " << n;
             at += std::size_t(n);
         }
     }
