@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "dsp/decibel.h"
+#include "dsp/rate_factor.h"
 
 namespace quillworks {
 namespace {

@@ -48,6 +48,8 @@ const Case kCases[] = {
     {"Chorus", "Chorus/Editor", 0.75, "dark", {{"voices", 5}}},
     {"Phase Meter", "PhaseMeter/Editor", 0.75},
     {"Spectrum Meter", "SpectrumMeter/Compact", 1.5, "contrast"},
+    {"Dual Pan", "DualPan/Editor", 0.75, "dark", {{"panleft", -60}, {"position", 20}}},
+    {"IR Maker", "IrMaker/Editor", 0.75},
 };
 
 /// A chord that fades in and out twice a second, the right side softer than the left, over a bass.
