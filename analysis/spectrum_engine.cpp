@@ -7,6 +7,7 @@
 
 #include "dsp/decibel.h"
 #include "dsp/rate_factor.h"
+#include "dsp/vector_math.h"
 
 namespace quillworks {
 namespace {
@@ -245,8 +246,12 @@ std::vector<float> SpectrumEngine::spectrumLevels(const std::vector<double>& pow
     const double density = 10 * std::log10(densityOverSine());
     const auto means = settings_.smoothing > 0 ? smoothed(powers, settings_.smoothing) : powers;
     std::vector<float> levels(powers.size());
+    std::vector<double> decibels(levels.size());
+    vec::decibelsFromPower(decibels.data(), means.data(), 1e-300,
+                           static_cast<int>(decibels.size()));
     for (std::size_t k = 0; k < levels.size(); ++k) {
-        levels[k] = levelOf(means[k], weightDb_[k] + settings_.offset);
+        levels[k] = static_cast<float>(
+            means[k] < kGuard ? kSilenceDb : decibels[k] + weightDb_[k] + settings_.offset);
         if (!isDensity) continue;
         const bool isEnd = k == 0 || k + 1 == levels.size();  // whose power is there once
         levels[k] += static_cast<float>(density + (isEnd ? 10 * std::log10(2) : 0));

@@ -162,6 +162,8 @@ public:
 
 private:
     friend class Saved;
+    std::uint32_t pixelOf(Ink ink) const noexcept;
+    void ring(Point centre, double inner, double outer, Ink ink);
     void source(Ink ink);
     void source(const Paint& paint);
     void roundedPath(const Rect& rect, double radius);

@@ -17,6 +17,7 @@ protected:
     void look(std::vector<double>& numbers) const override;
     /// In seconds.
     double response(int side, double hertz) const override;
+    bool drawsOver() const override { return true; }
     void place() override;
 
 private:

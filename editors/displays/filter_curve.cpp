@@ -129,6 +129,14 @@ double FilterCurve::bands(double hertz) const
     return toDecibel(all) + cuts(hertz);
 }
 
+void FilterCurve::beginCurve(int)
+{
+    // A list of texts that are numbers.
+    countStages_ = 2;
+    if (const int p = stages_.parameter(); p >= 0)
+        countStages_ = std::atoi(model().text(p).c_str());
+}
+
 double FilterCurve::corner(int side) const
 {
     return corners_[side].exists() ? corners_[side].get() : centre_.get();
@@ -140,9 +148,7 @@ double FilterCurve::corner(int side) const
 double FilterCurve::phased(int side, double hertz) const
 {
     const double feedback = resonance_.get(0) / 100, mix = mix_.get(50) / 100;
-    // A list of texts that are numbers.
-    int stages = 2;
-    if (const int p = stages_.parameter(); p >= 0) stages = std::atoi(model().text(p).c_str());
+    const int stages = countStages_;
     if (!(mode_.get(0) > 0.5)) return toDecibel(phaser(hertz, corner(side), stages, feedback, mix));
     const int notches = std::max(1, stages / 2);
     const double range = std::max(1.0, range_.get(1)), way = mode_.get() > 1.5 ? -1 : 1;

@@ -17,6 +17,7 @@ public:
 protected:
     void look(std::vector<double>& numbers) const override;
     double response(int side, double hertz) const override;
+    void beginCurve(int side) override;
     int curves() const override;
     bool isOn() const override { return !on_.exists() || on_.isOn(); }
     void place() override;
@@ -36,7 +37,7 @@ private:
     Kind kind_ = Kind::Cuts;
     Value low_, high_, slope_, resonance_, type_, stages_, corners_[2], on_;
     Value mix_, mode_, centre_, range_, cycle_;
-    int lowOrder_ = 2;
+    int lowOrder_ = 2, countStages_ = 2;
     std::vector<Band> bands_;
 };
 

@@ -107,7 +107,10 @@ Response resonantCuts(double frequency, double low, double high, double resonanc
 
 Response phaser(double frequency, double corner, int stages, double feedback, double mix)
 {
-    const auto chain = std::polar(1.0, -2.0 * stages * std::atan(frequency / corner));
+    const Response s = axis(frequency, corner);
+    Response stage = (1.0 - s) / (1.0 + s), chain = 1;
+    for (int n = stages; n > 0; n /= 2, stage *= stage)
+        if (n % 2) chain *= stage;
     // The mean of (1 + k A)/(1 - k A) over the spectrum is its value with the all-passes' own mean,
     // which nears -1 to the power of their number where the corner is far below the sample rate.
     const double mean = stages % 2 ? -feedback : feedback;
@@ -119,8 +122,8 @@ Response comb(double frequency, const Comb& c)
 {
     const auto phase = Response(0, -2 * std::numbers::pi * frequency);
     const auto copy = std::exp(phase * c.delay);
-    const auto loop =
-        std::exp(phase * std::abs(c.delay)) / std::abs(1.0 + axis(frequency, c.damping));
+    const double kept = 1 / std::sqrt(1 + std::norm(axis(frequency, c.damping)));
+    const auto loop = (c.delay < 0 ? std::conj(copy) : copy) * kept;
     const double scale = std::sqrt(1 - c.feedback * c.feedback) * (c.isInverted ? -1 : 1);
     return mixed(scale * copy / (1.0 - c.feedback * loop), c.mix);
 }

@@ -63,34 +63,4 @@ private:
     std::vector<std::uint32_t> rest_;  // less than a strip
 };
 
-/// Where two courses of growing x differ, each as wide as `reach` around its points: blocks as
-/// parts of `area`. What fills from a course down to `base` alike (a height; not-a-number: no
-/// filling) differs only as far as the courses do.
-class CourseDifference {
-public:
-    CourseDifference(const Rect& area, double scale, double reach, double base);
-    /// The course as it is now; calls `damage(rect)` for what has to be drawn anew.
-    template <class F> void update(std::span<const Point> points, F&& damage)
-    {
-        now_.swap(was_);
-        measure(points);
-        for (std::size_t i = 0; i < now_.size(); ++i)
-            if (i >= was_.size() || now_[i] != was_[i]) damage(rect(i));
-    }
-
-private:
-    struct Block {
-        double top, bottom;
-        std::uint64_t sum;  // over all that passes through it
-        bool isWhole;       // no gap
-        bool operator==(const Block&) const = default;
-    };
-    void measure(std::span<const Point> points);
-    Rect rect(std::size_t block) const;
-
-    Rect area_;
-    double width_, reach_, base_;
-    std::vector<Block> now_, was_;
-};
-
 }  // namespace quillworks::editors

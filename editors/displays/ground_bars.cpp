@@ -44,15 +44,20 @@ void GroundBars::tick(EffectModel& model, const Plot& plot, double scale,
     if (top < bottom) damage({area.x, top - 1, area.w, bottom - top + 2});
 }
 
-void GroundBars::draw(Canvas& canvas, const Rect& area) const
+std::span<const Rect> GroundBars::bars(const Rect& area)
 {
+    bars_.resize(tops_.size());
     for (std::size_t i = 0; i < tops_.size(); ++i) {
-        const double left = std::max(edges_[i], area.x),
-                     right = std::min(edges_[i + 1], area.right());
-        if (left < right && tops_[i] < area.bottom())
-            canvas.fill({left, tops_[i], right - left, area.bottom() - tops_[i]},
-                        Ink(Color::Level, 0.5));
+        const double left = std::max(edges_[i], area.x);
+        const double right = std::min(edges_[i + 1], area.right());
+        bars_[i] = {left, tops_[i], right - left, area.bottom() - tops_[i]};
     }
+    return bars_;
+}
+
+void GroundBars::draw(Canvas& canvas, const Rect& area)
+{
+    for (const auto& bar : bars(area)) canvas.fill(bar, kInk);
 }
 
 }  // namespace quillworks::editors

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +16,8 @@ namespace quillworks::editors {
 
 class GroundBars {
 public:
+    static constexpr Ink kInk{Color::Level, 0.5};
+
     /// `name`: of the effect's display with "frequency" and "level"; empty: none.
     explicit GroundBars(std::string name) : name_(std::move(name)) {}
 
@@ -25,11 +28,14 @@ public:
     /// device pixels per logical one.
     void tick(EffectModel& model, const Plot& plot, double scale,
               const std::function<void(const Rect&)>& damage);
-    void draw(Canvas& canvas, const Rect& area) const;
+    void draw(Canvas& canvas, const Rect& area);
+    /// The same as rectangles within `area`, from left to right; those of silence are empty.
+    std::span<const Rect> bars(const Rect& area);
 
 private:
     std::string name_;
     std::vector<double> edges_, tops_;  // px, of the bands
+    std::vector<Rect> bars_;
 };
 
 }  // namespace quillworks::editors

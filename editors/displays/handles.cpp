@@ -11,6 +11,7 @@ namespace quillworks::editors {
 namespace {
 
 constexpr double kFine = 0.1;         // of a move while Shift is held
+constexpr double kDrawn = 12;         // px around a handle
 constexpr double kFullRange = 200;    // px, of grips without a place
 constexpr double kFirst = 3;          // px that the last one held is nearer than the others
 constexpr double kDoubleClick = 0.4;  // s
@@ -262,7 +263,8 @@ void Handles::focusGrasp(int grasp)
 void Handles::draw(Canvas& canvas) const
 {
     for (std::size_t i = 0; i < handles_.size(); ++i)
-        if (handles_[i].isVisible && handles_[i].cell.isEmpty())
+        if (handles_[i].isVisible && handles_[i].cell.isEmpty() &&
+            canvas.sees(Rect{handles_[i].at.x, handles_[i].at.y, 0, 0}.inset(-kDrawn)))
             drawHandle(canvas, handles_[i].at,
                        isHeld(static_cast<int>(i)) || hovered_ == static_cast<int>(i),
                        isFocused(static_cast<int>(i)));

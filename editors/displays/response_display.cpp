@@ -3,11 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace quillworks::editors {
 namespace {
 
-constexpr double kReach = 2;  // px of a stroke
+constexpr double kRing = 12;                           // px around a handle
+constexpr double kLabelWidth = 200, kLabelReach = 30;  // px of a handle's value
 
 }  // namespace
 
@@ -15,47 +17,103 @@ void ResponseDisplay::setAxes(const Axis& hertz, const Axis& decibels)
 {
     plot_.x = hertz;
     plot_.y = decibels;
+    hertz_.clear();
 }
 
 void ResponseDisplay::sized()
 {
     plot_.area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
                            : Rect{30, 10, width() - 40, height() - 32};
-    layer_.forget();
+    hertz_.clear();
+    isSampled_ = isBuilt_ = false;
     ground_.forget();
     place();
-    differences_.clear();
 }
 
 void ResponseDisplay::sample()
 {
-    const auto count = static_cast<std::size_t>(curves());
-    if (differences_.size() != count || isOn() != wasOn_) {
-        damage();
-        differences_.clear();
-    }
-    wasOn_ = isOn();
-    for (std::size_t side = 0; side < count; ++side) {
+    const auto& area = plot_.area;
+    if (hertz_.empty())
+        for (double x = area.x; x < area.right() + 1; ++x)
+            hertz_.push_back(plot_.valueAcross(std::min(x, area.right())));
+    countCourses_ = static_cast<std::size_t>(curves());
+    for (std::size_t side = 0; side < countCourses_; ++side) {
         auto& course = courses_[side];
-        sampleCurve(course, plot_, 1,
-                    [&](double hertz) { return response(static_cast<int>(side), hertz); });
-        if (differences_.size() == side)
-            differences_.emplace_back(plot_.area, scale(), kReach, plot_.upWithin(0));
-        differences_[side].update(course, [this](const Rect& rect) { damage(rect); });
+        course.resize(hertz_.size());
+        beginCurve(static_cast<int>(side));
+        for (std::size_t i = 0; i < hertz_.size(); ++i) {
+            const double y = plot_.up(response(static_cast<int>(side), hertz_[i]));
+            course[i] = {std::min(area.x + static_cast<double>(i), area.right()),
+                         std::clamp(y, area.y - 3, area.bottom() + 3)};
+        }
     }
+    isSampled_ = true;
+}
+
+void ResponseDisplay::build()
+{
+    if (!isSampled_) sample();
+    const double opacity = isOn() ? 1 : 0.35;
+    auto& graph = graph_.next(plot_.area, scale());
+    if (ground_.isThere()) graph.bars(ground_.bars(plot_.area), GroundBars::kInk, GroundBars::kInk);
+    // The right one beneath: where both are the same the left one is seen.
+    for (auto side = countCourses_; side-- > 0;) {
+        const auto& points = courses_[side];
+        const bool isFirst = side == 0;
+        if (isFirst && countCourses_ == 1)
+            graph.fill(points, plot_.upWithin(0), Ink(Color::Accent, 0.14 * opacity));
+        graph.stroke(points, isFirst ? 2 : 1.5,
+                     isFirst ? Ink(Color::Accent, opacity) : Ink(Color::Output, 0.8 * opacity));
+    }
+    isBuilt_ = true;
+}
+
+std::vector<Rect> ResponseDisplay::above() const
+{
+    std::vector<Rect> rects;
+    const auto& all = handles().all();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (!all[i].isVisible) continue;
+        const auto at = all[i].at;
+        rects.push_back(Rect{at.x, at.y, 0, 0}.inset(-kRing));
+        if (handles().hovered() != static_cast<int>(i)) continue;
+        const double x = std::clamp(at.x - kLabelWidth / 2, plot_.area.x,
+                                    std::max(plot_.area.x, plot_.area.right() - kLabelWidth));
+        rects.push_back({x, at.y - kLabelReach, kLabelWidth, 2 * kLabelReach});
+    }
+    return rects;
 }
 
 void ResponseDisplay::lookChanged()
 {
     sample();
-    layer_.forget();
-    if (!handles().all().empty()) damage();  // they go with it
+    isStale_ = true;
+    // Handles go with it, and so do their texts.
+    for (const auto& rect : above()) damage(rect);
+    place();
+    for (const auto& rect : above()) damage(rect);
 }
 
 void ResponseDisplay::ticked(double)
 {
     if (isSmall()) return;
-    ground_.tick(model(), plot_, scale(), [this](const Rect& rect) { damage(rect); });
+    ground_.tick(model(), plot_, scale(), [this](const Rect&) { isStale_ = true; });
+}
+
+void ResponseDisplay::tick(double seconds)
+{
+    HandleDisplay::tick(seconds);
+    if (!std::exchange(isStale_, false)) return;
+    const bool wasBuilt = isBuilt_;
+    build();
+    if (!wasBuilt || drawsOver()) return damage();
+    const auto over = above();
+    const bool isKnown = graph_.compare([&](const Rect& rect) {
+        moved(rect);
+        for (const auto& place : over)
+            if (place.overlaps(rect)) damage(place);
+    });
+    if (!isKnown) damage();
 }
 
 void ResponseDisplay::drawStatic(Canvas& canvas)
@@ -72,33 +130,11 @@ void ResponseDisplay::drawStatic(Canvas& canvas)
            isSmall() ? FiguresAt::None : FiguresAt::Left);
 }
 
-void ResponseDisplay::drawCurves(Canvas& canvas)
-{
-    const double opacity = isOn() ? 1 : 0.35;
-    if (differences_.empty()) sample();
-    graph_.begin(canvas, plot_.area);
-    // The right one beneath: where both are the same the left one is seen.
-    for (auto side = differences_.size(); side-- > 0;) {
-        const auto& points = courses_[side];
-        const bool isFirst = side == 0;
-        if (isFirst && differences_.size() == 1)
-            graph_.fill(points, plot_.upWithin(0), Ink(Color::Accent, 0.14 * opacity));
-        graph_.stroke(points, isFirst ? 2 : 1.5,
-                      isFirst ? Ink(Color::Accent, opacity) : Ink(Color::Output, 0.8 * opacity));
-    }
-    graph_.show(canvas);
-}
-
 void ResponseDisplay::draw(Canvas& canvas)
 {
     place();
-    if (!ground_.isThere()) {
-        drawCurves(canvas);
-    } else {
-        // What moves behind them leaves the curves as they are.
-        ground_.draw(canvas, plot_.area);
-        layer_.draw(canvas, *this, [this](Canvas& own) { drawCurves(own); });
-    }
+    if (!isBuilt_) build();
+    graph_.show(canvas);
     handles().draw(canvas);
     if (!isSmall()) handles().drawLabel(canvas, plot_.area);
 }

@@ -4,10 +4,9 @@
 
 #include <vector>
 
-#include "editors/displays/graph.h"
 #include "editors/displays/ground_bars.h"
 #include "editors/displays/handles.h"
-#include "editors/displays/layer.h"
+#include "editors/displays/moving_graph.h"
 #include "editors/displays/plot.h"
 
 namespace quillworks::editors {
@@ -16,6 +15,8 @@ class ResponseDisplay : public HandleDisplay {
 public:
     void drawStatic(Canvas& canvas) override;
     void draw(Canvas& canvas) override;
+    void drawMoved(Canvas& canvas) override { graph_.showMoved(canvas); }
+    void tick(double seconds) override;
 
 protected:
     ResponseDisplay(const VNK::SkinBox& box, EffectModel& model)
@@ -32,20 +33,27 @@ protected:
     virtual double response(int side, double hertz) const = 0;
     virtual int curves() const { return 1; }
     virtual bool isOn() const { return true; }
+    /// What does not depend on the frequency is worked out here, before a curve's values are asked
+    /// for.
+    virtual void beginCurve(int) {}
+    /// Whether something is drawn over the curves beside handles.
+    virtual bool drawsOver() const { return false; }
 
 private:
-    void drawCurves(Canvas& canvas);
-
-    Plot plot_;
     /// The courses as they are now.
     void sample();
+    void build();
+    /// What lies over the curves, and may have moved with them.
+    std::vector<Rect> above() const;
 
-    Graph graph_;
+    Plot plot_;
+    MovingGraph graph_;
     GroundBars ground_;
-    Layer layer_;  // the curves, while something lies behind
+    std::vector<double> hertz_;  // at every pixel
     std::vector<Point> courses_[2];
-    std::vector<CourseDifference> differences_;  // of each curve
-    bool wasOn_ = true;
+    std::size_t countCourses_ = 0;
+    bool isSampled_ = false, isBuilt_ = false;  // for this size
+    bool isStale_ = false;                      // the graph, since the last tick
 };
 
 }  // namespace quillworks::editors

@@ -42,7 +42,7 @@ void Spectrum::sized()
     sonogram_.resize(device(plot_.area.w), device(plot_.area.h));
     curves_.clear();
     isBuilt_ = false;
-    across_.clear();
+    groups_.clear();
 }
 
 Rect Spectrum::dotPlace(Point at)
@@ -71,29 +71,38 @@ double Spectrum::tilted(double db, double hertz) const
     return db + tilt_.get(0) * std::log2(hertz / kTiltCentre);
 }
 
-/// Of the bins within a pixel the loudest; between bins that lie farther apart a straight line.
-void Spectrum::trace(std::vector<Point>& points, const std::vector<double>& hertz,
-                     const std::vector<double>& levels) const
+/// Points of a curve: the bins within a pixel are one.
+void Spectrum::group()
+{
+    groups_.clear();
+    const auto n = hertz_.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        if (!(hertz_[i] > 0)) continue;
+        const double x = plot_.across(hertz_[i]);
+        // One neighbour on each side, so that the curve reaches the rim.
+        if (x < plot_.area.x && i + 1 < n && plot_.across(hertz_[i + 1]) < plot_.area.x) continue;
+        if (groups_.empty() || x - groups_.back().x >= kLeastStep)
+            groups_.push_back({i, i + 1, x, std::log2(hertz_[i] / kTiltCentre)});
+        else
+            groups_.back().end = i + 1;
+        if (x > plot_.area.right()) break;
+    }
+}
+
+/// Of each group the loudest; between those that lie farther apart a straight line.
+void Spectrum::trace(std::vector<Point>& points, const std::vector<double>& levels) const
 {
     points.clear();
-    const auto n = std::min(hertz.size(), levels.size());
-    double last = -1;
-    for (std::size_t i = 0; i < n; ++i) {
-        if (!(hertz[i] > 0)) continue;
-        const double x = across_[i];
-        // One neighbour on each side, so that the curve reaches the rim.
-        if (x < plot_.area.x && i + 1 < n && across_[i + 1] < plot_.area.x) continue;
-        const double level = levels[i];
+    const double tilt = tilt_.get(0);
+    for (const auto& group : groups_) {
+        if (group.end > levels.size()) break;
+        double level = levels[group.begin];
+        for (auto i = group.begin + 1; i < group.end; ++i)
+            if (!(levels[i] <= level)) level = levels[i];
         const double y = std::isnan(level) ? kNothing
-                                           : std::clamp(plot_.up(tilted(level, hertz[i])),
+                                           : std::clamp(plot_.up(level + tilt * group.octaves),
                                                         plot_.area.y - 3, plot_.area.bottom() + 3);
-        if (!points.empty() && x - last < kLeastStep) {
-            if (!(points.back().y <= y)) points.back().y = y;
-        } else {
-            points.push_back({x, y});
-            last = x;
-        }
-        if (x > plot_.area.right()) break;
+        points.push_back({group.x, y});
     }
 }
 
@@ -101,15 +110,13 @@ void Spectrum::readCurves(const char* display, const char* frequencies)
 {
     const auto& node = model().display(display);
     const auto& hertz = node[frequencies].numbers();
-    const bool isSame = hertz == hertz_ && across_.size() == hertz.size() &&
+    const bool isSame = hertz == hertz_ && !groups_.empty() &&
                         acrossOf_.x.minimum == plot_.x.minimum &&
                         acrossOf_.x.maximum == plot_.x.maximum;
     if (!isSame) {
         hertz_ = hertz;
         acrossOf_ = plot_;
-        across_.resize(hertz.size());
-        std::transform(hertz.begin(), hertz.end(), across_.begin(),
-                       [this](double f) { return plot_.across(f); });
+        group();
     }
     const auto& channels = node["channels"];
     if (curves_.size() != channels.size()) damage();
@@ -118,9 +125,9 @@ void Spectrum::readCurves(const char* display, const char* frequencies)
         auto& curve = curves_[c];
         if (curve.name != channels[c]["name"].text()) damage();
         curve.name = channels[c]["name"].text();
-        trace(curve.level, hertz, channels[c]["level"].numbers());
-        trace(curve.hold, hertz, channels[c]["hold"].numbers());
-        trace(curve.reference, hertz, channels[c]["reference"].numbers());
+        trace(curve.level, channels[c]["level"].numbers());
+        trace(curve.hold, channels[c]["hold"].numbers());
+        trace(curve.reference, channels[c]["reference"].numbers());
     }
     const auto& peaks = channels[0]["peaks"];
     peakHertz_ = peakLevel_ = kNothing;

@@ -41,8 +41,8 @@ private:
     static Rect dotPlace(Point at);
     bool hasFigures() const noexcept { return height() >= 90; }
     double tilted(double db, double hertz) const;
-    void trace(std::vector<Point>& points, const std::vector<double>& hertz,
-               const std::vector<double>& levels) const;
+    void group();
+    void trace(std::vector<Point>& points, const std::vector<double>& levels) const;
     void readCurves(const char* display, const char* frequencies);
     void buildCurves();
     /// Tell what has moved.
@@ -56,7 +56,12 @@ private:
     Value mode_, tilt_, top_, range_, low_, high_, compare_;
     Plot plot_;
     std::vector<Curve> curves_;
-    std::vector<double> hertz_, across_;  // frequencies, and where they lie
+    std::vector<double> hertz_;  // frequencies
+    struct Group {               // those within a pixel
+        std::size_t begin, end;
+        double x, octaves;  // px; from where a tilt changes nothing
+    };
+    std::vector<Group> groups_;
     Plot acrossOf_;
     double peakHertz_, peakLevel_;  // of the first curve
     std::string reading_;           // at the pointer or the peak

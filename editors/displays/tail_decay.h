@@ -20,6 +20,7 @@ protected:
     void look(std::vector<double>& numbers) const override;
     /// In seconds, played or measured.
     double response(int side, double hertz) const override;
+    bool drawsOver() const override { return true; }
     int curves() const override { return 2; }
     void place() override;
 
