@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "analysis/spectrum_frames.h"
+#include "dsp/rate_factor.h"
 #include "vnk/speaker_arrangement.h"
 
 namespace quillworks {

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 
+#include "dsp/rate_factor.h"
+
 namespace quillworks {
 
 std::vector<Band> correlationBands(int fraction, double sampleRate)

@@ -10,8 +10,6 @@
 namespace quillworks {
 namespace {
 
-constexpr double kRecentSeconds = 0.1;  // as long as an editor may take between two looks
-
 constexpr double kNothing = std::numeric_limits<double>::quiet_NaN();
 constexpr double kSilence = 1e-12;  // mean square
 constexpr double kSettling = 0.1;   // seconds before a correlation may be the lowest
@@ -215,15 +213,12 @@ void PhaseEngine::showField(VNK::IDisplaySink& sink) const
     sink.end();
 }
 
-/// The newest of the field's points alone, "x" and "y" as lists, and at which frame they end.
 void PhaseEngine::showRecent(VNK::IDisplaySink& sink) const
 {
-    const bool isThere = pair_ && isBuilt_;
-    sink.number("frames", isThere ? static_cast<double>(field_.frames()) : kNothing);
-    std::vector<float> x, y;
-    if (isThere) field_.points(kRecentSeconds, x, y);
-    sink.numbers("x", x.data(), static_cast<std::int64_t>(x.size()));
-    sink.numbers("y", y.data(), static_cast<std::int64_t>(y.size()));
+    if (pair_ && isBuilt_)
+        field_.showRecent(sink);
+    else
+        sink.number("frames", kNothing);
 }
 
 void PhaseEngine::showBands(VNK::IDisplaySink& sink) const

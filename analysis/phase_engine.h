@@ -8,8 +8,8 @@
 #include "analysis/correlation_matrix.h"
 #include "analysis/delay_search.h"
 #include "analysis/meter_engine.h"
-#include "analysis/stereo_field.h"
 #include "dsp/phase_correlation.h"
+#include "framework/stereo_field.h"
 
 namespace quillworks {
 

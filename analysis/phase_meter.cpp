@@ -75,7 +75,7 @@ PhaseMeterComponent::PhaseMeterComponent(PhaseMeterAlgorithm& algorithm)
                       .kind = "analyser",
                       .layouts = "stereo;mono;5.1",
                       .copiesAtDefaults = true},
-                     {"goniometer", "bandcorrelation", "matrix", ".recent"}, &configurePhase)
+                     {"goniometer", "bandcorrelation", "matrix", kRecentField}, &configurePhase)
 {}
 
 }  // namespace quillworks

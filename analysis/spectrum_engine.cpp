@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "dsp/decibel.h"
+#include "dsp/rate_factor.h"
 #include "dsp/vector_math.h"
 
 namespace quillworks {

@@ -12,13 +12,6 @@ namespace quillworks {
 
 enum class WindowShape { Nuttall, Hann, FlatTop, Rectangular };
 
-/// Factor of the lengths of transforms at a sample rate, so that they last about as long at all:
-/// 1 below 50 kHz, 2 below 100, 4 below 200, 8 above.
-constexpr int rateFactor(double sampleRate)
-{
-    return sampleRate < 50000 ? 1 : sampleRate < 100000 ? 2 : sampleRate < 200000 ? 4 : 8;
-}
-
 /// A periodic window w[n] = sum of a[k] cos(2 pi k n / N). Nuttall's of four terms (1981, side
 /// lobes below -98 dB), Hann's, the flat top of Heinzel, Rüdiger and Schilling (2002), or none.
 std::vector<double> windowOf(WindowShape shape, int length);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: ISC
 #include "delay/step_line.h"
 
+#include "dsp/fetch_ahead.h"
+
 namespace quillworks {
 namespace {
 
@@ -23,13 +25,11 @@ template <typename T> void guard(T* x, int n) noexcept
     for (int i = 0; i < n; ++i) x[i] = guarded(x[i]);
 }
 
-/// Asks for the memory of the next sub-block, n samples from here. Many lines are more streams than
-/// processors find by themselves, and each would wait for memory once a sub-block: a third of the
-/// time of 16 channels.
-template <bool toWrite, typename T> void fetchAhead(const T* x)
+/// Of the next sub-block. Many lines are more streams than processors find by themselves, and each
+/// would wait for memory once a sub-block: a third of the time of 16 channels.
+template <bool toWrite, typename T> void fetchNext(const T* x)
 {
-    constexpr int kCacheLine = 64 / sizeof(T);
-    for (int i = 0; i <= kSubBlock; i += kCacheLine) __builtin_prefetch(x + i, toWrite);
+    fetchAhead<toWrite>(x, kSubBlock);
 }
 
 }  // namespace
@@ -116,7 +116,7 @@ template <typename T> void StepLine<T>::read(int tap, T* const* out, GridSlice r
     }
     for (int c = 0; c < channels; ++c) {
         line_.copy(c, out[c], now[c] - 1, n);
-        fetchAhead<false>(line_.at(c, now[c] - 1) + n);
+        fetchNext<false>(line_.at(c, now[c] - 1) + n);
     }
     if (!fade_.isListening()) return;
     // Channels that stay would make the others look more alike than they are.
@@ -190,7 +190,7 @@ void StepLine<T>::write(const T* const* in, const T* const* fed, const T* gain, 
 {
     for (int c = 0; c < line_.channels(); ++c) {
         const T* const x = in[c];
-        fetchAhead<true>(line_.at(c, 0) + 1 + n);
+        fetchNext<true>(line_.at(c, 0) + 1 + n);
         line_.put(c, x, n, [&](T* to, const T* from, int count) {
             const auto first = static_cast<int>(from - x);
             feed(to, from, fed[c] + first, gain + first, first, count);

@@ -2,6 +2,7 @@
 #include "distortion/digitiser.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "dsp/vec.h"
@@ -158,32 +159,51 @@ void Digitiser::drawEdges(int n) noexcept
                           rows_.data());
 }
 
-/// What the clock makes of a channel's past, once the edges have been drawn.
-void Digitiser::play(std::size_t channel, int n, double* out) noexcept
+/// Frames of the slice until an edge finds the last step complete and no other begun: what rounding
+/// has added to the sum goes then. More than the slice has, if none does.
+int Digitiser::completion(std::size_t channel, int n) const noexcept
 {
-    auto& ch = channels_[channel];
-    const auto& [value, step] = found_[channel];
-    const int count = edges_.count;
-    double level = ch.level;
-    int done = 0;
-    double held = ch.held;
-    int latest = -ch.age;  // frame of the latest step
-    for (int i = 0; i < count; ++i) {
-        if (const int frame = edges_.frame[i]; frame - latest >= kStepTaps) {
-            // The last step is complete: what rounding has added to the sum goes.
-            for (; done <= frame; ++done) out[done] = level += ch.sums[done];
-            level = held;
-        }
-        if (step[i] != 0) latest = edges_.frame[i];
-        held = value[i];
+    static_assert(kStepTaps > kSubBlock, "a step of the slice is not complete in it");
+    for (int i = 0; i < edges_.count; ++i) {
+        if (edges_.frame[i] + channels_[channel].age >= kStepTaps) return edges_.frame[i] + 1;
+        if (found_[channel].step[i] != 0) break;
     }
-    for (; done < n; ++done) out[done] = level += ch.sums[done];
+    return n + 1;
+}
 
-    ch.level = level;
-    ch.held = held;
-    ch.age = std::min(n - latest, kStepTaps);
-    std::copy(ch.sums + n, ch.sums + kDrawnFrames, ch.sums);
-    std::fill(ch.sums + kDrawnFrames - n, ch.sums + kDrawnFrames, 0.0);
+/// What the clock makes of the past of one or two channels, once the edges have been drawn.
+template <std::size_t count>
+void Digitiser::play(std::size_t first, int n, double* const* out) noexcept
+{
+    std::array<double, count> level;
+    std::array<const double*, count> sums;
+    std::array<int, count> end;
+    for (std::size_t c = 0; c < count; ++c) {
+        level[c] = channels_[first + c].level;
+        sums[c] = channels_[first + c].sums;
+        end[c] = completion(first + c, n);
+    }
+    // Each sum waits for the one before: channels side by side take no longer than one.
+    const int together = std::min(n, *std::min_element(end.begin(), end.end()));
+    for (int i = 0; i < together; ++i)
+        for (std::size_t c = 0; c < count; ++c) out[c][i] = level[c] += sums[c][i];
+    for (std::size_t c = 0; c < count; ++c) {
+        auto& ch = channels_[first + c];
+        double now = level[c];
+        int i = together;
+        for (; i < std::min(n, end[c]); ++i) out[c][i] = now += sums[c][i];
+        if (end[c] <= n) now = ch.held;
+        for (; i < n; ++i) out[c][i] = now += sums[c][i];
+        ch.level = now;
+
+        const auto& [value, step] = found_[first + c];
+        int latest = edges_.count - 1;
+        while (latest >= 0 && step[latest] == 0) --latest;
+        ch.age = std::min(n + (latest < 0 ? ch.age : -edges_.frame[latest]), kStepTaps);
+        if (edges_.count > 0) ch.held = value[edges_.count - 1];
+        std::copy(ch.sums + n, ch.sums + kDrawnFrames, ch.sums);
+        std::fill(ch.sums + kDrawnFrames - n, ch.sums + kDrawnFrames, 0.0);
+    }
 }
 
 void Digitiser::process(double* const* x, GridSlice slice) noexcept
@@ -199,20 +219,27 @@ void Digitiser::process(double* const* x, GridSlice slice) noexcept
         layEdges(slice);
         drawEdges(n);
     }
-    for (int c = 0; c < static_cast<int>(channels_.size()); ++c) {
-        auto& ch = channels_[static_cast<std::size_t>(c)];
-        double played[kSubBlock];
-        if (isDirect) {
-            std::copy_n(ch.past.end() - n - kLatency, n, x[c]);
-            convert(x[c], n, steps_.of(slice), dither_.of(slice), fade_, frames_, c);
-        }
-        if (isPlayed) play(static_cast<std::size_t>(c), n, isDirect ? played : x[c]);
-        if (!isDirect || !isPlayed) continue;
-        if (isClocked_.present()) {
-            isClocked_.fade().mix(played, x[c], n);
-            std::copy_n(played, n, x[c]);
-        } else {
-            isClocked_.fade().mix(x[c], played, n);
+    for (std::size_t c = 0; isDirect && c < channels_.size(); ++c) {
+        std::copy_n(channels_[c].past.end() - n - kLatency, n, x[c]);
+        convert(x[c], n, steps_.of(slice), dither_.of(slice), fade_, frames_, static_cast<int>(c));
+    }
+    for (std::size_t first = 0; isPlayed && first < channels_.size(); first += 2) {
+        const bool isPair = first + 1 < channels_.size();
+        double played[2][kSubBlock];
+        double* out[2] = {played[0], played[1]};
+        if (!isDirect) std::copy_n(x + first, isPair ? 2 : 1, out);
+        if (isPair)
+            play<2>(first, n, out);
+        else
+            play<1>(first, n, out);
+        for (std::size_t c = first; isDirect && c < std::min(first + 2, channels_.size()); ++c) {
+            double* const clocked = out[c - first];
+            if (isClocked_.present()) {
+                isClocked_.fade().mix(clocked, x[c], n);
+                std::copy_n(clocked, n, x[c]);
+            } else {
+                isClocked_.fade().mix(x[c], clocked, n);
+            }
         }
     }
     frames_ += static_cast<std::uint32_t>(n);

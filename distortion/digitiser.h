@@ -57,7 +57,8 @@ private:
     void convert(double* x, int n, const double* steps, const double* dither, const double* fade,
                  std::uint32_t index, int channel) const noexcept;
     void drawEdges(int n) noexcept;
-    void play(std::size_t channel, int n, double* out) noexcept;
+    int completion(std::size_t channel, int n) const noexcept;
+    template <std::size_t count> void play(std::size_t first, int n, double* const* out) noexcept;
 
     double sampleRate_ = 44100;
     std::shared_ptr<const SincTable<double>> taps_, increments_;

@@ -153,8 +153,11 @@ CaptureRing::Reader::Piece CaptureRing::Reader::read(float* const* out) noexcept
             next_ = lost_ = 0;
             restarted_ = true;
         }
-        // A call that began before this reader was there has stored nothing.
-        next_ = std::max(next_, ring_.storedFrom_.load(std::memory_order_relaxed));
+        // Calls that began before this reader was there have stored nothing. They may follow stored
+        // ones: a reader sees those written, and comes, before it sees that nobody read in between.
+        const std::int64_t from = ring_.storedFrom_.load(std::memory_order_relaxed);
+        lost_ += std::max<std::int64_t>(from - next_, 0);
+        next_ = std::max(next_, from);
         if (end - next_ > capacity - kMargin) {
             lost_ += end - kMaxRead - next_;
             next_ = end - kMaxRead;

@@ -164,6 +164,7 @@ template <typename T> void TriBandCore<T>::process(const AudioBlock<T>& block) n
         [this](const AudioBlock<T>& piece) {
             forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
         });
+    if (ground_) ground_->write(block.channel, block.frames);
 }
 
 template <typename T> void TriBandCore<T>::processSlice(const AudioBlock<T>& part) noexcept
@@ -260,11 +261,11 @@ template class TriBandCore<float>;
 template class TriBandCore<double>;
 
 TriBandCompressorAlgorithm::TriBandCompressorAlgorithm()
-    : DisplayAlgorithm(kParameters, std::vector<const char*>{"Low", "Mid", "High"})
+    : GroundedAlgorithm(kParameters, std::vector<const char*>{"Low", "Mid", "High"})
 {}
 
 TriBandComponent::TriBandComponent(TriBandCompressorAlgorithm& algorithm)
-    : DisplayComponent(algorithm, {.viewPrefix = "TriBand", .kind = "compressor"}, {"history"})
+    : GroundedComponent(algorithm, {.viewPrefix = "TriBand", .kind = "compressor"}, {"history"})
 {}
 
 }  // namespace quillworks

@@ -11,6 +11,7 @@
 #include "dynamics/peak_hold.h"
 #include "framework/editor_levels.h"
 #include "framework/effect_component.h"
+#include "framework/grounded_display.h"
 #include "framework/precision_algorithm.h"
 
 namespace quillworks {
@@ -53,6 +54,7 @@ public:
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
     void setCapture(CaptureRing& ring) noexcept { history_.setRing(ring); }
+    void setGround(CaptureRing& ring) noexcept { ground_ = &ring; }
 
 private:
     static constexpr int kBands = TriBandSettings::kBands;
@@ -96,15 +98,16 @@ private:
     EditorLevels levels_;
     Meter meter_[kBands];
     GainCapture<kBands> history_;
+    CaptureRing* ground_ = nullptr;  // of the output
 };
 
 class TriBandCompressorAlgorithm final
-    : public DisplayAlgorithm<TriBandCore, GainHistory, AudioSideChainInsertAlgorithm> {
+    : public GroundedAlgorithm<TriBandCore, GainHistory, AudioSideChainInsertAlgorithm> {
 public:
     TriBandCompressorAlgorithm();
 };
 
-class TriBandComponent final : public DisplayComponent<TriBandCompressorAlgorithm> {
+class TriBandComponent final : public GroundedComponent<TriBandCompressorAlgorithm> {
 public:
     explicit TriBandComponent(TriBandCompressorAlgorithm& algorithm);
 };

@@ -182,6 +182,7 @@ template <typename T> void MultiBandCore<T>::process(const AudioBlock<T>& block)
         [this](const AudioBlock<T>& piece) {
             forEachSubBlock(piece, [this](const AudioBlock<T>& part) { processSlice(part); });
         });
+    if (ground_) ground_->write(block.channel, block.frames);
 }
 
 template <typename T> void MultiBandCore<T>::processSlice(const AudioBlock<T>& part) noexcept

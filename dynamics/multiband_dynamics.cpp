@@ -121,11 +121,11 @@ constexpr Parameter<S> kParameters[] = {
 }  // namespace
 
 MultiBandCompressorAlgorithm::MultiBandCompressorAlgorithm()
-    : DisplayAlgorithm(kParameters, std::vector<const char*>{"1", "2", "3", "4", "5"})
+    : GroundedAlgorithm(kParameters, std::vector<const char*>{"1", "2", "3", "4", "5"})
 {}
 
 MultiBandComponent::MultiBandComponent(MultiBandCompressorAlgorithm& algorithm)
-    : DisplayComponent(algorithm, {.viewPrefix = "MultiBand", .kind = "compressor"}, {"history"}),
+    : GroundedComponent(algorithm, {.viewPrefix = "MultiBand", .kind = "compressor"}, {"history"}),
       bands_(list().find("bands")),
       phase_(list().find("phase")),
       lookAhead_(list().find("lookAhead")),

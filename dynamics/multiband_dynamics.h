@@ -19,6 +19,7 @@
 #include "dynamics/reversed_all_pass.h"
 #include "framework/editor_levels.h"
 #include "framework/effect_component.h"
+#include "framework/grounded_display.h"
 #include "framework/precision_algorithm.h"
 
 namespace quillworks {
@@ -68,6 +69,7 @@ public:
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
     void setCapture(CaptureRing& ring) noexcept { history_.setRing(ring); }
+    void setGround(CaptureRing& ring) noexcept { ground_ = &ring; }
 
 private:
     /// What cannot change but in silence.
@@ -144,15 +146,16 @@ private:
     Meter seen_[kMaxBands];   // of the slice
     Meter meter_[kMaxBands];  // of the call
     GainCapture<kMaxBands> history_;
+    CaptureRing* ground_ = nullptr;  // of the output
 };
 
 class MultiBandCompressorAlgorithm final
-    : public DisplayAlgorithm<MultiBandCore, GainHistory, AudioSideChainInsertAlgorithm> {
+    : public GroundedAlgorithm<MultiBandCore, GainHistory, AudioSideChainInsertAlgorithm> {
 public:
     MultiBandCompressorAlgorithm();
 };
 
-class MultiBandComponent final : public DisplayComponent<MultiBandCompressorAlgorithm> {
+class MultiBandComponent final : public GroundedComponent<MultiBandCompressorAlgorithm> {
 public:
     explicit MultiBandComponent(MultiBandCompressorAlgorithm& algorithm);
 

@@ -157,16 +157,16 @@ public:
         const auto i = static_cast<std::size_t>(index);
         return index >= 0 && i < names_.size() && *names_[i] != '.' ? names_[i] : nullptr;
     }
-    void setDisplaysOpen(bool open) noexcept final
+    void setDisplaysOpen(bool open) noexcept override
     {
         displays_.feed().setOpen(open, displays_.engine(), meterSlots());
     }
-    void updateDisplays() noexcept final
+    void updateDisplays() noexcept override
     {
         auto& engine = displays_.engine();
         displays_.feed().update(engine, meterSlots(), [&] { configure(engine); });
     }
-    bool snapshot(const char* name, VNK::IDisplaySink* sink) noexcept final
+    bool snapshot(const char* name, VNK::IDisplaySink* sink) noexcept override
     {
         for (std::size_t i = 0; name && sink && i < names_.size(); ++i)
             if (std::string_view(name) == names_[i])

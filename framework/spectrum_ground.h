@@ -6,6 +6,7 @@
 
 #include "dsp/fft.h"
 #include "framework/display_engine.h"
+#include "framework/twelfth_bands.h"
 
 namespace quillworks {
 
@@ -28,17 +29,12 @@ public:
     void show(int index, VNK::IDisplaySink& sink) const override;
 
 private:
-    struct Band {
-        double centre;     // Hz
-        double low, high;  // edges in bins
-    };
     void analyse();
 
-    std::vector<Band> bands_;
+    TwelfthBands bands_;
     Fft<float> fft_;
     std::vector<std::vector<float>> heard_;  // of each channel the last frames, rings
     std::vector<float> window_, frame_;
-    std::vector<double> sums_;  // power of all bins below each
     std::vector<float> power_;  // of each band, averaged
     double scale_ = 1, share_ = 1;
     std::size_t hop_ = 0;

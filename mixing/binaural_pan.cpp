@@ -122,6 +122,7 @@ template <typename T> void PanToolCore<T>::process(const AudioBlock<T>& block) n
         T& peak = peaks_[static_cast<std::size_t>(c)];
         peak = std::max(peak, vec::peak(block[c], block.frames));
     }
+    if (ring_) ring_->write(block.channel, block.frames);
 }
 
 template <typename T> void PanToolCore<T>::processSlice(const AudioBlock<T>& slice) noexcept
@@ -220,7 +221,7 @@ template <typename T> void PanToolCore<T>::publish(MeterSlots& meters) noexcept
 template class PanToolCore<float>;
 template class PanToolCore<double>;
 
-PanToolAlgorithm::PanToolAlgorithm() : PrecisionAlgorithm(kParameters) {}
+PanToolAlgorithm::PanToolAlgorithm() : DisplayAlgorithm(kParameters) {}
 
 bool PanToolAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
                                           const VNK::SpeakerArrangement& output) const noexcept
@@ -231,8 +232,8 @@ bool PanToolAlgorithm::acceptsArrangement(const VNK::SpeakerArrangement& input,
 }
 
 PanToolComponent::PanToolComponent(PanToolAlgorithm& algorithm)
-    : AudioEffectComponent(algorithm,
-                           {.viewPrefix = "PanTool", .layouts = "stereo;mono;mono>stereo"})
+    : DisplayComponent(algorithm, {.viewPrefix = "PanTool", .layouts = "stereo;mono;mono>stereo"},
+                       {kRecentField})
 {}
 
 Delays PanToolComponent::delays(double sampleRate) const noexcept

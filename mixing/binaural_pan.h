@@ -11,6 +11,7 @@
 #include "dsp/phase_correlation.h"
 #include "framework/effect_component.h"
 #include "framework/precision_algorithm.h"
+#include "framework/stereo_field_engine.h"
 #include "mixing/binaural_source.h"
 #include "mixing/crosstalk_canceller.h"
 #include "mixing/image_taps.h"
@@ -38,6 +39,7 @@ public:
     void apply(const Settings& settings, unsigned dirty) noexcept;
     void process(const AudioBlock<T>& block) noexcept;
     void publish(MeterSlots& meters) noexcept;
+    void setCapture(CaptureRing& ring) noexcept { ring_ = &ring; }
 
 private:
     /// Of one slice: up to two sources, or both ears.
@@ -66,9 +68,10 @@ private:
     PairPower<T> power_;        // of the ears
     PhaseCorrelation correlation_;
     PowerFollower mono_, mean_;
+    CaptureRing* ring_ = nullptr;  // of the output
 };
 
-class PanToolAlgorithm final : public PrecisionAlgorithm<PanToolCore> {
+class PanToolAlgorithm final : public DisplayAlgorithm<PanToolCore, StereoFieldEngine> {
 public:
     PanToolAlgorithm();
     /// Mono or stereo as it is, and a single channel to left and right.
@@ -76,7 +79,7 @@ public:
                             const VNK::SpeakerArrangement& output) const noexcept override;
 };
 
-class PanToolComponent final : public AudioEffectComponent {
+class PanToolComponent final : public DisplayComponent<PanToolAlgorithm> {
 public:
     explicit PanToolComponent(PanToolAlgorithm& algorithm);
 

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "dsp/fetch_ahead.h"
+
 namespace quillworks {
 namespace {
 
@@ -109,6 +111,7 @@ template <typename T> void ImageTaps<T>::run(Set& set, T (*ears)[kSubBlock], int
         const int source = lane / 12, back = set.delay[lane] + n - 1;
         if (back < line_.valid()) {
             run.from[lane] = line_.at(source, back);
+            fetchAhead(run.from[lane] + n, kSubBlock);  // of the next sub-block
         } else {
             line_.copy(source, pieces[lane], back, n);
             run.from[lane] = pieces[lane];

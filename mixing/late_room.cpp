@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "dsp/control_grid.h"
+#include "dsp/fetch_ahead.h"
 
 namespace quillworks {
 namespace {
@@ -39,8 +40,10 @@ template <typename T> void LateRoom<T>::process(const T* in, T* left, T* right, 
     T x[kLines][kSubBlock];
     for (int done = 0; done < n;) {
         const int m = std::min(n - done, delay_.front());  // at very low rates a line is shorter
-        for (std::size_t i = 0; i < kLines; ++i)
+        for (std::size_t i = 0; i < kLines; ++i) {
             lines_.copy(static_cast<int>(i), x[i], delay_[i] - 1, m);
+            fetchAhead(lines_.at(static_cast<int>(i), delay_[i] - 1) + m, kSubBlock);
+        }
         auto z = z_;
         for (int k = 0; k < m; ++k)
             for (std::size_t i = 0; i < kLines; ++i) {

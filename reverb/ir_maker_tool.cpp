@@ -171,6 +171,7 @@ bool IrMakerComponent::snapshot(const char* name, VNK::IDisplaySink* sink) noexc
         auto t60 = r.t60;
         if (!report) t60.fill(none);
         sink->numbers("t60", t60.data(), kOctaves);
+        sink->numbers("frequency", r.hertz.data(), static_cast<std::int64_t>(r.hertz.size()));
         sink->beginList("paths");
         for (std::size_t i = 0; i < r.envelopes.size(); ++i) {
             const auto microphones = static_cast<std::size_t>(r.microphones);
@@ -179,6 +180,9 @@ bool IrMakerComponent::snapshot(const char* name, VNK::IDisplaySink* sink) noexc
             sink->number("microphone", static_cast<double>(i % microphones));
             sink->numbers("level", r.envelopes[i].data(),
                           static_cast<std::int64_t>(r.envelopes[i].size()));
+            if (i < r.magnitudes.size())
+                sink->numbers("magnitude", r.magnitudes[i].data(),
+                              static_cast<std::int64_t>(r.magnitudes[i].size()));
             sink->end();
         }
         sink->end();

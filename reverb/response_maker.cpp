@@ -2,6 +2,7 @@
 #include "reverb/response_maker.h"
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -10,7 +11,9 @@
 #include <unistd.h>
 
 #include "dsp/decibel.h"
+#include "dsp/fft.h"
 #include "framework/parameter.h"
+#include "framework/twelfth_bands.h"
 #include "vnk/file.h"
 
 namespace quillworks {
@@ -87,6 +90,36 @@ std::vector<std::vector<float>> envelopesOf(const MeasuredResponse::Paths& paths
         }
     }
     return envelopes;
+}
+
+/// What comes later than that changes no magnitude by anything that is seen.
+constexpr std::size_t kMostTransformed = 1 << 18;  // frames
+
+void addMagnitudes(const MeasuredResponse::Paths& paths, ResponseReport& report)
+{
+    const auto frames = std::min(paths.front().size(), kMostTransformed);
+    const auto size = std::bit_ceil(std::max<std::size_t>(frames, 64));
+    TwelfthBands bands;
+    bands.prepare(size, report.sampleRate);
+    Fft<float> fft;
+    fft.setSize(static_cast<std::uint32_t>(size), FftPlanning::Repeatable);
+    for (std::size_t b = 0; b < bands.count(); ++b)
+        report.hertz.push_back(static_cast<float>(bands.hertz(b)));
+    std::vector<float> work(size);
+    for (const auto& path : paths) {
+        std::fill(work.begin(), work.end(), 0.0f);
+        std::transform(path.begin(), path.begin() + static_cast<std::ptrdiff_t>(frames),
+                       work.begin(), [](double x) { return static_cast<float>(x); });
+        fft.forward(work.data(), work.data());
+        bands.clear();
+        bands.add(work.data(), 1);
+        bands.sum();
+        auto& magnitudes = report.magnitudes.emplace_back();
+        for (std::size_t b = 0; b < bands.count(); ++b) {
+            const double mean = bands.power(b) / bands.width(b);
+            magnitudes.push_back(static_cast<float>(10 * std::log10(std::max(mean, 1e-20))));
+        }
+    }
 }
 
 }  // namespace
@@ -167,6 +200,7 @@ void ResponseMaker::solve(SweepCapture& capture, const WorkerJob::Progress& prog
             static_cast<double>(response->paths.front().size()) / response->sampleRate;
         report->microphones = measurement.microphones;
         report->envelopes = envelopesOf(response->paths);
+        addMagnitudes(response->paths, *report);
         report->t60 = readResponse(response->paths, response->sampleRate).t60;
         if (progress.isCancelled()) return;
         if (report->failure.empty())

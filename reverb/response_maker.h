@@ -45,6 +45,10 @@ struct ResponseReport {
     int microphones = 1;
     /// Largest magnitude of each column in dB, by path.
     std::vector<std::vector<float>> envelopes;
+    /// Centres of twelfths of an octave in Hz, and by path the response's magnitude in each in dB,
+    /// of its first seconds.
+    std::vector<float> hertz;
+    std::vector<std::vector<float>> magnitudes;
     std::array<double, kOctaves> t60{};  // seconds, of all paths; NaN where nothing can be told
 };
 

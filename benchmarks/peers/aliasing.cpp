@@ -13,6 +13,7 @@
 
 #include "benchmarks/peers/contestant.h"
 #include "picture.h"
+#include "tests/support/build_paths.h"
 #include "tests/support/power_spectrum.h"
 #include "vnk/plugin_manager.h"
 
@@ -33,7 +34,8 @@ constexpr double kFirst = 200, kLast = 15000;     // Hz
 constexpr double kCleanest = -120, kWorst = -20;  // dB, of the picture's colours
 
 struct Options {
-    std::string table = ALIASING_TABLE, module = PEERS_MODULE, picture, only;
+    std::string table = paths::source + "/benchmarks/peers/aliasing.json", module = paths::module,
+                picture, only;
 };
 
 /// Not at a part of the sample rate, where aliases would fall on harmonics.

@@ -16,6 +16,7 @@
 #include "adapters/common/slug.h"
 #include "benchmarks/peers/contestant.h"
 #include "benchmarks/peers/programme.h"
+#include "tests/support/build_paths.h"
 #include "vnk/plugin_manager.h"
 
 namespace quillworks::peers {
@@ -25,9 +26,10 @@ using Json = nlohmann::json;
 using Clock = std::chrono::steady_clock;
 
 struct Options {
-    std::string table = PEERS_TABLE, module = PEERS_MODULE, only;
+    std::string table = paths::source + "/benchmarks/peers/peers.json", module = paths::module,
+                only;
     std::vector<int> blocks = {64, 256, 1024};
-    std::string bundles = PEERS_BUNDLES;
+    std::string bundles = paths::lv2Folder;
     double sampleRate = 48000;
     double seconds = 1;  // of signal in one turn
     int turns = 15;

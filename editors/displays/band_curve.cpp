@@ -21,7 +21,8 @@ BandCurve::BandCurve(const VNK::SkinBox& box, EffectModel& model)
       gains_(values("gains")),
       reductions_(values("reductions")),
       levels_(values("levels")),
-      choice_(attribute("choice"))
+      choice_(attribute("choice")),
+      ground_(attribute("ground"))
 {
     for (const char* name : {"split1", "split2"})
         if (!attribute(name).empty()) splits_.push_back(value(name));
@@ -36,6 +37,8 @@ void BandCurve::sized()
     const Rect area = isSmall() ? Rect{6, 6, width() - 12, height() - 12}
                                 : Rect{34, 10, width() - 46, height() - 34};
     plot_ = {area, kHertz, kLevels};
+    ground_.forget();
+    set_.forget();
     place();
 }
 
@@ -119,6 +122,7 @@ void BandCurve::lookChanged()
     if (edges != edges_ || chosen != chosen_ ||
         !std::equal(was.begin(), was.end(), shown_.begin(), shown_.end(), isSet)) {
         edges_ = std::move(edges);
+        set_.forget();
         return damage();
     }
     const auto& area = plot_.area;
@@ -136,6 +140,12 @@ void BandCurve::lookChanged()
     }
 }
 
+void BandCurve::ticked(double)
+{
+    if (isSmall()) return;
+    ground_.tick(model(), plot_, scale(), [this](const Rect& rect) { damage(rect); });
+}
+
 void BandCurve::drawStatic(Canvas& canvas)
 {
     drawAcross(canvas, plot_, frequencyTicks(kHertz), !isSmall());
@@ -143,28 +153,12 @@ void BandCurve::drawStatic(Canvas& canvas)
            isSmall() ? FiguresAt::None : FiguresAt::Left);
 }
 
-void BandCurve::draw(Canvas& canvas)
+void BandCurve::drawSet(Canvas& canvas)
 {
-    place();
     const auto& area = plot_.area;
-    const double zero = plot_.up(0);
-    if (shown_.size() != static_cast<std::size_t>(bands())) lookChanged();
     for (int b = 0; b < bands(); ++b) {
-        const auto& shown = shown_[static_cast<std::size_t>(b)];
         const double left = plot_.across(edge(b)) + 1, w = plot_.across(edge(b + 1)) - left;
         if (w <= 0) continue;
-        if (const double level = shown.level; level > kLevels.minimum) {
-            const double y = plot_.upWithin(level);
-            canvas.fill(
-                {left, y, w, area.bottom() - y},
-                Paint(Ink(Color::Level, 0.7), area.y, Ink(Color::Level, 0.35), area.bottom()));
-        }
-        // What is taken, or given, from the line at 0 dB.
-        if (const double change = shown.change; std::abs(change) > 0.05) {
-            const double y = plot_.upWithin(change);
-            canvas.fill({left, std::min(y, zero), w, std::abs(y - zero)}, Ink(Color::Accent, 0.3));
-            canvas.fill({left, y - 1, w, 2}, Color::Accent);
-        }
         if (!std::isnan(thresholds_[b]))
             canvas.horizontal(left, left + w, plot_.upWithin(thresholds_[b]), Color::Text2,
                               Dash::Dashes);
@@ -178,6 +172,40 @@ void BandCurve::draw(Canvas& canvas)
     }
     for (int b = 1; b < bands(); ++b)
         canvas.vertical(plot_.across(edge(b)), area.y, area.bottom(), Color::Accent);
+}
+
+void BandCurve::draw(Canvas& canvas)
+{
+    place();
+    const auto& area = plot_.area;
+    const double zero = plot_.up(0);
+    if (shown_.size() != static_cast<std::size_t>(bands())) lookChanged();
+    // Over a spectrum the bands' levels are lines with a breath of colour.
+    const bool isOver = ground_.isThere();
+    const double opacity = isOver ? 0.35 : 0.7;
+    ground_.draw(canvas, area);
+    for (int b = 0; b < bands(); ++b) {
+        const auto& shown = shown_[static_cast<std::size_t>(b)];
+        const double left = plot_.across(edge(b)) + 1, w = plot_.across(edge(b + 1)) - left;
+        if (w <= 0) continue;
+        if (const double level = shown.level; level > kLevels.minimum) {
+            const double y = plot_.upWithin(level);
+            canvas.fill({left, y, w, area.bottom() - y},
+                        Paint(Ink(Color::Level, opacity), area.y, Ink(Color::Level, opacity / 2),
+                              area.bottom()));
+            if (isOver) canvas.fill({left, y - 0.5, w, 1}, Ink(Color::Output, 0.8));
+        }
+        // What is taken, or given, from the line at 0 dB.
+        if (const double change = shown.change; std::abs(change) > 0.05) {
+            const double y = plot_.upWithin(change);
+            canvas.fill({left, std::min(y, zero), w, std::abs(y - zero)}, Ink(Color::Accent, 0.3));
+            canvas.fill({left, y - 1, w, 2}, Color::Accent);
+        }
+    }
+    if (isOver)
+        set_.draw(canvas, *this, [this](Canvas& own) { drawSet(own); });
+    else
+        drawSet(canvas);
     handles().draw(canvas);
     if (!isSmall()) handles().drawLabel(canvas, area);
 }

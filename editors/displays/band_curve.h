@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "editors/displays/ground_bars.h"
 #include "editors/displays/handles.h"
+#include "editors/displays/layer.h"
 #include "editors/displays/plot.h"
 
 namespace quillworks::editors {
@@ -26,9 +28,11 @@ protected:
     void place() override;
     void look(std::vector<double>& numbers) const override;
     void lookChanged() override;
+    void ticked(double seconds) override;
 
 private:
     int bands() const;
+    void drawSet(Canvas& canvas);
     bool isChosen(int band) const { return !choice_.empty() && model().chosen(choice_) == band; }
     /// Lower edge of a band; the upper one of the last is that of the plot.
     double edge(int band) const;
@@ -39,6 +43,8 @@ private:
     int chosen_ = -1;     // band, as it was drawn last
     std::string choice_;  // name under which a pressed band is chosen for other displays
     Plot plot_;
+    GroundBars ground_;
+    Layer set_;  // what hands have set, while something lies behind
     struct Band {
         double threshold, gain, level, change;
     };

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 #include "editors/displays/static_gain.h"
@@ -24,11 +25,14 @@ CurveDisplay::CurveDisplay(const VNK::SkinBox& box, EffectModel& model)
       gain_(values("gain")),
       bandLevels_(values("levels")),
       knee_(value("knee")),
+      on_(value("on")),
       point_(value("point")),
       amount_(value("amount")),
       choice_(attribute("choice")),
       levels_(model, "inlevel")
 {
+    if (const auto width = attribute("kneeWidth"); !width.empty())
+        kneeWidth_ = std::atof(width.c_str());
     if (threshold_.parameter(0) >= 0) handles().all().resize(1);
 }
 
@@ -44,8 +48,9 @@ double CurveDisplay::of(const Values& values, double fallback) const
 
 BandLaw CurveDisplay::law() const
 {
-    return {of(threshold_, 0), of(ratio_, 1), knee_.get(0),           of(lowThreshold_, 0),
-            of(lowRatio_, 1),  of(range_, 0), amount_.get(100) / 100, of(gain_, 0)};
+    return {of(threshold_, 0),      of(ratio_, 1),    knee(),
+            of(lowThreshold_, 0),   of(lowRatio_, 1), of(range_, 0),
+            amount_.get(100) / 100, of(gain_, 0)};
 }
 
 void CurveDisplay::sized()
@@ -58,10 +63,11 @@ void CurveDisplay::sized()
 
 double CurveDisplay::output(double input) const
 {
+    if (on_.exists() && !on_.isOn()) return input;
     if (isOfBand()) return banded(input, law());
     const double threshold = of(threshold_, 0), ratio = of(ratio_, 1);
     if (range_.exist()) return expanded(input, threshold, 1 / std::max(ratio, 1e-3) - 1, range_[0]);
-    return compressed(input, threshold, ratio, std::max(knee_.get(0), 1e-3));
+    return compressed(input, threshold, ratio, std::max(knee(), 1e-3));
 }
 
 /// Where the level is on the curve; not-a-number where it is too low to be seen.
@@ -106,8 +112,8 @@ void CurveDisplay::look(std::vector<double>& numbers) const
 {
     const auto now = law();
     numbers.insert(numbers.end(),
-                   {double(band()), now.threshold, now.ratio, now.knee, now.lowThreshold,
-                    now.lowRatio, now.range, now.amount, now.gain});
+                   {double(band()), on_.get(1), now.threshold, now.ratio, now.knee,
+                    now.lowThreshold, now.lowRatio, now.range, now.amount, now.gain});
 }
 
 void CurveDisplay::drawStatic(Canvas& canvas)

@@ -40,11 +40,13 @@ private:
     int band() const;
     bool isOfBand() const { return lowRatio_.exist(); }
     BandLaw law() const;
+    double knee() const { return knee_.get(kneeWidth_); }
 
     Values threshold_, ratio_, range_, lowThreshold_, lowRatio_, gain_, bandLevels_;
-    Value knee_, point_, amount_;
-    std::string choice_;  // name of what is chosen; empty: nothing is
-    Values levels_;       // where no `point` is named
+    Value knee_, on_, point_, amount_;
+    double kneeWidth_ = 0;  // dB, of an effect whose knee nobody sets
+    std::string choice_;    // name of what is chosen; empty: nothing is
+    Values levels_;         // where no `point` is named
     Plot plot_;
     std::vector<Point> points_;
     Layer curve_;

@@ -82,6 +82,7 @@ GainHistory::GainHistory(const VNK::SkinBox& box, EffectModel& model)
       outputs_(model, attribute("out").empty() ? "outlevel" : attribute("out")),
       reductions_(values("reduction")),
       threshold_(value("threshold")),
+      hysteresis_(value("hysteresis")),
       ceiling_(value("ceiling"))
 {
     usesStream_ = reductions_.exist() && stream_.read(model, 0, steps_);
@@ -189,7 +190,7 @@ Rect GainHistory::covered() const
 
 void GainHistory::look(std::vector<double>& numbers) const
 {
-    numbers.insert(numbers.end(), {threshold_.get(), ceiling_.get()});
+    numbers.insert(numbers.end(), {threshold_.get(), hysteresis_.get(0), ceiling_.get()});
 }
 
 void GainHistory::drawStatic(Canvas& canvas)
@@ -265,12 +266,14 @@ void GainHistory::draw(Canvas& canvas)
     const auto& area = plot_.area;
     for (double t = -6; t < 0; t += 2)
         canvas.vertical(plot_.across(t), area.y, area.bottom(), Ink(Color::Text3, 0.18));
-    for (const auto* line : {&threshold_, &ceiling_}) {
-        const double db = line->get();
-        if (!(db >= kLevels.minimum && db <= kLevels.maximum)) continue;
-        canvas.horizontal(area.x, area.right(), plot_.up(db),
-                          line == &ceiling_ ? Color::Warn : Color::Text3, Dash::Dots);
-    }
+    const auto line = [&](double db, Ink ink) {
+        if (db >= kLevels.minimum && db <= kLevels.maximum)
+            canvas.horizontal(area.x, area.right(), plot_.up(db), ink, Dash::Dots);
+    };
+    line(threshold_.get(), Color::Text3);
+    // It opens at one and closes at the other.
+    if (hysteresis_.get(0) > 0) line(threshold_.get() - hysteresis_.get(), Color::Text3);
+    line(ceiling_.get(), Color::Warn);
 }
 
 std::string GainHistory::describe() const

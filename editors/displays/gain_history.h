@@ -57,7 +57,7 @@ private:
     bool isQuiet(const Column& column) const;
 
     Values inputs_, outputs_, reductions_;
-    Value threshold_, ceiling_;
+    Value threshold_, hysteresis_, ceiling_;
     GainStream stream_;
     bool usesStream_ = false;
     Plot plot_;

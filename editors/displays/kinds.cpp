@@ -14,8 +14,10 @@
 #include "editors/displays/loudness.h"
 #include "editors/displays/meters.h"
 #include "editors/displays/mod_wave.h"
+#include "editors/displays/pan_arc.h"
 #include "editors/displays/pan_field.h"
 #include "editors/displays/reflections.h"
+#include "editors/displays/response_spectrum.h"
 #include "editors/displays/shape_curve.h"
 #include "editors/displays/spectrum.h"
 #include "editors/displays/step_bars.h"
@@ -58,8 +60,10 @@ constexpr Kind kKinds[] = {
     {"Loudness", make<Loudness>},
     {"Meters", make<Meters>},
     {"ModWave", make<ModWave>},
+    {"PanArc", make<PanArc>},
     {"PanField", make<PanField>},
     {"Reflections", make<Reflections>},
+    {"ResponseSpectrum", make<ResponseSpectrum>},
     {"ShapeCurve", make<ShapeCurve>},
     {"Spectrum", make<Spectrum>},
     {"StepBars", make<StepBars>},

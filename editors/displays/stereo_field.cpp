@@ -13,7 +13,8 @@
 namespace quillworks::editors {
 namespace {
 
-constexpr double kPolarRange = 60;  // dB
+constexpr double kPolarRange = 60;    // dB
+constexpr double kPersistence = 0.3;  // s, where nobody sets it
 constexpr int kPointsPerFrame = 4;
 constexpr unsigned kSpark = 14000;        // that a point adds to the glow
 constexpr std::uint16_t kFaintest = 400;  // below that nothing is seen
@@ -88,7 +89,7 @@ template <class F> void StereoField::forEachStrip(std::vector<std::uint64_t>& st
 /// not seen where its neighbours stand between, and it is half the work.
 void StereoField::fade(double passed)
 {
-    const double persistence = persistence_.get(0);
+    const double persistence = persistence_.get(kPersistence);
     const auto turn = std::exchange(isOddTurn_, !isOddTurn_) ? std::size_t{1} : std::size_t{0};
     for (const auto parity : {std::size_t{0}, std::size_t{1}}) {
         pending_[parity] += passed;
@@ -319,7 +320,8 @@ void StereoField::draw(Canvas& canvas)
 
 std::string StereoField::describe() const
 {
-    return "Stereo field, " + view_.text() + ", correlation " + correlation_.text();
+    return "Stereo field" + (view_.exists() ? ", " + view_.text() : std::string()) +
+           ", correlation " + correlation_.text();
 }
 
 }  // namespace quillworks::editors

@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <cairo-svg.h>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "error.h"
+#include "png_file.h"
 #include "text.h"
 
 namespace quillhost {
@@ -124,9 +126,20 @@ void Picture::text(double x, double y, const std::string& text, Anchor anchor, d
     cairo_show_text(cr_, text.c_str());
 }
 
-void finishPng(cairo_surface_t* surface, OutputFile& file)
+void finishPng(cairo_surface_t* surface, OutputFile& file, int tolerance)
 {
-    requireSuccess(cairo_surface_write_to_png_stream(surface, store, &file));
+    cairo_surface_flush(surface);
+    const int width = cairo_image_surface_get_width(surface),
+              height = cairo_image_surface_get_height(surface);
+    const auto* const data = cairo_image_surface_get_data(surface);
+    const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(surface));
+    std::vector<std::uint32_t> pixels(static_cast<std::size_t>(width) *
+                                      static_cast<std::size_t>(height));
+    const auto rowBytes = static_cast<std::size_t>(width) * sizeof(std::uint32_t);
+    for (std::size_t y = 0; y < static_cast<std::size_t>(height); ++y)
+        std::memcpy(pixels.data() + y * static_cast<std::size_t>(width), data + y * stride,
+                    rowBytes);
+    file.write(pngOf(pixels, width, height, tolerance));
     file.finish();
 }
 

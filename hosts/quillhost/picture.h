@@ -51,8 +51,9 @@ private:
     cairo_t* cr_ = nullptr;
 };
 
-/// Writes a picture as PNG and gives the file its name; WorkError when that fails.
-void finishPng(cairo_surface_t* surface, OutputFile& file);
+/// Writes a picture in memory, of 32 bits a pixel, as PNG and gives the file its name; WorkError
+/// when that fails. `tolerance`: see pngOf().
+void finishPng(cairo_surface_t* surface, OutputFile& file, int tolerance = 0);
 
 struct Axis {
     std::string label;  // with the unit

@@ -28,6 +28,7 @@ namespace ed = quillworks::editors;
 using Json = nlohmann::ordered_json;
 
 constexpr int kTicks = 30;  // a second
+constexpr int kUnseen = 3;  // of 255, that no eye tells apart
 
 /// "Compressor/Editor" of "Editor"; UsageError with the effect's views.
 std::string viewNamed(const Effect& effect, const std::string& form)
@@ -186,14 +187,16 @@ void playTo(const Effect& effect, const Session& session, const ViewOptions& o,
         const int n = in.read(planes, wanted);
         if (n > 0) chain.run(planes, static_cast<const Planes<float>*>(nullptr), n);
         done += n;
+        const bool isOver = n < wanted || done >= most;
+        // What is under way then is seen too.
+        if (isOver) chain.waitUntilReady();
         window.wait(1.0 / kTicks);
-        if (n < wanted) break;
+        if (isOver) break;
     }
-    chain.waitUntilReady();
     session.note(shownPath(o.in), in.remarks());
 }
 
-void writePicture(const ed::Image& picture, OutputFile& file)
+void writePicture(const ed::Image& picture, int tolerance, OutputFile& file)
 {
     const auto& p = picture.pixels();
     auto* const surface = cairo_image_surface_create_for_data(
@@ -201,7 +204,7 @@ void writePicture(const ed::Image& picture, OutputFile& file)
         static_cast<int>(p.stride));
     const std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> owner(
         surface, cairo_surface_destroy);
-    finishPng(surface, file);
+    finishPng(surface, file, tolerance);
 }
 
 void printGestures(const std::vector<ed::GestureRecorder::Event>& events)
@@ -268,7 +271,9 @@ int drawEditor(const Session& session, const ViewOptions& o)
         for (const auto& line : shown.texts()) std::cout << line << "\n";
     const auto problems = shown.problems();
     for (const auto& problem : problems) session.note(problem);
-    if (file) writePicture(o.withPopups ? window.withPopups() : window.picture(), *file);
+    if (file)
+        writePicture(o.withPopups ? window.withPopups() : window.picture(), o.isSmall ? kUnseen : 0,
+                     *file);
     return o.checks && !problems.empty() ? kFailed : kDone;
 }
 

@@ -15,7 +15,7 @@ struct ViewOptions {
     double scale = 1;
     int variant = 0;  // of kViewVariants
     double at = std::numeric_limits<double>::infinity();
-    bool asText = false, checks = false, withPopups = false;
+    bool asText = false, checks = false, withPopups = false, isSmall = false;
     DisplayOptions run;
 };
 inline const std::vector<std::string> kViewVariants = {"dark", "contrast"};

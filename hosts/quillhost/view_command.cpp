@@ -22,6 +22,7 @@ std::function<int(Session&)> declare(CLI::App& app)
     addOption(app, "--events", o->events,
               "hands, one JSON object a line; what they set goes to standard output", "FILE");
     addFlag(app, "--popups", o->withPopups, "menus and tips too");
+    addFlag(app, "--small", o->isSmall, "a picture of 256 colours, none off by more than 3 of 255");
     addFlag(app, "--text", o->asText, "the form as a list of texts, in the order of Tab");
     addFlag(app, "--check", o->checks, "fail where a text is cut or controls overlap");
     addDisplayOptions(app, o->run);

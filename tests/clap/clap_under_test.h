@@ -15,6 +15,7 @@
 #include "adapters/clap/abi.h"
 #include "adapters/common/catalogue.h"
 #include "tests/support/audio_thread_guard.h"
+#include "tests/support/build_paths.h"
 #include "tests/support/effect_under_test.h"
 #include "tests/support/signals.h"
 
@@ -26,10 +27,10 @@ inline constexpr int kMaxFrames = 512;  // that plug-ins are prepared for
 inline const clap_plugin_factory_t& clapFactory()
 {
     static const auto* const factory = [] {
-        void* const file = dlopen(QUILLWORKS_CLAP, RTLD_NOW | RTLD_LOCAL);
+        void* const file = dlopen(paths::clapFile.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (!file) throw std::runtime_error(dlerror());
         const auto* entry = static_cast<const clap_plugin_entry_t*>(dlsym(file, "clap_entry"));
-        if (!entry->init(QUILLWORKS_CLAP)) throw std::runtime_error("the entry refuses");
+        if (!entry->init(paths::clapFile.c_str())) throw std::runtime_error("the entry refuses");
         return static_cast<const clap_plugin_factory_t*>(
             entry->get_factory(CLAP_PLUGIN_FACTORY_ID));
     }();

@@ -39,9 +39,11 @@ protected:
 /// A path that comes in starts from what is heard now, never from what it held when it went out.
 TEST_P(EverySwitch, WhatIsSwitchedOnAgainSoundsAsIfItHadNeverBeenLoud)
 {
-    const auto quiet = both(noise<float>(kSecond / 2, 3, 0.01));
-    const auto loud = both(noise<float>(kSecond / 2, 4, 1));
-    const auto silence = both(Signal<float>(kSecond / 2));
+    // Levels, after a longer wait, are the plain build's.
+    constexpr std::size_t kPiece = kIsSanitised ? kSecond / 10 : kSecond / 2;
+    const auto quiet = both(noise<float>(kPiece, 3, 0.01));
+    const auto loud = both(noise<float>(kPiece, 4, 1));
+    const auto silence = both(Signal<float>(kPiece));
     const std::uint32_t seeds = countSeeds(GetParam());
     for (std::uint32_t turn = 0; turn < 2 * seeds; ++turn) {
         const std::uint32_t seed = turn / 2;
@@ -58,10 +60,10 @@ TEST_P(EverySwitch, WhatIsSwitchedOnAgainSoundsAsIfItHadNeverBeenLoud)
                 const auto tail = std::size_t{fx.algorithm().getTailLength()};
                 bool isEndless = tail > 12 * kSecond;
                 const std::size_t wait = isEndless      ? 0
-                                         : kIsSanitised ? kSecond
+                                         : kIsSanitised ? 2 * kPiece
                                                         : std::max(4 * kSecond, tail);
                 // Silence first: what stays open for a level that would not open it forgets too.
-                for (std::size_t done = 0; done < wait; done += kSecond / 2)
+                for (std::size_t done = 0; done < wait; done += kPiece)
                     fx.play(done < wait / 2 ? silence : quiet);
                 fx.set(p.key, on);
                 auto y = fx.play(quiet);
@@ -71,10 +73,10 @@ TEST_P(EverySwitch, WhatIsSwitchedOnAgainSoundsAsIfItHadNeverBeenLoud)
                 isEndless |= fx.algorithm().getTailLength() == VNK::kEndlessTail;
                 return std::pair(y, isEndless);
             };
+            const auto [y, endless] = play(loud);
+            if (kIsSanitised) continue;
             const auto [expected, isEndless] = play(quiet);
             if (isEndless) continue;  // what was loud may go on for ever
-            const auto [y, endless] = play(loud);
-            if (kIsSanitised) continue;  // levels, after a longer wait, are the plain build's
             constexpr std::size_t kWindow = kSecond / 20;
             for (std::size_t at = 3 * kSecond / 10; at + kWindow <= y[0].size(); at += kWindow)
                 for (std::size_t c = 0; c < y.size(); ++c) {

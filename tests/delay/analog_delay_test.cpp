@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 // Echo timing, bends, the loop's safety and the tape's quality.
 #include "tests/support/effect_under_test.h"
+#include "tests/support/sanitised.h"
 
 namespace quillworks::test {
 namespace {
@@ -82,6 +83,7 @@ TEST(AnalogDelayTime, FirstEchoIsWhereTimeOrBeatsAndTempoSay)
     };
     for (const double rate : {44100.0, 48000.0, 96000.0})
         for (const auto& c : cases) {
+            if (kIsSanitised && rate > 44100) break;
             Echo<float> fx(rate);
             if (c.ms > 0)
                 fx.time(c.ms);
@@ -235,7 +237,8 @@ TEST(AnalogDelayTape, IsTransparentAgainAfterABend)
 TEST(AnalogDelayLoop, IsBoundedWhateverIsSetAndDecaysAfterwards)
 {
     std::uint32_t seed = kSeed;
-    for (const double rate : {8000.0, 48000.0})
+    for (const double rate : {8000.0, 48000.0}) {
+        if (kIsSanitised && rate > 8000) break;
         for (const bool boost : {false, true})
             for (const int mode : {0, 1, 2})
                 for (const double ms : {1.0, 80.0})
@@ -272,6 +275,7 @@ TEST(AnalogDelayLoop, IsBoundedWhateverIsSetAndDecaysAfterwards)
                             const auto gone = fx.play({silence, silence});
                             EXPECT_LT(peak(gone[0]) + peak(gone[1]), 1e-3) << what;
                         }
+    }
 }
 
 TEST(AnalogDelayLoop, SingsOnAtAHealthyLevelWhileBoosted)

@@ -7,6 +7,7 @@
 
 #include "tests/editors/editor_under_test.h"
 #include "tests/editors/picture.h"
+#include "tests/support/build_paths.h"
 #include "tests/support/effect_under_test.h"
 
 namespace quillworks::test {
@@ -47,6 +48,8 @@ const Case kCases[] = {
     {"Chorus", "Chorus/Editor", 0.75, "dark", {{"voices", 5}}},
     {"Phase Meter", "PhaseMeter/Editor", 0.75},
     {"Spectrum Meter", "SpectrumMeter/Compact", 1.5, "contrast"},
+    {"Dual Pan", "DualPan/Editor", 0.75, "dark", {{"panleft", -60}, {"position", 20}}},
+    {"IR Maker", "IrMaker/Editor", 0.75},
 };
 
 /// A chord that fades in and out twice a second, the right side softer than the left, over a bass.
@@ -113,7 +116,7 @@ class Pictures : public ::testing::TestWithParam<Case> {};
 TEST_P(Pictures, LookAsTheyDid)
 {
     const auto picture = drawn(GetParam(), skin());
-    const auto stored = std::string(PICTURES) + "/" + fileOf(GetParam());
+    const auto stored = paths::source + "/tests/editors/pictures/" + fileOf(GetParam());
     if (std::getenv("QUILLWORKS_DRAW")) {
         ASSERT_TRUE(writePicture(picture, stored));
         return;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "dsp/random.h"
+#include "tests/support/display_under_test.h"
 
 namespace quillworks {
 namespace {
@@ -81,6 +82,35 @@ TEST(SpectrumGround, OfWhiteNoiseRisesByThreeDecibelsAnOctaveDownToTheNarrowestB
     };
     for (const std::size_t band : {42u, 66u, 90u})
         EXPECT_NEAR(mean(band + 12) - mean(band), 3.01, 1.5) << band;
+}
+
+TEST(SpectrumGround, IsThatOfTheOutputBesideWhatAnEffectShowsOfItsOwn)
+{
+    for (const char* name : {"Bandpress", "Multiband Dynamics"}) {
+        test::EffectUnderTest<float> fx(name);
+        fx.set("outgain", 6);
+        const auto displays = fx.component().queryInterface<VNK::IEffectDisplays>();
+        displays->setDisplaysOpen(true);
+        auto tone = test::sine<float>(48000, 1280, 48000);
+        for (auto& x : tone) x *= 0.01f;  // below all thresholds
+        double heard = 0;
+        for (std::size_t at = 0; at < tone.size(); at += 4800) {
+            const auto from = tone.begin() + static_cast<std::ptrdiff_t>(at);
+            const auto out = fx.play({test::Signal<float>(from, from + 4800)});
+            heard = 20 * std::log10(double(test::peak(out[0])));
+            displays->updateDisplays();
+        }
+        test::Shown ground, history;
+        ASSERT_TRUE(displays->snapshot(kSpectrumGround, &ground)) << name;
+        ASSERT_TRUE(displays->snapshot("history", &history)) << name;
+        ASSERT_GT(ground.list["level"].size(), 72u) << name;
+        EXPECT_NEAR(ground.list["level"][72], heard, 0.3) << name;
+        EXPECT_NEAR(history.value["count"], 1500, 2) << name;
+        displays->setDisplaysOpen(false);
+        test::Shown closed;
+        displays->snapshot(kSpectrumGround, &closed);
+        EXPECT_TRUE(closed.list["level"].empty()) << name << " keeps its memory";
+    }
 }
 
 }  // namespace

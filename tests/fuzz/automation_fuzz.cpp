@@ -5,12 +5,13 @@
 #include "automation.h"
 #include "error.h"
 #include "tests/fuzz/fuzz_target.h"
+#include "tests/support/build_paths.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     using namespace quillhost;
     using quillworks::fuzz::require;
-    static const Session session(QUILLWORKS_MODULE, true);
+    static const Session session(quillworks::paths::module, true);
     static const std::vector<Effect> effects = {session.create("Compressor"),
                                                 session.create("Analog Delay")};
     try {

@@ -9,6 +9,7 @@
 #include "error.h"
 #include "session.h"
 #include "tests/fuzz/fuzz_target.h"
+#include "tests/support/build_paths.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ std::vector<std::string> linesOf(std::string_view text)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static Session session(QUILLWORKS_MODULE, true);
+    static Session session(quillworks::paths::module, true);
     const auto text = quillworks::fuzz::textOf(data, size);
     const auto words = linesOf(text);
     try {

@@ -8,6 +8,7 @@
 #include <random>
 
 #include "tests/fuzz/fuzz_target.h"
+#include "tests/support/build_paths.h"
 #include "vnk/file.h"
 
 namespace quillworks::fuzz {
@@ -28,7 +29,7 @@ std::map<std::string, std::string> inputs()
 {
     std::map<std::string, std::string> files;
     for (const char* parent : {"/tests/fuzz/seeds/", "/tests/fuzz/findings/", "/resources/"}) {
-        const fs::path folder = QUILLWORKS_SOURCE + std::string(parent) + target();
+        const fs::path folder = paths::source + std::string(parent) + target();
         if (!fs::exists(folder)) continue;
         for (const auto& entry : fs::recursive_directory_iterator(folder)) {
             if (!entry.is_regular_file()) continue;

@@ -3,12 +3,13 @@
 #include "effect_spec.h"
 #include "error.h"
 #include "tests/fuzz/fuzz_target.h"
+#include "tests/support/build_paths.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     using namespace quillhost;
     using quillworks::fuzz::require;
-    static const Session session(QUILLWORKS_MODULE, true);
+    static const Session session(quillworks::paths::module, true);
     try {
         const auto spec = parseEffectSpec(std::string(quillworks::fuzz::textOf(data, size)));
         const Effect effect = createEffect(session, spec);

@@ -21,3 +21,21 @@ same() { # FILE
   if ! text=$("$sound_tool" compare "$work/reference.wav" "$work/$1.wav" -120); then fail "$1: $text"; fi
   echo "$1: $text"
 }
+
+# Where Ardour's own programs find their parts.
+ardour_parts=(LD_LIBRARY_PATH=/usr/lib/ardour7 ARDOUR_DATA_PATH=/usr/share/ardour7
+  ARDOUR_CONFIG_PATH=/etc/ardour7)
+vst3=$build/vst3/quillworks.vst3
+
+scan_vst3() {
+  scanner=/usr/lib/ardour7/ardour-vst3-scanner
+  [ -x "$scanner" ] || { echo "skipped: there is no $scanner"; exit 77; }
+  [ -d "$vst3" ] || { echo "skipped: there is no $vst3"; exit 77; }
+  # The scan is taken for stale where the binary is as new as it: a copy with an older date.
+  mkdir "$work/vst3"
+  cp -a "$vst3" "$work/vst3/"
+  export VST3_PATH=$work/vst3
+  touch -d '1 minute ago' "$VST3_PATH"/quillworks.vst3/Contents/*/quillworks.so
+  env "${ardour_parts[@]}" ARDOUR_DLL_PATH=/usr/lib/ardour7 timeout 60 "$scanner" \
+    -f "$VST3_PATH/quillworks.vst3" >"$work/scan" 2>&1
+}

@@ -4,19 +4,7 @@
 # saves and opens a session whose sound is that of quillhost to rounding.
 . "$(dirname "$0")/lib.sh"
 . "$here/ardour_lib.sh"
-vst3=$build/vst3/quillworks.vst3
-scanner=/usr/lib/ardour7/ardour-vst3-scanner
-[ -x "$scanner" ] || { echo "skipped: there is no $scanner"; exit 77; }
-[ -d "$vst3" ] || { echo "skipped: there is no $vst3"; exit 77; }
-
-# The scan is taken for stale where the binary is as new as it: a copy with an older date.
-mkdir "$work/vst3"
-cp -a "$vst3" "$work/vst3/"
-export VST3_PATH=$work/vst3
-touch -d '1 minute ago' "$VST3_PATH"/quillworks.vst3/Contents/*/quillworks.so
-env LD_LIBRARY_PATH=/usr/lib/ardour7 ARDOUR_DATA_PATH=/usr/share/ardour7 \
-  ARDOUR_CONFIG_PATH=/etc/ardour7 ARDOUR_DLL_PATH=/usr/lib/ardour7 \
-  timeout 60 "$scanner" -f "$VST3_PATH/quillworks.vst3" >"$work/scan" 2>&1
+scan_vst3
 found=$(cat "$HOME"/.cache/ardour7/vst/*.v3i 2>/dev/null | grep -c '<VST3Info')
 classes=$("$quillhost" list --json | grep -c '"classId"')
 echo "classes found: $found of $classes"

@@ -7,6 +7,7 @@
 #include "adapters/lv2/instance.h"
 #include "tests/framework/probe_effect.h"
 #include "tests/lv2/lv2_under_test.h"
+#include "tests/support/build_paths.h"
 
 namespace quillworks::test {
 namespace {
@@ -15,7 +16,7 @@ using Lists = std::map<std::string, std::vector<std::string>>;
 
 Lists published()
 {
-    std::ifstream file(PUBLISHED_PORTS);
+    std::ifstream file(paths::source + "/tests/lv2/published_ports.txt");
     Lists lists;
     std::vector<std::string>* current = nullptr;
     for (std::string line; std::getline(file, line);) {

@@ -5,7 +5,8 @@
 #include <functional>
 
 #include "dsp/fft.h"
-#include "tests/support/effect_under_test.h"
+#include "framework/stereo_field.h"
+#include "tests/support/display_under_test.h"
 
 namespace quillworks::test {
 namespace {
@@ -218,6 +219,40 @@ TYPED_TEST(BinauralPan, AutomationOfAnyParameterMakesNoStep)
         fx.set("playback", 1).set("azimuth", 50).prepare(2, 480);
         const auto y = fx.runWhileSwitching(key, tone);
         EXPECT_LE(largestStep(y, 480), 0.17 * peak(y)) << key;
+    }
+}
+
+TEST(BinauralField, LeansToTheEarThatHearsMoreAndStandsUprightInMono)
+{
+    struct Row {
+        double azimuth;
+        int outputs;
+        double lean;  // of the points, mean of x/y by power: the sign is what counts
+    };
+    for (const auto& [azimuth, outputs, lean] : {Row{-90, 2, -1}, {90, 2, 1}, {90, 1, 0}}) {
+        EffectUnderTest<float> fx(kName, kRate);
+        fx.layouts(VNK::SpeakerArrangement::withChannels(1),
+                   VNK::SpeakerArrangement::withChannels(outputs));
+        fx.set("azimuth", azimuth).set("room", 0);
+        const auto displays = fx.component().queryInterface<VNK::IEffectDisplays>();
+        displays->setDisplaysOpen(true);
+        fx.play({noise<float>(4800, 1)});
+        displays->updateDisplays();
+        Shown field;
+        ASSERT_TRUE(displays->snapshot(kRecentField, &field));
+        const auto &x = field.list["x"], &y = field.list["y"];
+        ASSERT_GT(x.size(), 4000u);
+        double across = 0, up = 0, xx = 0;
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            across += x[i] * y[i];
+            up += y[i] * y[i];
+            xx += x[i] * x[i];
+        }
+        if (lean == 0) {
+            EXPECT_LT(xx, 1e-9 * up);
+        } else {
+            EXPECT_GT(lean * across / up, 0.2) << azimuth;
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 // in every rendering.
 #include <complex>
 
+#include "tests/support/sanitised.h"
 #include "tests/support/song.h"
 
 namespace quillworks::test {
@@ -116,6 +117,7 @@ TYPED_TEST(Phaser, KeepsThePowerOfNoiseAtAnyPlaceAndFeedback)
     for (int choice = 0; choice < 7; ++choice)
         for (const double frequency : {50., 200., 900., 8000.})
             for (const double feedback : {-95., -40., 95.}) {
+                if (kIsSanitised && frequency != 200) break;
                 auto fx = standing<T>(choice, frequency, feedback);
                 // The mean power of an impulse is its energy: no chance in it.
                 const auto y = fx.run(impulse<T>(4 * 48000));

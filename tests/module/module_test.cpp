@@ -11,6 +11,7 @@
 #include "module/class_registry.h"
 #include "module/initialisers.h"
 #include "module/module_main.h"
+#include "tests/support/build_paths.h"
 #include "vnk/debug.h"
 #include "vnk/file.h"
 #include "vnk/hosted_effect.h"
@@ -127,7 +128,7 @@ TEST(Factory, OffersEveryClassOnce)
     ASSERT_GE(count, published);
     EXPECT_STREQ(first->moduleInformation().title, "Quillworks Pack");
     std::string changes, reason;
-    ASSERT_TRUE(VNK::readFile(QUILLWORKS_RESOURCES "/../CHANGELOG.md", 1 << 20, changes, reason));
+    ASSERT_TRUE(VNK::readFile((paths::source + "/CHANGELOG.md").c_str(), 1 << 20, changes, reason));
     const std::string version = first->moduleInformation().version;
     EXPECT_EQ(changes.find("\n## " + version + "\n"), changes.find("\n## "))
         << version << " is not the latest of the changelog";
@@ -174,24 +175,25 @@ TEST(PluginManager, LoadsTheModuleAndSaysWhyOthersAreNone)
 {
     std::string reason;
     const auto isMapped = [] {
-        void* const library = dlopen(QUILLWORKS_MODULE, RTLD_NOW | RTLD_NOLOAD);
+        void* const library = dlopen(paths::module.c_str(), RTLD_NOW | RTLD_NOLOAD);
         if (library) dlclose(library);
         return library != nullptr;
     };
     for (int i = 0; i < 20; ++i) {
-        const auto module = VNK::LoadedModule::load(QUILLWORKS_MODULE, reason);
+        const auto module = VNK::LoadedModule::load(paths::module.c_str(), reason);
         ASSERT_TRUE(module) << reason;
         EXPECT_EQ(module->factory().countClasses(), factory()->countClasses());
         EXPECT_TRUE(isMapped());
     }
     EXPECT_FALSE(isMapped()) << "a host must be able to put another version in its place";
     const Messages messages;
+    const auto theme = paths::source + "/resources/skins/quillworks/skin.xml";
     const std::pair<const char*, const char*> cases[] = {
         {"no/such/file.so", "no such file"},
-        {QUILLWORKS_RESOURCES "/skins/quillworks/skin.xml", "skin.xml"},
-        {MODULE_WITHOUT_EXPORTS, "it does not export VNKModuleMain"},
-        {MODULE_WITHOUT_FACTORY, "it does not export VNKGetClassFactory"},
-        {MODULE_THAT_REFUSES, "refuses to load"},
+        {theme.c_str(), "skin.xml"},
+        {paths::moduleWithoutExports.c_str(), "it does not export VNKModuleMain"},
+        {paths::moduleWithoutFactory.c_str(), "it does not export VNKGetClassFactory"},
+        {paths::moduleThatRefuses.c_str(), "refuses to load"},
     };
     for (const auto& [file, why] : cases) {
         reason.clear();
@@ -206,7 +208,7 @@ TEST(PluginManager, LoadsTheModuleAndSaysWhyOthersAreNone)
 
 TEST(PluginManager, AModuleLeavesAHostThatBringsNoSymbolsAlong)
 {
-    EXPECT_EQ(std::system(BARE_HOST " " QUILLWORKS_MODULE), 0);
+    EXPECT_EQ(std::system((paths::bareHost + " " + paths::module).c_str()), 0);
 }
 
 class Theme : public ::testing::Test {

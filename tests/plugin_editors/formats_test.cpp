@@ -22,6 +22,7 @@
 #include <set>
 
 #include "adapters/vst3/abi.h"
+#include "tests/support/build_paths.h"
 #include "tests/windows/x_server.h"
 
 namespace quillworks::test {
@@ -98,7 +99,7 @@ protected:
 
 TEST_F(PluginEditors, OfLv2WriteToTheHostsPorts)
 {
-    const std::string bundle = QUILLWORKS_BUNDLE "/";
+    const std::string bundle = paths::lv2Folder + "/quillworks.lv2/";
     const auto descriptorOf = reinterpret_cast<const LV2UI_Descriptor* (*)(std::uint32_t)>(
         dlsym(load((bundle + "quillworks-ui.so").c_str()), "lv2ui_descriptor"));
     const auto pluginOf = reinterpret_cast<const LV2_Descriptor* (*)(std::uint32_t)>(
@@ -165,9 +166,9 @@ TEST_F(PluginEditors, OfLv2WriteToTheHostsPorts)
 
 TEST_F(PluginEditors, OfClapTellGesturesAndFloat)
 {
-    const auto& entry =
-        *static_cast<const clap_plugin_entry_t*>(dlsym(load(QUILLWORKS_CLAP), "clap_entry"));
-    ASSERT_TRUE(entry.init(QUILLWORKS_CLAP));
+    const auto& entry = *static_cast<const clap_plugin_entry_t*>(
+        dlsym(load(paths::clapFile.c_str()), "clap_entry"));
+    ASSERT_TRUE(entry.init(paths::clapFile.c_str()));
     const auto* const factory =
         static_cast<const clap_plugin_factory_t*>(entry.get_factory(CLAP_PLUGIN_FACTORY_ID));
     static clap_id timer;
@@ -317,7 +318,7 @@ const Vst3Host::HandlerCalls Vst3Host::handlerCalls{
 
 TEST_F(PluginEditors, OfVst3TellGesturesAndLiveByTheRunLoop)
 {
-    void* const file = load(QUILLWORKS_VST3);
+    void* const file = load(paths::vst3File.c_str());
     ASSERT_TRUE(reinterpret_cast<bool (*)(void*)>(dlsym(file, "ModuleEntry"))(file));
     auto** const factory = static_cast<v3_plugin_factory**>(
         reinterpret_cast<void* (*)()>(dlsym(file, "GetPluginFactory"))());

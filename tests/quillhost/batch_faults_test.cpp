@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "program.h"
+#include "tests/support/build_paths.h"
 
 namespace quillhost_test {
 namespace {
@@ -105,7 +106,7 @@ TEST_F(BatchFaults, AFullDiscKeepsWhatFits)
     for (const auto& word : batch("disc/o")) words += " " + word;
     const auto out = shell("mkdir disc; unshare --user --map-root-user --mount sh -c '"
                            "mount -t tmpfs -o size=1500k none disc || exit 1; QUILLWORKS_MODULE=" +
-                           std::string(QUILLHOST_MODULE " " QUILLHOST_PROGRAM) + words +
+                           quillworks::paths::module + " " + quillworks::paths::quillhost + words +
                            " 2>errors; echo exit $?; cp -r disc/o kept' 2>/dev/null");
     if (out.empty()) GTEST_SKIP() << "no file system can be mounted here";
     EXPECT_NE(out.find("exit 1"), std::string::npos) << out;

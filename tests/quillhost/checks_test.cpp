@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "program.h"
+#include "tests/support/build_paths.h"
 
 namespace quillhost_test {
 namespace {
@@ -101,11 +102,11 @@ TEST_F(Checks, TellWhatAnEffectKeepsAndWhatNot)
 /// With our own bundle, which is there in every build that has lilv: the same effect beside itself.
 TEST_F(Checks, APlugInOfTheSystemStandsInAChainBesideOurOwn)
 {
-#ifndef QUILLWORKS_LV2_FOLDER
+#ifndef QUILLHOST_LV2
     GTEST_SKIP() << "built without lilv";
 #else
     writeSound("in.wav", noise(2, 30000, 0.5), kWavFloat);
-    const Words lv2 = {"LV2_PATH=" QUILLWORKS_LV2_FOLDER};
+    const Words lv2 = {"LV2_PATH=" + quillworks::paths::lv2Folder};
     const auto render = [&](const char* out, Words more) {
         Words words = {"render", "in.wav", out};
         words.insert(words.end(), more.begin(), more.end());
@@ -176,8 +177,8 @@ complete_line "quillhost render --target p"
 complete_line "quillhost render --fx lim"
 complete_line "quillhost render --fx limiter:ceiling=-1,thresholdr"
 )");
-    setenv("PROGRAM", QUILLHOST_PROGRAM, 1);
-    setenv("QUILLWORKS_MODULE", QUILLHOST_MODULE, 1);
+    setenv("PROGRAM", quillworks::paths::quillhost.c_str(), 1);
+    setenv("QUILLWORKS_MODULE", quillworks::paths::module.c_str(), 1);
     FILE* const shell = popen("bash ./try.bash", "r");
     char buffer[4096];
     const std::string out(buffer, fread(buffer, 1, sizeof buffer, shell));

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "program.h"
+#include "tests/support/build_paths.h"
 
 namespace quillhost_test {
 namespace {
@@ -23,6 +24,8 @@ TEST_F(Commands, ListAndInfoDescribeEveryClass)
         const std::string name = row["name"];
         SCOPED_TRACE(name);
         EXPECT_EQ(row["index"], i + 1);
+        // The manual's pages hold the tables of all classes, and are written in one process.
+        if (kIsSanitised && i % 4 != 0) continue;
         const auto info = Json::parse(run({"info", name, "--json"}).out);
         EXPECT_EQ(info["name"], name);
         EXPECT_EQ(info["classId"], row["classId"]);
@@ -151,9 +154,11 @@ TEST_F(Commands, ExamplesOfTheHelpWork)
     writeSound("archive/one.wav", mix, kWav);
     expectSilence(run({"preset", "save", "limiter", "loud.fxpreset"}));
     std::filesystem::create_directories("build/release/module");
-    std::filesystem::create_symlink(QUILLHOST_MODULE, "build/release/module/quillworks.so");
-    std::filesystem::create_symlink(QUILLHOST_PROGRAM, "quillhost");
-    const std::string path = "export PATH=.:$PATH QUILLWORKS_MODULE=" QUILLHOST_MODULE "; ";
+    std::filesystem::create_symlink(quillworks::paths::module,
+                                    "build/release/module/quillworks.so");
+    std::filesystem::create_symlink(quillworks::paths::quillhost, "quillhost");
+    const std::string path =
+        "export PATH=.:$PATH QUILLWORKS_MODULE=" + quillworks::paths::module + "; ";
     for (const std::string command :
          {"list", "info", "render", "measure", "plot", "preset", "bench", "ir"}) {
         std::istringstream help(run({command, "--help"}).out);

@@ -1,23 +1,33 @@
 // SPDX-License-Identifier: ISC
 // The manual's pages are what the effects say of themselves.
 #include "program.h"
+#include "tests/support/build_paths.h"
 
 namespace quillhost_test {
 namespace {
 
 namespace fs = std::filesystem;
 
-class Manual : public InFolder {};
+class Manual : public InFolder {
+protected:
+    const std::string manual_ = quillworks::paths::source + "/docs/manual";
+};
 
 TEST_F(Manual, IsCurrent)
 {
-    const auto result = run({"manual", "pages", "-o", QUILLWORKS_MANUAL, "--check"});
+    const auto result = run({"manual", "pages", "-o", manual_, "--check"});
     EXPECT_EQ(result.code, 0) << result.err << "Mended by: scripts/manual --pictures";
 }
 
 TEST_F(Manual, ACheckTellsWhatDiffersAndWritingMendsThePages)
 {
-    fs::copy(QUILLWORKS_MANUAL, "m", fs::copy_options::recursive);
+    if (kIsSanitised) {  // a check of all pages is above
+        fs::create_directories("m/notes");
+        fs::copy(manual_ + "/notes", "m/notes");
+        EXPECT_EQ(run({"manual", "pages", "-o", "m"}).code, 0);
+        return;
+    }
+    fs::copy(manual_, "m", fs::copy_options::recursive);
     const auto gate = readBytes("m/gate.md");
     auto changed = gate;
     changed.replace(changed.find("-40 dB"), 6, "-41 dB");

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
 #include "program.h"
+#include "tests/support/build_paths.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -36,13 +37,13 @@ Program::Program(const Words& arguments, const Words& environment)
     posix_spawn_file_actions_addopen(&actions, 1, outFile_.c_str(), O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 2, errFile_.c_str(), O_WRONLY, 0);
 
-    Words all = {QUILLHOST_PROGRAM};
+    Words all = {quillworks::paths::quillhost};
     all.insert(all.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv, envp;
     for (auto& word : all) argv.push_back(word.data());
     argv.push_back(nullptr);
     Words extra = environment;
-    extra.push_back("QUILLWORKS_MODULE=" QUILLHOST_MODULE);
+    extra.push_back("QUILLWORKS_MODULE=" + quillworks::paths::module);
     for (auto& entry : extra) envp.push_back(entry.data());
     for (char** entry = environ; *entry; ++entry) envp.push_back(*entry);
     envp.push_back(nullptr);

@@ -11,10 +11,13 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "tests/support/sanitised.h"
+
 namespace quillhost_test {
 
 using Json = nlohmann::json;
 using Words = std::vector<std::string>;
+using quillworks::test::kIsSanitised;
 
 struct Result {
     int code = -1;  // -1: ended by a signal

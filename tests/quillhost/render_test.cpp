@@ -72,6 +72,7 @@ TEST_F(Render, AnEffectThatDoesNothingGivesBackTheFile)
     };
     for (const auto& c : cases)
         for (const int channels : {1, 2, 6, 16}) {
+            if (kIsSanitised && channels != 1 && channels != 16) continue;  // mono and the widest
             SCOPED_TRACE(std::to_string(c.format) + " " + std::to_string(channels));
             auto sound = noise(channels, 20001, 1);
             sound.samples[0] = -1;  // the end of an integer's range
@@ -371,6 +372,8 @@ TEST_F(Render, APannerPutsOneOrTwoChannelsIntoEveryLayout)
                             {"7.1.4", 12, 0},
                             {"9.1.6", 16, 0}})
         for (const int inputs : {1, 2}) {
+            // The sweep over all classes plays all pairs of layouts.
+            if (kIsSanitised && row.channels > 1 && row.channels < 16) break;
             SCOPED_TRACE(std::to_string(inputs) + " to " + row.layout);
             Sound in = noise(inputs, 3000, 0.5);
             for (std::size_t i = 1; inputs == 2 && i < in.samples.size(); i += 2) in.samples[i] = 0;

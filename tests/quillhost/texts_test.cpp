@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: ISC
 // Effects whose settings are texts, and files that are not there.
 #include "tests/quillhost/program.h"
+#include "tests/support/build_paths.h"
 
 #include <sndfile.h>
 
@@ -11,7 +12,7 @@ class Texts : public InFolder {
 protected:
     static Result probe(Words words)
     {
-        words.insert(words.begin(), {"--module", PROBE_MODULE});
+        words.insert(words.begin(), {"--module", quillworks::paths::probeModule});
         return run(words);
     }
     static Json shown(const std::string& preset)

@@ -1,6 +1,13 @@
 // SPDX-License-Identifier: ISC
 // quillhost view: hands from a file, and the form as texts.
+#include <algorithm>
+#include <array>
+#include <cairo.h>
+#include <cstdlib>
+#include <map>
+#include <set>
 #include <sstream>
+#include <vector>
 
 #include "program.h"
 
@@ -123,6 +130,54 @@ TEST_F(ViewCommand, ListsEveryParameterOfAFormWithItsValueAsText)
         run({"view", "compressor:threshold=-33,linked=0", "--events", "hands.jsonl", "--text"});
     EXPECT_TRUE(has(after, "Curve / Thresh: -33 dB")) << after.out;
     EXPECT_TRUE(has(after, "Curve / Link: On")) << after.out;
+}
+
+struct Pixels {
+    int width = 0, height = 0;
+    std::vector<std::array<int, 3>> colours;
+};
+Pixels pixelsOf(const char* path)
+{
+    auto* const surface = cairo_image_surface_create_from_png(path);
+    Pixels pixels{
+        cairo_image_surface_get_width(surface), cairo_image_surface_get_height(surface), {}};
+    for (int y = 0; y < pixels.height; ++y)
+        for (int x = 0; x < pixels.width; ++x) {
+            const auto* const p = cairo_image_surface_get_data(surface) +
+                                  y * cairo_image_surface_get_stride(surface) + 4 * x;
+            pixels.colours.push_back({p[2], p[1], p[0]});
+        }
+    cairo_surface_destroy(surface);
+    return pixels;
+}
+
+TEST_F(ViewCommand, SmallPicturesHaveAPaletteThatNoPixelIsFarFrom)
+{
+    for (const char* effect : {"compressor:threshold=-30", "room reverb"}) {
+        ASSERT_EQ(run({"view", effect, "-o", "whole.png"}).code, 0);
+        ASSERT_EQ(run({"view", effect, "--small", "-o", "small.png"}).code, 0);
+        const auto whole = pixelsOf("whole.png"), small = pixelsOf("small.png");
+        ASSERT_EQ(small.width, whole.width);
+        ASSERT_EQ(small.height, whole.height);
+        std::map<std::array<int, 3>, int> counts;
+        for (const auto& c : whole.colours) ++counts[c];
+        const auto commonest = std::max_element(
+            counts.begin(), counts.end(), [](auto& a, auto& b) { return a.second < b.second; });
+        EXPECT_GT(counts.size(), 256u) << "nothing is asked of the palette";
+        std::set<std::array<int, 3>> used;
+        int most = 0;
+        for (std::size_t i = 0; i < whole.colours.size(); ++i) {
+            const auto &a = whole.colours[i], &b = small.colours[i];
+            for (std::size_t k = 0; k < 3; ++k) most = std::max(most, std::abs(a[k] - b[k]));
+            if (a == commonest->first) {
+                ASSERT_EQ(a, b) << "the ground is as it was";
+            }
+            used.insert(b);
+        }
+        EXPECT_LE(most, 3);
+        EXPECT_LE(used.size(), 256u);
+        EXPECT_LT(readBytes("small.png").size(), 0.7 * double(readBytes("whole.png").size()));
+    }
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <set>
 
-#include "tests/support/effect_under_test.h"
+#include "tests/support/display_under_test.h"
 #include "vnk/impulse_responses.h"
 #include "vnk/sound_file.h"
 
@@ -119,6 +119,18 @@ TYPED_TEST(IrMaker, MeasuresAsItSolvesFilesAndPlaysTheSameAtAnyBlockLength)
     EXPECT_EQ(loop.fx.meter("clipped"), 0);
     EXPECT_EQ(loop.fx.meter("noisefloor"), -200);
     EXPECT_LT(loop.fx.meter("thd"), 0.01f);
+    const auto displays = loop.fx.component().template queryInterface<VNK::IEffectDisplays>();
+    test::Shown shown;
+    ASSERT_TRUE(displays->snapshot("response", &shown));
+    for (const auto& [path, level] : {std::pair{0, -6.02}, {1, -18.06}}) {
+        const auto& magnitude = shown.list["paths/" + std::to_string(path) + "/magnitude"];
+        const auto& hertz = shown.list["frequency"];
+        ASSERT_EQ(magnitude.size(), hertz.size());
+        for (std::size_t b = 0; b < hertz.size(); ++b)
+            if (hertz[b] > 50 && hertz[b] < 3000) {
+                EXPECT_NEAR(magnitude[b], level, 0.3) << hertz[b];
+            }
+    }
 
     // The same as of files, to the bit.
     struct Sink : VNK::IResponseSink {

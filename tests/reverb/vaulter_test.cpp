@@ -9,6 +9,7 @@
 #include "reverb/decay_analysis.h"
 #include "reverb/response.h"
 #include "tests/support/effect_under_test.h"
+#include "tests/support/sanitised.h"
 #include "vnk/file.h"
 #include "vnk/sound_file.h"
 
@@ -171,6 +172,7 @@ TYPED_TEST(Vaulter, PlaysTheSameBitsAtEveryBlockLengthAndWhileTheLoaderIsAutomat
     const Channels<TypeParam> x{noise<TypeParam>(36000, 1), noise<TypeParam>(36000, 2)};
     Channels<TypeParam> whole;
     for (const int block : {512, 17, 100}) {
+        if (kIsSanitised && block == 100) break;
         typename TestFixture::Effect fx("Vaulter");
         this->plain(fx);
         this->open(fx, file);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "framework/spectrum_ground.h"
+#include "framework/stereo_field.h"
 #include "vnk/effect_displays.h"
 
 namespace quillworks::test {
@@ -27,7 +28,7 @@ inline std::int64_t valuesOf(VNK::IEffectDisplays& displays)
     CountingSink shown;
     for (int i = 0; displays.displayName(i); ++i)
         displays.snapshot(displays.displayName(i), &shown);
-    displays.snapshot(kSpectrumGround, &shown);
+    for (const char* name : {kSpectrumGround, kRecentField}) displays.snapshot(name, &shown);
     return shown.values;
 }
 

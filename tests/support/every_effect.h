@@ -9,15 +9,9 @@
 #include <vector>
 
 #include "module/module_main.h"
+#include "tests/support/sanitised.h"
 
 namespace quillworks::test {
-
-/// Built with a sanitizer: slower tenfold, so that sweeps keep to their corners.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kIsSanitised = true;
-#else
-inline constexpr bool kIsSanitised = false;
-#endif
 
 inline std::vector<std::string> registeredClasses()
 {

@@ -7,6 +7,7 @@
 #include "adapters/vst3/speakers.h"
 #include "adapters/vst3/text.h"
 #include "tests/clap/clap_under_test.h"
+#include "tests/support/build_paths.h"
 #include "tests/vst3/host_objects.h"
 
 namespace quillworks::test {
@@ -15,7 +16,7 @@ namespace quillworks::test {
 inline v3_plugin_factory_3** vst3Factory()
 {
     static auto** const factory = [] {
-        void* const file = dlopen(QUILLWORKS_VST3, RTLD_NOW | RTLD_LOCAL);
+        void* const file = dlopen(paths::vst3File.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (!file) throw std::runtime_error(dlerror());
         const auto entry = reinterpret_cast<bool (*)(void*)>(dlsym(file, "ModuleEntry"));
         if (!entry(file)) throw std::runtime_error("the entry refuses");

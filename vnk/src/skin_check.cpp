@@ -14,7 +14,7 @@ namespace {
 
 /// Knobs stand in cells of 9 units, one unit of margin on each side of the panel.
 /// Attributes of displays that name no value.
-constexpr std::string_view kLiterals[] = {"kind", "lowOrder", "choice", "ground"};
+constexpr std::string_view kLiterals[] = {"kind", "lowOrder", "kneeWidth", "choice", "ground"};
 constexpr int kKnobCell = 9, kPanelMargin = 2;
 
 bool overlap(const SkinBox& a, const SkinBox& b)

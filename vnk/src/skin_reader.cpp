@@ -71,14 +71,14 @@ constexpr Attributes kAttributes[] = {
 };
 /// The kinds of display, and what each can be bound to.
 constexpr Attributes kDisplays[] = {
-    {"CurveDisplay",
-     "threshold ratio knee range point lowThreshold lowRatio amount gain levels choice"},
-    {"GainHistory", "in out reduction threshold ceiling"},
+    {"CurveDisplay", "threshold ratio knee kneeWidth on range point lowThreshold lowRatio amount "
+                     "gain levels choice"},
+    {"GainHistory", "in out reduction threshold hysteresis ceiling"},
     {"Meters", "in out reduction level rms hold rmsHold clip reset"},
     {"Loudness", "momentary shortTerm integrated low high truePeak"},
     {"EchoLine", "time beats feedback width mode"},
     {"ModWave", "wave rate depth sync beats stereo phase"},
-    {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels choice"},
+    {"BandCurve", "splits split1 split2 bands thresholds gains reductions levels choice ground"},
     {"FilterCurve",
      "low high lowOrder slope resonance type stages left right mix mode centre range "
      "cycle on ground freq1 gain1 q1 bell1 freq2 gain2 q2 freq3 gain3 q3 freq4 gain4 q4 bell4"},
@@ -97,9 +97,11 @@ constexpr Attributes kDisplays[] = {
      "beats time beatsRight timeRight offset stagger feedback routing reduction levels frozen"},
     {"ShapeCurve", "curve drive bias point"},
     {"CombCurve", "left right feedback damp invert mix"},
+    {"PanArc", "left right leftLevel rightLevel position spread out"},
     {"PanField", "across along azimuth elevation distance width left right"},
     {"DecayCurve", "decay low lowFrequency high highFrequency air size"},
     {"Reflections", "shape size distance decay"},
+    {"ResponseSpectrum", ""},
     {"SwellCurve", "decay swell"},
     {"ImpulseWave", "start length stretch reverse tail trim tailMode tailStart"},
     {"TailDecay", "mode decay time stretch"},

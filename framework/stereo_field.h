@@ -6,8 +6,12 @@
 #include <vector>
 
 #include "dsp/aligned_buffer.h"
+#include "vnk/effect_displays.h"
 
 namespace quillworks {
+
+/// For editors, which keep a glow of what they have drawn: the newest points alone.
+inline constexpr const char* kRecentField = ".recent";
 
 /// x is right minus left, y left plus right, each over the root of two: mono stands upright, and
 /// the left channel alone lies to the upper left.
@@ -41,6 +45,9 @@ public:
     std::vector<FieldPoint> points(double seconds) const;
     /// The same as two lists.
     void points(double seconds, std::vector<float>& x, std::vector<float>& y) const;
+    /// "x" and "y" of the newest points as lists, and "frames", at which they end. May throw
+    /// std::bad_alloc.
+    void showRecent(VNK::IDisplaySink& sink) const;
 
 private:
     void count(float left, float right) noexcept;

@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: ISC
-#include "analysis/stereo_field.h"
+#include "framework/stereo_field.h"
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <numbers>
 
-#include "analysis/spectrum_frames.h"
 #include "dsp/midpoint_filter.h"
+#include "dsp/rate_factor.h"
 
 namespace quillworks {
 namespace {
 
-constexpr double kFull = 0.9, kShare = 0.01;            // radius, and the share of points beyond it
-constexpr double kDeadBand = 1, kSpeed = 6;             // dB, dB a second
+constexpr double kFull = 0.9, kShare = 0.01;  // radius, and the share of points beyond it
+constexpr double kRecentSeconds = 0.1;        // as long as an editor may take between two looks
+constexpr double kDeadBand = 1, kSpeed = 6;   // dB, dB a second
 constexpr double kLowestGain = -24, kHighestGain = 60;  // dB
 
 // The classes are the upper bits of the squared radius as a float: exponent, and 32 steps to its
@@ -179,6 +180,15 @@ void StereoField::points(double seconds, std::vector<float>& x, std::vector<floa
         x[i] = scale * (r[i] - l[i]);
         y[i] = scale * (l[i] + r[i]);
     }
+}
+
+void StereoField::showRecent(VNK::IDisplaySink& sink) const
+{
+    sink.number("frames", static_cast<double>(end_));
+    std::vector<float> x, y;
+    points(kRecentSeconds, x, y);
+    sink.numbers("x", x.data(), static_cast<std::int64_t>(x.size()));
+    sink.numbers("y", y.data(), static_cast<std::int64_t>(y.size()));
 }
 
 }  // namespace quillworks
