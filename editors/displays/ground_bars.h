@@ -24,8 +24,8 @@ public:
     /// Whether there is anything to draw.
     bool isThere() const noexcept { return !tops_.empty(); }
     void forget() noexcept { tops_.clear(); }
-    /// Bars move a little at a time: only the stripe in which they have moved is damaged. `scale`:
-    /// device pixels per logical one.
+    /// At every other call, which is as often as there is a new spectrum. Bars move a little at a
+    /// time: only where they have moved is damaged. `scale`: device pixels per logical one.
     void tick(EffectModel& model, const Plot& plot, double scale,
               const std::function<void(const Rect&)>& damage);
     void draw(Canvas& canvas, const Rect& area);
@@ -36,6 +36,7 @@ private:
     std::string name_;
     std::vector<double> edges_, tops_;  // px, of the bands
     std::vector<Rect> bars_;
+    bool isBetween_ = false;  // the next call shows what there is
 };
 
 }  // namespace quillworks::editors
