@@ -109,10 +109,11 @@ template <typename T>
 HWY_INLINE void filterAny(const FarrowFilters<T>& filters, const T* const* x, int channels, int n,
                           std::ptrdiff_t stride, T* const* to)
 {
-    if (channels == 1)
-        filterOf<1>(filters, x, n, stride, to);
-    else
-        filterOf<2>(filters, x, n, stride, to);
+    // Two channels share the loads of the filters, but with 16 wide registers their sums have no
+    // room.
+    constexpr bool kHasRoom = HWY_TARGET != HWY_AVX2;
+    if (kHasRoom && channels == 2) return filterOf<2>(filters, x, n, stride, to);
+    for (int c = 0; c < channels; ++c) filterOf<1>(filters, x + c, n, stride, to + c);
 }
 
 /// The sample that is nearest to a place.
