@@ -43,12 +43,12 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 template <typename T> using Lanes = hn::CappedTag<T, 8>;
 
-/// A vector in a register. The compiler would rather load it anew for each use; filters that wait
-/// for their loads alone lose a quarter by that.
+/// A vector in a register. g++ would rather load it anew for each use; filters that wait for their
+/// loads alone lose a quarter by that.
 template <class D> HWY_INLINE hn::Vec<D> loadedOnce(D d, const hn::TFromD<D>* from)
 {
     auto v = hn::LoadU(d, from);
-#if defined(__x86_64__)
+#if defined(__x86_64__) && !defined(__clang__)
     asm("" : "+x"(v.raw));
 #endif
     return v;
