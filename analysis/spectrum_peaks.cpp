@@ -62,7 +62,10 @@ std::vector<SpectrumPeak> peaksOf(const std::vector<double>& powers,
             const bool isFirst = k == 1, isLast = k + 2 == powers.size();
             const double a = decibels(powers[k - 1] * (isFirst ? 4 : 1));
             const double c = decibels(powers[k + 1] * (isLast ? 4 : 1));
-            const double p = (a - c) / (2 * (a - 2 * level + c)), pp = p * p;
+            // Beside 0 Hz the three may lie in a line, or bend upwards: they have no top then.
+            const double bend = a - 2 * level + c;
+            const double p = bend < 0 ? std::clamp((a - c) / (2 * bend), -1.0, 1.0) : 0;
+            const double pp = p * p;
             level -= (a - c) * p / 4 + lobe.u * pp + lobe.v * pp * pp;
             place = lobe.s * p + lobe.t * p * pp;
         }

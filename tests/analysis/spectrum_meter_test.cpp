@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: ISC
 // The spectrum meter: what it reads of tones and noise, and what its displays remember.
+#include "analysis/spectrum_peaks.h"
 #include "tests/support/display_under_test.h"
 
 namespace quillworks::test {
@@ -238,6 +239,18 @@ TEST(SpectrumSonogram, RowsAndTimesAreThoseOfTheSound)
     shown = fx.shown("sonogram");
     ASSERT_EQ(shown.list.at("time"), times) << "what was there stays";
     EXPECT_NEAR(shown.list.at("frequency")[loudest(shown, times.size() - 1)], 1000, 10);
+}
+
+TEST(SpectrumPeaks, BesideZeroHertzWhereTheBinsLieInALineAreFinite)
+{
+    // Four times the power at 0 Hz, the peak and its neighbour: 3, 0 and -3 dB, then 6, 0 and 0 dB.
+    for (const std::vector<double>& powers :
+         {std::vector<double>{0.5, 1, 0.5, 0.01, 0.01}, {0.999, 1, 0.999, 0.01, 0.01}})
+        for (const auto& peak : peaksOf(powers, std::vector<double>(powers.size(), 1), 8, 48000,
+                                        WindowShape::Nuttall, 4)) {
+            EXPECT_NEAR(peak.level, 0, 3);
+            EXPECT_NEAR(peak.frequency, 6000, 6000);
+        }
 }
 
 }  // namespace
